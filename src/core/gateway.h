@@ -1,0 +1,58 @@
+#pragma once
+// The one door to the machine under the daemon: its clock, its serial ports, its storage's durability, the folder that
+// stands for "/", the address of the configuration service. The daemon runs on the system's machine; a test installs a
+// simulated one, whose clock moves only when somebody sleeps or a line is silent.
+
+#include <sys/time.h>
+#include <sys/types.h>
+#include <termios.h>
+
+#include <cstdint>
+#include <ctime>
+#include <span>
+#include <string>
+
+class Gateway {
+  public:
+    virtual ~Gateway() = default;
+
+    /// Wall clock, microseconds.
+    virtual timeval time_of_day() = 0;
+    virtual void sleep(unsigned seconds) = 0;
+    virtual void sleep_nanoseconds(long nanoseconds) = 0;
+
+    /// Opens a serial port for reading and writing, never as the controlling terminal. Descriptor, or -1.
+    virtual int open_port(const char* device) = 0;
+    /// Drops what has been received and not read yet, then sets the line. 0, or -1.
+    virtual int set_line(int fd, const termios& line) = 0;
+    /// As read(2): waits as the line's VMIN and VTIME tell; the number of bytes, 0 after silence, -1 on error.
+    virtual ssize_t read_port(int fd, std::span<std::uint8_t> into) = 0;
+    /// As write(2), in one call.
+    virtual ssize_t write_port(int fd, std::span<const std::uint8_t> bytes) = 0;
+    /// Waits until all that was written has left the port. 0, or -1.
+    virtual int drain_port(int fd) = 0;
+
+    /// Makes the data of an open file survive a power cut. 0, or -1.
+    virtual int make_durable(int fd) = 0;
+
+    /// Seconds since the epoch.
+    std::time_t now() { return time_of_day().tv_sec; }
+
+    /// The folder that stands for "/", without a slash at its end: empty in the daemon.
+    const std::string& root() const { return root_; }
+    /// Where the configuration service answers.
+    const std::string& service_address() const { return service_address_; }
+
+  protected:
+    std::string root_;
+    std::string service_address_ = "http://127.0.0.1:8082/";  // the gateway's configuration service, fixed
+};
+
+/// The machine in use: the system's one until another is installed.
+Gateway& gateway();
+
+/// Installs another machine, which must outlive its use; null brings the system's one back.
+void set_gateway(Gateway* machine);
+
+/// An absolute path of the gateway, seen from this process.
+std::string rooted(const std::string& path);

@@ -1,0 +1,155 @@
+#include "core/uni_log.h"
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+#include "core/gateway.h"
+#include "core/local_time.h"
+#include "core/text.h"
+
+namespace {
+
+constexpr off_t WrapOffset = 204801;  // a line end at this offset or behind it starts the file over
+constexpr char WrapMarker[] = "---------------\n";
+constexpr std::size_t NumberBuffer = 31;
+constexpr int RowBytes = 16;
+
+/// One row of a dump: " 0xNN" for each byte.
+std::string hex_row(const std::uint8_t* data, int length) {
+    constexpr char Digits[] = "0123456789ABCDEF";
+    std::string row;
+    for (int i = 0; i < length; ++i) {
+        row += " 0x";
+        row += Digits[data[i] >> 4];
+        row += Digits[data[i] & 0x0F];
+    }
+    return row;
+}
+
+}  // namespace
+
+UniLog::UniLog(int mask_, const std::string& path_, const std::string& name_) : mask(mask_), name(name_), path(path_) {
+    if (!path.empty()) fd = ::open(rooted(path).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+}
+
+UniLog::UniLog(const std::string& path_, const std::string& name_) : UniLog(0, path_, name_) {}
+
+UniLog::~UniLog() {
+    if (fd >= 0) ::close(fd);
+}
+
+void UniLog::write_file(const char* text, std::size_t length) const {
+    [[maybe_unused]] const ssize_t written = ::write(fd, text, length);
+}
+
+UniLog& UniLog::operator<<(LogControl control) {
+    if (!is_enabled()) return *this;
+    if (control == LOG_BEGIN) return *this << time_prefix();
+    if (control == LOG_END) end_line();
+    return *this;
+}
+
+void UniLog::end_line() {
+    if (writes_file()) {
+        write_file("\n", 1);
+        if (::lseek(fd, 0, SEEK_CUR) >= WrapOffset) {
+            ::lseek(fd, 0, SEEK_SET);
+            write_file(WrapMarker, sizeof(WrapMarker) - 1);
+        }
+    }
+    if (writes_stdout()) {
+        std::cout << std::endl;
+        std::printf("\n");
+    }
+}
+
+UniLog& UniLog::operator<<(const char* text) {
+    if (!is_enabled()) return *this;
+    if (writes_file()) write_file(text, std::strlen(text));
+    if (writes_stdout()) {
+        // Text shows twice on a console, once by each of the two output facilities; it is meant to stay so.
+        std::cout << text;
+        std::printf("%s", text);
+    }
+    return *this;
+}
+
+UniLog& UniLog::operator<<(const std::string& text) {
+    if (!is_enabled()) return *this;
+    if (writes_file()) write_file(text.c_str(), std::strlen(text.c_str()));
+    if (writes_stdout()) std::cout << text;
+    return *this;
+}
+
+template <typename Value>
+UniLog& UniLog::insert_number(const char* format, Value value) {
+    if (!is_enabled()) return *this;
+    if (writes_file()) {
+        char text[NumberBuffer];
+        std::snprintf(text, sizeof(text), format, value);
+        write_file(text, std::strlen(text));
+    }
+    if (writes_stdout()) std::cout << value;
+    return *this;
+}
+
+UniLog& UniLog::operator<<(int value) {
+    return insert_number("%d", value);
+}
+UniLog& UniLog::operator<<(long value) {
+    return insert_number("%ld", value);
+}
+UniLog& UniLog::operator<<(unsigned value) {
+    return insert_number("%u", value);
+}
+UniLog& UniLog::operator<<(unsigned long value) {
+    return insert_number("%lu", value);
+}
+UniLog& UniLog::operator<<(unsigned long long value) {
+    return insert_number("%llu", value);
+}
+UniLog& UniLog::operator<<(double value) {
+    return insert_number("%f", value);
+}
+UniLog& UniLog::operator<<(float value) {
+    return insert_number("%f", static_cast<double>(value));
+}
+
+void UniLog::dump_packet(const std::uint8_t* data, int length) {
+    if (!is_enabled()) return;
+    *this << LOG_BEGIN << "Dumping packet:" << LOG_END;
+    for (int at = 0; at < length; at += RowBytes) {
+        *this << LOG_BEGIN << hex_row(data + at, std::min(RowBytes, length - at)) << LOG_END;
+    }
+    *this << LOG_END;
+    *this << LOG_BEGIN << "Dumping packet done." << LOG_END;
+}
+
+std::string UniLog::time_prefix() const {
+    const timeval now = gateway().time_of_day();
+    const std::tm tm = local_time(now.tv_sec);
+    return format_cut(64, "%02d/%02d/%02d %02d:%02d:%02d.%03ld : ", tm.tm_mday, tm.tm_mon + 1, tm.tm_year % 100,
+                      tm.tm_hour, tm.tm_min, tm.tm_sec, static_cast<long>(now.tv_usec / 1000));
+}
+
+void UniLog::open_debug_log() {
+    debug_fd = ::open(rooted("/mnt/storage/DebugLog.log").c_str(), O_RDWR | O_TRUNC | O_APPEND, 0644);
+}
+
+void UniLog::debug_block(const std::string& start_text, const std::string& end_text, const std::uint8_t* data,
+                         int length) {
+    std::string block = "START: " + start_text + "\n";
+    for (int at = 0; at < length; at += RowBytes) block += hex_row(data + at, std::min(RowBytes, length - at)) + "\n";
+    debug_write(block + "END: " + end_text + "\n\n");
+}
+
+void UniLog::debug_write(const std::string& text) {
+    if (debug_fd < 0) return;
+    [[maybe_unused]] const ssize_t written = ::write(debug_fd, text.data(), text.size());
+}

@@ -1,0 +1,53 @@
+#include "driver/leds.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/files.h"
+#include "core/gateway.h"
+
+namespace {
+
+constexpr long PulseNanoseconds = 50;
+
+struct Led {
+    const char* path;
+    int fd = 0;  // 0: not opened yet; -1: no such LED
+    bool state = false;
+
+    void set(bool on) {
+        if (fd == 0) fd = ::open(rooted(path).c_str(), O_WRONLY);
+        state = on;
+        if (fd != 0) [[maybe_unused]]
+            const ssize_t written = ::write(fd, on ? "1" : "0", 1);
+    }
+
+    void pulse() {
+        set(true);
+        gateway().sleep_nanoseconds(PulseNanoseconds);
+        set(false);
+    }
+};
+
+Led g_led_tx{"/proc/leds/kr_red"};
+Led g_led_rx{"/proc/leds/lan"};
+
+}  // namespace
+
+void set_led_tx(bool state) {
+    g_led_tx.set(state);
+}
+void set_led_rx(bool state) {
+    g_led_rx.set(state);
+}
+void led_tx_pulse() {
+    g_led_tx.pulse();
+}
+void led_rx_pulse() {
+    g_led_rx.pulse();
+}
+
+void leds_off() {
+    overwrite_file(g_led_tx.path, "0\n");
+    overwrite_file(g_led_rx.path, "0\n");
+}

@@ -1,0 +1,210 @@
+// When the meter is polled, in which order its data are read, and what is remembered from one pass to the next.
+
+#include <algorithm>
+
+#include "core/files.h"
+#include "core/gateway.h"
+#include "core/text.h"
+#include "drivers/km5/km5.h"
+
+namespace {
+
+constexpr int FirstArchiveLead = 1800;       // the first archive pass comes this much earlier, seconds
+constexpr double HourBorderSeconds = 300.0;  // silence after a probe that met the hour change
+constexpr double HourlyLagLimit = 14400.0;
+constexpr double DailyLagLimit = 86400.0;
+constexpr std::size_t LogCommandBytes = 256;
+constexpr std::size_t TraceCommandBytes = 128;
+
+std::unique_ptr<UniLog> open_log(const std::string& uuid, const char* kind) {
+    return std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs." + uuid + "." + kind, "");
+}
+
+}  // namespace
+
+KM5::KM5(const std::string& meter, bool km56i, bool isATT_mustbe_)
+    : km56i_mode(km56i),
+      isATT_mustbe(isATT_mustbe_),
+      messages_log(open_log(meter, "messages.txt")),
+      debug_log(open_log(meter, "debug.txt")),
+      general_log(open_log(meter, "general.txt")) {
+    uuid = meter;
+    log_both("KM5 driver creating.");
+    const std::time_t now = gateway().now();
+    check_time_HOUR.fill(now - FirstArchiveLead);
+    check_time_DAY.fill(now - FirstArchiveLead);
+    check_time_MONTH.fill(now);
+    check_time_YEAR.fill(now);
+    check_time_ERROR.fill(now);
+    log_both("Forming driver names for OPC.");
+    for (subsystem = 0; subsystem < MaxSubsystems; ++subsystem) KM5::set_uuid(meter);
+    subsystem = 0;
+    log_both("subsystem_count = ", subsystem_count);
+}
+
+void KM5::set_uuid(const std::string& meter) {
+    uuid = meter;
+    enter_state("Set uuid");
+    const auto raise = [this](std::time_t& last, const char* name) {
+        last = std::max(last, last_record_time(name, subsystem + 1, "tc_archives"));
+    };
+    for (const char* name : daily_integrals) raise(last_request(ArchiveDaily), name);
+    for (const char* name : hourly_integrals) raise(last_request(ArchiveHourly), name);
+    raise(last_request(ArchiveErrors), EventArchive);
+    log_line(general_log.get(), "last_request_HOUR[", subsystem, "] = ", last_request(ArchiveHourly));
+    log_line(general_log.get(), "last_request_DAY[", subsystem, "] = ", last_request(ArchiveDaily));
+    log_line(general_log.get(), "last_request_ERROR[", subsystem, "] = ", last_request(ArchiveErrors));
+}
+
+void KM5::set_tty(int fd) {
+    log_both("KM5::set_tty, tty_fd = ", fd);
+    tty_fd = fd;
+}
+
+int KM5::served_subsystems() {
+    if (subsystem_count <= MaxSubsystems) return subsystem_count;
+    if (!told_of_extra_systems) {
+        log_line(general_log.get(), "More than three systems configured: ", subsystem_count,
+                 ", only the first three are read.");
+        told_of_extra_systems = true;
+    }
+    return MaxSubsystems;
+}
+
+bool KM5::is_all_archives_ok() {
+    const bool result = std::all_of(archives_ok.begin(), archives_ok.begin() + served_subsystems(),
+                                    [](bool caught_up) { return caught_up; });
+    log_both("KM5::is_all_archives_ok, fResult = ", result ? "true" : "false");
+    return result;
+}
+
+bool KM5::is_update_due() {
+    if (std::difftime(gateway().now(), last_update_time) < get_update_interval()) {
+        if (!check_force_update(0)) return false;
+        log_line(messages_log.get(), "Force update!");
+        return true;
+    }
+    if (get_netaddr_from_config() == -1) return false;
+    log_line(messages_log.get(), "Time of hour border.");
+    log_line(messages_log.get(), "currentTime = ", gateway().now(), ", timeOfHourBorder = ", timeOfHourBorder);
+    if (std::difftime(gateway().now(), timeOfHourBorder) < HourBorderSeconds) {
+        log_line(messages_log.get(), "Return false");
+        return false;
+    }
+
+    KM5_request req;
+    init_request(req);
+    req.cmd = CmdCurrent;
+    if (!request(req, false)) return false;
+    std::tm clock{};
+    take_date_block(req, clock);
+    log_line(messages_log.get(), "HeatMeter datetime => ", clock.tm_mday, ".", clock.tm_mon + 1, ".",
+             clock.tm_year + 1900, " ", clock.tm_hour, ":", clock.tm_min, ":", clock.tm_sec);
+    if (clock.tm_min >= 1 && clock.tm_min <= 56) {
+        last_update_time = gateway().now();
+        return true;
+    }
+    timeOfHourBorder = gateway().now();
+    return false;
+}
+
+void KM5::run_main() {
+    log_line(general_log.get(), "START: RUN_MAIN");
+    if (km56i_mode) {
+        enter_state("run main km56i");
+        log_line(messages_log.get(), "Start main function, km5-6i");
+        const int count = served_subsystems();
+        for (int s = 0; s < count; ++s) {
+            log_line(general_log.get(), "START ", s, "subsystem read");
+            subsystem = s;
+            log_line(messages_log.get(), "Set subsystem = ", s);
+            read_pass();
+            log_line(general_log.get(), "END ", s, "subsystem read");
+        }
+    } else {
+        enter_state("run main");
+        log_line(messages_log.get(), "Start main function");
+        subsystem = 0;
+        read_pass();
+    }
+    log_line(general_log.get(), "END: RUN_MAIN");
+}
+
+void KM5::read_pass() {
+    publish_item("_DriverStatus", int{StatusIterationBegun});
+    if (get_netaddr_from_config() == -1) {
+        log_line(messages_log.get(), "Get all commands and has description: failure.");
+        publish_item("_DriverStatus", int{StatusIterationOver});
+        return;
+    }
+    get_all_current_values();
+    log_line(messages_log.get(), "Get all commands and has description: success.");
+    enter_state("Flush instant data");
+    flush_instant_data();
+    enter_state("End flush instant data");
+
+    if (need_update_archives(ArchiveHourly)) {
+        log_line(general_log.get(), "Need update hourly DB");
+        get_archives(ArchiveHourly);
+    }
+    if (need_update_archives(ArchiveDaily)) {
+        log_line(general_log.get(), "Need update daily DB");
+        get_archives(ArchiveDaily);
+    }
+    compare_archive_times();
+    publish_item("_DriverStatus", int{StatusIterationOver});
+}
+
+void KM5::compare_archive_times() {
+    const std::time_t hour = last_request(ArchiveHourly);
+    const std::time_t day = last_request(ArchiveDaily);
+    log_line(messages_log.get(), "Comapare archive times for regularing EXTDS");
+    log_line(messages_log.get(), "param_MDateTime = ", param_MDateTime);
+    log_line(messages_log.get(), "last Hour request for ", subsystem, " subsystem = ", hour);
+    log_line(messages_log.get(), "last Day request for ", subsystem, " subsystem = ", day);
+    // Lopsided on purpose: strict for the hour, not strict for the day.
+    const bool behind =
+        std::difftime(param_MDateTime, hour) > HourlyLagLimit || std::difftime(param_MDateTime, day) >= DailyLagLimit;
+    if (behind) log_line(messages_log.get(), "Difftime very large. Need stop EXTDS");
+    archives_ok[static_cast<std::size_t>(subsystem)] = !behind;
+    const char* const text = behind ? "Archives are not OK. Stop EXTDS" : "Archives are OK. Start EXTDS";
+    log_line(general_log.get(), text);
+    log_both(text);
+}
+
+bool KM5::time_check(double period, std::time_t& stamp, bool update) {
+    const std::time_t now = gateway().now();
+    if (std::difftime(now, stamp) <= period) return false;
+    if (update) stamp = now;
+    return true;
+}
+
+bool KM5::need_update_error_archives() {
+    log_line(messages_log.get(), "Need update error archives");
+    return time_check(3600.0, check_time(ArchiveErrors), false);
+}
+
+bool KM5::need_update_current() {
+    const bool due = time_check(10.0, check_time_current, true);
+    log_line(messages_log.get(), "Need update current values? ", due ? "Yes" : "No");
+    return due;
+}
+
+bool KM5::need_update_info() {
+    if (version == -1.0F || model == -1) check_time_info = 0;
+    const bool due = time_check(3600.0, check_time_info, true);
+    log_line(messages_log.get(), "Need update info? ", due ? "Yes" : "No");
+    return due;
+}
+
+void KM5::km5log(const std::string& text) {
+    const std::string line = std::to_string(gateway().now()) + " : " + text + "\n";
+    const std::string path = operand_in_command(LogCommandBytes, "echo '" + line + "' >> ", "/mnt/storage/km5log");
+    if (!path.empty()) append_file(path, line + "\n");
+}
+
+void KM5::km5trace(const std::string& text, int number) {
+    const std::string line = text + " " + std::to_string(number) + ": " + std::to_string(gateway().now()) + "\n";
+    const std::string path = operand_in_command(TraceCommandBytes, " echo '" + line + "' >> ", "/tmp/log");
+    if (!path.empty()) append_file(path, line + "\n");
+}

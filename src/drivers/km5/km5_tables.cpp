@@ -1,0 +1,315 @@
+#include "drivers/km5/km5_tables.h"
+
+#include <algorithm>
+
+// clang-format off
+const std::array<KM5_model_table, 7> KM5_PARAMS = {{
+    {1, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  false, "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  false, "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, true,  "IV1", 1},
+        {12, false, "IV2", 1},
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+    {2, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  false, "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  false, "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, true,  "IV1", 1},
+        {12, true,  "IV2", 1},
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+    {3, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  true,  "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  true,  "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, true,  "IV1", 1},
+        {12, true,  "IV3", 1},  // the second volume total of this model goes to the third file
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+    {4, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  true,  "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  true,  "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, true,  "IV1", 1},
+        {12, true,  "IV2", 1},
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+    {5, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  false, "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  true,  "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, true,  "IV1", 1},
+        {12, true,  "IV2", 1},
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+    {6, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  false, "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  false, "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, false, "IV1", 1},
+        {12, false, "IV2", 1},
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+    {7, {{
+        // id enabled name  integrating
+        {1,  false, "ta",  0},
+        {2,  true,  "P1",  0},
+        {3,  true,  "P2",  0},
+        {4,  false, "P3",  0},
+        {5,  true,  "T1",  0},
+        {6,  true,  "T2",  0},
+        {7,  true,  "T3",  0},
+        {8,  true,  "IM1", 1},
+        {9,  true,  "IM2", 1},
+        {10, false, "Vi",  1},
+        {11, true,  "IV1", 1},
+        {12, true,  "IV2", 1},
+        {13, true,  "IQ",  1},
+        {14, true,  "IT",  1},
+    }}},
+}};
+
+// Tp replaces what another page of the same pass has written as IT1; that is wanted.
+const std::array<KM5_name, 34> opc_moment_names = {{
+    {"dP", "dP"},
+    {"IE1", "IE1"},
+    {"IM1", "IM1"},
+    {"IM2", "IM2"},
+    {"IM3", "IM3"},
+    {"IM4", "IM4"},
+    {"IM5", "IM5"},
+    {"Q1", "Q1"},
+    {"Q2", "Q2"},
+    {"Q3", "Q3"},
+    {"Q4", "Q4"},
+    {"Q5", "Q5"},
+    {"IT1", "IT1"},
+    {"M1", "M1"},
+    {"M2", "M2"},
+    {"M3", "M3"},
+    {"M4", "M4"},
+    {"M5", "M5"},
+    {"P1", "P1"},
+    {"P2", "P2"},
+    {"P3", "P3"},
+    {"P4", "P4"},
+    {"P5", "P5"},
+    {"IQ1", "IQ1"},
+    {"IQ2", "IQ2"},
+    {"IQ3", "IQ3"},
+    {"IQ4", "IQ4"},
+    {"IQ5", "IQ5"},
+    {"T1", "T1"},
+    {"T2", "T2"},
+    {"T3", "T3"},
+    {"T4", "T4"},
+    {"T5", "T5"},
+    {"Tp", "IT1"},
+}};
+
+const std::array<KM5_name, 15> opc_hourly_names = {{
+    {"P1",  "A17"},
+    {"P2",  "A18"},
+    {"P3",  "A19"},
+    {"T1",  "A20"},
+    {"T2",  "A21"},
+    {"T3",  "A22"},
+    {"IM1", "A12"},
+    {"IM2", "A14"},
+    {"IM3", "A16"},
+    {"IQ",  "A1"},
+    {"IV1", "A6"},
+    {"IV2", "A8"},
+    {"IV3", "A10"},
+    {"IT",  "A4"},
+    {"ER",  "A28"},
+}};
+
+const std::array<KM5_name, 15> opc_daily_names = {{
+    {"P1",  "A45"},
+    {"P2",  "A46"},
+    {"P3",  "A47"},
+    {"T1",  "A48"},
+    {"T2",  "A49"},
+    {"T3",  "A50"},
+    {"IM1", "A40"},
+    {"IM2", "A42"},
+    {"IM3", "A44"},
+    {"IQ",  "A29"},
+    {"IV1", "A34"},
+    {"IV2", "A36"},
+    {"IV3", "A38"},
+    {"IT",  "A32"},
+    {"ER",  "A56"},
+}};
+
+const std::array<const char*, 8> hourly_integrals = {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"};
+const std::array<const char*, 5> daily_integrals = {"A29", "A32", "A34", "A40", "A42"};
+
+namespace {
+
+using Row = KM5_page_value;
+
+// A version is held in single precision, so firmware 2.10 is below the gate of 2.1; it stays without the last page.
+constexpr KM5_page_value PageValues[] = {
+    // cmd  page from  position      name             condition
+    {0x2C, 1, 0.0,  5,            "IE1",            Row::Always},
+    {0x2C, 2, 0.0,  5,            "IM1",            Row::Always},
+    {0x2C, 3, 0.0,  5,            "IM2",            Row::Always},
+    {0x2C, 4, 0.0,  5,            "IT1",            Row::Always},
+    {0x2C, 5, 0.0,  5,            "Q1",             Row::Always},
+    {0x2C, 5, 1.58, 9,            "M1",             Row::Always},
+    {0x2C, 5, 1.58, 13,           "P1",             Row::Always},
+    {0x2C, 5, 1.58, 17,           "P3",             Row::Gvs},
+    {0x2C, 5, 1.58, 17,           "P2",             Row::NotGvs},
+    {0x2C, 5, 1.58, 21,           "T1",             Row::Always},
+    {0x2C, 5, 1.58, 25,           "T3",             Row::Gvs},
+    {0x2C, 5, 1.58, 25,           "T2",             Row::NotGvs},
+    {0x2C, 5, 1.58, ConstantOne,  "GVSConversion",  Row::Gvs},
+    {0x2C, 6, 0.0,  5,            "M1",             Row::Always},
+    {0x2C, 7, 1.59, 5,            "Q2",             Row::Always},
+    {0x2C, 7, 1.59, 9,            "M2",             Row::Always},
+    {0x2C, 7, 1.59, 13,           "Q4",             Row::Always},
+    {0x2C, 7, 1.59, 17,           "M4",             Row::Always},
+    {0x2C, 7, 1.59, 21,           "T5",             Row::Always},
+    {0x2C, 7, 1.59, 25,           "T4",             Row::Always},
+    {0x2C, 8, 1.86, 9,            "M5",             Row::Always},
+    {0x7B, 0, 1.59, 5,            "M1",             Row::Always},
+    {0x7B, 0, 1.59, 9,            "M2",             Row::Always},
+    {0x7B, 0, 1.59, 13,           "M4",             Row::Always},
+    {0x7B, 0, 1.59, 17,           "T1",             Row::Always},
+    {0x7B, 0, 1.59, 21,           "T3",             Row::Gvs},
+    {0x7B, 0, 1.59, 21,           "T2",             Row::NotGvs},
+    {0x7B, 0, 1.59, 25,           "T2",             Row::Gvs},
+    {0x7B, 0, 1.59, 25,           "T3",             Row::NotGvs},
+    {0x7B, 0, 1.59, ConstantOne,  "GVSConversion",  Row::Gvs},
+    {0x7B, 0, 1.59, 29,           "Ta",             Row::Always},
+    {0x7B, 0, 1.59, 33,           "P1",             Row::Always},
+    {0x7B, 0, 1.59, 37,           "P3",             Row::Gvs},
+    {0x7B, 0, 1.59, 37,           "P2",             Row::NotGvs},
+    {0x7B, 0, 1.59, 41,           "P4",             Row::Always},
+    {0x7B, 0, 1.59, 49,           "T4",             Row::Always},
+    {0x7B, 0, 1.59, 53,           "T5",             Row::Always},
+    {0x7B, 0, 1.59, 61,           "IE2",            Row::Always},
+    {0x7B, 0, 1.59, 65,           "T6",             Row::Always},
+    {0x5F, 0, 2.1,  13,           "IM1",            Row::Always},
+    {0x5F, 0, 2.1,  17,           "IM3",            Row::Model3},
+    {0x5F, 0, 2.1,  17,           "IM2",            Row::NotModel3},
+    {0x5F, 0, 2.1,  21,           "IE4",            Row::Model5or6},
+    {0x5F, 0, 2.1,  21,           "Vi",             Row::NotModel5or6},
+    {0x5F, 0, 2.1,  25,           "IM4",            Row::Model6},
+    {0x5F, 0, 2.1,  25,           "IQ1",            Row::NotModel6},
+    {0x5F, 0, 2.1,  29,           "IM5",            Row::Model6},
+    {0x5F, 0, 2.1,  29,           "IQ2",            Row::NotModel6},
+    {0x5F, 0, 2.1,  33,           "IE1",            Row::Always},
+    {0x5F, 0, 2.1,  37,           "Tp",             Row::Always},
+};
+
+}  // namespace
+// clang-format on
+
+std::span<const KM5_page_value> page_values() {
+    return PageValues;
+}
+
+bool condition_holds(KM5_page_value::Condition when, int model, bool gvs) {
+    switch (when) {
+        case KM5_page_value::Gvs:
+            return gvs;
+        case KM5_page_value::NotGvs:
+            return !gvs;
+        case KM5_page_value::Model3:
+            return model == 3;
+        case KM5_page_value::NotModel3:
+            return model != 3;
+        case KM5_page_value::Model5or6:
+            return model == 5 || model == 6;
+        case KM5_page_value::NotModel5or6:
+            return model != 5 && model != 6;
+        case KM5_page_value::Model6:
+            return model == 6;
+        case KM5_page_value::NotModel6:
+            return model != 6;
+        default:
+            return true;
+    }
+}
+
+const KM5_model_table* find_model_table(int model) {
+    const auto row = std::find_if(KM5_PARAMS.begin(), KM5_PARAMS.end(),
+                                  [model](const KM5_model_table& table) { return table.model == model; });
+    return row != KM5_PARAMS.end() ? &*row : nullptr;
+}
+
+std::string opc_name(std::span<const KM5_name> names, const std::string& name) {
+    const auto row =
+        std::find_if(names.begin(), names.end(), [&name](const KM5_name& entry) { return name == entry.driver_name; });
+    return row != names.end() ? row->opc_name : name;
+}
+
+std::string model_name(bool km56i_mode, bool isATT, int model) {
+    if (km56i_mode) return model == 7 ? "KM5-6и" : "-1";
+    if (isATT) return "AT-T-" + std::to_string(model >= 1 && model <= 7 ? model : 0);
+    return model >= 1 && model <= 6 ? "KM5-" + std::to_string(model) : "-1";
+}
+
+const char* archive_type_name(int type) {
+    constexpr std::array<const char*, 5> Names = {"Hourly", "Daily", "Monthly", "Yearly", "Errors_db"};
+    return type >= 0 && type < static_cast<int>(Names.size()) ? Names[static_cast<std::size_t>(type)] : Names[0];
+}
