@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <optional>
 
+#include <json/value.h>
+
 #include "config/http_client.h"
 #include "config/json_rpc.h"
 #include "core/gateway.h"

@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <string>
 
-#include <json/value.h>
+namespace Json {
+class Value;
+}
 
 class HCDBaseDriver;
 

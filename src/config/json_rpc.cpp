@@ -1,6 +1,7 @@
 #include "config/json_rpc.h"
 
 #include <json/reader.h>
+#include <json/value.h>
 #include <json/writer.h>
 
 // The services of the gateway know the output of this writer and the tolerance of this reader; jsoncpp would rather

@@ -3,7 +3,9 @@
 
 #include <string>
 
-#include <json/value.h>
+namespace Json {
+class Value;
+}
 
 /// A JSON-RPC 2.0 request as one line of text.
 std::string json_rpc_request(int id, const std::string& method, const Json::Value& params);

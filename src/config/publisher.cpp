@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include <json/value.h>
+
 #include "config/http_client.h"
 #include "config/json_rpc.h"
 #include "core/files.h"

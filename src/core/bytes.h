@@ -30,6 +30,13 @@ constexpr float le_float(Bytes bytes, std::size_t at) {
     return std::bit_cast<float>(le_u32(bytes, at));
 }
 
+/// Plain 8-bit sum, modulo 256; 0 over nothing.
+constexpr std::uint8_t byte_sum(Bytes bytes) {
+    unsigned sum = 0;
+    for (const std::uint8_t byte : bytes) sum += byte;
+    return static_cast<std::uint8_t>(sum);
+}
+
 /// Packed BCD: high nibble times 10 plus low nibble. Nibbles above 9 are not refused.
 constexpr int bcd_to_int(std::uint8_t bcd) {
     return (bcd >> 4) * 10 + (bcd & 0x0F);

@@ -97,8 +97,8 @@ class KM5 final : public HCDBaseDriver {
     bool isATT = false;
     bool km56i_mode;
     bool has_description = false;
-    bool Connected = false;
-    int subsystem = 0;  ///< at work, 0..2
+    bool Connected = false;  ///< outcome of the last pack; the item of that name is published apart
+    int subsystem = 0;       ///< at work, 0..2
     std::array<std::uint8_t, 4> netaddr{};
     std::array<int, MaxSubsystems> TSMode{-1, -1, -1};
     std::time_t param_MDateTime = 0;  ///< the meter's clock when last read

@@ -10,11 +10,10 @@
 namespace {
 
 constexpr int MaxRetries = 20;
-constexpr double SecondsOfHour = 3600.0;
 constexpr int HourSeconds = 3600;
 constexpr int DaySeconds = 86400;
 constexpr int FirstValuePosition = 13;  // of the fourteen floats in a record
-constexpr std::uint8_t TurnedFlag = 0x80;
+constexpr std::uint8_t NoFirstRecordFlag = 0x80;
 
 /// How long after the last look the next one is due, seconds. A daily record is looked for every hour, too.
 double update_period(int type) {
@@ -24,7 +23,7 @@ double update_period(int type) {
         case ArchiveYearly:
             return 31104000.0;
         default:
-            return SecondsOfHour;
+            return HourSeconds;
     }
 }
 
@@ -147,7 +146,7 @@ int KM5::get_record_count(int type) {
 
 void KM5::write_first_record_marker(std::uint8_t flags) {
     overwrite_file(archive_path(uuid, subsystem + 1, "tc_archives", "_EXISTS_FIRST_RECORD"),
-                   (flags & TurnedFlag) != 0 ? "0" : "1");
+                   (flags & NoFirstRecordFlag) != 0 ? "0" : "1");
 }
 
 int KM5::get_string_by_date(int type, int day, int tm_mon, int tm_year, int hour) {
@@ -192,9 +191,8 @@ bool KM5::read_indexed(KM5_request& req, std::uint8_t cmd, int type, int idx) {
 }
 
 bool KM5::is_from_the_future(int type, std::time_t rec_time) const {
-    const std::time_t now = gateway().now();
-    return (type == ArchiveDaily && rec_time > now + DaySeconds) ||
-           (type == ArchiveHourly && rec_time > now + HourSeconds);
+    const double ahead = std::difftime(rec_time, gateway().now());
+    return (type == ArchiveDaily && ahead > DaySeconds) || (type == ArchiveHourly && ahead > HourSeconds);
 }
 
 bool KM5::get_archives(int type) {

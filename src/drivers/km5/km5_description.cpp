@@ -1,8 +1,5 @@
 // Who the meter is: model, firmware, flow limits.
 
-#include <algorithm>
-#include <string_view>
-
 #include "core/text.h"
 #include "drivers/km5/km5.h"
 
@@ -42,10 +39,10 @@ bool KM5::getModel() {
     req.cmd = CmdVersion;
     const bool ok = request(req, false);
     answer_bytes(8, 11, model_type.data(), req);
-    log_both("raw model_type: ", as_text(model_type));
+    const std::string letters = as_text(model_type);
+    log_both("raw model_type: ", letters);
     if (!ok) return false;
 
-    const std::string letters(model_type.begin(), model_type.end());
     if (letters == "KM5I") {
         km56i_mode = true;
         model = 7;

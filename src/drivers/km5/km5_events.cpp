@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr int FutureSeconds = 3600;
+constexpr double FutureSeconds = 3600.0;
 constexpr std::uint8_t StateBit = 0x80;
 constexpr int QualityStateClear = 0;
 
@@ -44,7 +44,7 @@ bool KM5::get_error_archives() {
         take_date_block(req, tm);
         tm.tm_isdst = -1;
         const std::time_t rec_time = make_time(tm);
-        if (rec_time > last && rec_time <= gateway().now() + FutureSeconds) store_event(req, tm);
+        if (rec_time > last && std::difftime(rec_time, gateway().now()) <= FutureSeconds) store_event(req, tm);
         clear_values();
     }
 

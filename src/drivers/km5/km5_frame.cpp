@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstring>
 #include <numeric>
 #include <string_view>
 
@@ -17,11 +16,7 @@ std::uint8_t exclusive_or(Bytes bytes) {
                            [](std::uint8_t sum, std::uint8_t byte) { return static_cast<std::uint8_t>(sum ^ byte); });
 }
 
-std::uint8_t byte_sum(Bytes bytes) {
-    return static_cast<std::uint8_t>(std::accumulate(bytes.begin(), bytes.end(), 0U));
-}
-
-/// An answer of less than two bytes has its check bytes looked for in the end of the frame that was sent.
+/// An answer of no bytes has its check bytes looked for in the end of the frame that was sent.
 std::uint8_t received(const KM5_request& request, int position) {
     return position < 0 ? request.send_buf[request.send_buf.size() - static_cast<std::size_t>(-position)]
                         : u8_at(request.recv_buf, static_cast<std::size_t>(position));
@@ -50,7 +45,10 @@ void build_frame(KM5_request& request) {
 
 AnswerFault find_fault(const KM5_request& request) {
     const int length = request.RcvLng;
-    const Bytes body = Bytes(request.recv_buf).first(static_cast<std::size_t>(std::clamp(length - 2, 0, 70)));
+    if (length == 1) return AnswerFault::CS1;  // no room for check bytes
+    const Bytes body =
+        Bytes(request.recv_buf)
+            .first(static_cast<std::size_t>(std::clamp(length - 2, 0, static_cast<int>(AnswerBytes) - 2)));
     if (received(request, length - 2) != exclusive_or(body)) return AnswerFault::CS1;
     if (received(request, length - 1) != byte_sum(body)) return AnswerFault::CS2;
     if (request.recv_buf[CommandPosition] != request.cmd) return AnswerFault::Command;
@@ -109,6 +107,6 @@ float parse_version(Bytes text) {
     if (at == text.end() || (std::isdigit(*at) == 0 && *at != '.')) return 0.0F;
     const std::string_view digits(reinterpret_cast<const char*>(&*at), static_cast<std::size_t>(text.end() - at));
     float version = 0.0F;
-    std::from_chars(digits.data(), digits.data() + digits.size(), version);
+    std::from_chars(digits.data(), digits.data() + digits.size(), version, std::chars_format::fixed);
     return negative ? -version : version;
 }
