@@ -1,0 +1,72 @@
+#pragma once
+// A serial line whose one end is a pseudo-terminal, open to any program on this machine, and whose other end are
+// simulated meters. Bytes take the time that they would take on a real line, in real time.
+
+#include <cstdint>
+#include <fstream>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "sim_clock.h"
+#include "sim_line.h"
+#include "sim_meter.h"
+
+namespace sim {
+
+/// A text file of all that is said on the lines, a row for each message: time, line, ">" to the meters or "<" from
+/// them, bytes in hex.
+class LineTrace {
+  public:
+    /// An empty path makes a trace that notes nothing. Throws std::system_error when the file does not open.
+    explicit LineTrace(const std::string& path);
+    void note(const std::string& line, char direction, std::span<const std::uint8_t> bytes);
+
+  private:
+    std::ofstream file_;
+};
+
+class PtyLine {
+  public:
+    /// Opens a pseudo-terminal and makes `link` lead to it, in the place of another symbolic link if there is one.
+    /// Throws std::system_error. `baud` is the speed of the bytes, whatever a program sets the port to.
+    PtyLine(std::string link, unsigned baud, LineTrace& trace);
+    /// Takes the link away, unless somebody has made it lead elsewhere.
+    ~PtyLine();
+    PtyLine(const PtyLine&) = delete;
+    PtyLine& operator=(const PtyLine&) = delete;
+
+    /// The meter is not owned.
+    void connect(SimMeter& meter) { line_.connect(meter); }
+
+    const std::string& link() const { return link_; }
+    const std::string& device() const { return device_; }
+
+    /// Readable when there is something for work() to do.
+    int fd() const { return master_; }
+    /// The moment of real_time() at which work() has something to do even if nothing comes.
+    std::optional<Micros> due() const;
+    /// Hears what has been sent, lets the meters answer a request that has ended, and passes on the bytes of answers
+    /// whose time has come. Never waits.
+    void work();
+
+  private:
+    void open_terminal();
+    void make_link();
+    void listen(Micros now);
+    void ask_meters(Micros now);
+    void pass_on(Micros now);
+
+    std::string link_;
+    std::string device_;
+    LineTrace& trace_;
+    int master_ = -1;
+    int slave_ = -1;  // kept open, so that the line does not hang up between two programs
+    SimLine line_;
+    ByteVector request_;
+    Micros request_begun_ = 0;
+    Micros last_heard_ = 0;
+    ByteVector said_;  // passed on, not in the trace yet
+};
+
+}  // namespace sim

@@ -1,0 +1,404 @@
+// Who the meter is: model, type letters, firmware, flow limits, and what of it is published.
+
+#include <string>
+#include <vector>
+
+#include "support/km5_scene.h"
+
+namespace {
+
+using km5_frames::answer;
+using sim::ByteVector;
+
+/// The identity answer: four address bytes, then the model counted from 0.
+ByteVector identity(std::uint8_t index) {
+    return answer(0, {0x78, 0x56, 0x34, 0x12, index, 0, 0, 0, 0});
+}
+
+/// The version answer: text at 5..8, type letters at 11..14.
+ByteVector version(const std::string& text, const std::string& letters) {
+    ByteVector payload(text.begin(), text.end());
+    payload.resize(6, 0);
+    payload.insert(payload.end(), letters.begin(), letters.end());
+    return answer(9, payload);
+}
+
+class Km5Models : public Km5Bench {
+  protected:
+    Km5Models() {
+        machine.connect(Port, meter);
+        start_driver();
+    }
+
+    bool recognise(std::uint8_t index, const std::string& letters) {
+        meter.say(identity(index)).say(version("2.15", letters));
+        return driver->getModel();
+    }
+    std::string name() const { return model_name(driver->km56i_mode, driver->isATT, driver->model); }
+
+    ScriptedMeter meter;
+};
+
+TEST_F(Km5Models, TheModelIsTheIndexPlusOne) {
+    for (int index = 0; index < 6; ++index) {
+        EXPECT_TRUE(recognise(static_cast<std::uint8_t>(index), "KM51"));
+        EXPECT_EQ(driver->model, index + 1);
+        EXPECT_EQ(name(), "KM5-" + std::to_string(index + 1));
+    }
+    EXPECT_FALSE(driver->km56i_mode);
+    EXPECT_FALSE(driver->isATT);
+}
+
+TEST_F(Km5Models, RecognisingAMeterTakesTwoRequestsAndLeavesConnectedAlone) {
+    EXPECT_TRUE(recognise(1, "KM52"));
+    EXPECT_EQ(asked(requests()), (std::vector<std::vector<int>>{{0, 0}, {9, 0}}));
+    EXPECT_EQ(connected(), "(none)(none)(none)(none)(none)(none)");
+}
+
+TEST_F(Km5Models, TheLettersKM5IMakeAKm56iOfModel7) {
+    EXPECT_TRUE(recognise(2, "KM5I"));
+    EXPECT_TRUE(driver->km56i_mode);
+    EXPECT_EQ(driver->model, 7);
+    EXPECT_EQ(name(), "KM5-6и");
+}
+
+TEST_F(Km5Models, LettersLikeKM5IAreNotEnough) {
+    for (const char* letters : {"KM5i", "km5I", "KM5J", " KM5"}) {
+        EXPECT_TRUE(recognise(2, letters));
+        EXPECT_FALSE(driver->km56i_mode) << letters;
+        EXPECT_EQ(driver->model, 3);
+    }
+}
+
+TEST_F(Km5Models, TheLettersATTMakeAnAttWhateverTheFourth) {
+    EXPECT_TRUE(recognise(1, "ATTx"));
+    EXPECT_TRUE(driver->isATT);
+    EXPECT_EQ(driver->model, 2);
+    EXPECT_EQ(name(), "AT-T-2");
+    EXPECT_EQ(logged("messages", "isATT! "), 1);
+    EXPECT_EQ(logged("debug", "isATT! "), 1);
+}
+
+TEST_F(Km5Models, AnAttStaysOneAlthoughTheLettersChange) {
+    EXPECT_TRUE(recognise(1, "ATT2"));
+    EXPECT_TRUE(recognise(1, "KM52"));
+    EXPECT_TRUE(driver->isATT);
+}
+
+TEST_F(Km5Models, AKm56iIsForgottenWhenTheLettersChange) {
+    EXPECT_TRUE(recognise(0, "KM5I"));
+    EXPECT_TRUE(recognise(0, "KM51"));
+    EXPECT_FALSE(driver->km56i_mode);
+    EXPECT_EQ(driver->model, 1);
+}
+
+TEST_F(Km5Models, Index255IsModel256WhichNobodyKnows) {
+    EXPECT_TRUE(recognise(255, "KM51"));
+    EXPECT_EQ(driver->model, 256);
+    EXPECT_EQ(name(), "-1");
+    EXPECT_EQ(find_model_table(driver->model), nullptr);
+}
+
+TEST_F(Km5Models, Index6WithoutTheLettersIsAModel7WithoutAName) {
+    EXPECT_TRUE(recognise(6, "KM57"));
+    EXPECT_EQ(driver->model, 7);
+    EXPECT_FALSE(driver->km56i_mode);
+    EXPECT_EQ(name(), "-1");
+    EXPECT_NE(find_model_table(driver->model), nullptr);
+}
+
+TEST_F(Km5Models, AnAttOfIndex7IsAModel8WithoutANumber) {
+    EXPECT_TRUE(recognise(7, "ATT8"));
+    EXPECT_EQ(driver->model, 8);
+    EXPECT_EQ(name(), "AT-T-0");
+}
+
+TEST_F(Km5Models, WithoutAnIdentityNothingIsLearned) {
+    EXPECT_TRUE(recognise(3, "KM5I"));
+    EXPECT_FALSE(driver->getModel());
+    EXPECT_EQ(driver->model, 7);
+    EXPECT_TRUE(driver->km56i_mode);
+    EXPECT_EQ(meter.heard.size(), 2U + 21U);
+    EXPECT_EQ(connected(), "(none)(none)(none)(none)(none)(none)");
+}
+
+TEST_F(Km5Models, WithoutLettersTheModelIsKeptAndTheModeIsClear) {
+    EXPECT_TRUE(recognise(3, "KM5I"));
+    meter.say(identity(4));
+    EXPECT_FALSE(driver->getModel());
+    EXPECT_EQ(driver->model, 5);
+    EXPECT_FALSE(driver->km56i_mode);
+}
+
+TEST_F(Km5Models, TheRawLettersAreLoggedWhateverTheOutcome) {
+    recognise(0, "KM51");
+    EXPECT_EQ(logged("messages", "raw model_type: KM51"), 1);
+    EXPECT_EQ(logged("debug", "raw model_type: KM51"), 1);
+    meter.say(identity(4));
+    driver->getModel();
+    EXPECT_EQ(logged_parts("messages", {"raw model_type: "}), 2);
+}
+
+TEST_F(Km5Models, TheModelIsLoggedInBothLogs) {
+    recognise(3, "KM54");
+    for (const char* kind : {"messages", "debug"}) {
+        EXPECT_EQ(logged(kind, "Start getModel"), 1);
+        EXPECT_EQ(logged_parts(kind, {"Model = 4", "EEPROM_MODEL = "}), 1);
+    }
+}
+
+// ---- firmware
+
+TEST_F(Km5Models, TheFirmwareIsTheNumberBehindTheEchoedCommand) {
+    EXPECT_EQ(driver->version, -1.0F);
+    meter.say(version("1.86", "KM51"));
+    EXPECT_TRUE(driver->get_version());
+    EXPECT_EQ(driver->version, 1.86F);
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(logged("messages", "Start get version..."), 1);
+    EXPECT_EQ(logged("messages", "Get version: 1.860000"), 1);
+}
+
+TEST_F(Km5Models, AFirmwareTextWithoutDigitsIsZero) {
+    meter.say(version("v--.", "KM51"));
+    EXPECT_TRUE(driver->get_version());
+    EXPECT_EQ(driver->version, 0.0F);
+}
+
+TEST_F(Km5Models, AFirmwareThatIsNotToldLeavesTheOldOne) {
+    EXPECT_FALSE(driver->get_version());
+    EXPECT_EQ(driver->version, -1.0F);
+    EXPECT_EQ(logged("messages", "Get version: -1.000000, FAIL"), 1);
+    EXPECT_EQ(connected(), "000000");
+}
+
+// ---- EEPROM
+
+TEST_F(Km5Models, AnEepromParameterIsAskedForByNumberAndLength) {
+    meter.say(answer(14, {0x00, 0x00, 0x70, 0x42}));
+    float value = 0.0F;
+    EXPECT_TRUE(driver->read_EEPROM(70, 4, value));
+    EXPECT_EQ(value, 60.0F) << "0x42700000";
+    EXPECT_EQ(meter.heard[0], km5_frames::request(Address, 14, {70, 4}));
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(logged("messages", "Start read EEPROM"), 1);
+}
+
+TEST_F(Km5Models, AFailedReadOfTheEepromLeavesWhatTheAnswerHeld) {
+    ByteVector spoilt = answer(14, {0x00, 0x00, 0x70, 0x42});
+    spoilt.back() ^= 1;
+    meter.say_for_ever(spoilt);
+    float value = 0.0F;
+    EXPECT_FALSE(driver->read_EEPROM(70, 4, value));
+    EXPECT_EQ(value, 60.0F);
+}
+
+// ---- the whole description
+
+class Km5Description : public Km5Bench {
+  protected:
+    bool describe(sim::Km5Meter& meter, const Km5Setup& setup = {}) {
+        machine.connect(Port, meter);
+        start_driver(setup);
+        return driver->get_description();
+    }
+};
+
+TEST_F(Km5Description, ADescriptionIsPublished) {
+    // Parameters 70 and 75 are the maxima, 68 and 73 the minima in percent.
+    sim::Km5Meter meter({.model = 2, .firmware = "2.15", .eeprom = {{70, 60}, {68, 4}, {75, 40}, {73, 5}}});
+    EXPECT_TRUE(describe(meter));
+    EXPECT_EQ(item("MeterModel"), "KM5-2");
+    EXPECT_EQ(item("Firmware"), "2.150000");
+    EXPECT_EQ(item("M1max"), "60.000000");
+    EXPECT_EQ(item("M1min"), "2.400000");
+    EXPECT_EQ(item("M2max"), "40.000000");
+    EXPECT_EQ(item("M2min"), "2.000000");
+    EXPECT_EQ(item("SerialNumber"), "12345678");
+    EXPECT_EQ(item("PortNum"), "1.000000");
+    EXPECT_EQ(item("PortType"), "RS-485");
+    EXPECT_EQ(item("Parity"), "2");
+    EXPECT_EQ(item("NumStopBits"), "1");
+    EXPECT_EQ(item("NumDataBits"), "8");
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_TRUE(driver->has_description);
+    EXPECT_FALSE(driver->need_init());
+    EXPECT_EQ(state(), "get description");
+    EXPECT_EQ(logged("messages", "Start get description."), 1);
+    EXPECT_EQ(logged("messages", "isATT_mustbe = no, isATT = no"), 1);
+    EXPECT_EQ(logged("messages", "KM5 model: 2"), 1);
+    EXPECT_EQ(logged("messages", "KM5 version: 2.150000"), 1);
+}
+
+TEST_F(Km5Description, ADescriptionAsksInItsOrder) {
+    sim::Km5Meter meter({.model = 2});
+    describe(meter);
+    EXPECT_EQ(asked(requests(), 2),
+              (std::vector<std::vector<int>>{
+                  {0, 0, 0}, {9, 0, 0}, {9, 0, 0}, {14, 70, 4}, {14, 68, 4}, {14, 75, 4}, {14, 73, 4}}));
+}
+
+TEST_F(Km5Description, FirmwareIsPublishedAsASinglePrecisionNumberWidened) {
+    sim::Km5Meter meter({.firmware = "1.5e"});
+    describe(meter);
+    EXPECT_EQ(item("Firmware"), "1.500000");
+}
+
+TEST_F(Km5Description, AMinimumIsMultipliedBeforeItIsDivided) {
+    // In single precision 4.7 * 33.3 / 100 is 1.5651000, and 4.7 / 100 * 33.3 is 1.5650999.
+    const float maximum = 33.3F;
+    const float percent = 4.7F;
+    const float product = percent * maximum;
+    sim::Km5Meter meter({.eeprom = {{70, maximum}, {68, percent}, {75, 3e38F}, {73, 2}}});
+    describe(meter);
+    EXPECT_FLOAT_EQ(std::stof(item("M1min")), product / 100.0F);
+    EXPECT_EQ(item("M2min"), "inf") << "the product is beyond single precision, the minimum would not be";
+}
+
+TEST_F(Km5Description, EachSubsystemOfAKm56iHasItsOwnLimits) {
+    sim::Km5Meter meter({.serial = 12345678,
+                         .km56i = true,
+                         .subsystems = 3,
+                         .eeprom = {{114, 100}, {108, 1}, {115, 200}, {109, 2}, {116, 300}, {110, 3},
+                                    {117, 400}, {111, 4}, {118, 500}, {112, 5}, {119, 600}, {113, 6}}});
+    EXPECT_TRUE(describe(meter, {.km56i = true, .systems = {"heat", "gvs", "heat"}}));
+    const char* const wanted[3][4] = {{"100.000000", "1.000000", "200.000000", "4.000000"},
+                                      {"300.000000", "9.000000", "400.000000", "16.000000"},
+                                      {"500.000000", "25.000000", "600.000000", "36.000000"}};
+    for (int n = 1; n <= 3; ++n) {
+        EXPECT_EQ(item("M1max", n), wanted[n - 1][0]);
+        EXPECT_EQ(item("M1min", n), wanted[n - 1][1]);
+        EXPECT_EQ(item("M2max", n), wanted[n - 1][2]);
+        EXPECT_EQ(item("M2min", n), wanted[n - 1][3]);
+        EXPECT_EQ(item("MeterModel", n), "KM5-6и");
+        EXPECT_EQ(item("SerialNumber", n), "12345678");
+    }
+    EXPECT_EQ(asked(requests(), 1).at(3), (std::vector<int>{14, 114}));
+}
+
+TEST_F(Km5Description, ALimitThatCannotBeReadIsZero) {
+    sim::Km5Meter meter({.eeprom = {{70, 60}, {68, 4}, {75, 40}, {73, 5}}});
+    meter.misbehave_next(21, sim::km5_silence().on(14, 70));
+    meter.misbehave_next(11, sim::km5_error().on(14, 73));
+    EXPECT_TRUE(describe(meter));
+    EXPECT_EQ(item("M1max"), "0.000000");
+    EXPECT_EQ(item("M1min"), "0.000000") << "4 percent of nothing";
+    EXPECT_EQ(item("M2max"), "40.000000");
+    EXPECT_EQ(item("M2min"), "0.000000");
+}
+
+TEST_F(Km5Description, AnAttIsServedWhereOneIsWanted) {
+    sim::Km5Meter meter({.model = 3, .att = true});
+    EXPECT_TRUE(describe(meter, {.isATT_mustbe = true}));
+    EXPECT_EQ(item("MeterModel"), "AT-T-3");
+    EXPECT_EQ(logged("messages", "model is AT-T-3"), 1);
+    EXPECT_EQ(logged("messages", "isATT_mustbe = yes, isATT = yes"), 1);
+}
+
+TEST_F(Km5Description, AnAttIsRefusedWhereAKm5IsWanted) {
+    sim::Km5Meter meter({.att = true});
+    EXPECT_FALSE(describe(meter));
+    EXPECT_EQ(connected(), "000000");
+    EXPECT_EQ(item("MeterModel"), "(none)");
+    EXPECT_FALSE(driver->has_description);
+    EXPECT_EQ(requests().size(), 2U) << "at once";
+    EXPECT_EQ(logged("messages", "isATT_mustbe = no, isATT = yes"), 1);
+}
+
+TEST_F(Km5Description, AKm5IsRefusedWhereAnAttIsWanted) {
+    sim::Km5Meter meter;
+    EXPECT_FALSE(describe(meter, {.isATT_mustbe = true}));
+    EXPECT_EQ(connected(), "000000");
+    EXPECT_EQ(item("MeterModel"), "(none)");
+    EXPECT_EQ(requests().size(), 2U);
+}
+
+TEST_F(Km5Description, ARefusalLeavesAnEarlierDescriptionStanding) {
+    sim::Km5Meter meter;
+    EXPECT_TRUE(describe(meter));
+    meter.set_type(true, false);
+    EXPECT_FALSE(driver->get_description());
+    EXPECT_TRUE(driver->has_description);
+}
+
+TEST_F(Km5Description, AMeterWhoseModelIsUnknownIsNotDescribed) {
+    sim::Km5Meter meter({.firmware = "2.15"});
+    meter.misbehave_next(21, sim::km5_silence().on(0));
+    EXPECT_FALSE(describe(meter));
+    EXPECT_EQ(item("MeterModel"), "(none)");
+    EXPECT_EQ(item("Firmware"), "2.150000") << "what was told is published all the same";
+    EXPECT_EQ(item("SerialNumber"), "12345678");
+    EXPECT_EQ(logged("messages", "ERROR: KM5 model: unknown!"), 1);
+    EXPECT_EQ(logged("messages", "KM5 version: 2.150000"), 1);
+    EXPECT_FALSE(driver->has_description);
+    EXPECT_TRUE(driver->need_init());
+}
+
+TEST_F(Km5Description, AMeterWhoseFirmwareIsUnknownIsNotDescribed) {
+    sim::Km5Meter meter({.model = 4});
+    meter.misbehave_next(1, sim::km5_good().on(9));  // the type letters
+    meter.misbehave_next(21, sim::km5_silence().on(9));
+    EXPECT_FALSE(describe(meter));
+    EXPECT_EQ(item("MeterModel"), "KM5-4");
+    EXPECT_EQ(item("Firmware"), "(none)");
+    EXPECT_EQ(item("M1max"), "(none)");
+    EXPECT_EQ(item("SerialNumber"), "(none)");
+    EXPECT_EQ(logged("messages", "KM5 model: 4"), 1);
+    EXPECT_EQ(logged("messages", "ERROR: KM5 version: unknown!"), 1);
+}
+
+TEST_F(Km5Description, ASilentMeterRunsOutOfAllAttempts) {
+    sim::Km5Meter meter;
+    meter.misbehave_each(1, sim::km5_silence());
+    EXPECT_FALSE(describe(meter));
+    EXPECT_EQ(requests().size(), 6U * 21) << "identity, firmware, four parameters";
+    EXPECT_EQ(connected(), "000000");
+}
+
+TEST_F(Km5Description, TheLastSubsystemDecidesWhetherThereIsADescription) {
+    sim::Km5Meter meter({.serial = 12345678, .km56i = true, .subsystems = 2});
+    meter.misbehave_next(1, sim::km5_good().on(9));
+    meter.misbehave_next(21, sim::km5_silence().on(9));  // the firmware of the first
+    EXPECT_TRUE(describe(meter, {.km56i = true, .systems = {"heat", "heat"}}));
+    EXPECT_EQ(item("Firmware", 1), "(none)");
+    EXPECT_EQ(item("Firmware", 2), "2.150000");
+    EXPECT_TRUE(driver->has_description);
+}
+
+TEST_F(Km5Description, WithoutSystemsThereIsNoDescription) {
+    sim::Km5Meter meter;
+    EXPECT_FALSE(describe(meter, {.systems = {}}));
+    EXPECT_TRUE(requests().empty());
+    EXPECT_FALSE(driver->has_description);
+}
+
+TEST_F(Km5Description, WithoutASerialNumberTheMeterIsNotAsked) {
+    sim::Km5Meter meter;
+    EXPECT_FALSE(describe(meter, {.serial = 0}));
+    EXPECT_TRUE(requests().empty());
+    EXPECT_FALSE(driver->has_description);
+}
+
+TEST_F(Km5Description, ALongSerialNumberIsCutToNineCharacters) {
+    sim::Km5Meter meter({.serial = 34567890});
+    describe(meter, {.serial = 1234567890});
+    EXPECT_EQ(item("SerialNumber"), "123456789");
+}
+
+TEST_F(Km5Description, ASerialNumberBeyondThirtyOneBitsIsPublishedAsNegative) {
+    sim::Km5Meter meter({.serial = 94967295});
+    describe(meter, {.serial = 4294967295U});
+    EXPECT_EQ(item("SerialNumber"), "-1");
+}
+
+TEST_F(Km5Description, DoInitIsTheDescription) {
+    sim::Km5Meter meter;
+    machine.connect(Port, meter);
+    start_driver();
+    EXPECT_TRUE(driver->need_init());
+    driver->do_init();
+    EXPECT_FALSE(driver->need_init());
+    EXPECT_EQ(item("MeterModel"), "KM5-1");
+}
+
+}  // namespace

@@ -1,0 +1,343 @@
+// One request of a KM5 driver: address, exchange, checks, retries, against a meter that plays a list of answers.
+
+#include <string>
+#include <vector>
+
+#include "driver/line_settings.h"
+#include "support/km5_scene.h"
+
+namespace {
+
+using km5_frames::answer;
+using km5_frames::with_sums;
+using sim::ByteVector;
+
+class Km5Requests : public Km5Bench {
+  protected:
+    Km5Requests() {
+        machine.connect(Port, meter);
+        start_driver();
+    }
+
+    bool ask(std::uint8_t cmd, bool publish = true) {
+        init_request(req);
+        req.cmd = cmd;
+        return driver->request(req, publish);
+    }
+
+    static ByteVector spoilt(ByteVector bytes, std::size_t at) {
+        bytes[at] ^= 0x01;
+        return bytes;
+    }
+
+    ScriptedMeter meter;
+    KM5_request req;
+    const ByteVector good = answer(8, {1, 2, 3, 4, 5, 6, 7});
+    const ByteVector error = answer(0xF0);
+    const ByteVector bad = spoilt(good, good.size() - 1);
+};
+
+TEST_F(Km5Requests, ARequestIsSixteenBytesOnTheLine) {
+    meter.say(good);
+    ASSERT_TRUE(ask(8));
+    // 78^56^34^12 = 08, ^08 = 00; 78+56+34+12+08 = 11C.
+    EXPECT_EQ(requests(),
+              (std::vector<ByteVector>{{0x78, 0x56, 0x34, 0x12, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x00, 0x1C}}));
+    EXPECT_EQ(req.RcvLng, good.size());
+}
+
+TEST_F(Km5Requests, AGoodAnswerConnectsAllSixSubsystems) {
+    meter.say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(logged("debug", "Request: Success"), 1);
+    EXPECT_EQ(logged("debug", "Checking control sum..."), 1);
+    EXPECT_EQ(logged("debug", "Checking control sum : success"), 1);
+    EXPECT_EQ(logged("debug", "Send request, cmd: 8, 14 bytes received."), 1);
+}
+
+TEST_F(Km5Requests, BothFramesAreDumpedIntoTheDebugLog) {
+    meter.say(good);
+    ask(8);
+    EXPECT_EQ(logged("debug", "Send dump:"), 1);
+    EXPECT_EQ(logged("debug", "Recv dump:"), 1);
+    EXPECT_EQ(logged("debug", "Dumping packet:"), 2);
+    EXPECT_EQ(logged("debug",
+                     " 0x78 0x56 0x34 0x12 0x08 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x1C"),
+              1);
+    EXPECT_EQ(logged("debug", " 0x78 0x56 0x34 0x12 0x08 0x01 0x02 0x03 0x04 0x05 0x06 0x07 0x00 0x38"), 1);
+}
+
+TEST_F(Km5Requests, ASilentMeterIsAskedTwentyOneTimesAndIsThenDisconnected) {
+    const double before = elapsed();
+    EXPECT_FALSE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 21U);
+    EXPECT_EQ(connected(), "000000");
+    EXPECT_NEAR(elapsed() - before, 21 * (0.6 + 16 * 10 / 9600.0), 0.05) << "the read's time-out is the only pause";
+    EXPECT_EQ(logged("debug", "ErrorCount > MAX, Connected = false"), 1);
+    EXPECT_EQ(logged("debug", "Requst: Failed"), 1);
+    EXPECT_EQ(logged("debug", "Error, ErrorCount = 21"), 1);
+    EXPECT_EQ(req.RcvLng, 0);
+}
+
+TEST_F(Km5Requests, TheLastOfTwentyOneAttemptsCounts) {
+    meter.keep_silent(20).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 21U);
+    EXPECT_EQ(connected(), "111111");
+}
+
+TEST_F(Km5Requests, AWrongFirstSumIsAskedForAgain) {
+    meter.say(spoilt(good, good.size() - 2)).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 2U);
+    EXPECT_EQ(logged("debug", "KM5 CS1 != my CS1"), 1);
+    EXPECT_EQ(logged("debug", "Checking control sum : failure"), 1);
+    EXPECT_EQ(logged("debug", "Request: Failure"), 1);
+    EXPECT_EQ(logged("debug", "Error, ErrorCount = 1"), 1);
+}
+
+TEST_F(Km5Requests, AWrongSecondSumIsAskedForAgain) {
+    meter.say(bad).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 2U);
+    EXPECT_EQ(logged("debug", "KM5 CS2 != my CS2"), 1);
+}
+
+TEST_F(Km5Requests, TheAnswerToAnotherCommandIsAskedForAgain) {
+    meter.say(answer(9, {1, 2, 3})).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 2U);
+    EXPECT_EQ(logged("debug", "KM5 CMD != my CMD"), 1);
+}
+
+TEST_F(Km5Requests, ACorruptFrameNeverGetsAsFarAsTheCommandTest) {
+    meter.say(spoilt(answer(9, {1, 2, 3}), 8)).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(logged("debug", "KM5 CS1 != my CS1"), 1);
+    EXPECT_EQ(logged("debug", "KM5 CMD != my CMD"), 0);
+}
+
+TEST_F(Km5Requests, TenErrorAnswersAndThenAGoodOneIsSuccess) {
+    meter.say(error, 10).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 11U);
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(logged("debug", "isError, ErrorCount = 10"), 1);
+}
+
+TEST_F(Km5Requests, ElevenErrorAnswersFailButTheMeterIsConnected) {
+    meter.say(error, 11).say(good);
+    EXPECT_FALSE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 11U);
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(logged("debug", "Request: Failed, but Connected = true"), 1);
+}
+
+TEST_F(Km5Requests, AnErrorAnswerIsOneWhateverItsSums) {
+    for (const std::uint8_t code : {0xEF, 0xF0, 0xF1, 0xFB}) {
+        meter.say({0, 0, 0, 0, code, 1, 2}, 11);
+        EXPECT_FALSE(ask(8)) << int{code};
+        EXPECT_EQ(connected(), "111111");
+    }
+    EXPECT_EQ(meter.heard.size(), 44U);
+}
+
+TEST_F(Km5Requests, OneCounterRunsThroughErrorsAndFailures) {
+    meter.say(error, 5).say(bad, 16).say(good);
+    EXPECT_FALSE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 21U);
+    EXPECT_EQ(connected(), "000000");
+}
+
+TEST_F(Km5Requests, BehindAFailureAnErrorAnswerIsJustAnotherFailure) {
+    meter.say(bad).say(error, 20).say(good);
+    EXPECT_FALSE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 21U);
+    EXPECT_EQ(connected(), "000000") << "the line counts as lost";
+    EXPECT_EQ(logged_parts("debug", {"isError"}), 0);
+}
+
+TEST_F(Km5Requests, SilenceBehindAnErrorAnswerReadsTheOldErrorAgain) {
+    meter.say(error);
+    EXPECT_FALSE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 11U);
+    EXPECT_EQ(connected(), "111111");
+}
+
+TEST_F(Km5Requests, WithoutPublishingASuccessLeavesConnectedAlone) {
+    scene.write("/tmp/m1/1/tc_items/Connected", "0\n");
+    meter.say(good);
+    EXPECT_TRUE(ask(8, false));
+    EXPECT_EQ(item("Connected"), "0");
+    EXPECT_EQ(item("Connected", 2), "(none)");
+}
+
+TEST_F(Km5Requests, WithoutPublishingAFailureLeavesConnectedAlone) {
+    scene.write("/tmp/m1/1/tc_items/Connected", "1\n");
+    EXPECT_FALSE(ask(8, false));
+    EXPECT_EQ(item("Connected"), "1");
+    meter.say(error, 11);
+    scene.write("/tmp/m1/1/tc_items/Connected", "0\n");
+    EXPECT_FALSE(ask(8, false));
+    EXPECT_EQ(item("Connected"), "0");
+    EXPECT_EQ(item("Connected", 6), "(none)");
+}
+
+TEST_F(Km5Requests, AnAnswerOfOneByteIsAskedForAgain) {
+    meter.say({0}).say({0x78}).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 3U);
+    EXPECT_EQ(logged("debug", "Send request, cmd: 8, 1 bytes received."), 2);
+}
+
+TEST_F(Km5Requests, SilenceIsNoAnswerEvenWhereTheSumsHold) {
+    // To the address 0 the request of command 0 is sixteen zeros, and so are the sums that silence is checked against.
+    driver->netaddr = {};
+    meter.keep_silent().say(answer(0));
+    EXPECT_TRUE(ask(0));
+    EXPECT_EQ(meter.heard.size(), 2U);
+}
+
+TEST_F(Km5Requests, AnswersOfTwoAndMoreBytesWithoutACommandAreAskedForAgain) {
+    meter.say({0, 0}).say({0x78, 0x78, 0x78}).say({0x78, 0x56, 0x2E, 0xCE}).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 4U);
+}
+
+TEST_F(Km5Requests, AnAnswerOf72BytesEndsTheReadWithoutWaitingForSilence) {
+    meter.say(answer(0x41, ByteVector(65, 7)));
+    const double before = elapsed();
+    EXPECT_TRUE(ask(0x41));
+    EXPECT_EQ(req.RcvLng, 72);
+    EXPECT_NEAR(elapsed() - before, (16 + 72) * 10 / 9600.0 + 0.02, 0.01);
+}
+
+TEST_F(Km5Requests, AnAnswerOf71BytesIsEndedBySilence) {
+    meter.say(answer(0x41, ByteVector(64, 7)));
+    const double before = elapsed();
+    EXPECT_TRUE(ask(0x41));
+    EXPECT_EQ(req.RcvLng, 71);
+    EXPECT_NEAR(elapsed() - before, (16 + 71) * 10 / 9600.0 + 0.02 + 0.6, 0.01);
+}
+
+TEST_F(Km5Requests, ALongerAnswerIsCutAndFails) {
+    meter.say(answer(0x41, ByteVector(66, 7)));
+    EXPECT_FALSE(ask(0x41));
+    EXPECT_EQ(logged("debug", "Send request, cmd: 65, 72 bytes received."), 1);
+    EXPECT_EQ(logged("debug", "Send request, cmd: 65, 1 bytes received."), 1) << "the byte that was left over";
+}
+
+TEST_F(Km5Requests, NoiseInFrontOfAnAnswerSpoilsItOnce) {
+    ByteVector noisy{0x55};
+    noisy.insert(noisy.end(), good.begin(), good.end());
+    meter.say(noisy).say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(meter.heard.size(), 2U);
+}
+
+TEST_F(Km5Requests, AnUnopenedPortCountsAsNoAnswer) {
+    for (const int fd : {-1, 0}) {
+        driver->set_tty(fd);
+        const double before = elapsed();
+        EXPECT_FALSE(ask(8)) << fd;
+        EXPECT_EQ(connected(), "000000");
+        EXPECT_NEAR(elapsed() - before, 0.0, 0.01);
+    }
+    EXPECT_TRUE(requests().empty());
+    EXPECT_EQ(logged("debug", "Send request, cmd: 8, 0 bytes received."), 42);
+}
+
+TEST_F(Km5Requests, AFailedWriteCountsAsNoAnswer) {
+    machine.limit_writes(Port, 15);
+    EXPECT_FALSE(ask(8));
+    EXPECT_EQ(connected(), "000000");
+}
+
+TEST_F(Km5Requests, TheAddressIsTakenFromTheDriverAtEachRequest) {
+    meter.say(good).say(good);
+    ask(8);
+    driver->netaddr = {1, 2, 3, 4};
+    ask(8);
+    EXPECT_EQ(meter.heard[1], km5_frames::request({1, 2, 3, 4}, 8));
+}
+
+TEST_F(Km5Requests, APauseFlagHoldsARequestOfADriverThatHeedsIt) {
+    driver->use_pause_flag = true;
+    scene.touch("/tmp/pause_tvk");
+    machine.at(25, [this] { scene.remove("/tmp/pause_tvk"); });
+    meter.say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(machine.sleeps(), (std::vector<unsigned>{10, 10, 10}));
+    EXPECT_EQ(meter.heard.size(), 1U);
+}
+
+TEST_F(Km5Requests, APauseFlagDoesNotHoldADriverThatDoesNotHeedIt) {
+    driver->use_pause_flag = false;
+    scene.touch("/tmp/pause_tvk");
+    meter.say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_TRUE(machine.sleeps().empty());
+}
+
+TEST_F(Km5Requests, ThePauseOfAllHoldsEveryDriver) {
+    driver->use_pause_flag = false;
+    scene.touch("/tmp/pause_tvk_all");
+    machine.at(5, [this] { scene.remove("/tmp/pause_tvk_all"); });
+    meter.say(good);
+    EXPECT_TRUE(ask(8));
+    EXPECT_EQ(machine.sleeps(), (std::vector<unsigned>{10}));
+}
+
+// ---- the address from the serial number
+
+class Km5Address : public Km5Bench {
+  protected:
+    std::array<std::uint8_t, 4> of(unsigned serial, bool km56i = false, int subsystem = 0) {
+        start_driver({.serial = serial, .km56i = km56i});
+        driver->subsystem = subsystem;
+        EXPECT_EQ(driver->get_netaddr_from_config(), 1);
+        return driver->netaddr;
+    }
+    using Bytes4 = std::array<std::uint8_t, 4>;
+};
+
+TEST_F(Km5Address, TheSerialNumbersDigitPairsAreTheAddressLowestFirst) {
+    EXPECT_EQ(of(12345678), (Bytes4{0x78, 0x56, 0x34, 0x12}));
+    EXPECT_EQ(of(1), (Bytes4{0x01, 0, 0, 0}));
+    EXPECT_EQ(of(99999999), (Bytes4{0x99, 0x99, 0x99, 0x99}));
+}
+
+TEST_F(Km5Address, DigitsBeyondTheEighthAreDropped) {
+    EXPECT_EQ(of(4294967295U), (Bytes4{0x95, 0x72, 0x96, 0x94}));
+    EXPECT_EQ(of(100000000), (Bytes4{})) << "an address of zeros is taken";
+}
+
+TEST_F(Km5Address, SerialZeroHasNoAddress) {
+    start_driver({.serial = 0});
+    driver->netaddr = {1, 2, 3, 4};
+    EXPECT_EQ(driver->get_netaddr_from_config(), -1);
+    EXPECT_EQ(driver->netaddr, (Bytes4{1, 2, 3, 4}));
+    EXPECT_GE(logged("debug", "tc_tmp_sernum = 0, ERROR."), 1);
+}
+
+TEST_F(Km5Address, EachSubsystemOfAKm56iHasAnAddressOfItsOwn) {
+    EXPECT_EQ(of(12345678, true, 0), (Bytes4{0x78, 0x56, 0x34, 0x10}));
+    EXPECT_EQ(of(12345678, true, 1), (Bytes4{0x78, 0x56, 0x34, 0x11}));
+    EXPECT_EQ(of(12345678, true, 2), (Bytes4{0x78, 0x56, 0x34, 0x12}));
+    EXPECT_GE(logged("debug", "Its KM5-6i, select subsystem"), 1);
+}
+
+TEST_F(Km5Address, TheSubsystemIsNoPartOfAnotherMetersAddress) {
+    EXPECT_EQ(of(12345678, false, 1), (Bytes4{0x78, 0x56, 0x34, 0x12}));
+    EXPECT_EQ(logged("debug", "Its KM5-6i, select subsystem"), 0);
+}
+
+TEST_F(Km5Address, TheAddressIsLoggedInHexWithoutLeadingZeros) {
+    of(12345678);
+    EXPECT_GE(logged("debug", "Subsystem = 0, netaddr = 78_56_34_12"), 1);
+    of(1002);
+    EXPECT_GE(logged("debug", "Subsystem = 0, netaddr = 2_10_0_0"), 1);
+}
+
+}  // namespace
