@@ -16,13 +16,13 @@ constexpr int QualityGood = 192;
 
 class ArchiveHolder {
   public:
+    /// As many records as six weeks have hours.
+    virtual int max_archive_records() { return 1008; }
+
     ArchiveHolder();
     virtual ~ArchiveHolder() = default;
     ArchiveHolder(const ArchiveHolder&) = delete;
     ArchiveHolder& operator=(const ArchiveHolder&) = delete;
-
-    /// As many records as six weeks have hours.
-    virtual int max_archive_records() { return 1008; }
 
     // ---- collecting: values wait, in the order of adding, for the next flush
 
@@ -35,15 +35,16 @@ class ArchiveHolder {
     /// Forgets what add_value has collected.
     void clear_values();
 
-    // ---- writing: one line for each value, each durable before the next begins
+    // ---- writing
 
-    /// Writes what add_value has collected (doubles, ints, unsigneds), all with one time and quality. `archive_type`
-    /// does not show in a line. A value whose file cannot be opened is dropped.
+    /// Writes what add_value has collected (doubles, ints, unsigneds), all with one time and quality: a line for each
+    /// value, durable before the next begins. `archive_type` does not show in a line. A value whose file cannot be
+    /// opened is dropped.
     void flush_values(const std::tm& record_tm, int archive_type, int quality, int subsystem, int to_tmp);
     /// Writes what add_value_q has collected (floats, doubles), each with its own quality.
     void flush_values_q(const std::tm& record_tm, int archive_type, int subsystem, int to_tmp);
 
-    /// Opens one file for many lines, without a lock. `directory` is "tc_archives", "tmp_archives" or
+    /// Opens one file for many lines, without a lock and without a word on durability. `directory` is "tc_archives", "tmp_archives" or
     /// "tc_tmp_archives".
     bool open_direct(const std::string& name, int subsystem, const std::string& directory);
     /// One line to the file of open_direct, if it is open. The length of the line.

@@ -69,7 +69,7 @@ std::array<std::string, Systems> system_types(const Json::Value& result, int& co
 }
 
 /// One call of "get_config". Nothing when the question could not be sent; a lost or senseless answer ends the process.
-/// The asymmetry is wanted: a service that is not there yet must not stop a driver that has its settings.
+/// The asymmetry between a lost question and a lost answer is wanted.
 std::optional<Json::Value> ask_config(const std::string& uuid, int id, bool show) {
     Json::Value params;
     params.append(uuid);

@@ -1,5 +1,6 @@
 #include "config/http_client.h"
 
+#include <string_view>
 #include <utility>
 
 #include <curl/curl.h>
@@ -19,6 +20,15 @@ std::size_t take_answer(char* data, std::size_t size, std::size_t count, void* a
     return size * count;
 }
 
+// A connection that is closed in the middle of the head is no error to libcurl, but it is no answer either.
+std::size_t watch_head(const char* data, std::size_t size, std::size_t count, void* whole) {
+    const std::string_view line(data, size * count);
+    auto& head_is_whole = *static_cast<bool*>(whole);
+    if (line.starts_with("HTTP/")) head_is_whole = false;
+    if (line == "\r\n" || line == "\n") head_is_whole = true;
+    return line.size();
+}
+
 }  // namespace
 
 struct HttpClient::Connection {
@@ -26,6 +36,7 @@ struct HttpClient::Connection {
     CURL* curl = nullptr;
     curl_slist* headers = nullptr;
     std::string answer;
+    bool head_is_whole = false;
     bool answered = false;
 };
 
@@ -43,6 +54,7 @@ HttpClient::~HttpClient() {
 int HttpClient::Send(const std::string& text) {
     CURL* const curl = connection->curl;
     connection->answer.clear();
+    connection->head_is_whole = false;
     connection->answered = false;
     if (curl == nullptr) return -1;
 
@@ -58,7 +70,9 @@ int HttpClient::Send(const std::string& text) {
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, text.c_str());
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, take_answer);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &connection->answer);
-    connection->answered = curl_easy_perform(curl) == CURLE_OK;
+    curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, watch_head);
+    curl_easy_setopt(curl, CURLOPT_HEADERDATA, &connection->head_is_whole);
+    connection->answered = curl_easy_perform(curl) == CURLE_OK && connection->head_is_whole;
     if (connection->answered) return 0;
 
     // What failed before the whole text was delivered is a failed Send; what failed after it, a failed Recv.

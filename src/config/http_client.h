@@ -14,7 +14,7 @@ class HttpClient {
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    /// Delivers the text as the body of a POST. -1 when the service could not be reached, 0 otherwise.
+    /// Delivers the text as the body of a POST. -1 when it could not be delivered, 0 otherwise.
     int Send(const std::string& text);
     /// Stores the body of the answer to the last Send. -1 when no whole answer came within 30 seconds or it was longer
     /// than 1 MiB, 0 otherwise.

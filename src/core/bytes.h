@@ -1,6 +1,6 @@
 #pragma once
-// Numbers out of bytes from a wire or a memory image. Every read is bounds-checked by construction: a field that does
-// not fit into what was received reads as 0.
+// Numbers out of bytes from a wire or a memory image. Every read is bounds-checked by construction: a byte
+// behind the end of what was received reads as 0.
 
 #include <bit>
 #include <cstddef>

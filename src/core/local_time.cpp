@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "core/text.h"
+
 std::time_t make_time(std::tm& tm) {
     const std::tm before = tm;
     const std::time_t time = std::mktime(&tm);
@@ -19,19 +21,16 @@ std::tm local_time(std::time_t time) {
     return tm;
 }
 
-namespace {
-
-std::string formatted(const char* format, const std::tm& tm) {
-    std::array<char, 128> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), format, &tm)};
-}
-
-}  // namespace
-
 std::string date_text(const std::tm& tm) {
-    return formatted("%d.%m.%Y %H:%M:%S", tm);
+    std::array<char, 128> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%d.%m.%Y %H:%M:%S", &tm)};
 }
 
 std::string asctime_text(const std::tm& tm) {
-    return formatted("%a %b %e %H:%M:%S %Y", tm);
+    constexpr std::array Days{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    constexpr std::array Months{"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const char* day = tm.tm_wday < 0 || tm.tm_wday > 6 ? "???" : Days[static_cast<std::size_t>(tm.tm_wday)];
+    const char* month = tm.tm_mon < 0 || tm.tm_mon > 11 ? "???" : Months[static_cast<std::size_t>(tm.tm_mon)];
+    return format_cut(128, "%s %s%3d %.2d:%.2d:%.2d %lld", day, month, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+                      1900LL + tm.tm_year);
 }

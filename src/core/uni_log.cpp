@@ -139,6 +139,7 @@ std::string UniLog::time_prefix() const {
 }
 
 void UniLog::open_debug_log() {
+    if (!is_enabled()) return;
     debug_fd = ::open(rooted("/mnt/storage/DebugLog.log").c_str(), O_RDWR | O_TRUNC | O_APPEND, 0644);
 }
 
@@ -150,6 +151,6 @@ void UniLog::debug_block(const std::string& start_text, const std::string& end_t
 }
 
 void UniLog::debug_write(const std::string& text) {
-    if (debug_fd < 0) return;
+    if (!is_enabled() || debug_fd < 0) return;
     [[maybe_unused]] const ssize_t written = ::write(debug_fd, text.data(), text.size());
 }

@@ -24,7 +24,7 @@ constexpr speed_t NoSpeedBits = 0;
 
 }  // namespace
 
-// PARODD without PARENB does nothing on the line: such rows mean no parity bit, and the meters know no other.
+// PARODD without PARENB does nothing on the line: such rows mean no parity bit.
 const LineSettings LineOfVist = {ThreeSpeeds, B4800, PARENB, 0, 0, 5};
 const LineSettings LineOfVistModbus = {ThreeSpeeds, B4800, PARENB, 0, 0, 30};
 const LineSettings LineOfKm5 = {Km5Speeds, B9600, PARODD, PARODD, PARODD, 6};

@@ -28,8 +28,9 @@ namespace {
 
 struct RunEnded {};
 
-constexpr int MostExchanges = 600;  // a lost archive record takes 441
-constexpr int Descriptor = 100000;  // no real descriptor is that high
+constexpr int MostExchanges = 100;
+constexpr int MostOfPatientScene = 600;  // a lost archive record takes 441
+constexpr int Descriptor = 100000;       // no real descriptor is that high
 constexpr std::array<std::uint8_t, 4> ErrorCodes = {0xEF, 0xF0, 0xF1, 0xFB};
 
 void append_sums(std::vector<std::uint8_t>& frame) {
@@ -46,11 +47,12 @@ void append_sums(std::vector<std::uint8_t>& frame) {
 /// The machine whose one serial line answers what the input says.
 class ScriptedLine final : public FuzzGateway {
   public:
-    ScriptedLine(const std::string& root, FuzzInput& input) : FuzzGateway(root), input_(input) {}
+    ScriptedLine(const std::string& root, FuzzInput& input, int most_exchanges)
+        : FuzzGateway(root), input_(input), exchanges_left_(most_exchanges) {}
 
     ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> request) override {
         expect(request.size() == RequestBytes, "a request has 16 bytes");
-        if (++exchanges_ > MostExchanges) throw RunEnded{};
+        if (exchanges_left_-- == 0) throw RunEnded{};
         read_ = 0;
         answer_ = next_answer(request);
         return static_cast<ssize_t>(request.size());
@@ -96,7 +98,7 @@ class ScriptedLine final : public FuzzGateway {
     std::vector<std::uint8_t> answer_;
     std::size_t read_ = 0;
     int silent_ = 0;
-    int exchanges_ = 0;
+    int exchanges_left_;
 };
 
 /// The first bytes of the input.
@@ -113,6 +115,7 @@ struct Scene {
     bool is_described() const { return (flags & 0x10) != 0; }
     bool has_read_before() const { return (flags & 0x20) != 0; }
     bool is_att() const { return (flags & 0x40) != 0; }
+    bool is_patient() const { return (flags & 0x80) != 0; }
 
     void prepare(KM5& driver) const {
         driver.tc_sernum = 12345678;
@@ -309,7 +312,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const Scene scene(input);
     use_time_zone(scene.has_summer_time() ? "EET-2EEST,M3.5.0/3,M10.5.0/4" : "UTC0");
-    ScriptedLine line(scene.has_files() ? full_root() : empty_root(), input);
+    ScriptedLine line(scene.has_files() ? full_root() : empty_root(), input,
+                      scene.is_patient() ? MostOfPatientScene : MostExchanges);
     run(scene, input);
     if (!scene.has_files()) return 0;
     check_archives();

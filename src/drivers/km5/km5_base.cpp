@@ -38,7 +38,7 @@ void KM5_base::run_main() {
             driver->run_main();
         }
         all_ok = true;
-        for (const auto& driver : drivers) all_ok = all_ok && driver->is_all_archives_ok();
+        for (const auto& driver : drivers) all_ok = driver->is_all_archives_ok() && all_ok;
         gateway().sleep(PassPauseSeconds);
     }
 }
