@@ -36,7 +36,7 @@ class Km5Models : public Km5Bench {
     }
     std::string name() const { return model_name(driver->km56i_mode, driver->isATT, driver->model); }
 
-    ScriptedMeter meter;
+    Km5Script meter;
 };
 
 TEST_F(Km5Models, TheModelIsTheIndexPlusOne) {

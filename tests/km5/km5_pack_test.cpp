@@ -27,7 +27,7 @@ class Km5Packs : public Km5Bench {
         return bytes;
     }
 
-    ScriptedMeter meter;
+    Km5Script meter;
     KM5_pack pack;
 };
 

@@ -30,7 +30,7 @@ class Km5Requests : public Km5Bench {
         return bytes;
     }
 
-    ScriptedMeter meter;
+    Km5Script meter;
     KM5_request req;
     const ByteVector good = answer(8, {1, 2, 3, 4, 5, 6, 7});
     const ByteVector error = answer(0xF0);

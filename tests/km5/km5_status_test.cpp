@@ -28,7 +28,7 @@ class Km5Status : public Km5Bench {
         driver->get_all_current_values();
     }
 
-    ScriptedMeter meter;
+    Km5Script meter;
 };
 
 TEST_F(Km5Status, EachBitOfTheMeterSetsItsPublishedBits) {
@@ -190,7 +190,7 @@ TEST_F(Km5Pages, NoiseAndWrongSumsAreReadAgain) {
 
 TEST_F(Km5Pages, AShortAnswerGivesNothingForItsMissingValues) {
     // A meter may end a page early: what is not there reads as zero, never as the page before.
-    ScriptedMeter meter;
+    Km5Script meter;
     machine.connect(Port, meter);
     start_driver();
     driver->version = 3.0F;

@@ -37,17 +37,27 @@ def storage(kind):
 
 
 class FastClock:
-    """A clock that starts at a local time and runs `rate` times as fast, common to all programs that get its
-    environment. VTIME of a terminal and time-outs of the network stay what they are."""
+    """A clock that starts at a local time and runs `rate` times as fast. VTIME of a terminal and time-outs of the
+    network stay what they are."""
 
     def __init__(self, start, rate):
-        self.keeper = subprocess.Popen(["faketime", "--exclude-monotonic", "-f", f"@{start} x{rate}",
-                                        "sh", "-c", "env; echo; exec cat"],
+        self.start = time.mktime(time.strptime(start, "%Y-%m-%d %H:%M:%S"))
+        self.rate = rate
+        self.real_start = time.monotonic()
+        # Lives as long as the clock, since it keeps what the programs share.
+        self.keeper = subprocess.Popen(["faketime", "--exclude-monotonic", "-f", "+0", "sh", "-c",
+                                        "env; echo; exec cat"],
                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self.environment = {}
+        self.shared = {}
         for line in iter(self.keeper.stdout.readline, "\n"):
             name, _, value = line.rstrip("\n").partition("=")
-            self.environment[name] = value
+            self.shared[name] = value
+
+    def environment(self):
+        """For a program that is started at once: it begins to count at its own start."""
+        now = self.start + (time.monotonic() - self.real_start) * self.rate
+        text = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(now))
+        return {**self.shared, "FAKETIME": f"@{text} x{self.rate}"}
 
     def stop(self):
         self.keeper.stdin.close()
@@ -101,7 +111,7 @@ class Test(unittest.TestCase):
         self.clock = FastClock(start, rate)
 
     def start(self, name, words, **streams):
-        environment = self.clock.environment if self.clock else dict(os.environ)
+        environment = self.clock.environment() if self.clock else dict(os.environ)
         program = Program(f"{name}{len(self.programs)}", words, environment, **streams)
         self.programs.append(program)
         return program
