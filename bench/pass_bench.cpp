@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include <time.h>
-
 #include "driver/line_settings.h"
 #include "drivers/km5/km5.h"
 #include "ground.h"
@@ -37,12 +35,6 @@ class Km5 {
     KM5 driver;
 };
 
-double cpu_seconds() {
-    timespec used{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-}
-
 /// Hours follow one another in simulated time; in each a pass reads the current values, the hourly records and the
 /// daily ones, over a line of 9600 baud. What the simulated machine and meter compute counts as the daemon's.
 void cpu_of_pass(benchmark::State& state) {
@@ -59,9 +51,7 @@ void cpu_of_pass(benchmark::State& state) {
         machine.sleep(Hour);
         machine.forget_exchanges();
         const double begun = machine.seconds();
-        const double cpu = cpu_seconds();
-        km5.driver.run_main();
-        const double used = cpu_seconds() - cpu;
+        const double used = cpu_seconds_of(1, [&] { km5.driver.run_main(); });
         on_the_line = machine.seconds() - begun;
         if (meter.requests(CmdArchiveRecord) == 0) throw std::logic_error("no archive was due");
         meter.forget_requests();

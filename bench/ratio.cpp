@@ -1,9 +1,9 @@
 #include "ratio.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 namespace {
@@ -13,11 +13,11 @@ struct Figure {
     std::string other;
     double our_seconds;
     double other_seconds;
+    double ratio;
     Wanted wanted;
 
-    double ratio() const { return our_seconds / other_seconds; }
     std::string name() const { return ours + " / " + other; }
-    bool holds() const { return ratio() <= wanted.most; }
+    bool holds() const { return ratio <= wanted.most; }
 };
 
 std::vector<Figure>& figures() {
@@ -25,10 +25,27 @@ std::vector<Figure>& figures() {
     return all;
 }
 
+void tell(benchmark::State& state, const Figure& figure) {
+    state.counters["ratio"] = figure.ratio;
+    figures().push_back(figure);
+}
+
 double median(std::vector<double> samples) {
     const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
     std::nth_element(samples.begin(), middle, samples.end());
     return *middle;
+}
+
+double seconds_by(clockid_t clock) {
+    timespec now{};
+    ::clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double timed(clockid_t clock, int times, const std::function<void()>& work) {
+    const double begun = seconds_by(clock);
+    for (int i = 0; i < times; ++i) work();
+    return (seconds_by(clock) - begun) / times;
 }
 
 std::string text_of(const char* format, double value) {
@@ -50,10 +67,11 @@ std::string ratio_text(double ratio) {
 }  // namespace
 
 double seconds_of(int times, const std::function<void()>& work) {
-    using Clock = std::chrono::steady_clock;
-    const auto begin = Clock::now();
-    for (int i = 0; i < times; ++i) work();
-    return std::chrono::duration<double>(Clock::now() - begin).count() / times;
+    return timed(CLOCK_MONOTONIC, times, work);
+}
+
+double cpu_seconds_of(int times, const std::function<void()>& work) {
+    return timed(CLOCK_THREAD_CPUTIME_ID, times, work);
 }
 
 Wanted times_faster(double times) {
@@ -74,22 +92,22 @@ void compare(benchmark::State& state, const std::string& ours, const Side& our_s
     other_side();
     std::vector<double> our_samples;
     std::vector<double> other_samples;
+    std::vector<double> ratios;
     bool ours_first = true;
     for ([[maybe_unused]] auto turn : state) {
         if (ours_first) our_samples.push_back(our_side());
         other_samples.push_back(other_side());
         if (!ours_first) our_samples.push_back(our_side());
         ours_first = !ours_first;
+        ratios.push_back(our_samples.back() / other_samples.back());
         state.SetIterationTime(our_samples.back());
     }
-    add_figure(state, ours, median(our_samples), other, median(other_samples), wanted);
+    tell(state, {ours, other, median(our_samples), median(other_samples), median(ratios), wanted});
 }
 
 void add_figure(benchmark::State& state, const std::string& ours, double our_seconds, const std::string& other,
                 double other_seconds, const Wanted& wanted) {
-    const Figure figure{ours, other, our_seconds, other_seconds, wanted};
-    state.counters["ratio"] = figure.ratio();
-    figures().push_back(figure);
+    tell(state, {ours, other, our_seconds, other_seconds, our_seconds / other_seconds, wanted});
 }
 
 bool print_figures() {
@@ -105,7 +123,7 @@ bool print_figures() {
     for (const Figure& figure : figures()) {
         const std::string verdict = figure.wanted.text + (figure.holds() ? ": pass" : ": FALLS SHORT");
         std::printf(Row, column, figure.name().c_str(), duration(figure.our_seconds).c_str(),
-                    duration(figure.other_seconds).c_str(), ratio_text(figure.ratio()).c_str(), verdict.c_str());
+                    duration(figure.other_seconds).c_str(), ratio_text(figure.ratio).c_str(), verdict.c_str());
         all_hold = all_hold && figure.holds();
     }
     return all_hold;

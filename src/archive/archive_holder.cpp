@@ -47,8 +47,9 @@ void copy_file(const std::string& source_path, const std::string& target_path) {
     const int target = ::open(rooted(target_path).c_str(), O_WRONLY | O_CREAT | O_TRUNC, status.st_mode);
     if (target >= 0) {
         off_t offset = 0;
-        while (offset<status.st_size&& ::sendfile(target, source, &offset,
-                                                  static_cast<std::size_t>(status.st_size - offset))> 0) {
+        while (offset < status.st_size) {
+            const auto rest = static_cast<std::size_t>(status.st_size - offset);
+            if (::sendfile(target, source, &offset, rest) <= 0) break;
         }
         ::close(target);
     }

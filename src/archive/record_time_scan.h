@@ -2,8 +2,9 @@
 // The greatest record time in the text of an archive file, read in blocks.
 //
 // The rule is that of a plain loop: lines by fgets into 64 bytes, each piece parsed by sscanf with "%ld,%d,%lf\n", all
-// three fields wanted. Lines as this daemon writes them are recognised without that machinery; any other text (torn,
-// over-long, foreign, zero bytes) goes through sscanf itself, so that the answer is the same on every file.
+// three fields wanted. Only lines that can raise the result are parsed: of those that begin as this daemon writes them,
+// with ten digits and a comma, the newest of each block, and the others of that block only if the newest turns out to
+// be torn. Any other text (over-long, foreign, zero bytes) goes through sscanf. The answer is the same on every file.
 
 #include <ctime>
 #include <string>
@@ -17,6 +18,7 @@ class RecordTimeScan {
     std::time_t finish();
 
   private:
+    void take_carried(std::string_view& block);
     void take_piece(std::string_view piece);
 
     std::string carried;  ///< the beginning of a piece that the last block did not end

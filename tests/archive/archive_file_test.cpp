@@ -212,7 +212,9 @@ TEST_F(ArchiveFileTest, WriterWaitsForAReaderThatHoldsTheLock) {
 /// A machine that looks at a file in the moment in which it is made durable.
 class WatchedDurability : public Gateway {
   public:
-    WatchedDurability(std::string root, std::function<void()> look) : look_(std::move(look)) { root_ = std::move(root); }
+    WatchedDurability(std::string root, std::function<void()> look) : look_(std::move(look)) {
+        root_ = std::move(root);
+    }
 
     int make_durable(int /*fd*/) override {
         look_();
@@ -259,8 +261,7 @@ TEST_F(ArchiveFileTest, ClearingLeavesTheFileEmptyOpenAndLocked) {
 
 TEST_F(ArchiveFileTest, ClearingAFileThatCannotBeOpenedSaysSo) {
     ArchiveFile file("unknown", 1, "Q", 0);
-    EXPECT_EQ(stdout_of([&] { file.clear(); }),
-              "Error while open on clear (/mnt/storage/unknown/1/tc_archives/Q)\n");
+    EXPECT_EQ(stdout_of([&] { file.clear(); }), "Error while open on clear (/mnt/storage/unknown/1/tc_archives/Q)\n");
 }
 
 // ---- after a power cut

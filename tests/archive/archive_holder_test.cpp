@@ -77,8 +77,9 @@ TEST_F(ArchiveHolderTest, NewOneHasNoMeterAndRoomForSixWeeksOfHours) {
 }
 
 TEST_F(ArchiveHolderTest, NewOneHasTheStandardFilesOfTheDefaultSubsystemButOpensNone) {
-    const Names names{"Q",   "dQ",  "T0",  "T1",  "T2",  "Thv", "G0", "G1",  "G2",   "dG0",  "dG1", "dG2", "P0", "P1", "P2",
-                      "V0",  "V1",  "V2",  "dV0", "dV1", "dV2", "VT0", "VT1", "Tc", "dTc", "Tmin", "Tmax", "Tdt", "Toth"};
+    const Names names{"Q",   "dQ",  "T0",  "T1", "T2",  "Thv",  "G0",   "G1",  "G2",  "dG0",
+                      "dG1", "dG2", "P0",  "P1", "P2",  "V0",   "V1",   "V2",  "dV0", "dV1",
+                      "dV2", "VT0", "VT1", "Tc", "dTc", "Tmin", "Tmax", "Tdt", "Toth"};
     ASSERT_EQ(names.size(), 29U);
     EXPECT_EQ(holder.default_file_count, 29U);
     for (std::size_t i = 0; i < names.size(); ++i) {
@@ -327,15 +328,15 @@ TEST_F(ArchiveHolderTest, TimerIsDueOnceMoreThan2580SecondsHavePassed) {
 }
 
 TEST(ShiftedName, IsOneOfTheSixteenTotals) {
-    for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16", "A29", "A32", "A34", "A36", "A38", "A40",
-                             "A42", "A44"}) {
+    for (const char* name :
+         {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16", "A29", "A32", "A34", "A36", "A38", "A40", "A42", "A44"}) {
         EXPECT_TRUE(ArchiveHolder::is_shifted_name(name)) << name;
     }
 }
 
 TEST(ShiftedName, IsComparedExactly) {
-    for (const char* name : {"", "A", "a1", "A1 ", " A1", "A01", "A2", "A3", "A5", "A11", "A18", "A30", "A31", "A44a", "A46",
-                             "Q", "A440"}) {
+    for (const char* name : {"", "A", "a1", "A1 ", " A1", "A01", "A2", "A3", "A5", "A11", "A18", "A30", "A31", "A44a",
+                             "A46", "Q", "A440"}) {
         EXPECT_FALSE(ArchiveHolder::is_shifted_name(name)) << name;
     }
 }

@@ -83,7 +83,8 @@ TEST_F(ArchiveReading, QualityAndValueDoNotMatterForTheLastTime) {
 TEST_F(ArchiveReading, LineThatDoesNotParseHasNoEffect) {
     EXPECT_EQ(last("100,192,1.000000\nnonsense\n"), 100);
     EXPECT_EQ(last("nonsense\n100,192,1.000000\n"), 100);
-    for (const char* line : {"200\n", "200,\n", "200,192\n", "200,192,\n", "200;192;1\n", ",192,1\n", "200,,1\n", "\n"}) {
+    for (const char* line :
+         {"200\n", "200,\n", "200,192\n", "200,192,\n", "200;192;1\n", ",192,1\n", "200,,1\n", "\n"}) {
         EXPECT_EQ(last(std::string("100,192,1.000000\n") + line), 100) << line;
     }
 }

@@ -58,41 +58,76 @@ class Generator {
     }
 
     std::string time() {
-        constexpr const char* Odd[] = {"2147483647", "2147483648",  "-2147483648", "-1", "0", "+7", "007", "9223372036854775807",
-                                       "9223372036854775808", "99999999999999999999999", "0x10", "1e3", " 5", "\t6", "--1", "",
-                                       "-", "+", "-0", "4294967295", "1700000000 ", "1 700"};
+        constexpr const char* Odd[] = {"2147483647",
+                                       "2147483648",
+                                       "-2147483648",
+                                       "-1",
+                                       "0",
+                                       "+7",
+                                       "007",
+                                       "9223372036854775807",
+                                       "9223372036854775808",
+                                       "99999999999999999999999",
+                                       "0x10",
+                                       "1e3",
+                                       " 5",
+                                       "\t6",
+                                       "--1",
+                                       "",
+                                       "-",
+                                       "+",
+                                       "-0",
+                                       "4294967295",
+                                       "1700000000 ",
+                                       "1 700"};
         return chance(6) ? one_of(Odd) : "17" + digits(8);
     }
     std::string quality() {
-        constexpr const char* Odd[] = {"0", "-1", "+192", " 192", "192 ", "0xC0", "19 2", "", "99999999999", "1.5", "\v3", "-"};
+        constexpr const char* Odd[] = {"0",    "-1", "+192",        " 192", "192 ", "0xC0",
+                                       "19 2", "",   "99999999999", "1.5",  "\v3",  "-"};
         return chance(6) ? one_of(Odd) : "192";
     }
     std::string value() {
-        constexpr const char* Odd[] = {"nan",  "-nan", "NAN(1)", "nan(",     "inf",  "-INF",  "infinity", "infinit", "1e5",
-                                       "1e",   "1e+",  "1E-3",   "0x1.8p3",  "0x",   "0x.",   ".5",       "5.",      ".",
-                                       "-",    "+1",   " 1",     "1 ",       "1,5",  "",      "1e999",    "\r",      "-.",
-                                       "1..2", "--1",  "1e5x",   "12.5junk", "i",    "n",     "0x1p",     "1d5",     "\t1"};
+        constexpr const char* Odd[] = {
+            "nan",     "-nan", "NAN(1)", "nan(", "inf", "-INF", "infinity", "infinit", "1e5", "1e",   "1e+", "1E-3",
+            "0x1.8p3", "0x",   "0x.",    ".5",   "5.",  ".",    "-",        "+1",      " 1",  "1 ",   "1,5", "",
+            "1e999",   "\r",   "-.",     "1..2", "--1", "1e5x", "12.5junk", "i",       "n",   "0x1p", "1d5", "\t1"};
         if (chance(4)) return one_of(Odd);
         return (chance(8) ? "-" : "") + digits(chance(20) ? 60 : 5) + "." + digits(6);
     }
 
     std::string line() {
         switch (below(24)) {
-            case 0: return "\n";
-            case 1: return std::string(below(140), '\0');
-            case 2: return std::string(below(140), '\0') + "\n";
-            case 3: return noise();
-            case 4: return time() + "," + quality() + "," + value();  // its end is lost
-            case 5: return time() + "," + quality() + "," + value() + "\r\n";
-            case 6: return time() + " , " + quality() + "," + value() + "\n";
-            case 7: return time() + ", " + quality() + ", " + value() + "\n";
-            case 8: return padding() + good();
-            case 9: return time() + "," + quality() + "," + value() + padding() + "\n";
-            case 10: return torn(good());
-            case 11: return with_a_zero(good());
-            case 12: return std::string(60 + below(8), '0') + good();
-            case 13: return digits(63) + good();
-            default: return chance(3) ? time() + "," + quality() + "," + value() + "\n" : good();
+            case 0:
+                return "\n";
+            case 1:
+                return std::string(below(140), '\0');
+            case 2:
+                return std::string(below(140), '\0') + "\n";
+            case 3:
+                return noise();
+            case 4:
+                return time() + "," + quality() + "," + value();  // its end is lost
+            case 5:
+                return time() + "," + quality() + "," + value() + "\r\n";
+            case 6:
+                return time() + " , " + quality() + "," + value() + "\n";
+            case 7:
+                return time() + ", " + quality() + ", " + value() + "\n";
+            case 8:
+                return padding() + good();
+            case 9:
+                return time() + "," + quality() + "," + value() + padding() + "\n";
+            case 10:
+                return torn(good());
+            case 11:
+                return with_a_zero(good());
+            case 12:
+                return std::string(60 + below(8), '0') + good();
+            case 13:
+                return digits(63) + good();
+            default:
+                return chance(3) ? time() + "," + quality() + "," + value() + "\n" : good();
         }
     }
 
@@ -189,7 +224,8 @@ TEST_F(RecordTimeScanTest, AgreesWithThePlainLoopOnWhatAStorageMayHold) {
     for (int round = 0; round < 4000; ++round) {
         const std::string text = generator.text(static_cast<int>(1 + generator.below(30)));
         const long expected = by_the_rule(text);
-        ASSERT_EQ(holder.last_record_time("Q", 1, "tc_archives"), expected) << round << ": " << ::testing::PrintToString(text);
+        ASSERT_EQ(holder.last_record_time("Q", 1, "tc_archives"), expected)
+            << round << ": " << ::testing::PrintToString(text);
         std::vector<std::size_t> borders(generator.below(6));
         for (std::size_t& border : borders) border = generator.below(text.size() + 1);
         std::sort(borders.begin(), borders.end());

@@ -149,9 +149,9 @@ TEST_F(ConfigClient, LargestSerialNumberFits) {
 }
 
 TEST_F(ConfigClient, SpeedCodesOfTheDriver) {
-    const std::vector<std::pair<unsigned, int>> table{{1200, 0},  {2400, 1},  {4800, 2},  {9600, 3}, {19200, 4},
-                                                      {38400, 5}, {57600, 6}, {115200, 7}, {600, 1},  {0, 1},
-                                                      {9601, 1},  {4294967295U, 1}};
+    const std::vector<std::pair<unsigned, int>> table{{1200, 0},  {2400, 1},  {4800, 2},  {9600, 3},
+                                                      {19200, 4}, {38400, 5}, {57600, 6}, {115200, 7},
+                                                      {600, 1},   {0, 1},     {9601, 1},  {4294967295U, 1}};
     for (const auto& [speed, code] : table) {
         meter.speed = speed;
         read_driver();
@@ -193,7 +193,8 @@ TEST_F(ConfigClient, FivePortsAreNotHeldBackByThePauseFlag) {
 }
 
 TEST_F(ConfigClient, AllOtherPortsAreHeldBackByThePauseFlag) {
-    for (const char* alias : {"", "serial485.3", "serial485.0", "serial232.1", "Serial485.4", "serial485.44", "serial"}) {
+    for (const char* alias :
+         {"", "serial485.3", "serial485.0", "serial232.1", "Serial485.4", "serial485.44", "serial"}) {
         driver.use_pause_flag = false;
         meter.port_alias = alias;
         read_driver();

@@ -1,10 +1,10 @@
 #include "config/publisher.h"
 
 #include <climits>
-#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -69,8 +69,21 @@ TEST_F(PublisherTest, TextIsItselfAndALineEnd) {
 }
 
 TEST_F(PublisherTest, TextThatMeansSomethingToAShellIsWrittenLiterally) {
-    for (const char* text : {"*", "~", "!", "#", "%d%s%n", "a;b", "a>b", "'a'", "a\"b", "$HOME", "`id`", "\\n", "a\nb"}) {
+    for (const char* text :
+         {"*", "~", "!", "#", "%d%s%n", "a;b", "a>b", "'a'", "a\"b", "$HOME", "`id`", "\\n", "a\nb"}) {
         EXPECT_EQ(published(text), std::string(text) + "\n");
+    }
+}
+
+TEST_F(PublisherTest, PlainTextIsWrittenAsAShellWouldEchoIt) {
+    constexpr char Plain[] = " \t\n!#%&'()*+,./0123456789:;<=>?@ABZ[]^_abz{|}~\xD0\xB8";  // no quote, \, $ and `
+    std::mt19937 random(20240302);
+    for (int round = 0; round < 60; ++round) {
+        std::string text;
+        for (std::size_t length = random() % 40; text.size() < length;) text += Plain[random() % (sizeof Plain - 1)];
+        const std::string command = "echo \"" + text + "\" > " + scene.real_path("/tmp/echoed");
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        EXPECT_EQ(published(text), scene.file("/tmp/echoed")) << text;
     }
 }
 
@@ -266,7 +279,8 @@ int ids_start_at_one() {
     put_current_value("T1", 1.5, 0, 0);
     put_current_value("T1", 1.5, 0, 0);
     const Names requests = scene.service.requests();
-    return requests.size() == 2 && requests[0].starts_with("{\"id\":1,") && requests[1].starts_with("{\"id\":2,") ? 0 : 1;
+    return requests.size() == 2 && requests[0].starts_with("{\"id\":1,") && requests[1].starts_with("{\"id\":2,") ? 0
+                                                                                                                  : 1;
 }
 
 TEST(PublisherDeathTest, IdsOfValuesForTheServiceStartAtOne) {

@@ -159,6 +159,23 @@ TEST_F(StartupDirectories, NameOfAFolderIsCutWhereTheCommandOf255CharactersEnds)
     EXPECT_EQ(scene.list("/tmp/" + uuid + "/6"), Names{"tc_items"});
 }
 
+TEST_F(StartupDirectories, NameOfTheDefaultLinkIsCutWhereTheCommandOf255CharactersEnds) {
+    // "ln -s /mnt/storage/", "/1 /mnt/storage/" and "/default" have 43 characters, the uuid stands there twice.
+    const std::string uuid(108, 'u');
+    start(uuid);
+    EXPECT_EQ(scene.list("/mnt/storage/" + uuid), (Names{"1", "2", "3", "4", "5", "6", "def"}));
+    EXPECT_EQ(scene.list("/tmp/" + uuid), (Names{"1", "2", "3", "4", "5", "6", "default"}));
+}
+
+TEST_F(StartupDirectories, DefaultLinkIsMadeWhereItsCutCommandLeads) {
+    const std::string uuid(112, 'u');
+    start(uuid);
+    const std::string shorter(108, 'u');
+    EXPECT_EQ(scene.list("/mnt/storage"), (Names{shorter, uuid}));
+    EXPECT_EQ(scene.list("/mnt/storage/" + shorter), (Names{"tc_archives", "tc_tmp_archives", "tmp_archives"}));
+    EXPECT_EQ(scene.list("/mnt/storage/" + uuid), (Names{"1", "2", "3", "4", "5", "6"}));
+}
+
 TEST_F(StartupDirectories, UuidOf300CharactersIsCutAndDoesNoHarm) {
     start(std::string(300, 'u'));
     EXPECT_EQ(scene.list("/mnt/storage"), Names{std::string(233, 'u')});

@@ -1,9 +1,8 @@
 #include "core/entry/startup.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -283,6 +282,14 @@ TEST_F(StartupTest, ClosedStandardOutputDoesNotEndTheProcess) {
     EXPECT_EQ(left_alone({}).status, 0);
     EXPECT_EQ(left_alone({"WORD", "-r", "u1"}).status, 0);
     EXPECT_EQ(left_alone({"KM5", "-r", "u1"}).status, StillAtWork);
+}
+
+TEST_F(StartupTest, FullStandardOutputDoesNotEndTheProcess) {
+    const ChildEnd end = in_child([&] {
+        ::dup2(::open("/dev/full", O_WRONLY), STDOUT_FILENO);
+        return run_words(scene, {"KM5", "-r", "u1"});
+    });
+    EXPECT_EQ(end.status, StillAtWork);
 }
 
 TEST_F(StartupTest, ProcessWithoutStandardOutputStarts) {

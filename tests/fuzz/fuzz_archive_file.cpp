@@ -13,6 +13,7 @@
 
 #include "archive/archive_holder.h"
 #include "archive/record_time_scan.h"
+#include "core/local_time.h"
 #include "fuzz_ground.h"
 
 namespace {
@@ -21,7 +22,7 @@ constexpr std::size_t Borders = 8;
 
 class Meter final : public ArchiveHolder {
   public:
-    Meter() { uuid = FuzzUuid; }
+    Meter() { uuid = std::string(FuzzUuid); }
 };
 
 std::string real_path(const std::string& name) {
@@ -83,8 +84,8 @@ void check_set(Meter& meter, std::span<const std::string> names) {
 
 void check_appended(Meter& meter, const std::string& name) {
     const std::time_t before = plain_last_time(name);
-    std::tm tm{.tm_min = 30, .tm_hour = 12, .tm_mday = 2, .tm_mon = 2, .tm_year = 124, .tm_isdst = -1};
     const std::time_t time = FuzzGateway::Start + 1800;
+    const std::tm tm = local_time(time);
     meter.add_value(name, 12.5);
     meter.flush_values(tm, 0, QualityGood, 1, 0);
     expect(plain_last_time(name) == std::max(before, time), "a line appended to any file can be read");

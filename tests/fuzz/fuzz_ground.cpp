@@ -18,8 +18,7 @@ constexpr int Subsystems = 6;
 
 class Folder {
   public:
-    Folder() : path_(fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path().string()) {
-        path_ += "/heatmeter-fuzz-XXXXXX";
+    Folder() : path_(place() + "/heatmeter-fuzz-XXXXXX") {
         if (::mkdtemp(path_.data()) == nullptr) throw std::system_error(errno, std::generic_category(), path_);
     }
     ~Folder() {
@@ -32,6 +31,11 @@ class Folder {
     const std::string& path() const { return path_; }
 
   private:
+    static std::string place() {
+        const bool chosen = std::getenv("TMPDIR") != nullptr;
+        return !chosen && fs::is_directory("/dev/shm") ? "/dev/shm" : fs::temp_directory_path().string();
+    }
+
     std::string path_;
 };
 

@@ -35,9 +35,9 @@ void expect(bool holds, const char* what);
 /// Standard output leads nowhere from now on.
 void quiet_stdout();
 
-/// A folder in memory, removed at the end of the process, with the directories of one meter in it.
+/// A folder in memory (or in $TMPDIR), removed at the end of the process, with the directories of one meter in it.
 const std::string& full_root();
-/// A folder in memory without anything: every file below it fails to open.
+/// Such a folder without anything: every file below it fails to open.
 const std::string& empty_root();
 
 constexpr const char* FuzzUuid = "u";

@@ -18,20 +18,9 @@ struct Position {
 };
 
 constexpr Position Positions[14] = {
-    {"ta", 0, ""},
-    {"P1", 0, "1234567"},
-    {"P2", 0, "1234567"},
-    {"P3", 0, "34"},
-    {"T1", 0, "1234567"},
-    {"T2", 0, "1234567"},
-    {"T3", 0, "3457"},
-    {"IM1", 1, "1234567"},
-    {"IM2", 1, "1234567"},
-    {"Vi", 1, ""},
-    {"IV1", 1, "123457"},
-    {"IV2", 1, "23457"},
-    {"IQ", 1, "1234567"},
-    {"IT", 1, "1234567"},
+    {"ta", 0, ""},        {"P1", 0, "1234567"}, {"P2", 0, "1234567"},  {"P3", 0, "34"},       {"T1", 0, "1234567"},
+    {"T2", 0, "1234567"}, {"T3", 0, "3457"},    {"IM1", 1, "1234567"}, {"IM2", 1, "1234567"}, {"Vi", 1, ""},
+    {"IV1", 1, "123457"}, {"IV2", 1, "23457"},  {"IQ", 1, "1234567"},  {"IT", 1, "1234567"},
 };
 
 TEST(Km5Tables, EachModelFillsItsPositionsOfARecord) {
@@ -46,7 +35,8 @@ TEST(Km5Tables, EachModelFillsItsPositionsOfARecord) {
             EXPECT_EQ(param.id, static_cast<int>(k) + 1);
             EXPECT_EQ(std::string(param.name), third_volume ? "IV3" : wanted.name);
             EXPECT_EQ(param.integrating, wanted.integrating);
-            EXPECT_EQ(param.enabled, std::string(wanted.models).find(static_cast<char>('0' + model)) != std::string::npos);
+            EXPECT_EQ(param.enabled,
+                      std::string(wanted.models).find(static_cast<char>('0' + model)) != std::string::npos);
         }
     }
 }
@@ -68,12 +58,14 @@ TEST(Km5Tables, EachModelHasItsNameByTypeLetters) {
         const char* name;
     };
     const Row rows[] = {
-        {true, false, 7, "KM5-6и"}, {true, true, 7, "KM5-6и"},  {false, true, 1, "AT-T-1"},  {false, true, 2, "AT-T-2"},
-        {false, true, 3, "AT-T-3"}, {false, true, 4, "AT-T-4"}, {false, true, 5, "AT-T-5"},  {false, true, 6, "AT-T-6"},
-        {false, true, 7, "AT-T-7"}, {false, true, 8, "AT-T-0"}, {false, true, 256, "AT-T-0"}, {false, true, 0, "AT-T-0"},
-        {false, true, -1, "AT-T-0"}, {false, false, 1, "KM5-1"}, {false, false, 2, "KM5-2"}, {false, false, 3, "KM5-3"},
-        {false, false, 4, "KM5-4"}, {false, false, 5, "KM5-5"}, {false, false, 6, "KM5-6"}, {false, false, 7, "-1"},
-        {false, false, 0, "-1"},    {false, false, 256, "-1"},  {false, false, -1, "-1"},
+        {true, false, 7, "KM5-6и"},  {true, true, 7, "KM5-6и"},    {false, true, 1, "AT-T-1"},
+        {false, true, 2, "AT-T-2"},  {false, true, 3, "AT-T-3"},   {false, true, 4, "AT-T-4"},
+        {false, true, 5, "AT-T-5"},  {false, true, 6, "AT-T-6"},   {false, true, 7, "AT-T-7"},
+        {false, true, 8, "AT-T-0"},  {false, true, 256, "AT-T-0"}, {false, true, 0, "AT-T-0"},
+        {false, true, -1, "AT-T-0"}, {false, false, 1, "KM5-1"},   {false, false, 2, "KM5-2"},
+        {false, false, 3, "KM5-3"},  {false, false, 4, "KM5-4"},   {false, false, 5, "KM5-5"},
+        {false, false, 6, "KM5-6"},  {false, false, 7, "-1"},      {false, false, 0, "-1"},
+        {false, false, 256, "-1"},   {false, false, -1, "-1"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(model_name(row.km56i_mode, row.isATT, row.model), row.name)
@@ -82,10 +74,9 @@ TEST(Km5Tables, EachModelHasItsNameByTypeLetters) {
 }
 
 TEST(Km5Tables, CurrentValuesKeepTheirNamesButForTp) {
-    const std::vector<std::string> keys = {"dP", "IE1", "IM1", "IM2", "IM3", "IM4", "IM5", "Q1", "Q2",
-                                           "Q3", "Q4",  "Q5",  "IT1", "M1",  "M2",  "M3",  "M4", "M5",
-                                           "P1", "P2",  "P3",  "P4",  "P5",  "IQ1", "IQ2", "IQ3", "IQ4",
-                                           "IQ5", "T1", "T2",  "T3",  "T4",  "T5"};
+    const std::vector<std::string> keys = {"dP", "IE1", "IM1", "IM2", "IM3", "IM4", "IM5", "Q1", "Q2", "Q3", "Q4",
+                                           "Q5", "IT1", "M1",  "M2",  "M3",  "M4",  "M5",  "P1", "P2", "P3", "P4",
+                                           "P5", "IQ1", "IQ2", "IQ3", "IQ4", "IQ5", "T1",  "T2", "T3", "T4", "T5"};
     ASSERT_EQ(opc_moment_names.size(), 34U);
     std::set<std::string> in_map;
     for (const KM5_name& row : opc_moment_names) in_map.insert(row.driver_name);
@@ -111,7 +102,7 @@ struct FileNames {
 };
 
 constexpr FileNames Files[15] = {
-    {"P1", "A17", "A45"}, {"P2", "A18", "A46"}, {"P3", "A19", "A47"},  {"T1", "A20", "A48"},  {"T2", "A21", "A49"},
+    {"P1", "A17", "A45"}, {"P2", "A18", "A46"},  {"P3", "A19", "A47"},  {"T1", "A20", "A48"},  {"T2", "A21", "A49"},
     {"T3", "A22", "A50"}, {"IM1", "A12", "A40"}, {"IM2", "A14", "A42"}, {"IM3", "A16", "A44"}, {"IQ", "A1", "A29"},
     {"IV1", "A6", "A34"}, {"IV2", "A8", "A36"},  {"IV3", "A10", "A38"}, {"IT", "A4", "A32"},   {"ER", "A28", "A56"},
 };

@@ -12,8 +12,8 @@
 #include "drivers/km5/km5_base.h"
 #include "km5_meter.h"
 #include "support/km5_frames.h"
-#include "support/scene.h"
 #include "support/km5_listeners.h"
+#include "support/scene.h"
 
 // Zones as TZ rules, so that the tests do not depend on the machine's zone files.
 inline constexpr const char* Berlin = "CET-1CEST,M3.5.0,M10.5.0/3";

@@ -40,7 +40,7 @@ class KM5 final : public HCDBaseDriver {
     /// Takes the uuid and resumes the current subsystem from its archive files.
     void set_uuid(const std::string& meter) override;
     bool need_init() override { return !has_description; }
-    void do_init() override { get_description(); }
+    void do_init() override;
     /// Keeps polls 360 seconds apart and away from the hour change of the meter's own clock.
     bool is_update_due() override;
 

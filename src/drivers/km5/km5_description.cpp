@@ -27,6 +27,10 @@ std::string as_text(Bytes bytes) {
 
 }  // namespace
 
+void KM5::do_init() {
+    get_description();
+}
+
 bool KM5::getModel() {
     log_both("Start getModel");
     KM5_request req;

@@ -1,0 +1,223 @@
+// Before a record is read: when an archive is looked for, its bounds, its marker file, the index of a date.
+
+#include <string>
+#include <vector>
+
+#include "support/km5_scene.h"
+
+namespace {
+
+using km5_frames::answer;
+using km5_frames::bounds;
+using km5_frames::index_answer;
+using sim::ByteVector;
+
+constexpr const char* Marker = "_EXISTS_FIRST_RECORD";
+
+class Km5ArchiveTimes : public Km5Bench {
+  protected:
+    /// Seconds from the start of the driver to the first yes.
+    long first_yes(int type, unsigned step) {
+        start_driver();
+        const std::time_t born = machine.now();
+        while (!driver->need_update_archives(type)) machine.sleep(step);
+        return static_cast<long>(machine.now() - born);
+    }
+};
+
+TEST_F(Km5ArchiveTimes, HourlyAndDailyArchivesAreFirstLookedForMoreThanHalfAnHourAfterTheStart) {
+    EXPECT_EQ(first_yes(0, 1), 1801);
+    EXPECT_EQ(first_yes(1, 1), 1801);
+}
+
+TEST_F(Km5ArchiveTimes, TheOtherArchivesAreFirstLookedForAfterAWholePeriod) {
+    EXPECT_EQ(first_yes(4, 1), 3601);
+    EXPECT_EQ(first_yes(2, 1000), 2593000);
+    EXPECT_EQ(first_yes(3, 10000), 31110000);
+}
+
+TEST_F(Km5ArchiveTimes, AnArchiveIsDueWhenItsPeriodIsStrictlyExceeded) {
+    const long periods[] = {3600, 3600, 2592000, 31104000, 3600};
+    for (int type = 0; type < 5; ++type) {
+        start_driver();
+        machine.sleep(32000000);
+        ASSERT_TRUE(driver->need_update_archives(type));
+        const std::time_t asked_at = machine.now();
+        machine.sleep(static_cast<unsigned>(periods[type]) - 10);
+        while (!driver->need_update_archives(type)) machine.sleep(1);
+        EXPECT_EQ(machine.now() - asked_at, periods[type] + 1) << type;
+    }
+}
+
+TEST_F(Km5ArchiveTimes, ADailyArchiveIsLookedForEveryHour) {
+    start_driver();
+    machine.sleep(1801);
+    ASSERT_TRUE(driver->need_update_archives(1));
+    machine.sleep(3599);
+    EXPECT_FALSE(driver->need_update_archives(1));
+    machine.sleep(2);
+    EXPECT_TRUE(driver->need_update_archives(1));
+}
+
+TEST_F(Km5ArchiveTimes, TheTimeCountsFromTheAskingWhateverBecomesOfIt) {
+    start_driver();
+    machine.sleep(1801);
+    ASSERT_TRUE(driver->need_update_archives(0));
+    EXPECT_FALSE(driver->get_archives(0)) << "nobody on the line";
+    EXPECT_FALSE(driver->need_update_archives(0));
+}
+
+TEST_F(Km5ArchiveTimes, EachSubsystemHasItsOwnTimes) {
+    start_driver({.km56i = true, .systems = {"heat", "heat", "heat"}});
+    machine.sleep(1801);
+    EXPECT_TRUE(driver->need_update_archives(0));
+    driver->subsystem = 2;
+    EXPECT_TRUE(driver->need_update_archives(0));
+    EXPECT_FALSE(driver->need_update_archives(0));
+}
+
+TEST_F(Km5ArchiveTimes, TheQuestionIsLoggedForEachType) {
+    start_driver();
+    const char* const types[] = {"hourly.", "daily.", "monthly.", "yearly.", "errors."};
+    for (int type = 0; type < 5; ++type) {
+        driver->need_update_archives(type);
+        EXPECT_EQ(logged("messages", std::string("Need update archives, type: ") + types[type]), 1);
+    }
+    EXPECT_EQ(logged_parts("messages", {"Now = ", ", last_request = ", ", fRes = "}), 5);
+    EXPECT_EQ(state(), "need update archives ? ");
+}
+
+// ---- bounds
+
+class Km5ArchiveBounds : public Km5Bench {
+  protected:
+    Km5ArchiveBounds() {
+        machine.connect(Port, meter);
+        start_driver();
+    }
+    Km5Script meter;
+};
+
+TEST_F(Km5ArchiveBounds, EachBoundIsARequestOfItsOwn) {
+    meter.say(bounds(0, 100, 20, 768)).say(bounds(0, 100, 20, 768)).say(bounds(0, 100, 20, 768));
+    EXPECT_EQ(driver->get_first_record_idx(0), 100);
+    EXPECT_EQ(driver->get_last_record_idx(1), 20);
+    EXPECT_EQ(driver->get_record_count(4), 768);
+    EXPECT_EQ(meter.heard[0], km5_frames::request(Address, 0x33, {0}));
+    EXPECT_EQ(meter.heard[1], km5_frames::request(Address, 0x33, {1}));
+    EXPECT_EQ(meter.heard[2], km5_frames::request(Address, 0x33, {4}));
+    EXPECT_EQ(connected(), "111111");
+}
+
+TEST_F(Km5ArchiveBounds, ABoundGoesUpTo65535) {
+    meter.say(bounds(0, 65535, 0, 0));
+    EXPECT_EQ(driver->get_first_record_idx(0), 65535);
+}
+
+TEST_F(Km5ArchiveBounds, ABoundThatIsNotToldIsMinusOne) {
+    EXPECT_EQ(driver->get_first_record_idx(0), -1);
+    EXPECT_EQ(driver->get_last_record_idx(0), -1);
+    EXPECT_EQ(driver->get_record_count(0), -1);
+    EXPECT_EQ(meter.heard.size(), 63U);
+    EXPECT_EQ(connected(), "000000");
+}
+
+TEST_F(Km5ArchiveBounds, TheQuestionsAreShownInStateAndLog) {
+    meter.say(bounds(0, 1, 2, 3), 3);
+    driver->get_last_record_idx(0);
+    EXPECT_EQ(state(), "get last record idx for archives");
+    driver->get_first_record_idx(1);
+    EXPECT_EQ(state(), "get first record idx for archives");
+    driver->get_record_count(4);
+    EXPECT_EQ(state(), "get record count for archives");
+    EXPECT_EQ(logged("messages", "Archive : Hourly. Get last record idx."), 1);
+    EXPECT_EQ(logged_parts("messages", {". Last record idx = 2"}), 1);
+    EXPECT_EQ(logged("messages", "Archive : Daily. Get first record idx."), 1);
+    EXPECT_EQ(logged_parts("messages", {". First record idx = 1"}), 1);
+    EXPECT_EQ(logged("messages", "Archive : Errors_db. Get records count. "), 1);
+    EXPECT_EQ(logged_parts("messages", {". Records count = 3"}), 1);
+}
+
+// ---- the marker of the first record
+
+TEST_F(Km5ArchiveBounds, TheMarkerIsOneWhileTheFlagsHighestBitIsClear) {
+    meter.say(bounds(0x7F, 0, 5, 6));
+    driver->get_record_count(0);
+    EXPECT_EQ(archive(Marker), "1");
+}
+
+TEST_F(Km5ArchiveBounds, TheMarkerIsZeroWhenTheFlagsHighestBitIsSet) {
+    meter.say(bounds(0x80, 0, 5, 6));
+    driver->get_record_count(0);
+    EXPECT_EQ(archive(Marker), "0");
+}
+
+TEST_F(Km5ArchiveBounds, TheMarkerSpeaksOfTheArchiveThatWasCountedLast) {
+    meter.say(bounds(0x80, 0, 5, 6)).say(bounds(0, 0, 5, 6));
+    driver->get_record_count(0);
+    driver->get_record_count(4);
+    EXPECT_EQ(archive(Marker), "1");
+}
+
+TEST_F(Km5ArchiveBounds, OnlyACountWritesTheMarker) {
+    meter.say(bounds(0x80, 0, 5, 6), 2);
+    driver->get_first_record_idx(0);
+    driver->get_last_record_idx(0);
+    EXPECT_FALSE(scene.exists("/mnt/storage/m1/1/tc_archives/_EXISTS_FIRST_RECORD"));
+}
+
+TEST_F(Km5ArchiveBounds, ACountThatFailsLeavesTheMarker) {
+    meter.say(bounds(0x80, 0, 5, 6));
+    driver->get_record_count(0);
+    driver->get_record_count(0);
+    EXPECT_EQ(archive(Marker), "0");
+}
+
+TEST_F(Km5ArchiveBounds, TheMarkerStandsWithItsSubsystem) {
+    driver->subsystem = 2;
+    meter.say(bounds(0, 0, 5, 6));
+    driver->get_record_count(0);
+    EXPECT_EQ(archive(Marker, 3), "1");
+    EXPECT_EQ(archive(Marker, 1), "");
+}
+
+TEST_F(Km5ArchiveBounds, AMarkerThatCannotBeWrittenIsPassedOver) {
+    scene.remove("/mnt/storage/m1/1/tc_archives");
+    meter.say(bounds(0, 0, 5, 6));
+    EXPECT_EQ(driver->get_record_count(0), 6);
+}
+
+// ---- the index of a date
+
+TEST_F(Km5ArchiveBounds, ADateIsAskedForInBcdWithoutMinutes) {
+    meter.say(index_answer(513));
+    EXPECT_EQ(driver->get_string_by_date(0, 31, 11, 124, 23), 513);
+    EXPECT_EQ(meter.heard[0], km5_frames::request(Address, 0x34, {0, 0x31, 0x12, 0x24, 0x23}));
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(state(), "get string by date for archives");
+    EXPECT_EQ(logged("messages", "Archive : Hourly. Get string number by date : "), 1);
+    EXPECT_EQ(logged_parts("messages", {"31", "12", " at ", "23", ", string number at archive database => 513"}), 1);
+}
+
+TEST_F(Km5ArchiveBounds, EachMonthHasItsByteAndOctoberIs0x0A) {
+    const std::uint8_t months[12] = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A, 0x11, 0x12};
+    for (int tm_mon = 0; tm_mon < 12; ++tm_mon) {
+        meter.say(index_answer(1));
+        driver->get_string_by_date(1, 1, tm_mon, 109, 0);
+        EXPECT_EQ(meter.heard.back(),
+                  km5_frames::request(Address, 0x34, {1, 0x01, months[static_cast<std::size_t>(tm_mon)], 0x09, 0x00}));
+    }
+}
+
+TEST_F(Km5ArchiveBounds, AnIndexIsUnsigned) {
+    meter.say(index_answer(65535));
+    EXPECT_EQ(driver->get_string_by_date(4, 1, 0, 124, 0), 65535);
+}
+
+TEST_F(Km5ArchiveBounds, ADateThatIsNotAnsweredHasNoIndex) {
+    meter.say(answer(0xF0), 11);
+    EXPECT_EQ(driver->get_string_by_date(0, 1, 0, 124, 0), -1);
+    EXPECT_EQ(driver->get_string_by_date(0, 1, 0, 124, 0), -1) << "silence";
+}
+
+}  // namespace

@@ -1,0 +1,35 @@
+#pragma once
+// Which archive lines the records of a simulated KM5 meter must become, worked out without the driver.
+
+#include <ctime>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "km5_meter.h"
+
+/// Where one field of a record goes. Field numbers are those of km5_field_names.
+struct Km5LinePlace {
+    std::size_t field;
+    const char* hourly;
+    const char* daily;
+    bool total;  ///< dated as the record; an average is dated one period earlier
+};
+
+/// The places of a record of model 2 or 4 in the order of writing: totals, then averages.
+const std::vector<Km5LinePlace>& km5_places(int model);
+
+struct Km5Line {
+    std::string file;
+    std::string text;  ///< without its end
+    std::time_t time = 0;
+    std::time_t record_time = 0;
+};
+
+/// The lines of one hourly or daily record, in the order of writing.
+std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const sim::Km5StoredRecord& record);
+Km5Line km5_event_line(const sim::Km5StoredEvent& event);
+
+/// How often each line stands in each file; the text before the last line end only.
+using Km5LineCounts = std::map<std::string, std::map<std::string, int>>;
+void km5_count(Km5LineCounts& counts, const Km5Line& line, int times = 1);
