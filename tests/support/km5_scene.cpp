@@ -1,6 +1,5 @@
 #include "support/km5_scene.h"
 
-
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>
