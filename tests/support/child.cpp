@@ -1,5 +1,6 @@
 #include "support/child.h"
 
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,9 +8,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <system_error>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -51,6 +57,24 @@ std::string output_of(int stream, const std::function<void()>& work) {
 
 bool g_is_child = false;
 
+/// True when every other thread of this process waits for something.
+bool others_wait() {
+    for (const fs::directory_entry& task : fs::directory_iterator("/proc/self/task")) {
+        if (task.path().filename() == std::to_string(::gettid())) continue;
+        std::ifstream file(task.path() / "stat");
+        const std::string stat(std::istreambuf_iterator<char>(file), {});
+        const std::size_t state = stat.rfind(')') + 2;  // behind the name, which may hold anything
+        if (state < stat.size() && stat[state] != 'S') return false;
+    }
+    return true;
+}
+
+// A child gets the locks as they are but not the threads that would give them back, and the address sanitizer's
+// allocator has such locks. So the service's thread has to be at rest before a fork.
+void wait_for_others() {
+    while (!others_wait()) ::sched_yield();
+}
+
 // An exception that nobody catches ends the child as it would end the daemon.
 [[noreturn]] void be_child(int out, int err, const std::function<int()>& work) noexcept {
     g_is_child = true;
@@ -61,6 +85,7 @@ bool g_is_child = false;
 
 ChildEnd run_child(int out, int err, const std::function<int()>& work) {
     flush_all();
+    wait_for_others();
     const pid_t child = ::fork();
     if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0) be_child(out, err, work);
