@@ -9,7 +9,7 @@
 #include "core/bytes.h"
 
 /// Line control, inserted like a value.
-enum LogControl {
+enum LogControl : int {
     LOG_BEGIN = 0,  ///< begins a line: writes the time prefix
     LOG_END = 1,    ///< ends the line, then looks at the size of the file
 };

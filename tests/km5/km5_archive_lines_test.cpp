@@ -1,5 +1,6 @@
 // What one archive record becomes: names, dates, quality; records that are passed over; changes of summer time.
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>

@@ -1,5 +1,6 @@
 // The walk over an archive: where it begins and ends, what it passes over, what a failure leaves behind.
 
+#include <algorithm>
 #include <string>
 #include <vector>
 

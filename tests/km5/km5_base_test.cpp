@@ -212,6 +212,31 @@ TEST_F(Km5Process, AMeterSwappedForTheRightKindIsRead) {
     EXPECT_EQ(connected(), "111111");
 }
 
+TEST_F(Km5Process, AKm56iThatIsNotStartedAsOneIsRecognised) {
+    // Serial 12345678 has the digit 2 where a KM5-6i has its subsystem: the third one answers first.
+    sim::Km5Meter i6({.km56i = true, .subsystems = 3});
+    scene.service.set_meter(Uuid, {.serial = 12345678, .port_name = Port, .system_types = {"heat", "heat", "heat"}});
+    machine.connect(Port, i6);
+    run(200);
+    for (int n = 1; n <= 3; ++n) {
+        EXPECT_EQ(item("MeterModel", n), "KM5-6и") << n;
+        EXPECT_EQ(item("_DriverStatus", n), "6") << n;
+    }
+}
+
+TEST_F(Km5Process, AMeterThatIsNoKm56iIsNotFoundUnderTheAddressOfOne) {
+    sim::Km5Meter other({.serial = 10999991, .model = 2});
+    configure("m1", 12345678);
+    configure("m2", 10999991);  // the digit is 0 already
+    machine.connect(Port, meter);
+    machine.connect(Port, other);
+    Km5Daemon daemon({"m1", "m2"}, true, false);
+    machine.run_for(300, [&daemon] { daemon(); });
+    EXPECT_EQ(meter.requests(), 0U);
+    EXPECT_EQ(scene.item("m2", 1, "MeterModel"), "KM5-2\n");
+    EXPECT_EQ(scene.item("m2", 1, "_DriverStatus"), "6\n");
+}
+
 TEST_F(Km5Process, PollsKeepAwayFromTheHourChangeOfTheMeter) {
     configure(Uuid, 12345678);
     machine.connect(Port, meter);

@@ -233,6 +233,17 @@ TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
     EXPECT_EQ(archive(Events), "1705316400,192,1.000000\n");
 }
 
+TEST_F(Km5Events, AnEventInSummerBehindOneInWinterIsDatedBySummerTime) {
+    sim::Km5Meter meter;
+    meter.store_event("2023-07-01 12:00", 0x81);
+    start_described(meter);
+    ::setenv("TZ", Berlin, 1);
+    ::tzset();
+    driver->last_request_ERROR[0] = 1673776800;  // 2023-01-15
+    driver->get_error_archives();
+    EXPECT_EQ(archive(Events), "1688205600,192,1.000000\n");
+}
+
 TEST_F(Km5Events, TheReadingIsToldInTheMessagesLog) {
     sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x85);

@@ -162,7 +162,7 @@ TEST(Km5Frame, AnAnswerOfTwoBytesHasNothingButSumsOfNothing) {
     EXPECT_EQ(find_fault(received({0, 0}, 0x08)), AnswerFault::Command);
 }
 
-TEST(Km5Frame, AnAnswerOfOneByteIsCheckedAgainstTheLastByteSent) {
+TEST(Km5Frame, AnAnswerOfOneByteHasNoRoomForSums) {
     KM5_request req = received({0}, 0x08);
     build_frame(req);
     sync_send_buffer(req);

@@ -1,7 +1,5 @@
 #include "support/km5_scene.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>
@@ -18,13 +16,6 @@ constexpr int NoParity = 2;
 bool has_prefix(const std::string& line) {
     return line.size() >= PrefixLength && line[2] == '/' && line[5] == '/' && line[11] == ':' &&
            line.compare(PrefixLength - 3, 3, " : ") == 0;
-}
-
-/// A poll rewrites a hundred small files: the scene's folder belongs into memory where the machine has such a place.
-const std::string& in_memory(const std::string& start) {
-    constexpr const char* Memory = "/dev/shm";
-    if (::access(Memory, W_OK | X_OK) == 0) ::setenv("TEST_TMPDIR", Memory, 0);
-    return start;
 }
 
 std::string without_line_end(std::string text) {
@@ -44,7 +35,7 @@ bool holds_in_order(const std::string& line, const std::vector<std::string>& par
 
 }  // namespace
 
-Km5Bench::Km5Bench(const std::string& start, const std::string& zone) : scene(in_memory(start), zone) {
+Km5Bench::Km5Bench(const std::string& start, const std::string& zone) : scene(start, zone) {
     scene.make_tree(Uuid);
     machine.add_device(Port);
 }
