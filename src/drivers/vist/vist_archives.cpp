@@ -4,7 +4,9 @@
 // neither loses nor repeats a record. The walk starts two records early, and a record is taken only if its time is
 // above the last one stored.
 
+#include <algorithm>
 #include <array>
+#include <limits>
 
 #include "core/gateway.h"
 #include "drivers/vist/hcd_vist.h"
@@ -47,7 +49,10 @@ void HCD_VIST::resume_from_files() {
     last_request_archive_header[s] = check_integrity(HeaderNames.data(), HeaderNames.size(), n, Staged);
     last_request_archive_data[s] = check_integrity(DataNames.data(), DataNames.size(), n, Staged);
     // Records are filed one hour before their own time.
-    if (last_request_archive_data[s] != 0) last_request_archive_data[s] += HourSeconds;
+    constexpr std::time_t Latest = std::numeric_limits<std::int32_t>::max() - HourSeconds;
+    if (last_request_archive_data[s] != 0) {
+        last_request_archive_data[s] = std::min(last_request_archive_data[s], Latest) + HourSeconds;
+    }
     log_line(log.get(), "Init last_request_archive_data");
     log_line(log.get(), "last_request_archive_data = ", last_request_archive_data[s]);
     log_line(log.get(), "last_request_archive_header = ", last_request_archive_header[s]);
@@ -55,8 +60,8 @@ void HCD_VIST::resume_from_files() {
 }
 
 bool HCD_VIST::get_archives(int subsystem) {
-    selected_subsystem = subsystem;
     publish_item("_DriverStatus", int{StatusHourlyArchive});
+    selected_subsystem = subsystem;
     last_archive_record = 0;
     log_line(log.get(), "get_archives start");
     log_line(log.get(), "subsystem num = ", subsystem);
@@ -110,11 +115,11 @@ bool HCD_VIST::select_record(std::time_t oldest) {
         log_line(log.get(), "perform: last_request_archive_data = 0");
         last = 0;
     }
-    auto index = static_cast<std::int32_t>((std::int64_t{last} - std::int64_t{oldest}) / HourSeconds);
+    auto index = static_cast<std::int32_t>((std::int64_t{last} - oldest) / HourSeconds);
     log_line(log.get(), "Index for request = ", index);
     // Positions count back from the newest record; the walk begins two records before the last stored one.
     const bool out_of_ring = static_cast<std::uint32_t>(index) > static_cast<std::uint32_t>(ArchiveRecNum - 2);
-    index = out_of_ring ? ArchiveRecNum : ArchiveRecNum - index + 2;
+    index = out_of_ring ? ArchiveRecNum : static_cast<std::int32_t>(std::int64_t{ArchiveRecNum} - index + 2);
     if (index <= 0) return true;
     log_line(log.get(), "Selecting record(index) : ", index);
     if (!functions.do_request(reqArchiveSetPosData, index)) {
@@ -155,11 +160,11 @@ bool HCD_VIST::walk_archive() {
 bool HCD_VIST::has_reached_header() {
     const auto s = static_cast<std::size_t>(selected_subsystem);
     const std::time_t header = last_request_archive_header[s];
-    const std::time_t data = last_request_archive_data[s] + HourSeconds;
-    const double difference = std::difftime(data, header);
+    const std::int64_t data = std::int64_t{last_request_archive_data[s]} + HourSeconds;
+    const auto difference = static_cast<double>(data - header);
     log_line(log.get(), "Determine get_archives() end..");
     log_line(log.get(), "header_date = ", header);
-    log_line(log.get(), "delta_date + 3600 = ", data);
+    log_line(log.get(), "delta_date + 3600 = ", static_cast<long>(data));
     log_line(log.get(), "difftime => ", difference);
     return difference >= 0;
 }

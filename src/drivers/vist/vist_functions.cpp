@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <utility>
 
 #include "config/publisher.h"
 #include "core/text.h"
@@ -35,8 +34,8 @@ TextFrame scan_frame(const std::string& answer, const char* format) {
     TextFrame frame;
     std::array<char, AnswerBytes + 1> text{};  // no answer is longer, so no field of it can be
     const bool third_is_text = std::string(format).find("%s") != std::string::npos;
-    void* const third = third_is_text ? static_cast<void*>(text.data()) : &frame.third;
-    frame.parsed = std::sscanf(answer.c_str(), format, &frame.first, &frame.second, third);
+    frame.parsed = third_is_text ? std::sscanf(answer.c_str(), format, &frame.first, &frame.second, text.data())
+                                 : std::sscanf(answer.c_str(), format, &frame.first, &frame.second, &frame.third);
     int number = 0;
     std::array<char, AnswerBytes + 1> word{};
     std::sscanf(answer.c_str(), "HL0[%d:%d]{%[A-Z:A-Z]}>", &number, &number, word.data());
@@ -103,14 +102,13 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
     log_line(log, "pVISTdrv pointer = ", format_cut(32, "%p", static_cast<void*>(pVISTdrv)));
     log_line(log, "virtdev_cnt = ", pVISTdrv->virtdev_cnt);
 
-    // A nested conversation has a budget of its own.
-    const int outer_errors = std::exchange(error_count, 0);
+    int ErrCnt = 0;
     bool fDone = false;
     for (std::size_t i = 0; i < rows.size();) {
         log_line(log, "Start request cycle..");
-        log_line(log, "ErrCnt = ", error_count);
+        log_line(log, "ErrCnt = ", ErrCnt);
         log_line(log, "VISTMaxErrors = ", VISTMaxErrors);
-        if (error_count > VISTMaxErrors) {
+        if (ErrCnt > VISTMaxErrors) {
             log_line(log, "Request error limit hit!");
             fDone = false;
             log_line(log, "setConnected(false)");
@@ -118,10 +116,7 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
             break;
         }
         vdn_num.virtdev_num = pVISTdrv->selected_subsystem;
-        if (rec_count == 0) {
-            error_count = outer_errors;
-            return false;
-        }
+        if (rec_count == 0) return false;
 
         const VISTRequest& row = rows[i];
         const std::string command = build_command(row, rec_count);
@@ -130,21 +125,22 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
         if (is_end) log_line(log, "Request is \"END\"");
         log_line(log, "Requesting: ", command);
         ExchangeAnswer answer;
-        if (!send_request(command, answer)) {
-            if (is_end) {
-                log_line(log, "Request is \"END\" => fDone = true");
-                ++i;
-                fDone = true;
-                continue;
-            }
+        const bool answered = send_request(command, answer);
+        if (is_end) {
+            log_line(log, "Request is \"END\" => fDone = true");
+            ++i;
+            fDone = true;
+            continue;
+        }
+        if (!answered) {
             log_line(log, "Packet ", static_cast<unsigned long>(i), " in ", row.name, " FAIL [send request].");
             fDone = false;
-            ++error_count;
+            ++ErrCnt;
             ++pVISTdrv->stat_send_errors;
             continue;
         }
         pVISTdrv->stat_rx_bytes += static_cast<std::uint32_t>(answer.size());
-        switch (row.is_binary ? take_binary(row, i, answer) : take_text(row, i, answer)) {
+        switch (row.is_binary ? take_binary(row, i, answer, ErrCnt) : take_text(row, i, answer, ErrCnt)) {
             case Outcome::WrongVdn:
                 continue;
             case Outcome::Stay:
@@ -155,7 +151,7 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
             case Outcome::Advance:
                 ++i;
                 fDone = true;
-                error_count = 0;
+                ErrCnt = 0;
                 break;
         }
         // Also after a failed row, once an earlier row of the conversation has succeeded.
@@ -164,14 +160,13 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
             setConnected(true, pVISTdrv->get_uuid());
         }
     }
-    error_count = outer_errors;
     pVISTdrv->set_busy(0);
     log_line(log, fDone ? "Send batch over, OK" : "Send batch over, FAIL");
     return fDone;
 }
 
-VISTFunctions::Outcome VISTFunctions::take_text(const VISTRequest& row, std::size_t index,
-                                                const ExchangeAnswer& answer) {
+VISTFunctions::Outcome VISTFunctions::take_text(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer,
+                                                int& ErrCnt) {
     UniLog* const log = pVISTdrv->log.get();
     const std::string text(answer.begin(), answer.end());
     log_line(log, "Response = ", text);
@@ -181,15 +176,16 @@ VISTFunctions::Outcome VISTFunctions::take_text(const VISTRequest& row, std::siz
     log_line(log, "TC : ", frame.word);
     if (frame.parsed == -1 || frame.parsed < row.min_fields || !text.ends_with("}>") || bad) {
         log_line(log, "Packet ", static_cast<unsigned long>(index), " in ", row.name, " FAIL [error format, text].");
-        ++error_count;
+        ++ErrCnt;
         pVISTdrv->stat_text_error_bytes += static_cast<std::uint32_t>(answer.size());
         return Outcome::Stay;
     }
     if (row.value_index < 0 || row.value_index >= frame.parsed) return Outcome::Advance;
-    return take_value(row, frame.second, frame.third, answer.size());
+    return take_value(row, frame.second, frame.third, answer.size(), ErrCnt);
 }
 
-VISTFunctions::Outcome VISTFunctions::take_value(const VISTRequest& row, int second, int third, std::size_t length) {
+VISTFunctions::Outcome VISTFunctions::take_value(const VISTRequest& row, int second, int third, std::size_t length,
+                                                 int& ErrCnt) {
     UniLog* const log = pVISTdrv->log.get();
     if (row.ret_kind == RET_INT) {
         log_line(log, "RET_INT");
@@ -201,7 +197,7 @@ VISTFunctions::Outcome VISTFunctions::take_value(const VISTRequest& row, int sec
     ret_vdn = second;
     if (ret_vdn == vdn_num.virtdev_num) return Outcome::Advance;
     log_line(log, "VDN cmd failed, compare error:", vdn_num.virtdev_num, " expected, but found ", ret_vdn);
-    ++error_count;
+    ++ErrCnt;
     pVISTdrv->stat_vdn_error_bytes += static_cast<std::uint32_t>(length);
     return Outcome::WrongVdn;
 }
@@ -220,7 +216,7 @@ void VISTFunctions::log_packet(const ExchangeAnswer& answer) {
 }
 
 VISTFunctions::Outcome VISTFunctions::take_binary(const VISTRequest& row, std::size_t index,
-                                                  const ExchangeAnswer& answer) {
+                                                  const ExchangeAnswer& answer, int& ErrCnt) {
     // Nothing is charged for a scrap of an answer, however often it comes; the leniency is deliberate.
     if (current_buffer == -1 || answer.size() < ShortestPacket) return Outcome::Stay;
     UniLog* const log = pVISTdrv->log.get();
@@ -236,7 +232,7 @@ VISTFunctions::Outcome VISTFunctions::take_binary(const VISTRequest& row, std::s
     log_line(log, "Packet CRC ", int{answer[PacketCrcAt]}, ", expected ",
              int{byte_sum(Bytes(answer).subspan(PacketTypeAt))});
     do_request(reqReturn);  // takes the meter out of its binary reply
-    ++error_count;
+    ++ErrCnt;
     pVISTdrv->stat_binary_error_bytes += static_cast<std::uint32_t>(answer.size());
     constexpr std::uint8_t TextHead[] = {'H', 'L', '0'};
     if (!std::equal(std::begin(TextHead), std::end(TextHead), answer.begin())) return Outcome::Stay;

@@ -43,11 +43,10 @@ class VISTFunctions : public UniScript {
 
     bool send_request(const std::string& command, ExchangeAnswer& answer);
     std::string build_command(const VISTRequest& row, int rec_count);
-    Outcome take_text(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer);
-    Outcome take_value(const VISTRequest& row, int second, int third, std::size_t length);
-    Outcome take_binary(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer);
+    Outcome take_text(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer, int& ErrCnt);
+    Outcome take_value(const VISTRequest& row, int second, int third, std::size_t length, int& ErrCnt);
+    Outcome take_binary(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer, int& ErrCnt);
     void log_packet(const ExchangeAnswer& answer);
 
     HCD_VIST* pVISTdrv;
-    int error_count = 0;  ///< of the conversation that is running
 };

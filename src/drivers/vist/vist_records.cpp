@@ -47,6 +47,11 @@ constexpr HeaderTotal HeaderTotals[] = {
     {"A1", PacketBodyAt + 50, 14, ByPrecision3}, {"A4", PacketBodyAt + 46, 7, By100},
 };
 
+/// The total of heat is a signed number of eight bytes, the others are unsigned ones of four.
+std::size_t total_width(const HeaderTotal& total) {
+    return total.divisor == ByPrecision3 ? 8 : 4;
+}
+
 /// How a record's field is decoded and filed.
 enum class FieldKind { Skip, Unsigned, Signed, Temperature, Pressure, Status };
 
@@ -139,6 +144,10 @@ bool HCD_VIST::flush_archive_header() {
     ArchiveRecMax = static_cast<std::int16_t>(le_u16(bytes, HeaderRecMax));
     for (std::size_t i = 0; i < arch_precision.size(); ++i) arch_precision[i] = u8_at(bytes, HeaderPrecision + i);
 
+    if (fSwapArch) {
+        for (const HeaderTotal& total : HeaderTotals) swap_bytes(bytes, total.at, total_width(total));
+    }
+
     std::time_t& newest = last_request_archive_header[static_cast<std::size_t>(selected_subsystem)];
     if (newest >= ts) {
         log_line(log.get(), "Current header timestamp is exists, return false");
@@ -147,11 +156,11 @@ bool HCD_VIST::flush_archive_header() {
     log_line(log.get(), "Ok, flush_archives. New max timestamp = ", ts);
     newest = ts;
     for (const HeaderTotal& total : HeaderTotals) {
-        const std::size_t width = total.divisor == ByPrecision3 ? 8 : 4;
-        if (fSwapArch) swap_bytes(bytes, total.at, width);
-        const double raw = width == 8 ? static_cast<double>(static_cast<std::int64_t>(le_u64(bytes, total.at)))
-                                      : static_cast<double>(le_u32(bytes, total.at));
-        if ((arch_mask >> total.bit & 1) != 0) add_value(total.name, divided(raw, total.divisor, arch_precision));
+        if ((arch_mask >> total.bit & 1) == 0) continue;
+        const double raw = total_width(total) == 8
+                               ? static_cast<double>(static_cast<std::int64_t>(le_u64(bytes, total.at)))
+                               : static_cast<double>(le_u32(bytes, total.at));
+        add_value(total.name, divided(raw, total.divisor, arch_precision));
     }
     ArchiveHolder::flush_values(tm, 0, QualityGood, selected_subsystem + 1, Staged);
     return true;
@@ -181,12 +190,12 @@ bool HCD_VIST::flush_archive_data(int& error) {
     }
     log_line(log.get(), "CRC ok");
 
+    bytes[RecordTime + 1] = bytes[RecordTime + 2] = 0;  // a record's time is always a full hour
     std::tm tm = packet_time(bytes, RecordTime);
-    tm.tm_min = tm.tm_sec = 0;  // a record's time is always a full hour
     const std::time_t ts = make_time(tm);
     log_line(log.get(), "Archive record timestamp: ", ts);
     std::time_t& last = last_request_archive_data[static_cast<std::size_t>(selected_subsystem)];
-    if (last > 0 && ts - last > HourSeconds) {
+    if (last > 0 && std::difftime(ts, last) > HourSeconds) {
         log_line(log.get(), "Record's timestamp less that coming record's timestamp ");
         log_line(log.get(), "return false");
         return false;
