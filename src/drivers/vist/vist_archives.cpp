@@ -61,6 +61,10 @@ void HCD_VIST::resume_from_files() {
 
 bool HCD_VIST::get_archives(int subsystem) {
     publish_item("_DriverStatus", int{StatusHourlyArchive});
+    if (subsystem < 0 || subsystem >= MaxVirtualDevices) {
+        log_line(log.get(), "WARNING! VIST network number is invalid.");
+        return false;
+    }
     selected_subsystem = subsystem;
     last_archive_record = 0;
     log_line(log.get(), "get_archives start");
@@ -74,7 +78,7 @@ bool HCD_VIST::get_archives(int subsystem) {
         log_line(log.get(), "Warning! Incompatible VIST SW version ", sw_version);
         return false;
     }
-    if (tc_sernum == 0xFFFFFFFF || subsystem == -1) {
+    if (tc_sernum == 0xFFFFFFFF) {
         log_line(log.get(), "WARNING! VIST network number is invalid.");
         return has_reached_header();
     }

@@ -103,6 +103,7 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
     log_line(log, "virtdev_cnt = ", pVISTdrv->virtdev_cnt);
 
     int ErrCnt = 0;
+    std::size_t reached = 0;  // rows that have succeeded; walking them again after a restart clears no error
     bool fDone = false;
     for (std::size_t i = 0; i < rows.size();) {
         log_line(log, "Start request cycle..");
@@ -149,9 +150,9 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
                 i = 0;
                 break;
             case Outcome::Advance:
-                ++i;
+                if (i >= reached) ErrCnt = 0;
+                reached = std::max(reached, ++i);
                 fDone = true;
-                ErrCnt = 0;
                 break;
         }
         // Also after a failed row, once an earlier row of the conversation has succeeded.
