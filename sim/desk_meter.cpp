@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "desk_km5.h"
+#include "desk_vist.h"
 
 namespace sim {
 
@@ -16,6 +17,7 @@ constexpr MeterType Types[] = {
     {"km5", "km-5", "KM5-1 to KM5-6: model=1..7, firmware=, clock=, drift=, events=, NAME=VALUE", make_km5},
     {"km56i", "km-5-6i", "KM5-6i with up to three subsystems (systems=): as km5, without model", make_km56i},
     {"att", "km-5", "AT-T: as km5", make_att},
+    {"vist", "vis-t", "VIST: devices=1..6, version=100..102, order=big|little, clock=, drift=, NAME=VALUE", make_vist},
 };
 
 constexpr unsigned FirstSerial = 12345677;  // of the meter before the first

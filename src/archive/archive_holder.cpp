@@ -10,7 +10,6 @@
 
 #include <dirent.h>
 
-#include "archive/record_time_scan.h"
 #include "core/gateway.h"
 #include "core/local_time.h"
 #include "core/text.h"
@@ -143,17 +142,8 @@ void ArchiveHolder::close_default_files() {
     for (const auto& file : default_files) file->close();
 }
 
-std::time_t ArchiveHolder::last_record_time(const std::string& name, int subsystem,
-                                            const std::string& directory) const {
-    const int fd = ::open(rooted(archive_path(uuid, subsystem, directory, name)).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return 0;
-    RecordTimeScan scan;
-    std::array<char, 32768> block;
-    for (ssize_t got = 0; (got = ::read(fd, block.data(), block.size())) > 0;) {
-        scan.feed({block.data(), static_cast<std::size_t>(got)});
-    }
-    ::close(fd);
-    return scan.finish();
+std::time_t ArchiveHolder::last_record_time(const std::string& name, int subsystem, const std::string& directory) {
+    return record_times.last_record_time(archive_path(uuid, subsystem, directory, name));
 }
 
 std::time_t ArchiveHolder::check_integrity(const std::string* names, int count, int subsystem, int to_tmp) {

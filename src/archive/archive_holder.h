@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "archive/archive_file.h"
+#include "archive/record_time_memory.h"
 
 /// Quality of an archive line: the value is good.
 constexpr int QualityGood = 192;
@@ -55,7 +56,7 @@ class ArchiveHolder {
     // ---- reading back
 
     /// The greatest time in the file; 0 for a missing file and one without a line.
-    std::time_t last_record_time(const std::string& name, int subsystem, const std::string& directory) const;
+    std::time_t last_record_time(const std::string& name, int subsystem, const std::string& directory);
 
     /// The time at which all files of a set end; files without a line do not count. 0 if there is none, or if the
     /// files disagreed: then all of them have been emptied, and the integrity trail has one date line more.
@@ -91,6 +92,8 @@ class ArchiveHolder {
     Stream direct_file;
 
   private:
+    RecordTimeMemory record_times;
+
     void write_value(const std::tm& record_tm, const std::string& name, int quality, double value, int subsystem,
                      int to_tmp) const;
 };

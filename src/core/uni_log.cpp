@@ -13,6 +13,8 @@
 #include "core/local_time.h"
 #include "core/text.h"
 
+UniLog* g_log = nullptr;
+
 namespace {
 
 constexpr off_t WrapOffset = 204801;  // a line end at this offset or behind it starts the file over

@@ -69,6 +69,8 @@ class UniLog {
     std::string path;
 };
 
+extern UniLog* g_log;  ///< general log of the process; null until it is made
+
 /// One whole line on `log`: prefix, the parts one after the other, line end. A null or muted log gets nothing.
 template <typename... Parts>
 void log_line(UniLog* log, const Parts&... parts) {

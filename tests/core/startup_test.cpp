@@ -145,7 +145,7 @@ TEST_F(StartupTest, UnknownNameEndsTheProcessWithStatusZero) {
 }
 
 TEST_F(StartupTest, MeterTypeThatIsNotInTheBuildIsAnUnknownName) {
-    for (const char* name : {"VIST", "SA94", "VISTmodbus"}) {
+    for (const char* name : {"SA94", "VISTmodbus"}) {
         const ChildEnd end = start({name, "-r", "u1"});
         EXPECT_EQ(end.status, 0) << name;
         EXPECT_EQ(end.out, "ups..\n") << name;
@@ -166,28 +166,53 @@ TEST_F(StartupTest, KnownNameWithoutAUuidEndsTheProcessWithStatusZero) {
     EXPECT_EQ(scene.service.requests(), Lines{});
 }
 
-// ---- single-bus mode, which this build does not have
+// ---- single-bus mode
 
-TEST_F(StartupTest, SingleBusModeOfThisBuildEndsTheProcessWithStatusZero) {
+TEST_F(StartupTest, SingleBusModeTakesTheWayToTheEndlessIterationsWithAnyWordInFrontOrBehind) {
+    scene.service.set_result("u1", R"({"serial":0,"manufacturer":"km-5","port_params":{"name":"/dev/none"}})");
     for (const Lines& words : {Lines{"WORD", "-j", "u1"}, Lines{"-j", "WORD", "u1"}}) {
-        const ChildEnd end = start(words);
-        EXPECT_EQ(end.status, 0);
-        EXPECT_EQ(end.out, "ups..\n");
-        EXPECT_TRUE(log().starts_with(block("3", {"u1"})));
-        EXPECT_TRUE(log().ends_with(line("Heat meter not definded. Exit.")));
+        EXPECT_EQ(start(words).status, StillAtWork);
+        EXPECT_EQ(log(), block("3", {"u1"}) + lines({"Run SingleBus", "Add Drivers", "Run drivers iterations"}));
         EXPECT_EQ(scene.list("/mnt/storage"), Lines{"u1"});
     }
 }
 
 TEST_F(StartupTest, SingleBusModeWithoutAWordLosesItsFirstUuid) {
+    scene.service.set_result("u2", R"({"serial":0,"manufacturer":"km-5","port_params":{"name":"/dev/none"}})");
     start({"-j", "u1", "u2"});
     EXPECT_TRUE(log().starts_with(block("3", {"u2"})));
     EXPECT_EQ(scene.list("/mnt/storage"), Lines{"u2"});
 }
 
-TEST_F(StartupTest, SingleBusModeWithoutAUuidEndsTheSameWay) {
-    EXPECT_EQ(start({"-j"}).status, 0);
-    EXPECT_TRUE(log().ends_with(line("Heat meter not definded. Exit.")));
+TEST_F(StartupTest, SingleBusModeWithoutAUuidSaysSoAndWalksNobodyForEver) {
+    EXPECT_EQ(start({"-j"}).status, StillAtWork);
+    EXPECT_EQ(log(), block("3", {}) + lines({"Run SingleBus", "No uuid on the command line.", "Add Drivers",
+                                             "Run drivers iterations"}));
+}
+
+TEST_F(StartupTest, SingleBusModeMakesTheDriverThatTheManufacturerNames) {
+    // Each driver makes logs of its own, by which it is told.
+    const auto port = [](const std::string& manufacturer) {
+        return R"({"serial":0,"port_params":{"name":"/dev/none"},"manufacturer":")" + manufacturer + "\"}";
+    };
+    scene.service.set_result("six", port("km-5-6i"));
+    scene.service.set_result("any", port("km-5-of-some-kind"));
+    scene.service.set_result("vist", port("vis-t"));
+    EXPECT_EQ(start({"WORD", "-j", "six", "any", "vist"}).status, StillAtWork);
+    EXPECT_TRUE(scene.exists("/tmp/uni_logs.six.messages.txt"));
+    EXPECT_TRUE(scene.exists("/tmp/uni_logs.any.messages.txt"));
+    EXPECT_TRUE(scene.exists("/tmp/uni_logs.vist.txt"));
+    EXPECT_FALSE(scene.exists("/tmp/uni_logs.vist.messages.txt"));
+}
+
+TEST_F(StartupTest, SingleBusModeWithAnUnknownFirstManufacturerEndsTheProcessWithStatusOne) {
+    for (const char* manufacturer : {"", "vis-t-modbus", "sa-94-2m", "km5", "KM-5", "vis-t "}) {
+        scene.service.set_result("u1", R"({"serial":1,"manufacturer":")" + std::string(manufacturer) + "\"}");
+        const ChildEnd end = start({"WORD", "-j", "u1"});
+        EXPECT_EQ(end.status, 1) << manufacturer;
+        EXPECT_NE(end.err.find("Unknown manufacturer"), std::string::npos) << manufacturer;
+        EXPECT_NE(log().find("Unknown manufacturer"), std::string::npos) << manufacturer;
+    }
 }
 
 // ---- normal mode

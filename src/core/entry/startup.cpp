@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include "config/config_client.h"
 #include "config/publisher.h"
@@ -16,10 +17,11 @@
 #include "driver/flag_files.h"
 #include "driver/hcd_base_driver.h"
 #include "driver/leds.h"
+#include "driver/single_bus.h"
 #include "drivers/km5/km5_base.h"
+#include "drivers/vist/vist_base.h"
 
 std::vector<std::string> g_uuid_list;
-UniLog* g_log = nullptr;
 HCDBaseDriver* g_driver = nullptr;
 
 namespace {
@@ -41,11 +43,24 @@ HCDBaseDriver* make_km5() {
     return new KM5_base(g_uuid_list, Km56i, Att);
 }
 
+HCDBaseDriver* make_vist() {
+    return new VIST_base(g_uuid_list);
+}
+
 constexpr MeterType MeterTypes[] = {
+    {"VIST", "Create VIST", make_vist},
     {"KM56i", "Create KM5-6i", make_km5<true, false>},
     {"KM5", "Create KM5", make_km5<false, false>},
     {"ATT", "Create ATT (really KM5)", make_km5<false, true>},
 };
+
+/// Single-bus mode: the driver of one meter by its manufacturer, in the order of comparison.
+std::unique_ptr<HCDBaseDriver> make_bus_driver(const std::string& manufacturer, const std::string& uuid) {
+    if (manufacturer == "km-5-6i") return std::make_unique<KM5>(uuid, true, false);
+    if (manufacturer.starts_with("km-5")) return std::make_unique<KM5>(uuid, false, false);
+    if (manufacturer == "vis-t") return std::make_unique<HCD_VIST>(uuid);
+    return nullptr;
+}
 
 void make_tree(const std::string& uuid, int n) {
     const std::string number = "/" + std::to_string(n);
@@ -193,8 +208,13 @@ void run_init(const std::string& name) {
 }
 
 void run_singlebus() {
-    std::puts("ups..");
-    give_up("Heat meter not definded. Exit.");
+    log_line(g_log, "Run SingleBus");
+    SingleBus bus(make_bus_driver);
+    if (g_uuid_list.empty()) log_line(g_log, "No uuid on the command line.");
+    log_line(g_log, "Add Drivers");
+    bus.add_drivers(g_uuid_list);
+    log_line(g_log, "Run drivers iterations");
+    bus.run();
 }
 
 void print_version() {

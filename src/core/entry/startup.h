@@ -6,10 +6,8 @@
 #include <vector>
 
 class HCDBaseDriver;
-class UniLog;
 
 extern std::vector<std::string> g_uuid_list;  ///< the meters of this process, in command-line order
-extern UniLog* g_log;                         ///< general log of the process
 extern HCDBaseDriver* g_driver;               ///< the driver of normal mode; null until made
 
 /// What the command line asks for.

@@ -1,0 +1,261 @@
+#include "vist_meter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+constexpr std::size_t lines_kept = 4096;
+constexpr std::size_t most_records = 32767;  // the counts of a header are signed numbers of two bytes
+constexpr std::size_t name_width = 12;
+constexpr std::uint8_t little_endian_bit = 0x80;
+constexpr int seconds_per_hour = 3600;
+
+std::tm local(std::time_t time) {
+    std::tm tm{};
+    localtime_r(&time, &tm);
+    return tm;
+}
+
+std::time_t last_full_hour(std::time_t time) {
+    const std::tm tm = local(time);
+    return time - tm.tm_min * 60 - tm.tm_sec;
+}
+
+// The second look is for zones that change by half an hour.
+std::time_t next_full_hour(std::time_t time) {
+    do {
+        time = last_full_hour(time) + seconds_per_hour;
+    } while (local(time).tm_min != 0);
+    return time;
+}
+
+bool holds_zero(const std::string& text) {
+    return text.find('\0') != std::string::npos;
+}
+
+void check(const VistConfig& config) {
+    if (config.network < 0) throw std::invalid_argument("a network number is not negative");
+    if (config.devices.empty() || config.devices.size() > vist_max_devices) {
+        throw std::invalid_argument("a meter has one to six virtual devices");
+    }
+    if (config.capacity < 1 || config.capacity > most_records) throw std::invalid_argument("a ring holds 1 to 32767");
+    for (const auto& device : config.devices) {
+        if (device.name.size() > name_width) throw std::invalid_argument("a name has up to 12 bytes");
+    }
+    const std::string serial = config.serial_text.value_or("");
+    if (holds_zero(config.firmware) || holds_zero(config.model) || holds_zero(serial)) {
+        throw std::invalid_argument("a zero ends a text");
+    }
+    vist_packet(VistSpecials, vist_specials_body(config));  // throws when the texts are too long
+}
+
+}  // namespace
+
+VistMeter::VistMeter(VistConfig config) {
+    swap_for(std::move(config));
+}
+
+VistMemory& VistMeter::memory(unsigned device) {
+    return memories_.at(device);
+}
+
+const VistMemory& VistMeter::memory(unsigned device) const {
+    return memories_.at(device);
+}
+
+VistWriting VistMeter::writing() const {
+    const auto rest = static_cast<std::uint8_t>(config_.enumer_rest & ~little_endian_bit);
+    const bool little = config_.order == VistOrder::Little;
+    return {.order = config_.order, .enumer = static_cast<std::uint8_t>(rest | (little ? little_endian_bit : 0))};
+}
+
+// ---- present state
+
+void VistMeter::set_value(const std::string& name, VistValue value, unsigned device) {
+    memory(device).set_value(name, value);
+}
+
+VistValue VistMeter::value(const std::string& name, unsigned device) const {
+    return memory(device).value(name);
+}
+
+void VistMeter::set_status(const std::array<std::uint8_t, 4>& status, unsigned device) {
+    memory(device).device.status = status;
+}
+
+VistDevice& VistMeter::device(unsigned device) {
+    return memory(device).device;
+}
+
+// ---- clock
+
+std::time_t VistMeter::clock(std::time_t now) const {
+    const double since = drifts_since_ ? std::difftime(now, *drifts_since_) : 0.0;
+    return now + clock_offset_ + std::llround(since * config_.clock_drift_ppm / 1e6);
+}
+
+void VistMeter::set_clock(const VistWhen& shown, std::time_t now) {
+    catch_up(now);
+    clock_offset_ = static_cast<long>(shown.time() - now);
+    drifts_since_ = now;
+    hours_done_ = std::max(hours_done_, shown.time());
+}
+
+// ---- archive
+
+void VistMeter::store_hourly(const VistRecord& record, unsigned device) {
+    memory(device).ring.push(memory(device).stored(record));
+}
+
+void VistMeter::record_archives(bool on, const VistWhen& from) {
+    if (on) hours_done_ = from.time();
+    recording_ = on;
+}
+
+void VistMeter::catch_up(std::time_t now) {
+    if (!drifts_since_) drifts_since_ = now;
+    if (!recording_) return;
+    const std::time_t shown = clock(now);
+    for (auto next = next_full_hour(hours_done_); next <= shown; next = next_full_hour(hours_done_)) {
+        if (!missed_hours_.contains(next)) record_at(next);
+        hours_done_ = next;
+    }
+}
+
+void VistMeter::record_at(std::time_t time) {
+    for (unsigned device = 0; device < memories_.size(); ++device) {
+        VistStoredRecord record{.time = time, .date = VistWhen(time).date()};
+        for (std::size_t field = 0; field < vist_record_fields; ++field) {
+            record.numbers[field] = recorded_number(config_.serial, device, time, field);
+        }
+        memory(device).ring.push(record);
+    }
+}
+
+void VistMeter::miss_hour(const VistWhen& at) {
+    missed_hours_.insert(at.time());
+}
+
+std::int64_t VistMeter::recorded_number(std::uint32_t serial, unsigned device, std::time_t record_time,
+                                        std::size_t field) {
+    return vist_recorded_number(serial, device, record_time, field);
+}
+
+std::int64_t VistMeter::recorded_total(std::uint32_t serial, unsigned device, std::time_t header_time,
+                                       std::size_t total) {
+    return vist_recorded_total(serial, device, header_time, total);
+}
+
+void VistMeter::spoil_record(const VistWhen& at, std::size_t readings, unsigned device) {
+    VistRing& ring = memory(device).ring;
+    ring.at(ring.find(at.date())).bad_readings = readings;
+}
+
+void VistMeter::erase_record(const VistWhen& at, unsigned device) {
+    VistRing& ring = memory(device).ring;
+    ring.at(ring.find(at.date())).erased = true;
+}
+
+void VistMeter::remove_record(const VistWhen& at, unsigned device) {
+    VistRing& ring = memory(device).ring;
+    ring.remove(ring.find(at.date()));
+}
+
+void VistMeter::erase_archive(unsigned device) {
+    memory(device).ring.forget();
+}
+
+void VistMeter::spoil_header(std::size_t readings, unsigned device) {
+    memory(device).header_bad_readings = readings;
+}
+
+void VistMeter::claim_counts(std::optional<VistCounts> counts, unsigned device) {
+    memory(device).claimed_counts = counts;
+}
+
+void VistMeter::set_header_time(std::optional<VistWhen> time, unsigned device) {
+    memory(device).header_time = time;
+}
+
+void VistMeter::set_totals(std::optional<std::array<std::int64_t, vist_totals>> totals, unsigned device) {
+    constexpr std::int64_t widest = 0xFFFFFFFF;  // of all but the last, which has eight bytes
+    for (std::size_t k = 0; totals && k + 1 < vist_totals; ++k) {
+        if ((*totals)[k] < 0 || (*totals)[k] > widest) throw std::invalid_argument("no room in a header for a total");
+    }
+    memory(device).totals = totals;
+}
+
+// ---- another meter
+
+void VistMeter::swap_for(VistConfig config) {
+    check(config);
+    std::vector<VistMemory> memories;
+    for (unsigned device = 0; device < config.devices.size(); ++device) {
+        memories.emplace_back(config.devices[device], device, config.capacity);
+    }
+    memories_ = std::move(memories);
+    config_ = std::move(config);
+    clock_offset_ = config_.clock_offset;
+    drifts_since_.reset();
+    dialog_.reset();
+}
+
+void VistMeter::set_serial(std::uint32_t serial) {
+    config_.serial = serial;
+    config_.serial_text.reset();
+}
+
+// ---- what a test looks at
+
+const std::deque<VistStoredRecord>& VistMeter::records(unsigned device) const {
+    return memory(device).ring.records();
+}
+
+VistHeader VistMeter::header(std::time_t now, unsigned device) const {
+    const VistMemory& memory = this->memory(device);
+    const VistWhen when = memory.header_time.value_or(last_full_hour(clock(now)));
+    VistHeader header{.time = when.time(), .date = when.date()};
+    header.counts = memory.claimed_counts.value_or(memory.ring.counts());
+    for (std::size_t k = 0; k < vist_totals; ++k) {
+        header.totals[k] = memory.totals ? (*memory.totals)[k] : recorded_total(config_.serial, device, header.time, k);
+    }
+    return header;
+}
+
+std::vector<VistFileValue> VistMeter::record_files(const VistStoredRecord& record, unsigned device) const {
+    return vist_record_files(memory(device).device, record);
+}
+
+std::vector<VistFileValue> VistMeter::header_files(std::time_t now, unsigned device) const {
+    return vist_header_files(memory(device).device, header(now, device));
+}
+
+std::optional<unsigned> VistMeter::selected() const {
+    if (!dialog_) return std::nullopt;
+    return dialog_->device;
+}
+
+void VistMeter::note(std::time_t now, unsigned device, std::string_view line) {
+    heard_.push_back({.at = now, .device = device, .line = std::string(line)});
+    if (heard_.size() > lines_kept) heard_.pop_front();
+    ++heard_by_line_[heard_.back().line];
+}
+
+std::size_t VistMeter::requests(std::string_view command) const {
+    std::size_t count = 0;
+    for (const auto& [line, times] : heard_by_line_) {
+        if (vist_begins(line, command)) count += times;
+    }
+    return count;
+}
+
+void VistMeter::forget_requests() {
+    heard_.clear();
+    heard_by_line_.clear();
+}
+
+}  // namespace sim

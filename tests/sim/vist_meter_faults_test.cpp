@@ -1,0 +1,190 @@
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "vist_asking.h"
+
+namespace {
+
+using namespace vist_asking;  // NOLINT(google-build-using-namespace)
+
+const std::string ok = "HL0[7:0]{OK}>";
+// The diameters of a device that has none: type 21 hex and 26 zeros.
+ByteVector config_packet() {
+    ByteVector packet = {'H', 'P', 'T', 28, 0x21, 0x21};
+    packet.resize(32, 0);
+    return packet;
+}
+
+class SimVistFaults : public VistTest {
+  protected:
+    SimVistFaults() { say(meter, "CALL 7"); }
+    VistMeter meter{{.network = 7, .devices = {{.DN = {0, 0, 0}}, {}}}};
+};
+
+TEST_F(SimVistFaults, BeginWithAGoodMeter) {
+    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), config_packet());
+    EXPECT_EQ(meter.faults_made(), 0U);
+}
+
+TEST_F(SimVistFaults, MaySilenceTheNextAnswers) {
+    meter.misbehave_next(2, sim::vist_silence());
+    EXPECT_EQ(say(meter, "."), "");
+    EXPECT_EQ(say(meter, "VER"), "");
+    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(meter.requests("."), 2U);
+    EXPECT_EQ(meter.faults_made(), 2U);
+}
+
+TEST_F(SimVistFaults, MayPutBytesBeforeAndBehindAnAnswer) {
+    meter.misbehave_next(1, sim::vist_noise({0x00, 0x7F}));
+    EXPECT_EQ(say(meter, "."), std::string("\0\x7F", 2) + ok);
+    meter.misbehave_next(1, sim::vist_trailing({'!'}));
+    EXPECT_EQ(say(meter, "."), ok + "!");
+    meter.misbehave_next(1, sim::vist_trailing());
+    ByteVector longer = config_packet();
+    longer.push_back(0x55);
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), longer);
+}
+
+TEST_F(SimVistFaults, OfPacketsWaitForAPacket) {
+    meter.misbehave_next(1, sim::vist_wrong_sum());
+    EXPECT_EQ(say(meter, "."), ok);
+    ByteVector wrong = config_packet();
+    wrong[4] = 0x22;
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), wrong);
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), config_packet());
+}
+
+TEST_F(SimVistFaults, MayNameAnotherTypeWithARightSum) {
+    meter.misbehave_next(1, sim::vist_wrong_type(0x15));
+    ByteVector wrong = config_packet();
+    wrong[4] = wrong[5] = 0x15;
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), wrong);
+}
+
+TEST_F(SimVistFaults, MaySpoilTheMagic) {
+    meter.misbehave_next(1, sim::vist_wrong_magic());
+    EXPECT_EQ(part(ask(meter, "/SYS CFG 1"), 0, 5), (ByteVector{'H', 'P', 'X', 28, 0x21, 0x21}));
+}
+
+TEST_F(SimVistFaults, MaySpoilTheInnerSumOfArchivePacketsOnly) {
+    meter.store_hourly({.at = "2024-03-02 11:00"});
+    meter.misbehave_next(2, sim::vist_wrong_inner());
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), config_packet());
+    say(meter, "/ARC/DLD OLD");
+    const ByteVector record = ask(meter, "/ARC/DLD =");
+    EXPECT_TRUE(is_packet(record, 21));
+    EXPECT_FALSE(inner_sum_holds(record));
+    const ByteVector header = ask(meter, "/ARC/DLD H");
+    EXPECT_TRUE(is_packet(header, 20));
+    EXPECT_NE(header[7], sum(header, 8));
+    EXPECT_EQ(meter.scripted_faults_left(), 0U);
+}
+
+TEST_F(SimVistFaults, MayCutAnAnswerShort) {
+    for (std::size_t length = 1; length <= 7; ++length) {
+        meter.misbehave_next(1, sim::vist_short(length));
+        EXPECT_EQ(ask(meter, "/SYS CFG 1"), part(config_packet(), 0, length - 1));
+    }
+    meter.misbehave_next(1, sim::vist_short(100));
+    EXPECT_EQ(say(meter, "."), ok);
+    meter.misbehave_next(1, sim::vist_short(0));
+    EXPECT_EQ(say(meter, "."), "");
+}
+
+TEST_F(SimVistFaults, MayMakeAnAnswerLongerThanAnybodyReads) {
+    meter.misbehave_next(2, sim::vist_over_long(300));
+    const ByteVector packet = ask(meter, "/SYS CFG 1");
+    EXPECT_EQ(packet.size(), 300U);
+    EXPECT_EQ(packet[3], 28);
+    EXPECT_EQ(packet[4], sum(packet, 5));
+    const std::string text = say(meter, ".");
+    EXPECT_EQ(text, "HL0[7:0]{OK" + std::string(300 - 13, 'U') + "}>");
+}
+
+TEST_F(SimVistFaults, MayPauseInTheMiddleOfAnAnswer) {
+    meter.misbehave_next(1, sim::vist_halved(0.6));
+    const Answer answer = meter.hear(bytes_of(".\r"), eleven);
+    ASSERT_EQ(answer.size(), 2U);
+    EXPECT_EQ(answer[0].bytes, bytes_of("HL0[7:"));
+    EXPECT_EQ(answer[0].delay_seconds, 0.02);
+    EXPECT_EQ(answer[1].bytes, bytes_of("0]{OK}>"));
+    EXPECT_EQ(answer[1].delay_seconds, 0.6);
+}
+
+TEST_F(SimVistFaults, MayNameAnotherDeviceInTheHeadOfATextFrame) {
+    meter.misbehave_next(1, sim::vist_wrong_device(0).on("VDN", 1));
+    EXPECT_EQ(say(meter, "VDN 0"), "HL0[7:0]{NAME=TS1}>");
+    EXPECT_EQ(say(meter, "VDN 1"), "HL0[7:0]{NAME=TS1}>");
+    EXPECT_EQ(meter.selected(), 1U);
+    EXPECT_EQ(say(meter, "VDN 1"), "HL0[7:1]{NAME=TS1}>");
+}
+
+TEST_F(SimVistFaults, MayBeErrorWordsOrTextInThePlaceOfAPacket) {
+    meter.misbehave_next(1, sim::vist_error("E:PWD").on("VER"));
+    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "VER"), "HL0[7:0]{E:PWD}>");
+    EXPECT_EQ(say(meter, "VER"), "HL0[7:0]{VER=102}>");
+    meter.misbehave_next(1, sim::vist_text_for_packet());
+    EXPECT_EQ(say(meter, "/SYS CFG 1"), ok);
+}
+
+TEST_F(SimVistFaults, MayBeAnyBytes) {
+    meter.misbehave_next(1, sim::vist_raw({0x48, 0x50}));
+    EXPECT_EQ(ask(meter, "."), (ByteVector{0x48, 0x50}));
+}
+
+TEST_F(SimVistFaults, KeepToTheirCommand) {
+    meter.store_hourly({.at = "2024-03-02 10:00"});
+    meter.store_hourly({.at = "2024-03-02 11:00"});
+    meter.misbehave_each(1, sim::vist_silence().on("/ARC/DLD +"));
+    EXPECT_EQ(say(meter, "/ARC/DLD OLD"), ok);
+    EXPECT_EQ(say(meter, "/ARC/DLD +"), "");
+    EXPECT_EQ(dated(ask(meter, "/ARC/DLD =")), "11:00 02.03.24");
+    EXPECT_TRUE(sim::vist_begins("/ARC/DLD SET 12", "/ARC/DLD"));
+    EXPECT_TRUE(sim::vist_begins("/ARC/DLD SET 12", "/ARC/DLD SET"));
+    EXPECT_FALSE(sim::vist_begins("/ARC/DLD SET 12", "/ARC/DLD S"));
+    EXPECT_FALSE(sim::vist_begins("VDN 1", "VD"));
+}
+
+TEST_F(SimVistFaults, CanComePeriodically) {
+    meter.misbehave_each(3, sim::vist_silence());
+    std::string heard;
+    for (int k = 0; k < 7; ++k) heard += say(meter, ".").empty() ? '-' : '+';
+    EXPECT_EQ(heard, "++-++-+");
+    meter.behave();
+    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_THROW(meter.misbehave_each(0, sim::vist_silence()), std::invalid_argument);
+}
+
+TEST_F(SimVistFaults, CanComeAtRandomAndThenTheSameEachTime) {
+    const auto run = [](std::uint64_t seed) {
+        VistMeter other({.network = 7});
+        other.misbehave_randomly(0.25, seed, {sim::vist_silence(), sim::vist_noise()});
+        say(other, "CALL 7");
+        std::string heard;
+        for (int k = 0; k < 400; ++k) heard += say(other, ".").size() == ok.size() ? '+' : '-';
+        EXPECT_GT(other.faults_made(), 60U);
+        EXPECT_LT(other.faults_made(), 140U);
+        return heard;
+    };
+    EXPECT_EQ(run(1), run(1));
+    EXPECT_NE(run(1), run(2));
+    EXPECT_THROW(meter.misbehave_randomly(0.5, 1, {}), std::invalid_argument);
+}
+
+TEST_F(SimVistFaults, FollowAScriptInItsOrder) {
+    meter.misbehave_next(1, sim::vist_good());
+    meter.misbehave_next(1, sim::vist_error("E:CMD"));
+    meter.misbehave_next(1, sim::vist_silence());
+    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), "HL0[7:0]{E:CMD}>");
+    EXPECT_EQ(say(meter, "."), "");
+    EXPECT_EQ(meter.faults_made(), 2U);
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+#include "support/vist_scene.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+
+#include "driver/line_settings.h"
+#include "support/child.h"
+
+namespace {
+
+constexpr std::size_t PrefixLength = 24;  // "DD/MM/YY hh:mm:ss.mmm : "
+constexpr int SpeedCode9600 = 3;
+constexpr int NoParity = 2;
+
+/// A conversation writes a long log: the scene's folder belongs into memory where the machine has such a place.
+const std::string& in_memory(const std::string& start) {
+    constexpr const char* Memory = "/dev/shm";
+    if (::access(Memory, W_OK | X_OK) == 0) ::setenv("TEST_TMPDIR", Memory, 0);
+    return start;
+}
+
+}  // namespace
+
+namespace vist_frames {
+
+sim::ByteVector raw(const std::string& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+sim::ByteVector text(const std::string& body, int device) {
+    return raw("HL0[1:" + std::to_string(device) + "]{" + body + "}>");
+}
+
+sim::ByteVector packet(int type, const sim::ByteVector& body) {
+    unsigned sum = static_cast<unsigned>(type);
+    for (const std::uint8_t byte : body) sum += byte;
+    sim::ByteVector bytes = {'H',
+                             'P',
+                             'T',
+                             static_cast<std::uint8_t>(body.size() + 2),
+                             static_cast<std::uint8_t>(sum),
+                             static_cast<std::uint8_t>(type)};
+    bytes.insert(bytes.end(), body.begin(), body.end());
+    return bytes;
+}
+
+}  // namespace vist_frames
+
+VistPuppet::VistPuppet() {
+    put_body("CALL 1", "NAME=TS");
+    for (int device = 0; device < 8; ++device) put_body("VDN " + std::to_string(device), "NAME=TS", device);
+    put_body(".", "OK");
+}
+
+void VistPuppet::put_body(const std::string& command, const std::string& body, int device) {
+    put(command, vist_frames::text(body, device));
+}
+
+void VistPuppet::put_packet(const std::string& command, int type, const sim::ByteVector& body) {
+    put(command, vist_frames::packet(type, body));
+}
+
+VistPuppet& VistPuppet::say(const sim::ByteVector& bytes, int times) {
+    for (int i = 0; i < times; ++i) first_.push_back(bytes);
+    return *this;
+}
+
+VistPuppet& VistPuppet::say(const std::string& text, int times) {
+    return say(vist_frames::raw(text), times);
+}
+
+sim::Answer VistPuppet::hear(std::span<const std::uint8_t> request, std::time_t /*now*/) {
+    heard.emplace_back(request.begin(), request.end());
+    sim::ByteVector bytes;
+    if (!first_.empty()) {
+        bytes = first_.front();
+        first_.pop_front();
+    } else {
+        const std::string command = heard.back().substr(0, heard.back().find('\r'));
+        if (const auto found = answers_.find(command); found != answers_.end()) bytes = found->second;
+    }
+    if (bytes.empty()) return {};
+    return {{.delay_seconds = 0.02, .bytes = std::move(bytes)}};
+}
+
+VistBench::VistBench(const std::string& start, const std::string& zone) : scene(in_memory(start), zone) {
+    scene.make_tree(Uuid);
+    machine.connect(Port, meter);
+    // The driver prints its address at start; that is nobody's business here.
+    stdout_of([this] { driver = std::make_unique<HCD_VIST>(Uuid); });
+    driver->tc_sernum = 1;
+    driver->tc_baud = SpeedCode9600;
+    driver->tc_parity = NoParity;
+    driver->set_tty_fd(open_line(Port, LineOfVist, SpeedCode9600, NoParity));
+    driver->functions.vdn_num.device_num = 1;
+    start_ = machine.seconds();
+}
+
+std::string VistBench::item(const std::string& name, int n) const {
+    std::string text = scene.item(Uuid, n, name).value_or("(none)");
+    if (text.ends_with('\n')) text.pop_back();
+    return text;
+}
+
+std::string VistBench::connected() const {
+    std::string all;
+    for (int n = 1; n <= 6; ++n) all += item("Connected", n);
+    return all;
+}
+
+std::vector<std::string> VistBench::log() const {
+    std::string text = scene.file("/tmp/uni_logs.m1.txt").value_or("");
+    std::erase(text, '\0');
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        const bool has_prefix = line.size() >= PrefixLength && line[2] == '/' && line.compare(21, 3, " : ") == 0;
+        lines.push_back(has_prefix ? line.substr(PrefixLength) : line);
+    }
+    return lines;
+}
+
+int VistBench::logged(const std::string& line) const {
+    const auto lines = log();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+}
+
+int VistBench::logged_start(const std::string& line) const {
+    const auto lines = log();
+    return static_cast<int>(
+        std::count_if(lines.begin(), lines.end(), [&line](const std::string& each) { return each.starts_with(line); }));
+}
+
+std::string VistBench::sent() const {
+    std::string all;
+    for (const std::string& command : meter.heard) all += command;
+    std::replace(all.begin(), all.end(), '\r', '|');
+    return all;
+}
+
+int VistBench::sent_times(const std::string& command) const {
+    return static_cast<int>(std::count(meter.heard.begin(), meter.heard.end(), command + "\r"));
+}
+
+VistLinkBench::VistLinkBench() {
+    meter.put_body("VER", "VER=102");
+    meter.put_body("VDC", "VDC=2");
+    meter.put_packet("/MON G", 10, {1, 2, 3});
+    link.current_buffer = link.intbuff;
+}
+
+std::vector<int> VistLinkBench::buffer(int index, std::size_t count) {
+    const auto bytes = driver->buffers.GetBuffer(index);
+    return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
+VistDescribedBench::VistDescribedBench() {
+    put_version(102);
+    put_devices(1);
+    put_specials("V1.02", "TYPE", "10001");
+    put_byte_order(false);
+    record[0] = 'T';
+    put_record();
+    meter.put_packet("/SYS CFG 1", 33, config);
+}
+
+void VistDescribedBench::put_version(int version) {
+    meter.put_body("VER", "VER=" + std::to_string(version));
+}
+
+void VistDescribedBench::put_specials(const std::string& firmware, const std::string& model,
+                                      const std::string& serial) {
+    const std::string zero(1, '\0');
+    meter.put_packet("/SYS SPC 0", 30, vist_frames::raw(firmware + zero + model + zero + serial + zero));
+}
+
+void VistDescribedBench::put_byte_order(bool little, bool with_clock) {
+    sim::ByteVector body = {10, 4, 58, 2, 3, 24};
+    if (!with_clock) body.clear();
+    body.push_back(little ? 0x80 : 0x00);
+    body.insert(body.end(), 4, 0);
+    meter.put_packet("/MON G", 10, body);
+}
