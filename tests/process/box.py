@@ -8,7 +8,7 @@ that this machine cannot make such a box, or lacks a program.
 
 import argparse
 import concurrent.futures
-import importlib.util
+import importlib
 import os
 import re
 import shutil
@@ -190,9 +190,8 @@ def find_box(build):
 
 
 def tests_of(file, build):
-    spec = importlib.util.spec_from_file_location("tests_in_the_box", file)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    sys.path.insert(0, TREE)
+    module = importlib.import_module(os.path.splitext(os.path.basename(file))[0])
     Test.build = build
     return [test for suite in unittest.defaultTestLoader.loadTestsFromModule(module) for test in suite]
 
