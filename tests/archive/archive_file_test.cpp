@@ -10,11 +10,12 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "core/gateway.h"
+#include "support/bare_gateway.h"
 #include "support/child.h"
 #include "support/scene.h"
 
@@ -210,24 +211,15 @@ TEST_F(ArchiveFileTest, WriterWaitsForAReaderThatHoldsTheLock) {
 }
 
 /// A machine that looks at a file in the moment in which it is made durable.
-class WatchedDurability : public Gateway {
+class WatchedDurability : public BareGateway {
   public:
-    WatchedDurability(std::string root, std::function<void()> look) : look_(std::move(look)) {
-        root_ = std::move(root);
-    }
+    WatchedDurability(const std::string& folder, std::function<void()> look)
+        : BareGateway(folder), look_(std::move(look)) {}
 
     int make_durable(int /*fd*/) override {
         look_();
         return 0;
     }
-    timeval time_of_day() override { return {}; }
-    void sleep(unsigned /*seconds*/) override {}
-    void sleep_nanoseconds(long /*nanoseconds*/) override {}
-    int open_port(const char* /*device*/) override { return -1; }
-    int set_line(int /*fd*/, const termios& /*line*/) override { return -1; }
-    ssize_t read_port(int /*fd*/, std::span<std::uint8_t> /*into*/) override { return -1; }
-    ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> /*bytes*/) override { return -1; }
-    int drain_port(int /*fd*/) override { return -1; }
 
   private:
     std::function<void()> look_;

@@ -1,5 +1,6 @@
 #include "driver/exchange.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -7,6 +8,7 @@
 
 #include "core/gateway.h"
 #include "driver/line_settings.h"
+#include "support/bare_gateway.h"
 #include "support/scene.h"
 #include "support/scripted_meter.h"
 
@@ -232,6 +234,61 @@ TEST_P(EitherExchange, PauseThatIsNeverTakenBackHoldsTheDriverForEver) {
     scene.gateway.run_for(86400, [&] { ask(); });
     EXPECT_EQ(requests(), 0U);
     EXPECT_EQ(sleeps().size(), 8640U);
+}
+
+// ---- what the port is asked for, call by call
+
+using Calls = std::vector<std::string>;
+
+/// A machine that writes down the calls of its port, which has an answer of three bytes in two pieces.
+class RecordedPort : public BareGateway {
+  public:
+    using BareGateway::BareGateway;
+
+    void sleep_nanoseconds(long nanoseconds) override { calls.push_back("flash " + std::to_string(nanoseconds)); }
+    ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> bytes) override {
+        calls.push_back("write " + std::to_string(bytes.size()));
+        return static_cast<ssize_t>(bytes.size());
+    }
+    int drain_port(int /*fd*/) override {
+        calls.emplace_back("drain");
+        return 0;
+    }
+    ssize_t read_port(int /*fd*/, std::span<std::uint8_t> into) override {
+        calls.push_back("read " + std::to_string(into.size()));
+        const std::size_t piece = std::min({into.size(), left, std::size_t{2}});
+        left -= piece;
+        return static_cast<ssize_t>(piece);
+    }
+
+    std::size_t left = 3;
+    Calls calls;
+};
+
+Calls calls_of(ExchangeRoutine exchange, int rx_max) {
+    const Scene scene;
+    RecordedPort port(scene.root());
+    set_gateway(&port);
+    ExchangeAnswer rx;
+    exchange(3, 10, Bytes(Ask), rx, rx_max, NoPause);
+    return port.calls;
+}
+
+TEST(ExchangeCalls, OfReadingAllTakeWhatIsThereUntilSilenceAndFlashForEachPiece) {
+    EXPECT_EQ(calls_of(exchange_read_all, 8),
+              (Calls{"write 3", "flash 50", "drain", "read 8", "flash 50", "read 6", "flash 50", "read 5"}));
+}
+
+TEST(ExchangeCalls, OfReadingAllAskForNothingMoreOnceTheBufferIsFull) {
+    EXPECT_EQ(calls_of(exchange_read_all, 3),
+              (Calls{"write 3", "flash 50", "drain", "read 3", "flash 50", "read 1", "flash 50", "read 0"}));
+}
+
+TEST(ExchangeCalls, OfReadingByteAfterByteTakeOneAtATimeAndFlashOnce) {
+    EXPECT_EQ(calls_of(exchange_read_bytes, 8),
+              (Calls{"write 3", "flash 50", "drain", "read 1", "read 1", "read 1", "read 1", "flash 50"}));
+    EXPECT_EQ(calls_of(exchange_read_bytes, 2),
+              (Calls{"write 3", "flash 50", "drain", "read 1", "read 1", "flash 50"}));
 }
 
 }  // namespace
