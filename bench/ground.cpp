@@ -44,56 +44,12 @@ Ground::~Ground() {
     fs::remove_all(storage_, left_behind);
 }
 
-DeskGateway::DeskGateway(const Ground& ground) {
-    root_ = ground.root();
-    set_gateway(this);
-}
-
-DeskGateway::~DeskGateway() {
-    set_gateway(nullptr);
-}
-
-timeval DeskGateway::time_of_day() {
-    timeval now{};
-    ::gettimeofday(&now, nullptr);
-    return now;
-}
-
-void DeskGateway::sleep(unsigned seconds) {
-    ::sleep(seconds);
-}
-
-void DeskGateway::sleep_nanoseconds(long nanoseconds) {
-    const timespec pause{.tv_sec = 0, .tv_nsec = nanoseconds};
-    ::nanosleep(&pause, nullptr);
-}
-
-int DeskGateway::open_port(const char* device) {
-    return ::open(device, O_RDWR | O_NOCTTY);
-}
-
-int DeskGateway::set_line(int fd, const termios& line) {
-    ::tcflush(fd, TCIFLUSH);
-    return ::tcsetattr(fd, TCSAFLUSH, &line);
-}
-
 ssize_t DeskGateway::read_port(int fd, std::span<std::uint8_t> into) {
     const auto begun = std::chrono::steady_clock::now();
-    const ssize_t got = ::read(fd, into.data(), into.size());
+    const ssize_t got = sim::DeskGateway::read_port(fd, into);
     if (got != 0) return got;
     ++silences_;
     silent_seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
     return 0;
 }
 
-ssize_t DeskGateway::write_port(int fd, std::span<const std::uint8_t> bytes) {
-    return ::write(fd, bytes.data(), bytes.size());
-}
-
-int DeskGateway::drain_port(int fd) {
-    return ::tcdrain(fd);
-}
-
-int DeskGateway::make_durable(int fd) {
-    return ::fdatasync(fd);
-}

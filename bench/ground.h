@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "core/gateway.h"
+#include "desk_gateway.h"
 
 /// A folder that stands for "/", with the directories of one meter; it goes when the object goes.
 class Ground {
@@ -28,23 +28,12 @@ class Ground {
     std::string storage_;
 };
 
-/// The operating system's calls, as the daemon has them, with another folder for "/". In use as long as it lives.
-class DeskGateway : public Gateway {
+/// The system's machine on a ground, with a watch on the silences. In use as long as it lives.
+class DeskGateway : public sim::DeskGateway {
   public:
-    explicit DeskGateway(const Ground& ground);
-    ~DeskGateway() override;
-    DeskGateway(const DeskGateway&) = delete;
-    DeskGateway& operator=(const DeskGateway&) = delete;
+    explicit DeskGateway(const Ground& ground) : sim::DeskGateway(ground.root()) {}
 
-    timeval time_of_day() override;
-    void sleep(unsigned seconds) override;
-    void sleep_nanoseconds(long nanoseconds) override;
-    int open_port(const char* device) override;
-    int set_line(int fd, const termios& line) override;
     ssize_t read_port(int fd, std::span<std::uint8_t> into) override;
-    ssize_t write_port(int fd, std::span<const std::uint8_t> bytes) override;
-    int drain_port(int fd) override;
-    int make_durable(int fd) override;
 
     /// Reads that ended in silence.
     int silences() const { return silences_; }

@@ -62,9 +62,9 @@ struct SimGateway::Impl {
         line.deliver(request, clock.now(), static_cast<std::time_t>(clock.right_time() / 1'000'000));
     }
 
-    /// Waits until a byte has arrived, or VTIME is over.
-    void wait_for_byte(const SimLine& line) {
-        const Micros deadline = clock.now() + line.patience();
+    /// Waits until a byte has arrived, or the time is over.
+    void wait_for_byte(const SimLine& line, Micros patience) {
+        const Micros deadline = clock.now() + patience;
         while (clock.now() < deadline) {
             const Micros arrival = line.next_arrival().value_or(deadline);
             if (arrival <= clock.now()) return;
@@ -204,6 +204,11 @@ timeval SimGateway::time_of_day() {
     return result;
 }
 
+std::int64_t SimGateway::steady_microseconds() {
+    impl_->clock.tick();
+    return impl_->clock.now();
+}
+
 void SimGateway::sleep(unsigned seconds) {
     impl_->sleeps.push_back(seconds);
     impl_->clock.advance_to(impl_->clock.now() + Micros{seconds} * 1'000'000);
@@ -240,7 +245,7 @@ ssize_t SimGateway::read_port(int fd, std::span<std::uint8_t> into) {
         return failed(EBADF);
     }
     impl_->transmit(*port->line);
-    if (!into.empty()) impl_->wait_for_byte(*port->line);
+    if (!into.empty()) impl_->wait_for_byte(*port->line, port->line->patience());
     const std::size_t count = port->line->read(into, impl_->clock.now());
     if (count == 0) impl_->clock.tick();
     return static_cast<ssize_t>(count);
@@ -260,6 +265,28 @@ int SimGateway::drain_port(int fd) {
     if (port == nullptr) return failed(EBADF);
     impl_->transmit(*port->line);
     return 0;
+}
+
+void SimGateway::flush_port(int fd) {
+    impl_->clock.tick();
+    if (Impl::Port* port = impl_->port(fd)) port->line->flush(impl_->clock.now());
+}
+
+int SimGateway::wait_readable(int fd, std::int64_t microseconds) {
+    Impl::Port* port = impl_->port(fd);
+    if (port == nullptr) {
+        impl_->clock.tick();
+        return failed(EBADF);
+    }
+    const Micros deadline = impl_->clock.now() + microseconds;
+    impl_->transmit(*port->line);
+    impl_->wait_for_byte(*port->line, std::max<Micros>(deadline - impl_->clock.now(), 0));
+    const auto arrival = port->line->next_arrival();
+    return arrival && *arrival <= impl_->clock.now() ? 1 : 0;
+}
+
+void SimGateway::end_exchange(int /*fd*/) {
+    impl_->clock.tick();
 }
 
 int SimGateway::make_durable(int fd) {

@@ -84,6 +84,7 @@ class SimGateway final : public Gateway {
     // ---- Gateway
 
     timeval time_of_day() override;
+    std::int64_t steady_microseconds() override;
     void sleep(unsigned seconds) override;
     void sleep_nanoseconds(long nanoseconds) override;
     int open_port(const char* device) override;
@@ -91,6 +92,9 @@ class SimGateway final : public Gateway {
     ssize_t read_port(int fd, std::span<std::uint8_t> into) override;
     ssize_t write_port(int fd, std::span<const std::uint8_t> bytes) override;
     int drain_port(int fd) override;
+    void flush_port(int fd) override;
+    int wait_readable(int fd, std::int64_t microseconds) override;
+    void end_exchange(int fd) override;
     int make_durable(int fd) override;
 
   private:

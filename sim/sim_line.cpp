@@ -36,8 +36,13 @@ Micros micros(double seconds) {
 
 }  // namespace
 
-void SimLine::set(const termios& settings, Micros now) {
+void SimLine::flush(Micros now) {
+    unsent_.clear();
     while (!arrivals_.empty() && arrivals_.front().at <= now) arrivals_.pop_front();
+}
+
+void SimLine::set(const termios& settings, Micros now) {
+    flush(now);
     settings_ = settings;
     ++times_set_;
 }

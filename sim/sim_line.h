@@ -41,6 +41,8 @@ class SimLine {
     /// starts after 20 ms. Where two meters speak at once, bytes less than a byte's time apart arrive as one, the
     /// exclusive or of both.
     void deliver(std::span<const std::uint8_t> request, Micros now, std::time_t right_time);
+    /// Drops what has arrived by now and what waits to be sent.
+    void flush(Micros now);
     /// Bytes that have arrived already, before all others.
     void put_noise(const ByteVector& bytes, Micros now);
 

@@ -135,6 +135,9 @@ int ArchiveHolder::write_direct(std::time_t time, int quality, double value) {
 }
 
 void ArchiveHolder::close_direct() {
+    if (!direct_file) return;
+    std::fflush(direct_file.get());
+    gateway().make_durable(::fileno(direct_file.get()));
     direct_file.reset();
 }
 

@@ -45,11 +45,12 @@ class ArchiveHolder {
     /// Writes what add_value_q has collected (floats, doubles), each with its own quality.
     void flush_values_q(const std::tm& record_tm, int archive_type, int subsystem, int to_tmp);
 
-    /// Opens one file for many lines, without a lock and without a word on durability. `directory` is "tc_archives",
-    /// "tmp_archives" or "tc_tmp_archives".
+    /// Opens one file for many lines, without a lock. `directory` is "tc_archives", "tmp_archives" or
+    /// "tc_tmp_archives".
     bool open_direct(const std::string& name, int subsystem, const std::string& directory);
     /// One line to the file of open_direct, if it is open. The length of the line.
     int write_direct(std::time_t time, int quality, double value);
+    /// The lines are durable when the file is closed.
     void close_direct();
     void close_default_files();
 

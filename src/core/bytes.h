@@ -30,6 +30,13 @@ constexpr float le_float(Bytes bytes, std::size_t at) {
     return std::bit_cast<float>(le_u32(bytes, at));
 }
 
+/// `length` bytes from `at` on, as far as they exist; none for a negative length.
+constexpr Bytes part_of(Bytes bytes, std::size_t at, int length) {
+    if (at >= bytes.size() || length <= 0) return {};
+    const std::size_t most = bytes.size() - at;
+    return bytes.subspan(at, most < static_cast<std::size_t>(length) ? most : static_cast<std::size_t>(length));
+}
+
 /// Plain 8-bit sum, modulo 256; 0 over nothing.
 constexpr std::uint8_t byte_sum(Bytes bytes) {
     unsigned sum = 0;

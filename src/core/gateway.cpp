@@ -1,9 +1,15 @@
 #include "core/gateway.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace {
+
+constexpr unsigned long EndOfExchange = 0x3303;  // request of the gateway's serial driver; others refuse it
 
 /// Thin calls of the operating system, nothing more.
 class SystemGateway final : public Gateway {
@@ -12,6 +18,12 @@ class SystemGateway final : public Gateway {
         timeval now{};
         ::gettimeofday(&now, nullptr);
         return now;
+    }
+
+    std::int64_t steady_microseconds() override {
+        timespec now{};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
     }
 
     void sleep(unsigned seconds) override { ::sleep(seconds); }
@@ -35,6 +47,28 @@ class SystemGateway final : public Gateway {
     }
 
     int drain_port(int fd) override { return ::tcdrain(fd); }
+
+    void flush_port(int fd) override {
+        ::tcflush(fd, TCIOFLUSH);
+        ::tcflow(fd, TCOON);
+        ::tcdrain(fd);
+    }
+
+    int wait_readable(int fd, std::int64_t microseconds) override {
+        if (fd < 0 || fd >= FD_SETSIZE) {
+            errno = EBADF;
+            return -1;
+        }
+        fd_set descriptors;
+        FD_ZERO(&descriptors);
+        FD_SET(fd, &descriptors);
+        timeval time{};
+        time.tv_sec = static_cast<std::time_t>(microseconds / 1'000'000);
+        time.tv_usec = static_cast<suseconds_t>(microseconds % 1'000'000);
+        return ::select(fd + 1, &descriptors, nullptr, nullptr, &time);
+    }
+
+    void end_exchange(int fd) override { ::ioctl(fd, EndOfExchange); }
 
     int make_durable(int fd) override { return ::fdatasync(fd); }
 };

@@ -18,6 +18,8 @@ class Gateway {
 
     /// Wall clock, microseconds.
     virtual timeval time_of_day() = 0;
+    /// A clock that nobody sets, microseconds; for time-outs.
+    virtual std::int64_t steady_microseconds() = 0;
     virtual void sleep(unsigned seconds) = 0;
     virtual void sleep_nanoseconds(long nanoseconds) = 0;
 
@@ -31,6 +33,12 @@ class Gateway {
     virtual ssize_t write_port(int fd, std::span<const std::uint8_t> bytes) = 0;
     /// Waits until all that was written has left the port. 0, or -1.
     virtual int drain_port(int fd) = 0;
+    /// Drops what has been received and not read yet and what waits to be sent, and lets a halted line go on.
+    virtual void flush_port(int fd) = 0;
+    /// Waits for something to read: 1 when there is, 0 when the time is over, -1 on error, with errno.
+    virtual int wait_readable(int fd, std::int64_t microseconds) = 0;
+    /// Tells the gateway's serial driver that a question and its answer are over.
+    virtual void end_exchange(int fd) = 0;
 
     /// Makes the data of an open file survive a power cut. 0, or -1.
     virtual int make_durable(int fd) = 0;

@@ -34,3 +34,7 @@ std::string asctime_text(const std::tm& tm) {
     return format_cut(128, "%s %s%3d %.2d:%.2d:%.2d %lld", day, month, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
                       1900LL + tm.tm_year);
 }
+
+std::string asctime_text(std::time_t time) {
+    return asctime_text(local_time(time));
+}

@@ -17,3 +17,5 @@ std::string date_text(const std::tm& tm);
 
 /// The form of asctime(3) without the line end, safe for broken-down times that are out of range.
 std::string asctime_text(const std::tm& tm);
+/// The same of a moment, in local time.
+std::string asctime_text(std::time_t time);

@@ -42,6 +42,10 @@ UniLog::UniLog(int mask_, const std::string& path_, const std::string& name_) : 
 
 UniLog::UniLog(const std::string& path_, const std::string& name_) : UniLog(0, path_, name_) {}
 
+std::unique_ptr<UniLog> open_meter_log(const std::string& uuid, const std::string& ending) {
+    return std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs." + uuid + "." + ending, "");
+}
+
 UniLog::~UniLog() {
     if (fd >= 0) ::close(fd);
 }

@@ -4,6 +4,7 @@
 // Output is not buffered: the last line before a crash is in the file. Nothing here ever fails visibly.
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "core/bytes.h"
@@ -68,6 +69,9 @@ class UniLog {
     std::string name;  ///< free label, not printed
     std::string path;
 };
+
+/// "/tmp/uni_logs.<uuid>.<ending>": a log of one meter.
+std::unique_ptr<UniLog> open_meter_log(const std::string& uuid, const std::string& ending);
 
 extern UniLog* g_log;  ///< general log of the process; null until it is made
 

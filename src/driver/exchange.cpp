@@ -8,11 +8,6 @@ namespace {
 
 constexpr unsigned PauseSeconds = 10;
 
-void wait_for_pause_flags(const bool& pause) {
-    while (exists("/tmp/pause_tvk") && pause) gateway().sleep(PauseSeconds);
-    while (exists("/tmp/pause_tvk_all")) gateway().sleep(PauseSeconds);
-}
-
 /// Both routines' frame; `read` fills the buffer and returns how many bytes came.
 template <typename Read>
 int exchange(int fd, Bytes tx, ExchangeAnswer& rx, int rx_max, const bool& pause, Read read) {
@@ -29,6 +24,11 @@ int exchange(int fd, Bytes tx, ExchangeAnswer& rx, int rx_max, const bool& pause
 }
 
 }  // namespace
+
+void wait_for_pause_flags(const bool& pause) {
+    while (exists("/tmp/pause_tvk") && pause) gateway().sleep(PauseSeconds);
+    while (exists("/tmp/pause_tvk_all")) gateway().sleep(PauseSeconds);
+}
 
 int exchange_read_all(int fd, int /*timeout*/, Bytes tx, ExchangeAnswer& rx, int rx_max, const bool& pause) {
     return exchange(fd, tx, rx, rx_max, pause, [fd](std::span<std::uint8_t> buffer) {

@@ -10,9 +10,12 @@
 /// The bytes of an answer; empty when nothing came.
 using ExchangeAnswer = std::vector<std::uint8_t>;
 
-/// Writes `tx` to `fd` and collects at most `rx_max` bytes into `rx`. Waits first, 10 seconds at a time, while
-/// "/tmp/pause_tvk" is there and `pause` is set, then while "/tmp/pause_tvk_all" is there. `timeout` is not used: the
-/// line's VTIME is the time-out. Returns 0.
+/// Sleeps, 10 seconds at a time, while "/tmp/pause_tvk" is there and `pause` is set, then while "/tmp/pause_tvk_all" is
+/// there.
+void wait_for_pause_flags(const bool& pause);
+
+/// Writes `tx` to `fd` and collects at most `rx_max` bytes into `rx`. Waits first for the
+/// pause flags. `timeout` is not used: the line's VTIME is the time-out. Returns 0.
 using ExchangeRoutine = int (*)(int fd, int timeout, Bytes tx, ExchangeAnswer& rx, int rx_max, const bool& pause);
 
 /// Reads as much at once as there is, until the line falls silent.

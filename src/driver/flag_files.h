@@ -25,6 +25,6 @@ class FlagFiles {
 /// seconds as its text, mode 1 removes it, any other mode does nothing.
 void extds_pause(int mode, const char* seconds_text);
 
-/// The rule of all loops over meters, asked at the top of each pass: in every third hour since the epoch, while some
+/// The rule of all drivers that read archives, asked once a pass: in every third hour since the epoch, while some
 /// archive is behind, the file is written; once all have caught up it is removed.
 void regulate_extds(bool all_ok, const char* seconds_text);

@@ -54,6 +54,7 @@ class FuzzGateway : public Gateway {
     FuzzGateway& operator=(const FuzzGateway&) = delete;
 
     timeval time_of_day() override;
+    std::int64_t steady_microseconds() override { return ++milliseconds_ * 1000; }
     void sleep(unsigned seconds) override;
     void sleep_nanoseconds(long /*nanoseconds*/) override {}
     int open_port(const char* /*device*/) override { return -1; }
@@ -61,6 +62,9 @@ class FuzzGateway : public Gateway {
     ssize_t read_port(int /*fd*/, std::span<std::uint8_t> /*into*/) override { return 0; }
     ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> /*bytes*/) override { return -1; }
     int drain_port(int /*fd*/) override { return 0; }
+    void flush_port(int /*fd*/) override {}
+    int wait_readable(int /*fd*/, std::int64_t /*microseconds*/) override { return 0; }
+    void end_exchange(int /*fd*/) override {}
     int make_durable(int /*fd*/) override { return 0; }
 
     static constexpr std::time_t Start = 1709380800;  // 2024-03-02 12:00 UTC

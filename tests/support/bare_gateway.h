@@ -12,6 +12,7 @@ class BareGateway : public Gateway {
     explicit BareGateway(std::string root) { root_ = std::move(root); }
 
     timeval time_of_day() override { return {}; }
+    std::int64_t steady_microseconds() override { return 0; }
     void sleep(unsigned /*seconds*/) override {}
     void sleep_nanoseconds(long /*nanoseconds*/) override {}
     int open_port(const char* /*device*/) override { return -1; }
@@ -19,5 +20,8 @@ class BareGateway : public Gateway {
     ssize_t read_port(int /*fd*/, std::span<std::uint8_t> /*into*/) override { return -1; }
     ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> /*bytes*/) override { return -1; }
     int drain_port(int /*fd*/) override { return -1; }
+    void flush_port(int /*fd*/) override {}
+    int wait_readable(int /*fd*/, std::int64_t /*microseconds*/) override { return -1; }
+    void end_exchange(int /*fd*/) override {}
     int make_durable(int /*fd*/) override { return 0; }
 };

@@ -16,18 +16,14 @@ constexpr double DailyLagLimit = 86400.0;
 constexpr std::size_t LogCommandBytes = 256;
 constexpr std::size_t TraceCommandBytes = 128;
 
-std::unique_ptr<UniLog> open_log(const std::string& uuid, const char* kind) {
-    return std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs." + uuid + "." + kind, "");
-}
-
 }  // namespace
 
 KM5::KM5(const std::string& meter, bool km56i, bool isATT_mustbe_)
     : km56i_mode(km56i),
       isATT_mustbe(isATT_mustbe_),
-      messages_log(open_log(meter, "messages.txt")),
-      debug_log(open_log(meter, "debug.txt")),
-      general_log(open_log(meter, "general.txt")) {
+      messages_log(open_meter_log(meter, "messages.txt")),
+      debug_log(open_meter_log(meter, "debug.txt")),
+      general_log(open_meter_log(meter, "general.txt")) {
     uuid = meter;
     log_both("KM5 driver creating.");
     const std::time_t now = gateway().now();

@@ -3,9 +3,8 @@
 #include <cstdio>
 
 #include "config/config_client.h"
-#include "core/gateway.h"
-#include "driver/flag_files.h"
 #include "driver/line_settings.h"
+#include "driver/port_walk.h"
 
 namespace {
 
@@ -29,9 +28,10 @@ void VIST_base::open_tty() {
 }
 
 void VIST_base::run_main() {
-    bool all_ok = false;
+    std::vector<HCDBaseDriver*> in_turn;
     for (std::size_t i = 0; i < drivers.size(); ++i) {
         HCD_VIST& driver = *drivers[i];
+        in_turn.push_back(&driver);
         driver.set_uuid(uuid_list[i]);
         log_line(g_log, "setUUID driver number ", static_cast<int>(i), ", uuid = ", uuid_list[i]);
         read_driver_config(driver);
@@ -40,17 +40,5 @@ void VIST_base::run_main() {
         log_line(g_log, "tc_sernum = ", driver.tc_sernum, ", uuid = ", uuid_list[i], ", tty_fd = ", tty_fd);
     }
     log_line(g_log, "drivers size: ", static_cast<int>(drivers.size()));
-    while (true) {
-        gateway().sleep(PassPauseSeconds);
-        regulate_extds(all_ok, ExtdsSeconds);
-        for (std::size_t i = 0; i < drivers.size(); ++i) {
-            log_line(g_log, "driver number ", static_cast<int>(i), " start");
-            log_line(g_log, "Driver uuid = ", uuid_list[i]);
-            if (!drivers[i]->is_update_due()) continue;
-            log_line(g_log, "its Time!");
-            drivers[i]->run_main();
-        }
-        all_ok = true;
-        for (const auto& driver : drivers) all_ok = driver->is_all_archives_ok() && all_ok;
-    }
+    walk_port(in_turn, PassPauseSeconds, ExtdsSeconds, g_log);
 }

@@ -15,7 +15,7 @@ constexpr double LagLimit = 14400.0;
 }  // namespace
 
 HCD_VIST::HCD_VIST(const std::string& meter)
-    : log(std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs." + meter + ".txt", "")),
+    : log(open_meter_log(meter, "txt")),
       buffers(BufferCapacity, log.get()),
       functions(this) {
     uuid = meter;

@@ -24,7 +24,6 @@ constexpr std::size_t ChannelBytes = 33;
 constexpr std::size_t Pt4 = 115;
 constexpr std::size_t TemperatureDifference = 116;
 constexpr std::size_t QPoint = 118;
-constexpr std::size_t HeatFormula = 119;
 constexpr std::size_t ReservedTwice = 131;  // "reserved", but its first two bytes are indices of the formulas
 constexpr std::size_t ActiveErrors = 147;
 
@@ -40,28 +39,6 @@ constexpr double ScaleDivisors[] = {1.0, 10.0, 100.0, 1000.0, 10000.0, 100000.0,
 std::int32_t take_be_i32(PacketBuffer body, std::size_t at) {
     swap_bytes(body, at, 4);
     return static_cast<std::int32_t>(le_u32(body, at));
-}
-
-/// The meter's formula of heat, every index counted from 1; empty for a selector that has none.
-std::string formula_text(Bytes body) {
-    const auto n = [body](std::size_t at) { return u8_at(body, at) + 1; };
-    const int iG1 = n(120), iT1 = n(121), iT2 = n(122), iG2 = n(123), iT3 = n(124);
-    const int iG3 = n(ReservedTwice), iT4 = n(ReservedTwice + 1);
-    constexpr std::size_t FormulaBytes = 128;
-    switch (u8_at(body, HeatFormula)) {
-        case 0:
-            return format_cut(FormulaBytes, "Q = G%d * ( H%d - H%d )", iG1, iT1, iT2);
-        case 1:
-            return format_cut(FormulaBytes, "Q = G%d * ( H%d - H%d) - G%d * ( H%d - H%d )", iG1, iT1, iT3, iG2, iT2,
-                              iT4);
-        case 2:
-            return format_cut(FormulaBytes, "Q = G%d * ( H%d - H%d) + G%d * ( H%d - H%d )", iG1, iT1, iT3, iG2, iT2,
-                              iT4);
-        case 3:
-            return format_cut(FormulaBytes, "Q = G%d * H%d - G%d * H%d - G%d * H%d", iG1, iT1, iG2, iT2, iG3, iT3);
-        default:
-            return "";
-    }
 }
 
 }  // namespace
@@ -189,21 +166,19 @@ void HCD_VIST::publish_channel(PacketBuffer body, int channel) {
 
 void HCD_VIST::publish_formula(PacketBuffer body, bool weighted) {
     const auto field = [body](std::size_t at) { return int{u8_at(body, at)}; };
-    log_line(log.get(), "FORMULA: fQ = ", field(119), ", iG1 = ", field(120), ", iT1 = ", field(121),
-             ", iT2 = ", field(122), ", iG2 = ", field(123), ", iT3 = ", field(124), ", fDV = ", field(125),
-             ", iDV1 = ", field(126), ", iDV2 = ", field(127), ", fDG = ", field(128), ", iDG1 = ", field(129),
-             ", iDG2 = ", field(130));
+    log_line(log.get(), "FORMULA: fQ = ", field(vds::fQ), ", iG1 = ", field(vds::iG1), ", iT1 = ", field(vds::iT1),
+             ", iT2 = ", field(vds::iT2), ", iG2 = ", field(vds::iG2), ", iT3 = ", field(vds::iT3),
+             ", fDV = ", field(125), ", iDV1 = ", field(126), ", iDV2 = ", field(127), ", fDG = ", field(128),
+             ", iDG1 = ", field(129), ", iDG2 = ", field(130));
     std::string reserved;
     for (std::size_t at = ReservedTwice; at < ActiveErrors; ++at) reserved += std::to_string(field(at)) + " ";
     log_line(log.get(), "Reserver[16] ", reserved);
     log_line(log.get(), "activeErrors = ", static_cast<unsigned>(le_u32(body, ActiveErrors)));
 
-    const std::string formula = formula_text(body);
+    const std::string formula = heat_formula(body, 'H');
     log_line(log.get(), "Formula: ", formula);
     if (formula.empty()) return;
-    const bool is_weighted =
-        field(HeatFormula) == 0 && field(120) == 0 && field(121) == 0 && field(122) == 1 && weighted;
-    publish_item("_WeightedValue", is_weighted ? 1 : 0);
+    publish_item("_WeightedValue", weighted && is_first_channel_formula(body) ? 1 : 0);
     publish_item("_Formula", formula);
 }
 

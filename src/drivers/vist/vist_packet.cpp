@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/text.h"
+
 namespace {
 
 constexpr std::uint8_t Magic[] = {'H', 'P', 'T'};
@@ -36,11 +38,6 @@ double number_at(Bytes buffer, std::size_t at, std::size_t size) {
 }
 
 }  // namespace
-
-Bytes part_of(Bytes bytes, std::size_t at, int length) {
-    if (at >= bytes.size() || length <= 0) return {};
-    return bytes.subspan(at, std::min(bytes.size() - at, static_cast<std::size_t>(length)));
-}
 
 bool is_good_packet(Bytes received, std::uint8_t type) {
     return received.size() > PacketTypeAt && received[PacketCrcAt] == byte_sum(received.subspan(PacketTypeAt)) &&
@@ -80,6 +77,34 @@ std::tm packet_time(Bytes packet, std::size_t at) {
     tm.tm_year = u8_at(packet, at + 5) + 100;
     tm.tm_isdst = -1;
     return tm;
+}
+
+std::string heat_formula(Bytes record, char letter) {
+    constexpr std::size_t FormulaBytes = 128;
+    const auto n = [record](std::size_t at) { return u8_at(record, at) + 1; };
+    const int G1 = n(vds::iG1), G2 = n(vds::iG2), G3 = n(vds::iG3);
+    const int T1 = n(vds::iT1), T2 = n(vds::iT2), T3 = n(vds::iT3), T4 = n(vds::iT4);
+    const char c = letter;
+    switch (u8_at(record, vds::fQ)) {
+        case 0:
+            return format_cut(FormulaBytes, "Q = G%d * ( %c%d - %c%d )", G1, c, T1, c, T2);
+        case 1:
+            return format_cut(FormulaBytes, "Q = G%d * ( %c%d - %c%d) - G%d * ( %c%d - %c%d )", G1, c, T1, c, T3, G2, c,
+                              T2, c, T4);
+        case 2:
+            return format_cut(FormulaBytes, "Q = G%d * ( %c%d - %c%d) + G%d * ( %c%d - %c%d )", G1, c, T1, c, T3, G2, c,
+                              T2, c, T4);
+        case 3:
+            return format_cut(FormulaBytes, "Q = G%d * %c%d - G%d * %c%d - G%d * %c%d", G1, c, T1, G2, c, T2, G3, c,
+                              T3);
+        default:
+            return "";
+    }
+}
+
+bool is_first_channel_formula(Bytes record) {
+    return u8_at(record, vds::fQ) == 0 && u8_at(record, vds::iG1) == 0 && u8_at(record, vds::iT1) == 0 &&
+           u8_at(record, vds::iT2) == 1;
 }
 
 std::string utf8_of_cp1251(std::string_view text) {

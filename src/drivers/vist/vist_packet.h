@@ -20,9 +20,6 @@ constexpr std::size_t PacketCrcAt = 4;
 constexpr std::size_t PacketTypeAt = 5;
 constexpr std::size_t PacketBodyAt = 6;
 
-/// `length` bytes from `at` on, as far as they exist; none for a negative length.
-Bytes part_of(Bytes bytes, std::size_t at, int length);
-
 /// Check sum, magic and type of a packet as received.
 bool is_good_packet(Bytes received, std::uint8_t type);
 
@@ -40,6 +37,25 @@ void process_value(std::int32_t mask, std::size_t size, PacketBuffer buffer, std
 
 /// The meter's four status bytes as the system's status word; the third is not read.
 std::uint32_t convert_errors(std::span<const std::uint8_t, 4> status, bool for_archive);
+
+// Offsets in the record of a heat system, which the meter keeps alike behind both its protocols. Indices count from 0.
+namespace vds {
+constexpr std::size_t fQ = 119;
+constexpr std::size_t iG1 = 120;
+constexpr std::size_t iT1 = 121;
+constexpr std::size_t iT2 = 122;
+constexpr std::size_t iG2 = 123;
+constexpr std::size_t iT3 = 124;
+constexpr std::size_t iG3 = 131;
+constexpr std::size_t iT4 = 132;
+}  // namespace vds
+
+/// The meter's formula of heat, every index counted from 1; empty for a selector that has none. `letter` stands for the
+/// temperatures or heats.
+std::string heat_formula(Bytes record, char letter);
+
+/// The plain formula of channel 1 with temperatures 1 and 2.
+bool is_first_channel_formula(Bytes record);
 
 /// hour, minute, second, day, month, year since 2000, one byte each: local time of the meter.
 std::tm packet_time(Bytes packet, std::size_t at);
