@@ -1,0 +1,84 @@
+#include "drivers/sa94/sa94_archive.h"
+
+#include <algorithm>
+
+#include "core/local_time.h"
+#include "drivers/sa94/sa94_values.h"
+
+const char* archive_name(int archive_type) {
+    switch (archive_type) {
+        case HOURLY_DB:
+            return "Hourly";
+        case DAILY_DB:
+            return "Daily";
+        case ERROR_DB:
+            return "Error";
+        default:
+            return "unknown";
+    }
+}
+
+const char* archive_word(int archive_type) {
+    switch (archive_type) {
+        case HOURLY_DB:
+            return "HOURLY_DB";
+        case DAILY_DB:
+            return "DAILY_DB";
+        case ERROR_DB:
+            return "ERROR_DB";
+        default:
+            return "unknown";
+    }
+}
+
+int low_segment(int archive_type) {
+    switch (archive_type) {
+        case HOURLY_DB:
+            return 2;
+        case DAILY_DB:
+            return 4;
+        case ERROR_DB:
+            return 6;
+        default:
+            return -1;
+    }
+}
+
+int otherSegment(int segment) {
+    return segment >= 2 && segment <= 7 ? segment ^ 1 : -1;
+}
+
+std::uint32_t first_usable_block(int archive_type) {
+    return archive_type == ERROR_DB ? 2 : 0;
+}
+
+bool is_erased(Bytes bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+bool isNullBlock(Bytes reply) {
+    return is_erased(part_of(reply, 0, BlockBytes));
+}
+
+std::tm record_date(Bytes record) {
+    std::tm tm{};
+    tm.tm_mday = bcdToInt(u8_at(record, 1));
+    tm.tm_mon = bcdToInt(u8_at(record, 2)) - 1;
+    tm.tm_year = bcdToInt(u8_at(record, 3)) + 100;
+    return tm;
+}
+
+std::tm record_tm_of(int archive_type, Bytes record) {
+    std::tm tm = record_date(record);
+    if (archive_type == HOURLY_DB || archive_type == ERROR_DB) tm.tm_hour = bcdToInt(u8_at(record, 5));
+    if (archive_type == ERROR_DB) {
+        tm.tm_min = bcdToInt(u8_at(record, 6));
+        tm.tm_sec = bcdToInt(u8_at(record, 7));
+    }
+    return tm;
+}
+
+std::time_t recordTime(int archive_type, Bytes record) {
+    std::tm tm = record_tm_of(archive_type, record);
+    return make_time(tm);
+}

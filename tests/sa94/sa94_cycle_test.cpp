@@ -1,0 +1,322 @@
+// One pass over a meter: its stages, what is due, the data service on the bus, the wait for the next pass.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/sa94_scene.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/// All values that an item is given, not only the last: a pipe in the place of its file keeps them.
+class ItemTrail {
+  public:
+    explicit ItemTrail(const std::string& path) : path_(path) {
+        ::unlink(path.c_str());
+        ::mkfifo(path.c_str(), 0644);
+        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    }
+    ~ItemTrail() {
+        ::close(fd_);
+        ::unlink(path_.c_str());
+    }
+    ItemTrail(const ItemTrail&) = delete;
+    ItemTrail& operator=(const ItemTrail&) = delete;
+
+    /// In a row.
+    std::string values() const {
+        std::string text;
+        char piece[1024];
+        for (ssize_t got = 0; (got = ::read(fd_, piece, sizeof(piece))) > 0;) {
+            text.append(piece, static_cast<std::size_t>(got));
+        }
+        std::erase(text, '\n');
+        return text;
+    }
+
+  private:
+    std::string path_;
+    int fd_;
+};
+
+/// A meter of firmware 10 with empty archives, read at 10:05.
+class Sa94Cycle : public Sa94Bench {
+  protected:
+    explicit Sa94Cycle(const std::string& start = "2024-03-02 10:05:00") : Sa94Bench(start) {
+        meter.put_firmware("M300");
+        meter.put_tubes({2, 3, 4}, {2, 3, 4});
+        meter.put_parameter(10, {0x00, 0x10, 0x04, 0x58});
+        meter.put_parameter(11, {0x00, 0x02, 0x03, 0x24});
+        for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
+    }
+
+    /// Each value that a pass gives to `_DriverStatus`.
+    std::string stages_of_a_pass() {
+        const ItemTrail trail(scene.real_path("/tmp/m1/1/tc_items/_DriverStatus"));
+        driver->run_main();
+        return trail.values();
+    }
+    /// The blocks that were asked for beyond those of the description.
+    Texts blocks_sent() const {
+        Texts blocks;
+        for (const std::string& request : sent()) {
+            if (request.size() == 5 && request[0] == 'A' && request[1] != '0') blocks.push_back(request);
+        }
+        return blocks;
+    }
+};
+
+// ---- a pass
+
+TEST_F(Sa94Cycle, APassReadsDescriptionThenParametersThenWaits) {
+    driver->run_main();
+    const Texts wanted = {Connect, ReadFirmware, Disconnect, Connect, ReadTubes, Disconnect, Connect, Disconnect,
+                          Connect, "80",         "81",       "82",    "83",      "84",       "85",    "87",
+                          "88",    "89",         "8A",       "8B",    "8C",      Disconnect};
+    EXPECT_EQ(sent(), wanted) << "the archives are not due yet";
+    EXPECT_EQ(item("_DriverStatus"), "6");
+    EXPECT_EQ(item("MDateTime"), "1709373898");
+    EXPECT_EQ(connected(), "111111");
+}
+
+TEST_F(Sa94Cycle, APassIsToldInTheMessages) {
+    driver->run_main();
+    const auto told = log("messages");
+    ASSERT_GE(told.size(), 3U);
+    EXPECT_EQ(told[0], "Start main iteration");
+    EXPECT_EQ(told[1], "Start get description..");
+    EXPECT_TRUE(logged_in_order("messages", {"Start get description..", "Start Get Firmware", "Start get Status",
+                                             "getDescription = Success", "Get Current Parameters"}));
+    EXPECT_EQ(logged("messages", "Need update archives HOURLY_DB"), 0);
+}
+
+TEST_F(Sa94Cycle, ErrorsThenHoursThenDaysAreReadWhenTheyAreDue) {
+    machine.sleep(601);
+    driver->run_main();
+    // Each archive is empty: the starts of both its segments, then the erased block of the high one.
+    EXPECT_EQ(blocks_sent(), (Texts{"A6 02", "A7 02", "A7 02", "A2 00", "A3 00", "A3 00", "A4 00", "A5 00", "A5 00"}));
+    for (const char* kind : {"messages", "debug"}) {
+        EXPECT_EQ(logged(kind, "Need update archives HOURLY_DB"), 1);
+        EXPECT_EQ(logged(kind, "Need update archives DAILY_DB"), 1);
+    }
+    EXPECT_TRUE(logged_in_order("messages", {"Get Current Parameters", "Need update archives HOURLY_DB", "ERROR_DB",
+                                             "HOURLY_DB", "Need update archives DAILY_DB", "DAILY_DB"}));
+}
+
+TEST_F(Sa94Cycle, TheStatusItemFollowsTheStages) {
+    EXPECT_EQ(stages_of_a_pass(), "0126");
+    machine.sleep(300);
+    EXPECT_EQ(stages_of_a_pass(), "0125346");
+}
+
+TEST_F(Sa94Cycle, APassThatFailsHasThreeStages) {
+    meter.put_firmware("M999");
+    EXPECT_EQ(stages_of_a_pass(), "016");
+}
+
+TEST_F(Sa94Cycle, ArchivesAreReadAgainAfterMoreThanAnHour) {
+    machine.sleep(601);
+    driver->run_main();
+    meter.heard.clear();
+    driver->run_main();
+    EXPECT_TRUE(blocks_sent().empty());
+    machine.sleep(3601);
+    driver->run_main();
+    EXPECT_EQ(blocks_sent().size(), 9U);
+}
+
+TEST_F(Sa94Cycle, TheFirstArchivesAreReadInTheThirdPass) {
+    // As the process does it: a pass, five seconds, a pass.
+    machine.run_for(1200, [this] {
+        for (;;) {
+            driver->run_main();
+            machine.sleep(5);
+        }
+    });
+    EXPECT_EQ(logged("messages", "Need update archives HOURLY_DB"), 1);
+    EXPECT_EQ(logged("messages", "Start main iteration"), 4) << "about every six minutes";
+    EXPECT_TRUE(logged_in_order("messages", {"Start main iteration", "Start main iteration", "Start main iteration",
+                                             "Need update archives HOURLY_DB", "Start main iteration"}));
+}
+
+TEST_F(Sa94Cycle, ASilentMeterEndsThePassAtOnce) {
+    machine.disconnect_all(Port);
+    machine.sleep(601);
+    const double before = machine.seconds();
+    driver->run_main();
+    EXPECT_EQ(machine.exchanges().size(), 24U);
+    EXPECT_NEAR(machine.seconds() - before, 24 * 0.9, 1.0) << "no wait";
+    EXPECT_EQ(item("_DriverStatus"), "6");
+    EXPECT_EQ(connected(), "000000");
+    EXPECT_EQ(logged("messages", "getDescription = Failure"), 1);
+    EXPECT_EQ(logged("messages", "Get Current Parameters"), 0);
+}
+
+TEST_F(Sa94Cycle, AnUnknownFirmwareEndsThePassAtOnce) {
+    meter.put_firmware("M999");
+    machine.sleep(601);
+    driver->run_main();
+    EXPECT_EQ(sent(), (Texts{Connect, ReadFirmware, Disconnect}));
+    EXPECT_EQ(item("_Firmware"), "Unknown");
+    EXPECT_EQ(item("_DriverStatus"), "6");
+    EXPECT_EQ(logged("messages", "getDescription = Failure"), 1);
+}
+
+TEST_F(Sa94Cycle, TheDueTimeIsNotUsedUpByAPassThatFails) {
+    meter.put_firmware("M999");
+    machine.sleep(601);
+    driver->run_main();
+    meter.put_firmware("M300");
+    driver->run_main();
+    EXPECT_EQ(logged("messages", "Need update archives HOURLY_DB"), 1);
+}
+
+TEST_F(Sa94Cycle, AFailedArchiveWaitsForItsNextTurn) {
+    meter.be_deaf_to("A2 00");
+    machine.sleep(601);
+    driver->run_main();
+    EXPECT_EQ(sent_times("A2 00"), 24);
+    EXPECT_EQ(blocks_sent().back(), "A5 00") << "the next archive is read all the same";
+    meter.heard.clear();
+    driver->run_main();
+    EXPECT_TRUE(blocks_sent().empty());
+}
+
+TEST_F(Sa94Cycle, AnotherMeterOnTheLineIsRecognisedInTheNextPass) {
+    driver->run_main();
+    EXPECT_EQ(item("MeterModel"), "SA94/2M");
+    EXPECT_FALSE(driver->extended);
+    meter.put_firmware("M461-m");
+    meter.status = 0x54;
+    driver->run_main();
+    EXPECT_EQ(item("MeterModel"), "SA94/3A");
+    EXPECT_TRUE(driver->extended);
+    EXPECT_EQ(driver->status_byte, 0x54);
+}
+
+TEST_F(Sa94Cycle, AFirmwareWithoutAnyRowGivesEventsOnly) {
+    meter.put_firmware("M411");  // long segments
+    meter.put_block(6, 2,
+                    Sa94Bytes(128, 0xFF).record(0, Sa94Bytes(8).put(0, {5}).date(2, 3, 24).clock(8, 0, 0)).bytes());
+    meter.put_block(2, 0, Sa94Bytes(128, 0xFF).record(0, Sa94Bytes(64).date(2, 3, 24).hour(8)).bytes());
+    machine.sleep(601);
+    driver->run_main();
+    EXPECT_EQ(archive_names(), Texts{"_A57"});
+    EXPECT_EQ(item("MDateTime"), "(none)");
+    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->LastTimestampError, 1709366400);
+    EXPECT_EQ(item("_DriverStatus"), "6");
+}
+
+TEST_F(Sa94Cycle, CurrentValuesAreEmptyBetweenPasses) {
+    driver->run_main();
+    EXPECT_TRUE(driver->current_values.empty());
+}
+
+// ---- what is due
+
+TEST_F(Sa94Cycle, ArchivesAreDueWhenMoreThanAnHourIsOver) {
+    for (const int type : {0, 1}) {
+        std::time_t& last = type == 0 ? driver->last_update_hourly : driver->last_update_daily;
+        last = machine.now() - 3600;
+        EXPECT_FALSE(driver->needUpdateArchives(type)) << "exactly an hour";
+        EXPECT_EQ(last, machine.now() - 3600);
+        machine.sleep(1);
+        EXPECT_TRUE(driver->needUpdateArchives(type));
+        EXPECT_EQ(last, machine.now());
+        EXPECT_FALSE(driver->needUpdateArchives(type));
+    }
+}
+
+TEST_F(Sa94Cycle, HourlyAndDailyArchivesAreDueEachForItself) {
+    driver->last_update_hourly = machine.now() - 4000;
+    driver->last_update_daily = machine.now();
+    EXPECT_TRUE(driver->needUpdateArchives(0));
+    EXPECT_FALSE(driver->needUpdateArchives(1));
+    EXPECT_EQ(driver->last_update_daily, machine.now());
+}
+
+TEST_F(Sa94Cycle, TheFirstArchivesAreDueTenMinutesAfterTheStart) {
+    machine.sleep(600);
+    EXPECT_FALSE(driver->needUpdateArchives(0));
+    EXPECT_FALSE(driver->needUpdateArchives(1));
+    machine.sleep(1);
+    EXPECT_TRUE(driver->needUpdateArchives(0));
+    EXPECT_TRUE(driver->needUpdateArchives(1));
+}
+
+TEST_F(Sa94Cycle, AnyOtherArchiveIsAlwaysDue) {
+    for (const int type : {-1, 2, 3, 4, 99}) {
+        EXPECT_TRUE(driver->needUpdateArchives(type)) << type;
+        EXPECT_TRUE(driver->needUpdateArchives(type)) << type;
+    }
+}
+
+// ---- the wait
+
+TEST_F(Sa94Cycle, TheWaitLastsSixMinutesInStepsOfTwoSeconds) {
+    driver->waitNextPass();
+    // The clock is read before a step, so the step behind the 360th second is taken as well.
+    EXPECT_EQ(machine.sleeps(), std::vector<unsigned>(181, 2));
+}
+
+TEST_F(Sa94Cycle, AForceFlagAtTheStartEndsTheWaitAtOnce) {
+    scene.touch("/tmp/tvk_force_update_m1");
+    driver->waitNextPass();
+    EXPECT_TRUE(machine.sleeps().empty());
+    EXPECT_FALSE(scene.exists("/tmp/tvk_force_update_m1"));
+}
+
+TEST_F(Sa94Cycle, AForceFlagCutsTheWait) {
+    machine.at(51, [this] { scene.touch("/tmp/tvk_force_update_m1"); });
+    driver->waitNextPass();
+    EXPECT_EQ(machine.sleeps().size(), 26U);
+    EXPECT_FALSE(scene.exists("/tmp/tvk_force_update_m1"));
+}
+
+TEST_F(Sa94Cycle, FlagsOfOthersDoNotCutTheWait) {
+    for (const char* flag :
+         {"/tmp/tvk_force_update_m2", "/tmp/tvk_force_update_archives_m1", "/tmp/tvk_force_update"}) {
+        scene.touch(flag);
+    }
+    driver->waitNextPass();
+    EXPECT_EQ(machine.sleeps().size(), 181U);
+    EXPECT_TRUE(scene.exists("/tmp/tvk_force_update_archives_m1"));
+}
+
+TEST_F(Sa94Cycle, AForcedPassDoesNotMakeArchivesDue) {
+    scene.touch("/tmp/tvk_force_update_m1");
+    driver->run_main();
+    driver->run_main();
+    EXPECT_TRUE(blocks_sent().empty());
+}
+
+TEST_F(Sa94Cycle, AClockThatIsSetBackMakesTheWaitLonger) {
+    machine.at(100, [this] { machine.step_clock(-50); });
+    driver->waitNextPass();
+    EXPECT_NEAR(elapsed() + 50, 362 + 50, 3) << "six minutes by the machine's own clock";
+}
+
+// ---- pauses of the bus
+
+TEST_F(Sa94Cycle, ThePauseFlagOfTheSystemHoldsAPassAndTheOtherDoesNot) {
+    driver->use_pause_flag = true;
+    scene.touch("/tmp/pause_tvk");
+    scene.touch("/tmp/pause_tvk_all");
+    machine.at(35, [this] {
+        EXPECT_TRUE(sent().empty());
+        scene.remove("/tmp/pause_tvk_all");
+    });
+    driver->run_main();
+    EXPECT_FALSE(sent().empty());
+    EXPECT_TRUE(scene.exists("/tmp/pause_tvk"));
+    EXPECT_EQ(std::vector<unsigned>(machine.sleeps().begin(), machine.sleeps().begin() + 5),
+              (std::vector<unsigned>{10, 10, 10, 10, 2}));
+}
+
+}  // namespace

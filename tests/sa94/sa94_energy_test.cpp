@@ -1,0 +1,149 @@
+// The last totals of energy that were not zero: what they stand in for, and the files that keep them.
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/sa94_scene.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr std::time_t Midnight = 1709337600;  // 2024-03-02 00:00 UTC
+constexpr std::time_t Hour = 3600;
+constexpr std::time_t Day = 86400;
+constexpr int Hourly = 0;
+constexpr int Daily = 1;
+
+/// Firmware 10 unless a test says otherwise: records of 32 bytes with the energy at byte 28.
+class Sa94EnergyOfRecords : public Sa94Bench {
+  protected:
+    Sa94EnergyOfRecords() { identify(10); }
+
+    static Sa94Bytes hourly(int day, int month, int year, int hour) {
+        return Sa94Bytes(32).date(day, month, year).hour(hour);
+    }
+    static Sa94Bytes daily(int day, int month, int year) { return Sa94Bytes(32).date(day, month, year); }
+
+    bool parse(int type, const std::vector<Sa94Bytes>& records) {
+        int position = 0;
+        return driver->parseBlock(type, sa94_bytes::reply_of(records), position, newest);
+    }
+    static std::string at(std::time_t time, const std::string& value) {
+        return std::to_string(time) + ",192," + value + "\n";
+    }
+
+    std::time_t newest = 0;
+};
+
+TEST_F(Sa94EnergyOfRecords, ATotalOfZeroGivesWayToTheLastOneThatWasNot) {
+    driver->hPrevE = 1234.5;
+    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 7).real(28, 0.0F), hourly(2, 3, 24, 8).real(28, 1300.0F),
+                                hourly(2, 3, 24, 9).real(28, 0.0F)}));
+    EXPECT_EQ(archive("A1"), at(Midnight + 8 * Hour, "1234.500000") + at(Midnight + 9 * Hour, "1300.000000") +
+                                 at(Midnight + 10 * Hour, "1300.000000"));
+    EXPECT_EQ(driver->hPrevE, 1300.0);
+    EXPECT_EQ(archive("_hPrevE"), "1300.000000");
+}
+
+TEST_F(Sa94EnergyOfRecords, TheEnergyFileIsWrittenForEveryRecordChangedOrNot) {
+    driver->hPrevE = 1234.5;
+    parse(Hourly, {hourly(2, 3, 24, 7).real(28, 0.0F)});
+    EXPECT_EQ(archive("_hPrevE"), "1234.500000") << "no line end";
+    EXPECT_EQ(driver->hPrevE, 1234.5);
+}
+
+TEST_F(Sa94EnergyOfRecords, DailyEnergyHasAMemoryOfItsOwn) {
+    driver->hPrevE = 1.0;
+    driver->dPrevE = 2.0;
+    parse(Daily, {daily(29, 2, 24).real(28, 0.0F), daily(1, 3, 24).real(28, 3.0F)});
+    EXPECT_EQ(archive("A29"), at(Midnight - Day, "2.000000") + at(Midnight, "3.000000"));
+    EXPECT_EQ(archive("_dPrevE"), "3.000000");
+    EXPECT_EQ(archive("_hPrevE"), "");
+    EXPECT_EQ(driver->hPrevE, 1.0);
+    EXPECT_EQ(driver->dPrevE, 3.0);
+}
+
+TEST_F(Sa94EnergyOfRecords, DailyEnergyIsRememberedBehindItsScale) {
+    identify(6);
+    parse(Daily, {Sa94Bytes(64).date(1, 3, 24).real(4, 1000.0F)});
+    // 0.859844982624 * 1000 in single precision.
+    EXPECT_EQ(archive("A29"), at(Midnight, "859.844971"));
+    EXPECT_EQ(archive("_dPrevE"), "859.844971");
+}
+
+TEST_F(Sa94EnergyOfRecords, RecordsWithoutEnergyDoNotTouchItsMemory) {
+    identify(6);
+    parse(Hourly, {Sa94Bytes(64).date(2, 3, 24).hour(8)});
+    EXPECT_EQ(archive("_hPrevE"), "");
+}
+
+TEST_F(Sa94EnergyOfRecords, AnEnergyFileThatCannotBeWrittenLeavesTheMemory) {
+    scene.remove("/mnt/storage/m1/1/tc_archives");
+    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8).real(28, 7.0F), hourly(2, 3, 24, 9).real(28, 0.0F)}));
+    EXPECT_EQ(driver->hPrevE, 7.0);
+    EXPECT_EQ(newest, Midnight + 9 * Hour) << "lost without notice";
+    EXPECT_TRUE(archive_names().empty());
+}
+
+TEST_F(Sa94EnergyOfRecords, AnArchiveFileThatCannotBeOpenedLosesItsValueAlone) {
+    scene.touch("/mnt/storage/m1/1/tc_archives/A12/in/the/way");
+    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8).real(8, 7.0F).word(16, 100)}));
+    EXPECT_EQ(archive("_A20"), at(Midnight + 8 * Hour, "1.000000"));
+    EXPECT_EQ(archive("A14"), at(Midnight + 9 * Hour, "0.000000"));
+}
+
+TEST(Sa94Energy, AValueThatIsNotZeroIsRemembered) {
+    double value = 5.0;
+    double previous = 4.0;
+    SA94::carryEnergy(value, previous);
+    EXPECT_EQ(value, 5.0);
+    EXPECT_EQ(previous, 5.0);
+    value = 0.0;
+    SA94::carryEnergy(value, previous);
+    EXPECT_EQ(value, 5.0);
+    EXPECT_EQ(previous, 5.0);
+    value = -1.0;
+    SA94::carryEnergy(value, previous);
+    EXPECT_EQ(previous, -1.0);
+    value = 1e-300;
+    SA94::carryEnergy(value, previous);
+    EXPECT_EQ(previous, 1e-300) << "exactly zero only";
+}
+
+TEST_F(Sa94EnergyOfRecords, EnergyFilesAreKeptByTheirArchive) {
+    driver->savePrevEnergy(Hourly, 12.25);
+    driver->savePrevEnergy(Daily, -0.5);
+    driver->savePrevEnergy(4, 9.0);
+    EXPECT_EQ(archive_names(), (Texts{"_dPrevE", "_hPrevE"}));
+    EXPECT_EQ(archive("_hPrevE"), "12.250000");
+    EXPECT_EQ(archive("_dPrevE"), "-0.500000");
+    EXPECT_EQ(driver->loadPrevEnergy(Hourly), 12.25);
+    EXPECT_EQ(driver->loadPrevEnergy(Daily), -0.5);
+    EXPECT_EQ(driver->loadPrevEnergy(4), 0.0);
+    driver->savePrevEnergy(Hourly, 1.0);
+    EXPECT_EQ(archive("_hPrevE"), "1.000000") << "replaced whole";
+}
+
+TEST_F(Sa94EnergyOfRecords, AnEnergyFileThatIsNotThereIsZero) {
+    EXPECT_EQ(driver->loadPrevEnergy(Hourly), 0.0);
+    EXPECT_EQ(driver->loadPrevEnergy(Daily), 0.0);
+}
+
+TEST_F(Sa94EnergyOfRecords, AnEnergyFileIsReadAsFarAsANumberGoes) {
+    const std::pair<const char*, double> texts[] = {
+        {"", 0.0}, {"nothing", 0.0}, {"1.5\n2.5\n", 1.5}, {" 7 apples", 7.0}, {"\n3.0", 0.0}};
+    for (const auto& [text, value] : texts) {
+        lines("_hPrevE", text);
+        EXPECT_EQ(driver->loadPrevEnergy(Hourly), value) << text;
+    }
+}
+
+TEST_F(Sa94EnergyOfRecords, OfAnEnergyFile31CharactersAreRead) {
+    lines("_hPrevE", "00000000000000000000000000000123456");
+    EXPECT_EQ(driver->loadPrevEnergy(Hourly), 12.0);
+}
+
+}  // namespace

@@ -1,0 +1,172 @@
+// Whole passes over a simulated meter of every firmware: what ought to be in the files is there, once.
+
+#include <cctype>
+#include <cstdio>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "sa94_meter.h"
+#include "support/sa94_scene.h"
+
+namespace {
+
+using Files = std::map<std::string, std::multiset<std::string>>;
+
+class Sa94Pass : public Sa94Bench {
+  protected:
+    explicit Sa94Pass(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
+        : Sa94Bench(start, zone) {
+        machine.disconnect_all(Port);
+    }
+
+    void connect(sim::Sa94Meter& simulated) { machine.connect(Port, simulated); }
+
+    /// A pass at which the archives are due.
+    void pass_with_archives() {
+        machine.sleep(3601);
+        driver->run_main();
+    }
+    Files filed() const {
+        Files files;
+        for (const std::string& name : archive_names()) {
+            if (name == "_hPrevE" || name == "_dPrevE") continue;
+            std::string text = archive(name);
+            for (std::size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
+                files[name].insert(text.substr(0, end));
+            }
+        }
+        return files;
+    }
+    static Files expected(const sim::Sa94Meter& simulated) {
+        Files files;
+        for (const sim::Sa94Archive archive :
+             {sim::Sa94Archive::Hourly, sim::Sa94Archive::Daily, sim::Sa94Archive::Errors}) {
+            for (const sim::Sa94StoredRecord& record : simulated.records(archive)) {
+                for (const sim::Sa94FileValue& value : simulated.record_files(archive, record)) {
+                    char line[128];
+                    std::snprintf(line, sizeof(line), "%ld,%d,%f", static_cast<long>(value.time), value.quality,
+                                  value.value);
+                    files[value.file].insert(line);
+                }
+            }
+        }
+        return files;
+    }
+};
+
+struct Kind {
+    const char* firmware;
+    std::uint8_t status;
+};
+
+class Sa94PassOf : public Sa94Pass, public ::testing::WithParamInterface<Kind> {};
+
+TEST_P(Sa94PassOf, FilesEveryRecordOnce) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = GetParam().firmware, .status = GetParam().status});
+    simulated.fill(sim::Sa94Archive::Hourly, {.records = 90, .newest = "2024-03-02 09:00"});
+    simulated.fill(sim::Sa94Archive::Daily, {.records = 40, .newest = "2024-03-01 00:00"});
+    simulated.fill(sim::Sa94Archive::Errors, {.records = 40, .newest = "2024-03-02 08:00"});
+    connect(simulated);
+    pass_with_archives();
+    EXPECT_EQ(filed(), expected(simulated));
+    pass_with_archives();
+    EXPECT_EQ(filed(), expected(simulated)) << "nothing is new";
+    EXPECT_EQ(connected(), "111111");
+    EXPECT_EQ(item("_DriverStatus"), "6");
+}
+
+TEST_P(Sa94PassOf, FilesWhatIsNewAfterARestart) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = GetParam().firmware, .status = GetParam().status});
+    simulated.fill(sim::Sa94Archive::Hourly, {.records = 30, .newest = "2024-03-02 09:00"});
+    simulated.fill(sim::Sa94Archive::Daily, {.records = 5, .newest = "2024-03-01 00:00"});
+    connect(simulated);
+    pass_with_archives();
+    start_driver();
+    simulated.record_archives(true, "2024-03-02 10:00");
+    machine.sleep(2 * 86400);
+    pass_with_archives();
+    EXPECT_EQ(filed(), expected(simulated));
+}
+
+constexpr Kind Kinds[] = {{"M461-m 1.0", 0x06},  {"M461-m 1.0", 0x44}, {"M451-m 1.0", 0x06}, {"M461 1.0", 0x00},
+                          {"M461 1.0", 0x7F},    {"M451 1.0", 0x04},   {"M401 1.0", 0x06},   {"M301 1.0", 0x06},
+                          {"M300 1.0", 0x02},    {"M300 1.0", 0x04},   {"301", 0x06},        {"MTE1", 0x06},
+                          {"201", 0x06},         {"200", 0x06},        {"M101", 0x06},       {"M100", 0x00},
+                          {"SA94_UNKNOWN", 0x06}};
+
+std::string kind_name(const ::testing::TestParamInfo<Kind>& tested) {
+    std::string name = tested.param.firmware;
+    for (char& letter : name) letter = std::isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
+    return name + "_" + std::to_string(tested.param.status);
+}
+
+INSTANTIATE_TEST_SUITE_P(Firmware, Sa94PassOf, ::testing::ValuesIn(Kinds), kind_name);
+
+TEST_F(Sa94Pass, CurrentValuesOfAMeterAreInTheItems) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = "M301 1.05", .status = 0x06});
+    simulated.set_value("T1", 71.25F);
+    simulated.set_value("P1", 0.5F);
+    connect(simulated);
+    driver->run_main();
+    EXPECT_EQ(item("T1"), "71.250000");
+    EXPECT_EQ(item("P1"), "5.098581");
+    EXPECT_EQ(item("Firmware"), "M3011.05");
+    EXPECT_EQ(item("MeterModel"), "SA94/2M");
+    EXPECT_EQ(item("_Status"), "6");
+    for (int n = 2; n <= 6; ++n) {
+        EXPECT_EQ(scene.list("/tmp/m1/" + std::to_string(n) + "/tc_items"), std::vector<std::string>{"Connected"});
+    }
+}
+
+TEST_F(Sa94Pass, AMeterOfAnotherAddressKeepsSilent) {
+    sim::Sa94Meter simulated({.address = 0x12346});
+    connect(simulated);
+    driver->run_main();
+    EXPECT_EQ(connected(), "000000");
+    EXPECT_EQ(item("_DriverStatus"), "6");
+    EXPECT_EQ(item("Firmware"), "(none)");
+}
+
+TEST_F(Sa94Pass, OneOfSeveralMetersOnTheLineIsRead) {
+    sim::Sa94Meter other({.address = 7, .firmware = "M461 1.0"});
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = "200"});
+    connect(other);
+    connect(simulated);
+    driver->run_main();
+    EXPECT_EQ(item("MeterModel"), "SA94/2");
+    EXPECT_FALSE(simulated.in_conversation()) << "the last word was a disconnect";
+}
+
+TEST_F(Sa94Pass, ALostAnswerNowAndThenCostsATryAndNothingElse) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = "M300", .status = 0x02});
+    simulated.fill(sim::Sa94Archive::Hourly, {.records = 90, .newest = "2024-03-02 09:00"});
+    simulated.misbehave_each(5, sim::sa94_lost());
+    connect(simulated);
+    pass_with_archives();
+    EXPECT_EQ(filed(), expected(simulated));
+    EXPECT_GT(simulated.faults_made(), 10U);
+    EXPECT_EQ(connected(), "111111");
+}
+
+class Sa94PassInSummer : public Sa94Pass {
+  protected:
+    Sa94PassInSummer() : Sa94Pass("2024-07-15 12:05:00", "CET-1CEST,M3.5.0,M10.5.0/3") {}
+};
+
+TEST_F(Sa94PassInSummer, FilesEveryRecordOnceByStandardTime) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = "M301 1.05", .status = 0x06});
+    simulated.fill(sim::Sa94Archive::Hourly, {.records = 90, .newest = "2024-07-15 10:00"});
+    simulated.fill(sim::Sa94Archive::Daily, {.records = 150, .newest = "2024-07-14 00:00"});
+    connect(simulated);
+    pass_with_archives();
+    EXPECT_EQ(filed(), expected(simulated));
+    EXPECT_EQ(driver->LastTimestampHourly, 1721034000) << "2024-07-15 10:00 by the meter, 09:00 UTC";
+    start_driver();
+    EXPECT_EQ(driver->LastTimestampHourly, 1721034000);
+    pass_with_archives();
+    EXPECT_EQ(filed(), expected(simulated));
+}
+
+}  // namespace

@@ -1,0 +1,232 @@
+#include "support/sa94_scene.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <sstream>
+
+namespace {
+
+constexpr std::size_t BlockSize = 128;
+constexpr std::size_t PrefixLength = 24;  // "DD/MM/YY hh:mm:ss.mmm : "
+constexpr std::uint32_t Address = 0x12345;
+constexpr int SpeedCode9600 = 3;
+constexpr int NoParity = 0;
+
+std::string hex(std::span<const std::uint8_t> bytes) {
+    std::string text;
+    for (const std::uint8_t byte : bytes) {
+        char digits[4];
+        std::snprintf(digits, sizeof(digits), "%s%02X", text.empty() ? "" : " ", byte);
+        text += digits;
+    }
+    return text;
+}
+
+bool has_prefix(const std::string& line) {
+    return line.size() >= PrefixLength && line[2] == '/' && line.compare(PrefixLength - 3, 3, " : ") == 0;
+}
+
+std::string without_line_end(std::string text) {
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+}  // namespace
+
+// ---- the meter
+
+void Sa94Puppet::put_block(unsigned segment, unsigned block, sim::ByteVector bytes) {
+    blocks_[{segment, block}] = std::move(bytes);
+}
+
+void Sa94Puppet::put_firmware(const std::string& text) {
+    put_block(0, 2, Sa94Bytes(BlockSize).put(1, {text.begin(), text.end()}).bytes());
+}
+
+void Sa94Puppet::put_tubes(std::array<std::uint8_t, 3> first, std::array<std::uint8_t, 3> second) {
+    Sa94Bytes block(BlockSize, 0x77);
+    block.put(36, {first.begin(), first.end()}).put(44, {second.begin(), second.end()});
+    put_block(0, 0, block.bytes());
+}
+
+void Sa94Puppet::say(const sim::ByteVector& bytes, int times) {
+    for (int i = 0; i < times; ++i) first_.push_back(bytes);
+}
+
+sim::Answer Sa94Puppet::hear(std::span<const std::uint8_t> request, std::time_t /*now*/) {
+    heard.push_back(hex(request));
+    if (listener) listener(heard.back());
+    sim::ByteVector bytes;
+    if (!first_.empty()) {
+        bytes = first_.front();
+        first_.pop_front();
+    } else if (std::find(deaf_to_.begin(), deaf_to_.end(), heard.back()) == deaf_to_.end()) {
+        bytes = answer_to(request);
+    }
+    if (bytes.empty()) return {};
+    return {{.delay_seconds = 0.02, .bytes = std::move(bytes)}};
+}
+
+sim::ByteVector Sa94Puppet::answer_to(std::span<const std::uint8_t> request) const {
+    const unsigned first = request[0];
+    const auto block = [this](unsigned segment, unsigned number) {
+        const auto found = blocks_.find({segment, number});
+        return found == blocks_.end() ? sim::ByteVector(BlockSize, 0xFF) : found->second;
+    };
+    if (request.size() == 3 && first >= 0xC0) return {status};
+    if (request.size() == 2 && first >= 0xA0 && first <= 0xA7) return block(first - 0xA0U, request[1]);
+    if (request.size() == 3 && first == 0xB7) {
+        return block((request[1] & 0x38U) >> 3, (request[1] & 7U) << 6 | request[2]);
+    }
+    if (request.size() == 1 && first >= 0x80 && first <= 0x8F) {
+        const auto found = parameters_.find(first - 0x80U);
+        return found == parameters_.end() ? sim::ByteVector(4, 0) : found->second;
+    }
+    return {};
+}
+
+// ---- bytes
+
+std::uint8_t sa94_bytes::bcd(int number) {
+    return static_cast<std::uint8_t>(number / 10 * 16 + number % 10);
+}
+
+sim::ByteVector sa94_bytes::real(float value) {
+    if (value == 0.0F) return {0, 0, 0, 0};
+    int exponent = 0;
+    const float fraction = std::frexp(std::fabs(value), &exponent);  // from a half up to one
+    const auto mantissa = static_cast<unsigned>(std::ldexp(fraction, 24)) - 0x800000U;
+    const unsigned sign = value < 0 ? 0x80U : 0U;
+    return {static_cast<std::uint8_t>(exponent + 128), static_cast<std::uint8_t>(sign | mantissa >> 16),
+            static_cast<std::uint8_t>(mantissa >> 8), static_cast<std::uint8_t>(mantissa)};
+}
+
+Sa94Bytes sa94_bytes::erased_block() {
+    return Sa94Bytes(BlockSize, 0xFF);
+}
+
+SA94Request sa94_bytes::reply_of(const std::vector<Sa94Bytes>& records) {
+    Sa94Bytes block = erased_block();
+    for (std::size_t i = 0; i < records.size(); ++i) block.record(i, records[i]);
+    SA94Request request(1);
+    std::copy(block.bytes().begin(), block.bytes().end(), request.response.begin());
+    return request;
+}
+
+Sa94Bytes& Sa94Bytes::put(std::size_t at, const sim::ByteVector& bytes) {
+    for (const std::uint8_t byte : bytes) bytes_.at(at++) = byte;
+    return *this;
+}
+
+Sa94Bytes& Sa94Bytes::date(int day, int month, int year) {
+    return put(1, {sa94_bytes::bcd(day), sa94_bytes::bcd(month), sa94_bytes::bcd(year)});
+}
+
+Sa94Bytes& Sa94Bytes::hour(int hour) {
+    return put(5, {sa94_bytes::bcd(hour)});
+}
+
+Sa94Bytes& Sa94Bytes::clock(int hour, int minute, int second) {
+    return put(5, {sa94_bytes::bcd(hour), sa94_bytes::bcd(minute), sa94_bytes::bcd(second)});
+}
+
+Sa94Bytes& Sa94Bytes::real(std::size_t at, float value) {
+    return put(at, sa94_bytes::real(value));
+}
+
+Sa94Bytes& Sa94Bytes::word(std::size_t at, unsigned value) {
+    return put(at, {static_cast<std::uint8_t>(value / 256), static_cast<std::uint8_t>(value % 256)});
+}
+
+Sa94Bytes& Sa94Bytes::record(std::size_t position, const Sa94Bytes& record) {
+    return put(position * record.bytes().size(), record.bytes());
+}
+
+// ---- the bench
+
+Sa94Bench::Sa94Bench(const std::string& start, const std::string& zone) : scene(start, zone) {
+    scene.make_tree(Uuid);
+    machine.connect(Port, meter);
+    start_driver();
+}
+
+SA94& Sa94Bench::start_driver() {
+    driver = std::make_unique<SA94>(Uuid);
+    driver->tc_sernum = Address;
+    driver->port_name = Port;
+    driver->tc_baud = SpeedCode9600;
+    driver->tc_parity = NoParity;
+    driver->open_tty();
+    return *driver;
+}
+
+void Sa94Bench::identify(int firmware_id) {
+    constexpr std::array ShortSegments = {0, 1, 3, 5, 8, 10};
+    driver->firmware_id = firmware_id;
+    driver->extended = std::find(ShortSegments.begin(), ShortSegments.end(), firmware_id) == ShortSegments.end();
+}
+
+std::string Sa94Bench::item(const std::string& name, int n) const {
+    return without_line_end(scene.item(Uuid, n, name).value_or("(none)"));
+}
+
+std::string Sa94Bench::connected() const {
+    std::string all;
+    for (int n = 1; n <= 6; ++n) all += item("Connected", n);
+    return all;
+}
+
+std::string Sa94Bench::archive(const std::string& name) const {
+    return scene.archive(Uuid, 1, name).value_or("");
+}
+
+std::vector<std::string> Sa94Bench::archive_names() const {
+    return scene.list("/mnt/storage/m1/1/tc_archives");
+}
+
+void Sa94Bench::lines(const std::string& name, const std::string& text) {
+    scene.write("/mnt/storage/m1/1/tc_archives/" + name, text);
+}
+
+std::vector<std::string> Sa94Bench::log(const std::string& kind) const {
+    std::string text = scene.file("/tmp/uni_logs.m1." + kind + ".txt").value_or("");
+    std::erase(text, '\0');
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(has_prefix(line) ? line.substr(PrefixLength) : line);
+    }
+    return lines;
+}
+
+int Sa94Bench::logged(const std::string& kind, const std::string& line) const {
+    const auto all = log(kind);
+    return static_cast<int>(std::count(all.begin(), all.end(), line));
+}
+
+int Sa94Bench::logged_start(const std::string& kind, const std::string& line) const {
+    const auto all = log(kind);
+    return static_cast<int>(
+        std::count_if(all.begin(), all.end(), [&line](const std::string& each) { return each.starts_with(line); }));
+}
+
+::testing::AssertionResult Sa94Bench::logged_in_order(const std::string& kind,
+                                                      const std::vector<std::string>& lines) const {
+    const auto all = log(kind);
+    auto at = all.begin();
+    for (const std::string& line : lines) {
+        at = std::find(at, all.end(), line);
+        if (at == all.end()) return ::testing::AssertionFailure() << "no line: " << line;
+        ++at;
+    }
+    return ::testing::AssertionSuccess();
+}
+
+void Sa94Bench::clear_log(const std::string& kind) {
+    scene.write("/tmp/uni_logs.m1." + kind + ".txt", "");
+}
+
+int Sa94Bench::sent_times(const std::string& request) const {
+    return static_cast<int>(std::count(sent().begin(), sent().end(), request));
+}

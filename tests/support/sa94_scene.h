@@ -1,0 +1,149 @@
+#pragma once
+// The bench of the SA94 tests: a scene, a driver on an open line, a meter that says what is put down for it byte by
+// byte, and short words for what they leave behind.
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "drivers/sa94/sa94.h"
+#include "support/scene.h"
+
+/// A meter without sense on address 0x12345. It answers a connect with its status byte, a block with the bytes that
+/// were put there (an erased one otherwise), a parameter with its four bytes (zeros otherwise), and nothing else.
+class Sa94Puppet final : public sim::SimMeter {
+  public:
+    void put_block(unsigned segment, unsigned block, sim::ByteVector bytes);
+    void put_parameter(unsigned code, std::array<std::uint8_t, 4> bytes) {
+        parameters_[code] = {bytes.begin(), bytes.end()};
+    }
+    /// The firmware's block: the text stands behind its first byte.
+    void put_firmware(const std::string& text);
+    /// Codes of the pipes: DN, greatest flow, least flow.
+    void put_tubes(std::array<std::uint8_t, 3> first, std::array<std::uint8_t, 3> second);
+
+    /// Said to the next requests, whatever they are; nothing at all is silence.
+    void say(const sim::ByteVector& bytes, int times = 1);
+    void keep_silent(int times = 1) { say({}, times); }
+    /// No answer to these requests any more ("C4 46 45").
+    void be_deaf_to(const std::string& request) { deaf_to_.push_back(request); }
+
+    sim::Answer hear(std::span<const std::uint8_t> request, std::time_t now) override;
+
+    std::uint8_t status = 0;
+    std::function<void(const std::string& request)> listener;  ///< called with each request before its answer
+    std::vector<std::string> heard;                            ///< "C4 46 45"
+
+  private:
+    sim::ByteVector answer_to(std::span<const std::uint8_t> request) const;
+
+    std::map<std::pair<unsigned, unsigned>, sim::ByteVector> blocks_;
+    std::map<unsigned, sim::ByteVector> parameters_;
+    std::deque<sim::ByteVector> first_;
+    std::vector<std::string> deaf_to_;
+};
+
+/// The bytes of a record, of a block or of a reply.
+class Sa94Bytes {
+  public:
+    explicit Sa94Bytes(std::size_t size, std::uint8_t filling = 0) : bytes_(size, filling) {}
+
+    Sa94Bytes& put(std::size_t at, const sim::ByteVector& bytes);
+    /// Bytes 1 to 3, in the hexadecimal digits that a meter shows: 0x02, 0x03, 0x24.
+    Sa94Bytes& date(int day, int month, int year);
+    Sa94Bytes& hour(int hour);
+    /// Of an error: hour, minute, second.
+    Sa94Bytes& clock(int hour, int minute, int second);
+    Sa94Bytes& real(std::size_t at, float value);
+    Sa94Bytes& word(std::size_t at, unsigned value);
+    /// Puts a record at its place.
+    Sa94Bytes& record(std::size_t position, const Sa94Bytes& record);
+
+    const sim::ByteVector& bytes() const { return bytes_; }
+
+  private:
+    sim::ByteVector bytes_;
+};
+
+namespace sa94_bytes {
+
+/// Two digits as a meter keeps them.
+std::uint8_t bcd(int number);
+/// The four bytes of a float: exponent, sign and mantissa.
+sim::ByteVector real(float value);
+/// A whole block of 0xFF.
+Sa94Bytes erased_block();
+/// A request whose reply is a block with these records, erased behind them.
+SA94Request reply_of(const std::vector<Sa94Bytes>& records);
+
+}  // namespace sa94_bytes
+
+/// Restores what the drivers of a test have renamed for the whole process.
+class Sa94NamesKept {
+  public:
+    Sa94NamesKept() = default;
+    ~Sa94NamesKept() { CurrentParameters = before_; }
+    Sa94NamesKept(const Sa94NamesKept&) = delete;
+    Sa94NamesKept& operator=(const Sa94NamesKept&) = delete;
+
+  private:
+    std::array<SA94ParameterRow, 11> before_ = CurrentParameters;
+};
+
+class Sa94Bench : public ::testing::Test {
+  protected:
+    static constexpr const char* Uuid = "m1";
+    static constexpr const char* Port = "/dev/ttyS1";
+    static constexpr const char* Connect = "C4 46 45";
+    static constexpr const char* Disconnect = "01";
+    static constexpr const char* ReadFirmware = "A0 02";
+    static constexpr const char* ReadTubes = "A0 00";
+
+    /// `start` is local time in `zone`.
+    explicit Sa94Bench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
+
+    /// A new driver with its settings, on the open line.
+    SA94& start_driver();
+    /// What getFirmware leaves in the driver, without a word on the line.
+    void identify(int firmware_id);
+
+    /// An item's text without its line end; "(none)" when the file is missing.
+    std::string item(const std::string& name, int n = 1) const;
+    std::vector<std::string> items() const { return scene.list("/tmp/m1/1/tc_items"); }
+    /// Connected in all six subsystems, as "111111".
+    std::string connected() const;
+    /// The text of an archive file; empty when it is missing.
+    std::string archive(const std::string& name) const;
+    std::vector<std::string> archive_names() const;
+    void lines(const std::string& name, const std::string& text);
+
+    /// The lines of the meter's log ("messages", "debug" or "general") without their time.
+    std::vector<std::string> log(const std::string& kind) const;
+    int logged(const std::string& kind, const std::string& line) const;
+    int logged_start(const std::string& kind, const std::string& line) const;
+    /// Whether a log holds these lines in this order, among others.
+    ::testing::AssertionResult logged_in_order(const std::string& kind, const std::vector<std::string>& lines) const;
+    void clear_log(const std::string& kind);
+
+    /// The requests on the line so far.
+    const std::vector<std::string>& sent() const { return meter.heard; }
+    int sent_times(const std::string& request) const;
+    double elapsed() const { return machine.seconds() - start_; }
+
+    Scene scene;
+    sim::SimGateway& machine = scene.gateway;
+    Sa94Puppet meter;
+    std::unique_ptr<SA94> driver;
+
+  private:
+    Sa94NamesKept names_kept_;
+    double start_ = machine.seconds();
+};
