@@ -1,0 +1,253 @@
+#include "modbus_vist_meter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+constexpr std::size_t requests_kept = 4096;
+constexpr std::size_t most_records = 65534;  // places are numbers of two bytes, and readers count one further
+constexpr std::size_t name_width = 12;
+constexpr std::size_t text_width = 21;
+constexpr std::size_t serial_width = 59;
+constexpr int seconds_per_hour = 3600;
+
+std::tm local(std::time_t time) {
+    std::tm tm{};
+    localtime_r(&time, &tm);
+    return tm;
+}
+
+std::time_t last_full_hour(std::time_t time) {
+    const std::tm tm = local(time);
+    return time - tm.tm_min * 60 - tm.tm_sec;
+}
+
+// The second look is for zones that change by half an hour.
+std::time_t next_full_hour(std::time_t time) {
+    do {
+        time = last_full_hour(time) + seconds_per_hour;
+    } while (local(time).tm_min != 0);
+    return time;
+}
+
+void check_text(const std::string& text, std::size_t width) {
+    if (text.find('\0') != std::string::npos) throw std::invalid_argument("a zero ends a text");
+    if (text.size() > width) throw std::invalid_argument("no room for the text " + text);
+}
+
+const ModbusVistValueRow& value_row(std::string_view name) {
+    const auto rows = modbus_vist_value_rows();
+    const auto row =
+        std::find_if(rows.begin(), rows.end(), [&](const auto& candidate) { return candidate.name == name; });
+    if (row == rows.end()) throw std::invalid_argument("no register has a value " + std::string(name));
+    return *row;
+}
+
+void check_value(const std::string& name, std::uint32_t number) {
+    constexpr std::uint32_t widest_register = 0xFFFF;
+    if (value_row(name).registers == 1 && number > widest_register) {
+        throw std::invalid_argument("no room in a register for " + name);
+    }
+}
+
+void check(const ModbusVistConfig& config) {
+    if (config.systems.empty() || config.systems.size() > modbus_vist_systems) {
+        throw std::invalid_argument("a meter has one to three heat systems");
+    }
+    if (config.capacity < 1 || config.capacity > most_records) throw std::invalid_argument("a ring holds 1 to 65534");
+    check_text(config.firmware, text_width);
+    check_text(config.name, text_width);
+    check_text(config.serial_text.value_or(""), serial_width);
+    for (const auto& system : config.systems) {
+        check_text(system.name, name_width);
+        for (const auto& [name, number] : system.values) check_value(name, number);
+    }
+}
+
+}  // namespace
+
+ModbusVistMeter::ModbusVistMeter(ModbusVistConfig config) {
+    swap_for(std::move(config));
+}
+
+// ---- present state
+
+void ModbusVistMeter::set_value(const std::string& name, std::uint32_t number, unsigned system) {
+    check_value(name, number);
+    systems_.at(system).values[name] = number;
+}
+
+std::uint32_t ModbusVistMeter::value(const std::string& name, std::time_t now, unsigned system) const {
+    const ModbusVistValueRow& row = value_row(name);
+    const auto& set = systems_.at(system).values;
+    const auto found = set.find(name);
+    if (found != set.end()) return found->second;
+    const std::time_t shown = clock(now);
+    const auto seconds = static_cast<std::uint32_t>(shown - last_full_hour(shown));
+    return row.when_unset + system + seconds * row.per_second;
+}
+
+ModbusVistSystem& ModbusVistMeter::system(unsigned system) {
+    return systems_.at(system);
+}
+
+// ---- clock
+
+std::time_t ModbusVistMeter::clock(std::time_t now) const {
+    const double since = drifts_since_ ? std::difftime(now, *drifts_since_) : 0.0;
+    return now + clock_offset_ + std::llround(since * config_.clock_drift_ppm / 1e6);
+}
+
+void ModbusVistMeter::set_clock(const VistWhen& shown, std::time_t now) {
+    catch_up(now);
+    clock_offset_ = static_cast<long>(shown.time() - now);
+    drifts_since_ = now;
+    hours_done_ = std::max(hours_done_, shown.time());
+}
+
+// ---- archive
+
+void ModbusVistMeter::store_hourly(const ModbusVistRecord& record, unsigned system) {
+    memories_.at(system).ring.push(modbus_vist_stored(systems_.at(system), record));
+}
+
+void ModbusVistMeter::record_archives(bool on, const VistWhen& from) {
+    if (on) hours_done_ = from.time();
+    recording_ = on;
+}
+
+void ModbusVistMeter::catch_up(std::time_t now) {
+    if (!drifts_since_) drifts_since_ = now;
+    if (!recording_) return;
+    const std::time_t shown = clock(now);
+    for (auto next = next_full_hour(hours_done_); next <= shown; next = next_full_hour(hours_done_)) {
+        if (!missed_hours_.contains(next - seconds_per_hour)) record_at_hour(next);
+        hours_done_ = next;
+    }
+}
+
+void ModbusVistMeter::record_at_hour(std::time_t end) {
+    for (unsigned system = 0; system < systems_.size(); ++system) {
+        ModbusVistStored record{.time = end - seconds_per_hour};
+        for (std::size_t field = 0; field < vist_record_fields; ++field) {
+            record.numbers[field] = recorded_number(config_.serial, system, record.time, field);
+        }
+        memories_[system].ring.push(record);
+    }
+}
+
+void ModbusVistMeter::miss_hour(const VistWhen& at) {
+    missed_hours_.insert(at.time());
+}
+
+std::int64_t ModbusVistMeter::recorded_number(std::uint32_t serial, unsigned system, std::time_t record_time,
+                                              std::size_t field) {
+    return modbus_vist_recorded_number(serial, system, record_time, field);
+}
+
+std::uint64_t ModbusVistMeter::recorded_total(std::uint32_t serial, unsigned system, std::time_t header_time,
+                                              std::size_t total) {
+    return modbus_vist_recorded_total(serial, system, header_time, total);
+}
+
+void ModbusVistMeter::spoil_record(const VistWhen& at, std::size_t readings, unsigned system) {
+    ModbusVistRing& ring = memories_.at(system).ring;
+    ring.at(ring.find(at.time()))->bad_readings = readings;
+}
+
+void ModbusVistMeter::erase_record(const VistWhen& at, unsigned system) {
+    ModbusVistRing& ring = memories_.at(system).ring;
+    ring.at(ring.find(at.time()))->erased = true;
+}
+
+void ModbusVistMeter::erase_archive(unsigned system) {
+    memories_.at(system).ring.forget();
+}
+
+void ModbusVistMeter::claim_counts(std::optional<ModbusVistCounts> counts, unsigned system) {
+    memories_.at(system).claimed_counts = counts;
+}
+
+void ModbusVistMeter::set_header_time(std::optional<VistWhen> time, unsigned system) {
+    memories_.at(system).header_time = time;
+}
+
+void ModbusVistMeter::set_totals(std::optional<std::array<std::uint64_t, vist_totals>> totals, unsigned system) {
+    constexpr std::uint64_t widest = 0xFFFFFFFF;  // of all but the last, which has eight bytes
+    for (std::size_t k = 0; totals && k + 1 < vist_totals; ++k) {
+        if ((*totals)[k] > widest) throw std::invalid_argument("no room in a header for a total");
+    }
+    memories_.at(system).totals = totals;
+}
+
+// ---- another meter
+
+void ModbusVistMeter::swap_for(ModbusVistConfig config) {
+    check(config);
+    memories_.assign(config.systems.size(), Memory{.ring = ModbusVistRing(config.capacity)});
+    systems_ = config.systems;
+    config_ = std::move(config);
+    clock_offset_ = config_.clock_offset;
+    drifts_since_.reset();
+}
+
+// ---- what a test looks at
+
+std::vector<ModbusVistStored> ModbusVistMeter::records(unsigned system) const {
+    return memories_.at(system).ring.oldest_first();
+}
+
+const ModbusVistStored* ModbusVistMeter::record_at(std::size_t place, unsigned system) const {
+    return memories_.at(system).ring.at(place);
+}
+
+ModbusVistHeader ModbusVistMeter::header(std::time_t now, unsigned system) const {
+    const Memory& memory = memories_.at(system);
+    const ModbusVistStored* newest = memory.ring.newest();
+    const std::time_t own = newest == nullptr ? last_full_hour(clock(now)) : newest->time + seconds_per_hour;
+    const VistWhen when = memory.header_time.value_or(own);
+    ModbusVistHeader header{.time = when.time(), .date = when.date()};
+    header.counts = memory.claimed_counts.value_or(memory.ring.counts());
+    for (std::size_t k = 0; k < vist_totals; ++k) {
+        header.totals[k] = memory.totals ? (*memory.totals)[k] : recorded_total(config_.serial, system, header.time, k);
+    }
+    return header;
+}
+
+std::size_t ModbusVistMeter::record_size(unsigned system) const {
+    return modbus_vist_record_size(systems_.at(system).archive_mask);
+}
+
+std::vector<VistFileValue> ModbusVistMeter::record_files(const ModbusVistStored& record, unsigned system) const {
+    return modbus_vist_record_files(systems_.at(system), record);
+}
+
+std::vector<VistFileValue> ModbusVistMeter::header_files(std::time_t now, unsigned system) const {
+    return modbus_vist_header_files(systems_.at(system), header(now, system));
+}
+
+void ModbusVistMeter::note(const ModbusQuestion& question, std::time_t now) {
+    heard_.push_back({.at = now, .question = question});
+    if (heard_.size() > requests_kept) heard_.pop_front();
+    ++heard_by_place_[{question.function, question.address, question.record}];
+}
+
+std::size_t ModbusVistMeter::requests(const ModbusWhich& which) const {
+    std::size_t count = 0;
+    for (const auto& [place, times] : heard_by_place_) {
+        const auto& [function, address, record] = place;
+        if (which.fits({.function = function, .address = address, .record = record})) count += times;
+    }
+    return count;
+}
+
+void ModbusVistMeter::forget_requests() {
+    heard_.clear();
+    heard_by_place_.clear();
+}
+
+}  // namespace sim

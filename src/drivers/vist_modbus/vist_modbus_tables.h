@@ -1,0 +1,30 @@
+#pragma once
+// What the VIST meter is asked over Modbus: register blocks by the headings of its register map, and its archive files.
+
+#include <array>
+#include <cstdint>
+
+#include "core/bytes.h"
+#include "drivers/vist_modbus/modbus_link.h"
+
+class HCD_VISTmodbus;
+struct ModbusRequest;
+
+/// Decoder of a block: its data from the first data byte on, with what the answer's area holds behind them.
+using ModbusProcess = void (HCD_VISTmodbus::*)(Bytes data, const ModbusRequest& row);
+
+struct ModbusRequest {
+    const char* name;                      ///< heading of the block
+    ModbusRead read;                       ///< the kind of question
+    std::uint16_t count;                   ///< registers; for a record its number, set on a copy of the row
+    std::array<std::uint16_t, 3> address;  ///< first register for each heat system; the number of the file
+    ModbusProcess process;                 ///< may be null
+    char kind;                             ///< tells the decoder what the block holds
+};
+
+/// How the meter is set up: holding registers.
+extern const std::array<ModbusRequest, 3> reqSpecs;
+/// Its present values: input registers. The decimal exponents stand before the values that need them.
+extern const std::array<ModbusRequest, 11> reqValues;
+extern const ModbusRequest reqArchiveHeaderFile;
+extern const ModbusRequest reqArchiveRecordFile;
