@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "desk_km5.h"
+#include "desk_modbus_vist.h"
+#include "desk_sa94.h"
 #include "desk_vist.h"
 
 namespace sim {
@@ -18,6 +20,11 @@ constexpr MeterType Types[] = {
     {"km56i", "km-5-6i", "KM5-6i with up to three subsystems (systems=): as km5, without model", make_km56i},
     {"att", "km-5", "AT-T: as km5", make_att},
     {"vist", "vis-t", "VIST: devices=1..6, version=100..102, order=big|little, clock=, drift=, NAME=VALUE", make_vist},
+    {"sa94", "sa-94-2m",
+     "SA-94 at the bus address serial= (20 bits): firmware=M301, status=6, hours=24, clock=, drift=, events=,\n"
+     "                  turning=segment|block|none, NAME=VALUE",
+     make_sa94},
+    {"vist-modbus", "vis-t-modbus", "VIST over Modbus: devices=1..3, clock=, drift=, NAME=VALUE", make_modbus_vist},
 };
 
 constexpr unsigned FirstSerial = 12345677;  // of the meter before the first

@@ -137,21 +137,12 @@ TEST_F(StartupTest, NameBehindTheOptionIsNotTheName) {
 }
 
 TEST_F(StartupTest, UnknownNameEndsTheProcessWithStatusZero) {
-    for (const char* name : {"none", "", "km5", "KM5 ", "KM", "KM55", "KM5-6i", "att"}) {
+    for (const char* name : {"none", "", "km5", "KM5 ", "KM", "KM55", "KM5-6i", "att", "sa94", "SA94 "}) {
         const ChildEnd end = start({name, "-r", "u1"});
         EXPECT_EQ(end.status, 0) << name;
         EXPECT_EQ(end.out, "ups..\n") << name;
         EXPECT_EQ(log(), line(std::string("Heat meter name = ") + name) + block("0", {"u1"}) +
                              lines({"Run init... ", "Heat meter not definded. Exit."}));
-    }
-}
-
-TEST_F(StartupTest, MeterTypeThatIsNotInTheBuildIsAnUnknownName) {
-    for (const char* name : {"SA94", "VISTmodbus"}) {
-        const ChildEnd end = start({name, "-r", "u1"});
-        EXPECT_EQ(end.status, 0) << name;
-        EXPECT_EQ(end.out, "ups..\n") << name;
-        EXPECT_TRUE(log().ends_with(line("Run init... ") + line("Heat meter not definded. Exit."))) << name;
     }
 }
 
@@ -161,7 +152,7 @@ TEST_F(StartupTest, NormalModeWithoutAnyWordHasNoName) {
 }
 
 TEST_F(StartupTest, KnownNameWithoutAUuidEndsTheProcessWithStatusZero) {
-    for (const char* name : {"KM5", "KM56i", "ATT"}) {
+    for (const char* name : {"SA94", "VIST", "KM56i", "KM5", "ATT", "VISTmodbus"}) {
         EXPECT_EQ(start({name, "-r"}).status, 0) << name;
         EXPECT_TRUE(log().ends_with(line("No uuid on the command line. Exit."))) << name;
     }
@@ -200,15 +191,24 @@ TEST_F(StartupTest, SingleBusModeMakesTheDriverThatTheManufacturerNames) {
     scene.service.set_result("six", port("km-5-6i"));
     scene.service.set_result("any", port("km-5-of-some-kind"));
     scene.service.set_result("vist", port("vis-t"));
-    EXPECT_EQ(start_bus({"WORD", "-j", "six", "any", "vist"}).status, StillAtWork);
+    scene.service.set_result("modbus", port("vis-t-modbus"));
+    EXPECT_EQ(start_bus({"WORD", "-j", "six", "any", "vist", "modbus"}).status, StillAtWork);
     EXPECT_TRUE(scene.exists("/tmp/uni_logs.six.messages.txt"));
     EXPECT_TRUE(scene.exists("/tmp/uni_logs.any.messages.txt"));
     EXPECT_TRUE(scene.exists("/tmp/uni_logs.vist.txt"));
     EXPECT_FALSE(scene.exists("/tmp/uni_logs.vist.messages.txt"));
+    EXPECT_EQ(scene.file("/tmp/uni_logs.vist.txt")->find("VISTmodbus creating."), std::string::npos);
+    EXPECT_NE(scene.file("/tmp/uni_logs.modbus.txt")->find("VISTmodbus creating."), std::string::npos);
+}
+
+TEST_F(StartupTest, SingleBusModeKnowsOneSa94ByItsWholeName) {
+    scene.service.set_result("u1", R"({"serial":0,"manufacturer":"sa-94-2m","port_params":{"name":"/dev/none"}})");
+    EXPECT_EQ(start_bus({"WORD", "-j", "u1"}).status, StillAtWork);
+    EXPECT_TRUE(scene.file("/tmp/uni_logs.u1.general.txt").value_or("").find("SA94::SA94") != std::string::npos);
 }
 
 TEST_F(StartupTest, SingleBusModeWithAnUnknownFirstManufacturerEndsTheProcessWithStatusOne) {
-    for (const char* manufacturer : {"", "vis-t-modbus", "sa-94-2m", "km5", "KM-5", "vis-t "}) {
+    for (const char* manufacturer : {"", "sa-94", "sa-94-2m ", "SA-94-2M", "km5", "KM-5", "vis-t ", "vis-t-modbus "}) {
         scene.service.set_result("u1", R"({"serial":1,"manufacturer":")" + std::string(manufacturer) + "\"}");
         const ChildEnd end = start_bus({"WORD", "-j", "u1"});
         EXPECT_EQ(end.status, 1) << manufacturer;
@@ -247,6 +247,55 @@ TEST_F(StartupTest, EachNameOfTheFamilyHasItsOwnLine) {
     start({"ATT", "-r", "u1"});
     EXPECT_NE(log().find(line("Run init... ") + line("Create ATT (really KM5)") + line("Read configs from rpc")),
               std::string::npos);
+}
+
+TEST_F(StartupTest, VistOnModbusServesAllUuids) {
+    EXPECT_EQ(start({"VISTmodbus", "-r", "u1", "u2"}).status, StillAtWork);
+    EXPECT_NE(log().find(lines({"Run init... ", "Create VIST modbus", "Read configs from rpc"})), std::string::npos);
+    for (const char* path : {"/tmp/uni_logs.u1.txt", "/tmp/uni_logs.u2.txt"}) {
+        EXPECT_NE(scene.file(path).value_or("").find("VISTmodbus creating."), std::string::npos) << path;
+    }
+}
+
+TEST_F(StartupTest, Sa94TakesTheFirstUuidOfTheListAndNoOther) {
+    scene.gateway.add_device("/dev/ttyS1");
+    scene.service.set_result("u1", R"({"serial":1,"manufacturer":"sa-94-2m","port_params":{"name":"/dev/ttyS1"}})");
+    const ChildEnd end = start({"SA94", "-r", "u1", "u2"});
+    EXPECT_EQ(end.status, StillAtWork);
+    EXPECT_TRUE(end.out.starts_with("g_uuid_list.size() = 2\ng_uuid_list[0].c_str() = u1\n"));
+    const std::string fd = std::to_string(scene.gateway.open_port("/dev/ttyS1"));  // as the child's first one
+    EXPECT_EQ(log(), line("Heat meter name = SA94") + block("0", {"u1", "u2"}) +
+                         lines({"Run init... ", "Create SA94", "Read configs from rpc", "Open tty",
+                                "open_tty = /dev/ttyS1, fd = " + fd, "Start \"run_main\" driver iterations"}));
+    const Lines requests = scene.service.requests();
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_NE(requests[0].find("[\"u1\"]"), std::string::npos);
+    EXPECT_TRUE(scene.exists("/tmp/uni_logs.u1.messages.txt"));
+    EXPECT_FALSE(scene.exists("/tmp/uni_logs.u2.messages.txt"));
+    EXPECT_TRUE(has_tree("u2")) << "the folders are made for all";
+    EXPECT_EQ(scene.item("u1", 1, "_DriverStatus"), "1\n");
+    EXPECT_EQ(scene.item("u2", 1, "_DriverStatus"), std::nullopt);
+}
+
+TEST_F(StartupTest, Sa94IsCalledAgainFiveSecondsBehindAFailedPass) {
+    scene.gateway.add_device("/dev/ttyS1");
+    scene.service.set_result("u1", R"({"serial":1,"manufacturer":"sa-94-2m","port_params":{"name":"/dev/ttyS1"}})");
+    start_process(scene, {"SA94", "-r", "u1"}, 60);
+    const std::string told = scene.file("/tmp/uni_logs.u1.messages.txt").value_or("");
+    // A pass of a silent meter takes 24 tries of 0.9 seconds.
+    std::size_t passes = 0;
+    for (std::size_t at = told.find("Start main iteration"); at != std::string::npos;
+         at = told.find("Start main iteration", at + 1)) {
+        ++passes;
+    }
+    EXPECT_EQ(passes, 3U);
+}
+
+TEST_F(StartupTest, Sa94SaysNothingOfAnEmptyList) {
+    const ChildEnd end = start({"SA94", "-r"});
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.out.find("g_uuid_list"), std::string::npos);
+    EXPECT_TRUE(log().ends_with(line("Create SA94") + line("No uuid on the command line. Exit.")));
 }
 
 TEST_F(StartupTest, PortThatDoesNotOpenIsToldAndTheProcessGoesOn) {

@@ -378,8 +378,16 @@ TEST_F(BusOfTheDaemon, AVistIsMadeAndItsRunIsNeverCalled) {
     EXPECT_EQ(scene.file("/tmp/uni_logs.u1.txt").value_or("").find("vist_run_main"), std::string::npos);
 }
 
+TEST_F(BusOfTheDaemon, ASa94IsMadeAndItsRunIsNeverCalled) {
+    EXPECT_EQ(start("sa-94-2m").status, StillAtWork);
+    EXPECT_NE(scene.file("/tmp/uni_logs.u1.general.txt").value_or("").find("SA94::SA94"), std::string::npos);
+    EXPECT_EQ(scene.file("/tmp/uni_logs.u1.messages.txt"), "") << "no iteration has begun";
+    EXPECT_TRUE(scene.gateway.exchanges().empty());
+    EXPECT_EQ(scene.item("u1", 1, "_DriverStatus"), std::nullopt);
+}
+
 TEST_F(BusOfTheDaemon, AnotherManufacturerIsUnknown) {
-    for (const char* manufacturer : {"", "km", "KM-5", "vis-t2", " vis-t"}) {
+    for (const char* manufacturer : {"", "km", "sa-94", "sa-94-2", "sa-94-2m-", "KM-5", "vis-t2", " vis-t"}) {
         EXPECT_EQ(start(manufacturer).status, 1) << manufacturer;
     }
 }

@@ -19,7 +19,9 @@
 #include "driver/leds.h"
 #include "driver/single_bus.h"
 #include "drivers/km5/km5_base.h"
+#include "drivers/sa94/sa94.h"
 #include "drivers/vist/vist_base.h"
+#include "drivers/vist_modbus/vistmodbus_base.h"
 
 std::vector<std::string> g_uuid_list;
 HCDBaseDriver* g_driver = nullptr;
@@ -47,18 +49,37 @@ HCDBaseDriver* make_vist() {
     return new VIST_base(g_uuid_list);
 }
 
+HCDBaseDriver* make_vist_modbus() {
+    return new VISTmodbus_base(g_uuid_list);
+}
+
+HCDBaseDriver* new_sa94(const std::string& uuid) {
+    return new SA94(uuid);
+}
+
+/// The only family without a parent: it serves the first uuid.
+HCDBaseDriver* make_sa94() {
+    std::printf("g_uuid_list.size() = %d\n", static_cast<int>(g_uuid_list.size()));
+    std::printf("g_uuid_list[0].c_str() = %s\n", g_uuid_list[0].c_str());
+    return new_sa94(g_uuid_list[0]);
+}
+
 constexpr MeterType MeterTypes[] = {
+    {"SA94", "Create SA94", make_sa94},
     {"VIST", "Create VIST", make_vist},
     {"KM56i", "Create KM5-6i", make_km5<true, false>},
     {"KM5", "Create KM5", make_km5<false, false>},
     {"ATT", "Create ATT (really KM5)", make_km5<false, true>},
+    {"VISTmodbus", "Create VIST modbus", make_vist_modbus},
 };
 
 /// Single-bus mode: the driver of one meter by its manufacturer, in the order of comparison.
 std::unique_ptr<HCDBaseDriver> make_bus_driver(const std::string& manufacturer, const std::string& uuid) {
     if (manufacturer == "km-5-6i") return std::make_unique<KM5>(uuid, true, false);
     if (manufacturer.starts_with("km-5")) return std::make_unique<KM5>(uuid, false, false);
+    if (manufacturer == "vis-t-modbus") return std::make_unique<HCD_VISTmodbus>(uuid);
     if (manufacturer == "vis-t") return std::make_unique<HCD_VIST>(uuid);
+    if (manufacturer == "sa-94-2m") return std::unique_ptr<HCDBaseDriver>(new_sa94(uuid));
     return nullptr;
 }
 
@@ -187,13 +208,13 @@ void run_init(const std::string& name) {
     for (const MeterType& type : MeterTypes) {
         if (name != type.name) continue;
         log_line(g_log, type.log_text);
+        if (g_uuid_list.empty()) give_up("No uuid on the command line. Exit.");
         g_driver = type.make();
     }
     if (g_driver == nullptr) {
         std::puts("ups..");
         give_up("Heat meter not definded. Exit.");
     }
-    if (g_uuid_list.empty()) give_up("No uuid on the command line. Exit.");
 
     log_line(g_log, "Read configs from rpc");
     read_driver_config(*g_driver);
