@@ -52,4 +52,3 @@ ssize_t DeskGateway::read_port(int fd, std::span<std::uint8_t> into) {
     silent_seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
     return 0;
 }
-

@@ -15,9 +15,7 @@ constexpr double LagLimit = 14400.0;
 }  // namespace
 
 HCD_VIST::HCD_VIST(const std::string& meter)
-    : log(open_meter_log(meter, "txt")),
-      buffers(BufferCapacity, log.get()),
-      functions(this) {
+    : log(open_meter_log(meter, "txt")), buffers(BufferCapacity, log.get()), functions(this) {
     uuid = meter;
     archives_ok.fill(true);
     last_hour_update.fill(gateway().now() - CheckLead);
