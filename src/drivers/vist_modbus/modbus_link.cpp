@@ -25,7 +25,10 @@ int receive(int fd, ModbusParser& parser, int timeout) {
     while (received < area.size()) {
         const std::int64_t left = std::max<std::int64_t>(deadline - gateway().steady_microseconds(), 0);
         const int ready = gateway().wait_readable(fd, left);
-        if (ready == 0) return so_far();
+        if (ready == 0) {
+            if (gateway().steady_microseconds() < deadline) continue;  // woken early
+            return so_far();
+        }
         if (ready < 0) {
             if (errno == EINTR) continue;
             return so_far();
