@@ -1,5 +1,7 @@
 #include "drivers/sa94/sa94_tables.h"
 
+#include <initializer_list>
+
 namespace {
 
 std::map<int, std::string> make_item_names() {
@@ -64,85 +66,35 @@ const ParameterEntries OneFlow = {{
     {},
 }};
 
-const ParameterEntries TwoMasses = {{
-    // active kind      scale     operation name code
-    {true, ParameterValue, HourInSeconds, Multiply, "M1", 0},
-    {true, ParameterValue, HourInSeconds, Multiply, "M2", 1},
-    {true, ParameterValue, 1.0F, Multiply, "T1", 2},
-    {true, ParameterValue, 1.0F, Multiply, "T2", 3},
-    {true, ParameterValue, 1.0F, Multiply, "T3", 4},
-    {true, ParameterValue, 1.0F, Multiply, "dT", 5},
-    {},
-    {true, ParameterValue, MWhToGcal, Multiply, "IE1", 7},
-    {true, ParameterValue, 1.0F, Multiply, "IM1", 8},
-    {true, ParameterValue, 1.0F, Multiply, "IM2", 9},
-    {true, ParameterTime, 1.0F, Multiply, "", 10},
-    {true, ParameterDate, 1.0F, Multiply, "", 11},
-    {true, ParameterValue, HourInSeconds, Divide, "IT1", 12},
-    {},
-    {},
-    {},
-}};
+/// The entries of another kind of meter, with these in their places.
+ParameterEntries with(ParameterEntries entries, std::initializer_list<SA94CurrentParameter> changes) {
+    for (const SA94CurrentParameter& change : changes) entries[change.code] = change;
+    return entries;
+}
 
-const ParameterEntries TwoVolumes = {{
-    // active kind      scale     operation name code
+const ParameterEntries TwoMasses = with(OneFlow, {
+    {true, ParameterValue, HourInSeconds, Multiply, "M2", 1},
+    {true, ParameterValue, 1.0F, Multiply, "T3", 4},
+    {true, ParameterValue, 1.0F, Multiply, "IM2", 9},
+});
+
+const ParameterEntries TwoMassesAndPressures = with(TwoMasses, {
+    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P1", 14},
+    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P2", 15},
+});
+
+const ParameterEntries TwoVolumes = with(TwoMassesAndPressures, {
     {true, ParameterValue, HourInSeconds, Multiply, "Q1", 0},
     {true, ParameterValue, HourInSeconds, Multiply, "Q2", 1},
-    {true, ParameterValue, 1.0F, Multiply, "T1", 2},
-    {true, ParameterValue, 1.0F, Multiply, "T2", 3},
-    {true, ParameterValue, 1.0F, Multiply, "T3", 4},
-    {true, ParameterValue, 1.0F, Multiply, "dT", 5},
-    {},
-    {true, ParameterValue, MWhToGcal, Multiply, "IE1", 7},
     {true, ParameterValue, 1.0F, Multiply, "IQ1", 8},
     {true, ParameterValue, 1.0F, Multiply, "IQ2", 9},
-    {true, ParameterTime, 1.0F, Multiply, "", 10},
-    {true, ParameterDate, 1.0F, Multiply, "", 11},
-    {true, ParameterValue, HourInSeconds, Divide, "IT1", 12},
-    {},
-    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P1", 14},
-    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P2", 15},
-}};
+});
 
-const ParameterEntries TwoMassesAndPressures = {{
-    // active kind      scale     operation name code
-    {true, ParameterValue, HourInSeconds, Multiply, "M1", 0},
-    {true, ParameterValue, HourInSeconds, Multiply, "M2", 1},
-    {true, ParameterValue, 1.0F, Multiply, "T1", 2},
-    {true, ParameterValue, 1.0F, Multiply, "T2", 3},
-    {true, ParameterValue, 1.0F, Multiply, "T3", 4},
-    {true, ParameterValue, 1.0F, Multiply, "dT", 5},
-    {},
-    {true, ParameterValue, MWhToGcal, Multiply, "IE1", 7},
-    {true, ParameterValue, 1.0F, Multiply, "IM1", 8},
-    {true, ParameterValue, 1.0F, Multiply, "IM2", 9},
-    {true, ParameterTime, 1.0F, Multiply, "", 10},
-    {true, ParameterDate, 1.0F, Multiply, "", 11},
-    {true, ParameterValue, HourInSeconds, Divide, "IT1", 12},
-    {},
-    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P1", 14},
-    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P2", 15},
-}};
-
-const ParameterEntries FlowsByStatus = {{
-    // active kind      scale     operation name code
-    {true, ParameterValue, HourInSeconds, Multiply, "M1", 0},
-    {true, ParameterValue, HourInSeconds, Multiply, "M2", 1},
-    {true, ParameterValue, 1.0F, Multiply, "T1", 2},
-    {true, ParameterValue, 1.0F, Multiply, "T2", 3},
-    {true, ParameterValue, 1.0F, Multiply, "T3", 4},
-    {true, ParameterValue, 1.0F, Multiply, "dT", 5},
-    {},
-    {true, ParameterValue, MWhToGcal, Multiply, "IE1", 7},
+// Whether these totals are masses or volumes is told by the status.
+const ParameterEntries FlowsByStatus = with(TwoMassesAndPressures, {
     {true, ParameterValue, 1.0F, Multiply, "p1", 8},
     {true, ParameterValue, 1.0F, Multiply, "p2", 9},
-    {true, ParameterTime, 1.0F, Multiply, "", 10},
-    {true, ParameterDate, 1.0F, Multiply, "", 11},
-    {true, ParameterValue, HourInSeconds, Divide, "IT1", 12},
-    {},
-    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P1", 14},
-    {true, ParameterValue, MPaToTechnicalAtmospheres, Multiply, "P2", 15},
-}};
+});
 
 }  // namespace
 
