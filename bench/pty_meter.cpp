@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::size_t RequestBytes = 16;
-
 int new_terminal() {
     const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
     if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0) {
@@ -38,8 +36,12 @@ std::string other_end(int master) {
 
 }  // namespace
 
-PtyMeter::PtyMeter(sim::SimMeter& meter)
-    : meter_(meter), master_(new_terminal()), stop_(::eventfd(0, 0)), device_(other_end(master_)) {
+PtyMeter::PtyMeter(sim::SimMeter& meter, std::size_t request_bytes)
+    : meter_(meter),
+      request_bytes_(request_bytes),
+      master_(new_terminal()),
+      stop_(::eventfd(0, 0)),
+      device_(other_end(master_)) {
     thread_ = std::thread([this] { play(); });
 }
 
@@ -64,7 +66,7 @@ void PtyMeter::play() {
             continue;
         }
         request.insert(request.end(), bytes, bytes + got);
-        if (request.size() < RequestBytes) continue;
+        if (request.size() < request_bytes_) continue;
         for (const sim::Burst& burst : meter_.hear(request, std::time(nullptr))) {
             [[maybe_unused]] const ssize_t written = ::write(master_, burst.bytes.data(), burst.bytes.size());
         }

@@ -1,6 +1,7 @@
 #pragma once
 // A simulated meter on a real pseudo-terminal, played by a thread of its own.
 
+#include <cstddef>
 #include <string>
 #include <thread>
 
@@ -8,8 +9,9 @@
 
 class PtyMeter {
   public:
-    /// The meter is not owned, and belongs to the thread as long as this lives. It answers at once.
-    explicit PtyMeter(sim::SimMeter& meter);
+    /// The meter is not owned, and belongs to the thread as long as this lives. It answers at once, whenever so many
+    /// bytes have come.
+    explicit PtyMeter(sim::SimMeter& meter, std::size_t request_bytes = 16);
     ~PtyMeter();
     PtyMeter(const PtyMeter&) = delete;
     PtyMeter& operator=(const PtyMeter&) = delete;
@@ -20,6 +22,7 @@ class PtyMeter {
     void play();
 
     sim::SimMeter& meter_;
+    std::size_t request_bytes_;
     int master_;
     int stop_;  // eventfd, readable once the thread is to stop
     std::string device_;

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t DataBytes = HCD_VISTmodbus::AnswerBytes - 2;
 constexpr int LongestRecord = 54;
-constexpr int MostExchanges = 400;
+constexpr int MostExchanges = 200;
 
 struct RunEnded {};
 

@@ -53,12 +53,12 @@ int ModbusScriptedLine::next_event() {
     read_nothing_ = false;
     if (input_.empty()) {
         at_end();
-        return 0;
+        return keep_silent();
     }
     const std::uint8_t head = input_.byte();
     switch (head >> 4) {
         case 0xF:
-            return 0;
+            return head < 0xF8 ? keep_silent() : 0;
         case 0xE: {
             constexpr int Errors[] = {0, EINTR, EAGAIN, EIO};
             read_error_ = Errors[head % 4];
@@ -76,10 +76,15 @@ int ModbusScriptedLine::next_event() {
         const auto bytes = input_.bytes(head + 1U);
         coming_.assign(bytes.begin(), bytes.end());
         piece_ = coming_.size();
-        return coming_.empty() ? 0 : 1;
+        return coming_.empty() ? keep_silent() : 1;
     }
     answer_rightly(head);
     return 1;
+}
+
+int ModbusScriptedLine::keep_silent() {
+    sleep(1);  // an answer has less
+    return 0;
 }
 
 void ModbusScriptedLine::answer_rightly(std::uint8_t head) {

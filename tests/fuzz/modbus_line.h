@@ -38,6 +38,7 @@ class ModbusScriptedLine : public FuzzGateway {
 
   private:
     int next_event();
+    int keep_silent();
     void answer_rightly(std::uint8_t head);
 
     std::vector<std::uint8_t> request_;
