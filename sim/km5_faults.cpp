@@ -14,7 +14,8 @@ constexpr std::size_t sums_size = 2;
 using Kind = Km5Fault::Kind;
 
 ByteVector with_payload(const ByteVector& right, const ByteVector& payload) {
-    ByteVector frame(right.begin(), right.begin() + head_size);
+    ByteVector frame = right;
+    frame.resize(head_size);
     frame.insert(frame.end(), payload.begin(), payload.end());
     km5_append_sums(frame);
     return frame;

@@ -76,7 +76,7 @@ struct Km5Place {
     std::uint8_t page = 0;
     std::size_t position = 0;  ///< in the answer, counted from 0
 
-    auto operator<=>(const Km5Place&) const = default;
+    auto operator<=>(const Km5Place&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is compared
 };
 
 /// One float of a page of present values, as the models in `models` use it (bit n stands for model n).

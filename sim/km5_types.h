@@ -36,7 +36,7 @@ struct Km5Date {
     int minute = 0;
     int second = 0;
 
-    auto operator<=>(const Km5Date&) const = default;
+    auto operator<=>(const Km5Date&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is compared
 };
 
 /// A moment, as a test likes to write it: "2024-03-02 11:00", with or without ":30" behind it, in local time (the

@@ -1,6 +1,7 @@
 #include "vist_packets.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 namespace sim {
@@ -86,7 +87,7 @@ std::uint8_t vist_sum(std::span<const std::uint8_t> bytes) {
 ByteVector vist_packet(std::uint8_t type, std::span<const std::uint8_t> body) {
     if (body.size() > most_in_body) throw std::invalid_argument("a packet has no room for that");
     ByteVector packet = {'H', 'P', 'T', static_cast<std::uint8_t>(body.size() + 2), 0, type};
-    packet.insert(packet.end(), body.begin(), body.end());
+    std::copy(body.begin(), body.end(), std::back_inserter(packet));
     vist_renew_sum(packet);
     return packet;
 }
@@ -126,8 +127,9 @@ ByteVector vist_specials_body(const VistConfig& config) {
 ByteVector vist_device_body(const VistWriting& writing, const VistDevice& device) {
     const VistFormula& formula = device.formula;
     Writer out(writing.order);
-    out.text(std::string_view(device.name).substr(0, name_width));
-    out.zeros(name_width - out.size());
+    std::string name = device.name;
+    name.resize(name_width);
+    out.text(name);
     out.big_endian(device.type, 4);
     for (const VistChannel& channel : device.channels) write_channel(out, channel);
     out.byte(device.pt4);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -12,8 +13,9 @@ using namespace vist_asking;  // NOLINT(google-build-using-namespace)
 const std::string ok = "HL0[7:0]{OK}>";
 // The diameters of a device that has none: type 21 hex and 26 zeros.
 ByteVector config_packet() {
-    ByteVector packet = {'H', 'P', 'T', 28, 0x21, 0x21};
-    packet.resize(32, 0);
+    const ByteVector head = {'H', 'P', 'T', 28, 0x21, 0x21};
+    ByteVector packet(32);
+    std::copy(head.begin(), head.end(), packet.begin());
     return packet;
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 // Bodies of the packets of present values, made by the tests' own hand.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <span>
 
 #include "sim_meter.h"
@@ -46,7 +48,7 @@ inline ByteVector moments(std::uint32_t mask = 0x3FFF, std::uint32_t status = 0,
 /// The clock of version 102 in front of integrators: 2024-03-02 10:04:59.
 inline ByteVector with_clock(const ByteVector& body) {
     ByteVector whole = {10, 4, 59, 2, 3, 24};
-    whole.insert(whole.end(), body.begin(), body.end());
+    std::copy(body.begin(), body.end(), std::back_inserter(whole));
     return whole;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <sstream>
 
 #include "driver/line_settings.h"
@@ -43,7 +44,7 @@ sim::ByteVector packet(int type, const sim::ByteVector& body) {
                              static_cast<std::uint8_t>(body.size() + 2),
                              static_cast<std::uint8_t>(sum),
                              static_cast<std::uint8_t>(type)};
-    bytes.insert(bytes.end(), body.begin(), body.end());
+    std::copy(body.begin(), body.end(), std::back_inserter(bytes));
     return bytes;
 }
 

@@ -38,6 +38,7 @@ TextFrame scan_frame(const std::string& answer, const char* format) {
                                  : std::sscanf(answer.c_str(), format, &frame.first, &frame.second, &frame.third);
     int number = 0;
     std::array<char, AnswerBytes + 1> word{};
+    // cppcheck-suppress invalidscanf ; the field has room for the longest answer
     std::sscanf(answer.c_str(), "HL0[%d:%d]{%[A-Z:A-Z]}>", &number, &number, word.data());
     frame.word = word.data();
     return frame;

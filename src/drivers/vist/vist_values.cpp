@@ -112,20 +112,19 @@ std::uint32_t HCD_VIST::flush_values(bool moment, int buffer) {
         log_line(log.get(), "Process integrator ", static_cast<unsigned long>(slot), " with mask ", mask & 1,
                  ", after conversion is ", values[slot]);
         mask >>= 1;
-        ++slot;
     };
     // The meter's size byte bounds nothing once it is above the fixed part; a packet shorter than its mask promises is
     // read into whatever stands in the buffer.
     if (!moment) {
-        for (slot = 0; size > 0 && slot < 7;) take(4);
+        for (slot = 0; size > 0 && slot < 7; ++slot) take(4);
         slot = 7;
         take(8);
         values[0] *= SecondsOfHour;
     } else {
         const bool has_values = size - static_cast<int>(HeaderBytes) > 0;
-        for (slot = 0; has_values && slot < 6;) take(4);
-        for (slot = 6; has_values && slot < 10;) take(2);
-        for (slot = 10; has_values && slot < 13;) take(1);
+        for (slot = 0; has_values && slot < 6; ++slot) take(4);
+        for (slot = 6; has_values && slot < 10; ++slot) take(2);
+        for (slot = 10; has_values && slot < 13; ++slot) take(1);
         slot = 13;
         take(4);
         result = take_status(bytes, at, result);

@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""The real daemon under memcheck: a pass of values and archives for each family, without a wrong access to memory, lost
+memory or a descriptor left open. Not part of the plain test run: ./check valgrind."""
+
+import re
+import shutil
+
+import box
+from modbus_test import FIRST, MINUTE, SteppedClock
+
+START = "2024-03-02 00:20:00"
+RATE = 120
+HISTORY = ["--history-days", "0.1"]  # two hourly records at the start
+PATIENCE = 200  # seconds; memcheck makes the daemon slow, and its meters wait
+LINE = "/tmp/heatmeter-line"
+LOG = "/tmp/box.valgrind"
+WORDS = ["valgrind", "--leak-check=full", "--show-leak-kinds=definite", "--errors-for-leak-kinds=definite",
+         "--track-fds=yes", "--track-origins=yes", "--num-callers=25", "--vgdb=no", "--error-exitcode=99",
+         f"--log-file={LOG}", f"--suppressions={box.TREE}/valgrind.supp"]
+
+
+def without_warnings(log):
+    """Those that stay are of writes to LEDs that this machine lacks."""
+    return re.sub(r"==\d+== Warning: .*\n", "", log)
+
+
+class Valgrind(box.Test):
+    def setUp(self):
+        super().setUp()
+        if shutil.which("valgrind") is None:
+            self.skipTest("no valgrind")
+
+    def meters(self, meter):
+        self.sim("--meter", meter, *HISTORY)
+
+    def watched(self, *words):
+        return self.start("heatmeterd", [*WORDS, f"{self.build}/heatmeterd", *words])
+
+    def assert_clean(self, daemon):
+        """The daemon is told to end; what it has open then is the line, its logs and what it was given."""
+        self.assertTrue(daemon.runs(), daemon.output("stderr"))
+        daemon.end()
+        log = without_warnings(box.read(LOG))
+        self.assertIn("ERROR SUMMARY: 0 errors", log)
+        left = re.findall(r"Open file descriptor \d+: (?!/dev/shm/faketime)(.*)\n(?!.*inherited from parent)", log)
+        self.assertIn(LINE, left)
+        self.assertEqual([path for path in left if path != LINE and not path.startswith("/tmp/uni_logs.")], [], log)
+        self.assertEqual(len(left), len(set(left)), log)
+
+    def test_km5(self):
+        self.start_clock(START, RATE)
+        self.meters("uuid=k1,type=km5,serial=12345678")
+        daemon = self.watched("KM5", "-r", "k1")
+        self.wait_for(lambda: "END: RUN_MAIN" in box.read("/tmp/uni_logs.k1.general.txt"), "a pass", PATIENCE)
+        self.assertGreaterEqual(len(box.archive("k1", "A1")), 2)
+        self.assert_clean(daemon)
+
+    def test_vist(self):
+        self.start_clock(START, RATE)
+        self.meters("uuid=v1,type=vist,serial=7,devices=2")
+        daemon = self.watched("VIST", "-r", "v1")
+        self.wait_for(lambda: box.read("/mnt/storage/v1/2/tc_tmp_archives/A1"), "the archives", PATIENCE)
+        log = "/tmp/uni_logs.v1.txt"
+        self.wait_for(lambda: "Actual Archives" in box.read(log).rpartition("Runnig archives for subsystem 1")[2],
+                      "the end of the pass", PATIENCE)
+        self.assert_clean(daemon)
+
+    def test_vist_over_modbus(self):
+        self.clock = SteppedClock(START)
+        self.sim(*FIRST, *HISTORY)
+        daemon = self.watched("VISTmodbus", "-r", "m1")
+        log = "/tmp/uni_logs.m1.txt"
+        self.wait_for(lambda: "VIST modbus run_main done." in box.read(log), "the values", PATIENCE)
+        done = box.read(log).count("VIST modbus run_main done.")
+        self.clock.forward(15 * MINUTE)
+        self.wait_for(lambda: box.read("/mnt/storage/m1/1/tc_tmp_archives/T4")
+                      and box.read(log).count("VIST modbus run_main done.") > done, "the archives", PATIENCE)
+        self.assert_clean(daemon)
+
+    def test_sa94(self):
+        self.start_clock(START, RATE)
+        self.meters("uuid=s1,type=sa94,serial=74565,firmware=M301,events=2")
+        daemon = self.watched("SA94", "-r", "s1")
+        log = "/tmp/uni_logs.s1.messages.txt"
+        self.wait_for(lambda: box.read(log).count("Start read archives from SA94") >= 3, "the archives", PATIENCE)
+        self.wait_for(lambda: box.item("s1", "_DriverStatus") in ("6", "0", "1"), "the end of the pass", PATIENCE)
+        self.assertGreaterEqual(len(box.archive("s1", "A1")), 2)
+        self.assert_clean(daemon)
+
+    def test_processes_that_end_by_themselves(self):
+        for words in (["-v"], ["KM5"], ["nothing", "-r", "k1"]):
+            with self.subTest(words=words):
+                self.assertEqual(self.watched(*words).status(60), 0)
+                log = box.read(LOG)
+                self.assertIn("ERROR SUMMARY: 0 errors", log)
+
+
+if __name__ == "__main__":
+    box.main(__file__)
