@@ -10,6 +10,7 @@
 
 #include "core/gateway.h"
 #include "support/child.h"
+#include "support/fresh_process.h"
 #include "support/plain_driver.h"
 #include "support/scene.h"
 
@@ -109,7 +110,7 @@ Lines ids_of_a_fresh_process() {
 }
 
 TEST(ConfigClientDeathTest, FirstTwoCallsOfEachReaderHaveTheIds1000And1001) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the counters live as long as the process
+    use_fresh_process();  // the counters live as long as the process
     const Lines expected{"{\"id\":1000,", "{\"id\":1001,", "{\"id\":1000,", "{\"id\":1001,"};
     EXPECT_EXIT(std::exit(ids_of_a_fresh_process() == expected ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }

@@ -12,6 +12,7 @@
 
 #include "core/uni_log.h"
 #include "support/child.h"
+#include "support/fresh_process.h"
 #include "support/scene.h"
 
 namespace {
@@ -284,7 +285,7 @@ int ids_start_at_one() {
 }
 
 TEST(PublisherDeathTest, IdsOfValuesForTheServiceStartAtOne) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the counter lives as long as the process
+    use_fresh_process();  // the counter lives as long as the process
     EXPECT_EXIT(std::exit(ids_start_at_one()), ::testing::ExitedWithCode(0), "");
 }
 

@@ -9,6 +9,7 @@
 
 #include "driver/exchange.h"
 #include "driver/line_settings.h"
+#include "support/fresh_process.h"
 #include "support/scene.h"
 #include "support/scripted_meter.h"
 
@@ -18,7 +19,7 @@ namespace {
 // its file collects all that was written to the LED since.
 class LedsDeathTest : public ::testing::Test {
   protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    void SetUp() override { use_fresh_process(); }
 
     static std::string transmit(const Scene& scene) { return scene.file("/proc/leds/kr_red").value_or("none"); }
     static std::string receive(const Scene& scene) { return scene.file("/proc/leds/lan").value_or("none"); }

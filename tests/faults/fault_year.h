@@ -1,0 +1,111 @@
+#pragma once
+// A year of one meter and one process, with everything going wrong that a seed has drawn, and a look at what holds at
+// every moment after each hour and at the end of each fault.
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "faults/archive_watch.h"
+#include "faults/fault_plan.h"
+#include "faults/ledger.h"
+#include "faults/machine_watch.h"
+#include "faults/private_storage.h"
+#include "faults/year_family.h"
+#include "support/scene.h"
+
+class UniLog;
+
+namespace faults {
+
+class FaultYear {
+  public:
+    FaultYear(const std::string& family, std::uint64_t seed, int days);
+    ~FaultYear();
+
+    /// Throws BrokenInvariant.
+    void run();
+
+    double day() const;
+    /// What the year was about when it ended, or broke.
+    std::string situation() const;
+    std::string summary() const;
+    int calm_looks() const { return calm_looks_; }
+    std::size_t lines_read() const { return archives_.lines_read(); }
+    std::size_t records_found() const { return ledger_.kept(); }
+
+  private:
+    struct ProcessKilled {};
+    static constexpr const char* Uuid = "soak-meter";
+    static constexpr const char* Port = "/dev/ttyS1";
+
+    // ---- the plan, put on the machine's clock
+    void schedule_looks();
+    void schedule(std::size_t episode);
+    void schedule_free_windows(const Episode& episode);
+    /// At that moment, seconds from the beginning of the year; the next one when it has passed.
+    void at(double moment, std::function<void()> action);
+    void hold_bus(bool held);
+    void free_bus(const Episode& episode, double moment);
+
+    // ---- faults
+    void begin_fault(const Episode& episode);
+    void end_fault(const Episode& episode);
+    void connect(bool other);
+    void step_clock(double seconds);
+    void strew_bytes(const Episode& episode);
+    void vanish(const Episode& episode);
+    std::string folder_to_vanish(const Episode& episode) const;
+    void begin_calm(const Episode& episode);
+    void end_calm(const Episode& episode);
+
+    // ---- processes
+    void live();
+    void open_logs(bool loud);
+    void after_power_cut();
+    void kill() const;
+
+    // ---- looks
+    void look();
+    std::size_t trail_bytes() const;
+    double elapsed() const { return machine_.seconds() - stepped_ - begin_; }
+    std::time_t right_time() const { return static_cast<std::time_t>(machine_.seconds() - stepped_); }
+
+    const std::string name_;
+    const std::uint64_t seed_;
+    const double seconds_;
+    std::unique_ptr<YearFamily> family_;
+    Plan plan_;
+    Scene scene_;
+    PrivateStorage storage_;
+    Ledger ledger_;
+    ArchiveWatch archives_;
+    MachineWatch watch_;
+    sim::SimGateway& machine_ = scene_.gateway;
+    const double begin_;
+
+    std::unique_ptr<UniLog> general_;
+    bool running_ = false;
+    bool bus_held_ = false;
+    bool other_there_ = false;
+    double stepped_ = 0;
+    double latest_wall_ = 0;                 ///< that this process has seen
+    bool storage_fault_ = false;             ///< since the last look
+    bool may_have_thrown_away_ = false;      ///< likewise
+    std::optional<std::time_t> calm_since_;  ///< nothing while what is promised cannot be asked for
+    const Episode* episode_ = nullptr;
+    sim::Unsynced unsynced_ = sim::Unsynced::Kept;
+    std::size_t tear_length_ = 0;
+    std::size_t trail_ = 0;
+    int processes_ = 0;
+    int power_cuts_ = 0;
+    int calm_looks_ = 0;
+    int skipped_ = 0;
+    int faults_ = 0;
+};
+
+}  // namespace faults
