@@ -3,10 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <vector>
 
+#include "fault_script.h"
 #include "sim_meter.h"
 
 namespace sim {
@@ -55,52 +55,9 @@ Km5Fault km5_halved(double gap = 0.7);
 Km5Fault km5_garbage(ByteVector payload = {});
 Km5Fault km5_erased();
 
-/// A small generator with the same numbers on every machine (splitmix64).
-class Km5Random {
-  public:
-    explicit Km5Random(std::uint64_t seed) : state_(seed) {}
-    std::uint64_t next();
-    double fraction();  ///< 0 up to but not including 1
+using Km5Random = FaultRandom;
 
-  private:
-    std::uint64_t state_;
-};
-
-/// Decides for each answer which fault it suffers. Sources are asked in this order, and the first that has one wins:
-/// the script, the periodic faults, the random ones. A fault counts only the answers that it fits (see `on`).
-class Km5FaultScript {
-  public:
-    void next(std::size_t answers, Km5Fault fault);                                ///< behind what is scripted
-    void each(std::size_t k, Km5Fault fault);                                      ///< the k-th, 2k-th, ... answer
-    void randomly(double rate, std::uint64_t seed, std::vector<Km5Fault> faults);  ///< one of them, at `rate` 0..1
-    void clear();
-
-    Km5Fault choose(std::uint8_t command, std::uint8_t data0);
-    std::size_t scripted_left() const;  ///< answers that the script still waits for
-    std::size_t faults_made() const { return made_; }
-
-  private:
-    struct Scripted {
-        std::size_t left;
-        Km5Fault fault;
-    };
-    struct Periodic {
-        std::size_t period;
-        std::size_t seen;
-        Km5Fault fault;
-    };
-    struct Random {
-        double rate;
-        Km5Random generator;
-        std::vector<Km5Fault> faults;
-    };
-    Km5Fault look_up(std::uint8_t command, std::uint8_t data0);
-
-    std::deque<Scripted> scripted_;
-    std::vector<Periodic> periodic_;
-    std::vector<Random> random_;
-    std::size_t made_ = 0;
-};
+using Km5FaultScript = FaultScript<Km5Fault>;
 
 /// The bytes of `right` (a whole answer frame with right sums) as they come out of a meter with `fault`.
 Answer km5_spoil(const ByteVector& right, const Km5Fault& fault, double delay, Km5Random& generator);

@@ -99,60 +99,6 @@ Sa94Fault sa94_raw(ByteVector bytes) {
     return {.kind = Kind::Raw, .bytes = std::move(bytes)};
 }
 
-void Sa94FaultScript::next(std::size_t answers, Sa94Fault fault) {
-    if (answers > 0) scripted_.push_back({.left = answers, .fault = std::move(fault)});
-}
-
-void Sa94FaultScript::each(std::size_t k, Sa94Fault fault) {
-    if (k == 0) throw std::invalid_argument("each 0th answer");
-    periodic_.push_back({.period = k, .seen = 0, .fault = std::move(fault)});
-}
-
-void Sa94FaultScript::randomly(double rate, std::uint64_t seed, std::vector<Sa94Fault> faults) {
-    if (faults.empty()) throw std::invalid_argument("no faults to choose from");
-    random_.push_back({.rate = rate, .generator = std::mt19937_64(seed), .faults = std::move(faults)});
-}
-
-void Sa94FaultScript::clear() {
-    scripted_.clear();
-    periodic_.clear();
-    random_.clear();
-}
-
-Sa94Fault Sa94FaultScript::choose(const Sa94Request& request) {
-    Sa94Fault fault = look_up(request);
-    if (fault.kind != Kind::None) ++made_;
-    return fault;
-}
-
-Sa94Fault Sa94FaultScript::look_up(const Sa94Request& request) {
-    const Periodic* due = nullptr;
-    for (auto& periodic : periodic_) {
-        if (!periodic.fault.fits(request)) continue;
-        if (++periodic.seen % periodic.period == 0 && due == nullptr) due = &periodic;
-    }
-    for (auto entry = scripted_.begin(); entry != scripted_.end(); ++entry) {
-        if (!entry->fault.fits(request)) continue;
-        Sa94Fault fault = entry->fault;
-        if (--entry->left == 0) scripted_.erase(entry);
-        return fault;
-    }
-    if (due != nullptr) return due->fault;
-    for (auto& random : random_) {
-        // A fraction of the engine's own bits: distributions differ between libraries.
-        if (static_cast<double>(random.generator() >> 11) * 0x1.0p-53 >= random.rate) continue;
-        const Sa94Fault& fault = random.faults[random.generator() % random.faults.size()];
-        if (fault.fits(request)) return fault;
-    }
-    return sa94_good();
-}
-
-std::size_t Sa94FaultScript::scripted_left() const {
-    std::size_t left = 0;
-    for (const auto& entry : scripted_) left += entry.left;
-    return left;
-}
-
 Answer sa94_spoil(const ByteVector& right, const Sa94Fault& fault, double delay) {
     const ByteVector bytes = spoilt_bytes(right, fault);
     if (bytes.empty()) return {};

@@ -3,10 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <random>
 #include <vector>
 
+#include "fault_script.h"
 #include "modbus_frames.h"
 #include "sim_meter.h"
 
@@ -59,41 +58,7 @@ ModbusFault modbus_byte_count(std::uint8_t count = 251);
 ModbusFault modbus_bad_sum();
 ModbusFault modbus_raw(ByteVector bytes);
 
-/// Decides for each answer which fault it suffers. Sources are asked in this order, and the first that has one wins:
-/// the script, the periodic faults, the random ones. A fault counts only the answers that it fits.
-class ModbusFaultScript {
-  public:
-    void next(std::size_t answers, ModbusFault fault);                                ///< behind what is scripted
-    void each(std::size_t k, ModbusFault fault);                                      ///< the k-th, 2k-th, ... answer
-    void randomly(double rate, std::uint64_t seed, std::vector<ModbusFault> faults);  ///< one of them, at `rate` 0..1
-    void clear();
-
-    ModbusFault choose(const ModbusQuestion& question, const ModbusReply& right);
-    std::size_t scripted_left() const;  ///< answers that the script still waits for
-    std::size_t faults_made() const { return made_; }
-
-  private:
-    struct Scripted {
-        std::size_t left;
-        ModbusFault fault;
-    };
-    struct Periodic {
-        std::size_t period;
-        std::size_t seen;
-        ModbusFault fault;
-    };
-    struct Random {
-        double rate;
-        std::mt19937_64 generator;
-        std::vector<ModbusFault> faults;
-    };
-    ModbusFault look_up(const ModbusQuestion& question, const ModbusReply& right);
-
-    std::deque<Scripted> scripted_;
-    std::vector<Periodic> periodic_;
-    std::vector<Random> random_;
-    std::size_t made_ = 0;
-};
+using ModbusFaultScript = FaultScript<ModbusFault>;
 
 /// The answer as it comes out of a meter with `fault`, `delay` seconds after the request.
 Answer modbus_spoil(const ModbusReply& right, const ModbusFault& fault, double delay);

@@ -123,60 +123,6 @@ ModbusFault modbus_raw(ByteVector bytes) {
     return {.kind = Kind::Raw, .bytes = std::move(bytes)};
 }
 
-void ModbusFaultScript::next(std::size_t answers, ModbusFault fault) {
-    if (answers > 0) scripted_.push_back({.left = answers, .fault = std::move(fault)});
-}
-
-void ModbusFaultScript::each(std::size_t k, ModbusFault fault) {
-    if (k == 0) throw std::invalid_argument("each 0th answer");
-    periodic_.push_back({.period = k, .seen = 0, .fault = std::move(fault)});
-}
-
-void ModbusFaultScript::randomly(double rate, std::uint64_t seed, std::vector<ModbusFault> faults) {
-    if (faults.empty()) throw std::invalid_argument("no faults to choose from");
-    random_.push_back({.rate = rate, .generator = std::mt19937_64(seed), .faults = std::move(faults)});
-}
-
-void ModbusFaultScript::clear() {
-    scripted_.clear();
-    periodic_.clear();
-    random_.clear();
-}
-
-ModbusFault ModbusFaultScript::choose(const ModbusQuestion& question, const ModbusReply& right) {
-    ModbusFault fault = look_up(question, right);
-    if (fault.kind != Kind::None) ++made_;
-    return fault;
-}
-
-ModbusFault ModbusFaultScript::look_up(const ModbusQuestion& question, const ModbusReply& right) {
-    const Periodic* due = nullptr;
-    for (auto& periodic : periodic_) {
-        if (!periodic.fault.fits(question, right)) continue;
-        if (++periodic.seen % periodic.period == 0 && due == nullptr) due = &periodic;
-    }
-    for (auto entry = scripted_.begin(); entry != scripted_.end(); ++entry) {
-        if (!entry->fault.fits(question, right)) continue;
-        ModbusFault fault = entry->fault;
-        if (--entry->left == 0) scripted_.erase(entry);
-        return fault;
-    }
-    if (due != nullptr) return due->fault;
-    for (auto& random : random_) {
-        // A fraction of the engine's own bits: distributions differ between libraries.
-        if (static_cast<double>(random.generator() >> 11) * 0x1.0p-53 >= random.rate) continue;
-        const ModbusFault& fault = random.faults[random.generator() % random.faults.size()];
-        if (fault.fits(question, right)) return fault;
-    }
-    return modbus_good();
-}
-
-std::size_t ModbusFaultScript::scripted_left() const {
-    std::size_t left = 0;
-    for (const auto& entry : scripted_) left += entry.left;
-    return left;
-}
-
 Answer modbus_spoil(const ModbusReply& right, const ModbusFault& fault, double delay) {
     const ByteVector bytes = spoilt_bytes(right, fault);
     if (bytes.empty()) return {};

@@ -3,11 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
-#include <random>
 #include <vector>
 
+#include "fault_script.h"
 #include "sa94_wire.h"
 #include "sim_meter.h"
 
@@ -59,41 +58,7 @@ Sa94Fault sa94_halved(double gap = 1.2);
 Sa94Fault sa94_wrong_block(std::size_t further_on = 1);
 Sa94Fault sa94_raw(ByteVector bytes);
 
-/// Decides for each answer which fault it suffers. Sources are asked in this order, and the first that has one wins:
-/// the script, the periodic faults, the random ones. A fault counts only the answers that it fits.
-class Sa94FaultScript {
-  public:
-    void next(std::size_t answers, Sa94Fault fault);                                ///< behind what is scripted
-    void each(std::size_t k, Sa94Fault fault);                                      ///< the k-th, 2k-th, ... answer
-    void randomly(double rate, std::uint64_t seed, std::vector<Sa94Fault> faults);  ///< one of them, at `rate` 0..1
-    void clear();
-
-    Sa94Fault choose(const Sa94Request& request);
-    std::size_t scripted_left() const;  ///< answers that the script still waits for
-    std::size_t faults_made() const { return made_; }
-
-  private:
-    struct Scripted {
-        std::size_t left;
-        Sa94Fault fault;
-    };
-    struct Periodic {
-        std::size_t period;
-        std::size_t seen;
-        Sa94Fault fault;
-    };
-    struct Random {
-        double rate;
-        std::mt19937_64 generator;
-        std::vector<Sa94Fault> faults;
-    };
-    Sa94Fault look_up(const Sa94Request& request);
-
-    std::deque<Scripted> scripted_;
-    std::vector<Periodic> periodic_;
-    std::vector<Random> random_;
-    std::size_t made_ = 0;
-};
+using Sa94FaultScript = FaultScript<Sa94Fault>;
 
 /// The answer as it comes out of a meter with `fault`, but for a WrongBlock, which the meter chooses.
 Answer sa94_spoil(const ByteVector& right, const Sa94Fault& fault, double delay);

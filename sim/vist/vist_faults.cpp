@@ -171,60 +171,6 @@ VistFault vist_raw(ByteVector bytes) {
     return {.kind = Kind::Raw, .bytes = std::move(bytes)};
 }
 
-void VistFaultScript::next(std::size_t answers, VistFault fault) {
-    if (answers > 0) scripted_.push_back({.left = answers, .fault = std::move(fault)});
-}
-
-void VistFaultScript::each(std::size_t k, VistFault fault) {
-    if (k == 0) throw std::invalid_argument("each 0th answer");
-    periodic_.push_back({.period = k, .seen = 0, .fault = std::move(fault)});
-}
-
-void VistFaultScript::randomly(double rate, std::uint64_t seed, std::vector<VistFault> faults) {
-    if (faults.empty()) throw std::invalid_argument("no faults to choose from");
-    random_.push_back({.rate = rate, .generator = std::mt19937_64(seed), .faults = std::move(faults)});
-}
-
-void VistFaultScript::clear() {
-    scripted_.clear();
-    periodic_.clear();
-    random_.clear();
-}
-
-VistFault VistFaultScript::choose(std::string_view line, const VistReply& right) {
-    VistFault fault = look_up(line, right);
-    if (fault.kind != Kind::None) ++made_;
-    return fault;
-}
-
-VistFault VistFaultScript::look_up(std::string_view line, const VistReply& right) {
-    const Periodic* due = nullptr;
-    for (auto& periodic : periodic_) {
-        if (!periodic.fault.fits(line, right)) continue;
-        if (++periodic.seen % periodic.period == 0 && due == nullptr) due = &periodic;
-    }
-    for (auto entry = scripted_.begin(); entry != scripted_.end(); ++entry) {
-        if (!entry->fault.fits(line, right)) continue;
-        VistFault fault = entry->fault;
-        if (--entry->left == 0) scripted_.erase(entry);
-        return fault;
-    }
-    if (due != nullptr) return due->fault;
-    for (auto& random : random_) {
-        // A fraction of the engine's own bits: distributions differ between libraries.
-        if (static_cast<double>(random.generator() >> 11) * 0x1.0p-53 >= random.rate) continue;
-        const VistFault& fault = random.faults[random.generator() % random.faults.size()];
-        if (fault.fits(line, right)) return fault;
-    }
-    return vist_good();
-}
-
-std::size_t VistFaultScript::scripted_left() const {
-    std::size_t left = 0;
-    for (const auto& entry : scripted_) left += entry.left;
-    return left;
-}
-
 Answer vist_spoil(const VistReply& right, const VistFault& fault, double delay) {
     const ByteVector bytes = spoilt_bytes(right, fault);
     if (bytes.empty()) return {};

@@ -3,13 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "fault_script.h"
 #include "sim_meter.h"
 
 namespace sim {
@@ -79,41 +78,7 @@ VistFault vist_raw(ByteVector bytes);
 /// Whether `line` is `command`, or has more words behind it.
 bool vist_begins(std::string_view line, std::string_view command);
 
-/// Decides for each answer which fault it suffers. Sources are asked in this order, and the first that has one wins:
-/// the script, the periodic faults, the random ones. A fault counts only the answers that it fits.
-class VistFaultScript {
-  public:
-    void next(std::size_t answers, VistFault fault);                                ///< behind what is scripted
-    void each(std::size_t k, VistFault fault);                                      ///< the k-th, 2k-th, ... answer
-    void randomly(double rate, std::uint64_t seed, std::vector<VistFault> faults);  ///< one of them, at `rate` 0..1
-    void clear();
-
-    VistFault choose(std::string_view line, const VistReply& right);
-    std::size_t scripted_left() const;  ///< answers that the script still waits for
-    std::size_t faults_made() const { return made_; }
-
-  private:
-    struct Scripted {
-        std::size_t left;
-        VistFault fault;
-    };
-    struct Periodic {
-        std::size_t period;
-        std::size_t seen;
-        VistFault fault;
-    };
-    struct Random {
-        double rate;
-        std::mt19937_64 generator;
-        std::vector<VistFault> faults;
-    };
-    VistFault look_up(std::string_view line, const VistReply& right);
-
-    std::deque<Scripted> scripted_;
-    std::vector<Periodic> periodic_;
-    std::vector<Random> random_;
-    std::size_t made_ = 0;
-};
+using VistFaultScript = FaultScript<VistFault>;
 
 /// The answer as it comes out of a meter with `fault`.
 Answer vist_spoil(const VistReply& right, const VistFault& fault, double delay);
