@@ -11,6 +11,7 @@ import concurrent.futures
 import importlib
 import os
 import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -22,6 +23,7 @@ SKIPPED = 77
 SIDE_BY_SIDE = 6
 LONGEST_TEST = 240  # seconds
 SMALL_STORAGE = 256 * 1024  # bytes
+OF_THIS_MACHINE = ("LD_PRELOAD", "FAKETIME_SHARED")
 
 TREE = os.path.dirname(os.path.abspath(__file__))
 
@@ -93,6 +95,8 @@ class Program:
 
 class Test(unittest.TestCase):
     build = None
+    sim_build = None
+    runner = []
     longMessage = True
 
     def setUp(self):
@@ -110,18 +114,21 @@ class Test(unittest.TestCase):
             self.skipTest("no faketime")
         self.clock = FastClock(start, rate)
 
-    def start(self, name, words, **streams):
+    def start(self, name, words, runner=(), **streams):
         environment = self.clock.environment() if self.clock else dict(os.environ)
+        if runner:  # which preloads what fits its program; what this machine's programs share is laid out otherwise
+            words = [*runner, *words]
+            environment = {key: value for key, value in environment.items() if key not in OF_THIS_MACHINE}
         program = Program(f"{name}{len(self.programs)}", words, environment, **streams)
         self.programs.append(program)
         return program
 
     def daemon(self, *words, **streams):
-        return self.start("heatmeterd", [f"{self.build}/heatmeterd", *words], **streams)
+        return self.start("heatmeterd", [f"{self.build}/heatmeterd", *words], self.runner, **streams)
 
     def sim(self, *words):
         """Simulated meters, ready to be asked."""
-        sim = self.start("heatmeter-sim", [f"{self.build}/heatmeter-sim", *words])
+        sim = self.start("heatmeter-sim", [f"{self.sim_build}/heatmeter-sim", *words])
         self.wait_for(lambda: "ready\n" in sim.output() or not sim.runs(), "the simulated meters")
         return sim
 
@@ -163,9 +170,11 @@ def general_log():
 
 # ---- the way into the box
 
-def box_words(build, storage_kind, private_processes):
-    words = ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--tmpfs", "/tmp", "--tmpfs", "/mnt",
-             "--bind", build, build, "--ro-bind", TREE, TREE]
+def box_words(options, storage_kind, private_processes):
+    words = ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--tmpfs", "/tmp", "--tmpfs", "/mnt"]
+    for folder in [TREE, options.sim_build, *filter(os.path.isdir, options.runner)]:
+        words += ["--ro-bind", folder, folder]
+    words += ["--bind", options.build, options.build]
     words += ["--size", str(SMALL_STORAGE)] if storage_kind == "small" else []
     words += ["--tmpfs", "/mnt/storage"]
     words += ["--remount-ro", "/mnt/storage"] if storage_kind == "read-only" else []
@@ -176,23 +185,23 @@ def box_words(build, storage_kind, private_processes):
     return words + ["--unshare-net", "--die-with-parent", "--chdir", "/tmp"]
 
 
-def find_box(build):
+def find_box(options):
     """Whether a box may have processes of its own; exits when there can be no box."""
     if shutil.which("bwrap") is None:
         print("skipped: bwrap is not installed (Debian package bubblewrap)")
         sys.exit(SKIPPED)
     for private_processes in (True, False):
-        trial = subprocess.run([*box_words(build, None, private_processes), "true"], capture_output=True, text=True)
+        trial = subprocess.run([*box_words(options, None, private_processes), "true"], capture_output=True, text=True)
         if trial.returncode == 0:
             return private_processes
     print("skipped: this machine allows no private namespaces:", trial.stderr.strip())
     sys.exit(SKIPPED)
 
 
-def tests_of(file, build):
+def tests_of(file, options):
     sys.path.insert(0, TREE)
     module = importlib.import_module(os.path.splitext(os.path.basename(file))[0])
-    Test.build = build
+    Test.build, Test.sim_build, Test.runner = options.build, options.sim_build, options.runner
     return [test for suite in unittest.defaultTestLoader.loadTestsFromModule(module) for test in suite]
 
 
@@ -207,10 +216,10 @@ def run_inside(test):
     return 0 if result.wasSuccessful() else 1
 
 
-def run_in_box(test, file, build, private_processes):
+def run_in_box(test, file, options, private_processes):
     kind = getattr(getattr(test, test._testMethodName), "storage", None)
-    words = [*box_words(build, kind, private_processes), sys.executable, "-B", file,
-             "--build", build, "--inside", name_of(test)]
+    words = [*box_words(options, kind, private_processes), sys.executable, "-B", file, "--build", options.build,
+             "--sim-build", options.sim_build, f"--runner={shlex.join(options.runner)}", "--inside", name_of(test)]
     start = time.monotonic()
     done = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           errors="replace", timeout=LONGEST_TEST)
@@ -224,20 +233,27 @@ def run_in_box(test, file, build, private_processes):
 def main(file):
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", required=True, help="the build directory with heatmeterd and heatmeter-sim")
+    parser.add_argument("--sim-build", help="the build directory with heatmeter-sim, if it is another one")
+    parser.add_argument("--runner", default="", help="words in front of heatmeterd, such as those of an emulator")
     parser.add_argument("--inside", help=argparse.SUPPRESS)
     parser.add_argument("names", nargs="*", help="parts of names of tests; all tests without them")
     options = parser.parse_args()
     file = os.path.abspath(file)
-    build = os.path.abspath(options.build)
-    tests = tests_of(file, build)
+    options.build = os.path.abspath(options.build)
+    options.sim_build = os.path.abspath(options.sim_build or options.build)
+    options.runner = shlex.split(options.runner)
+    tests = tests_of(file, options)
     if options.inside:
         sys.exit(run_inside(next(test for test in tests if name_of(test) == options.inside)))
 
-    private_processes = find_box(build)
+    if not os.path.exists(f"{options.sim_build}/heatmeter-sim"):
+        print(f"skipped: no heatmeter-sim in {options.sim_build}")
+        sys.exit(SKIPPED)
+    private_processes = find_box(options)
     if options.names:
         tests = [test for test in tests if any(part in name_of(test) for part in options.names)]
     with concurrent.futures.ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
-        statuses = list(pool.map(lambda test: run_in_box(test, file, build, private_processes), tests))
+        statuses = list(pool.map(lambda test: run_in_box(test, file, options, private_processes), tests))
     if all(status == SKIPPED for status in statuses):
         sys.exit(SKIPPED)
     sys.exit(0 if all(status in (0, SKIPPED) for status in statuses) else 1)
