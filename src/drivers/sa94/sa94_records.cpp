@@ -116,7 +116,7 @@ bool SA94::collect_columns(int archive_type, const SA94Layout& layout, Bytes rec
 
 void SA94::collect_word(const SA94Column& column, Bytes bytes) {
     const float value = scaled(decodeWord(u8_at(bytes, 0), u8_at(bytes, 1)), column.scale, column.operation);
-    // A word has no sign, so the second test never holds. It stays, for it belongs to the meter's values.
+    // A word has no sign, so the second test never holds; it is meant to stay.
     if (is_third_temperature(column.name) && (!support_t3 || value < LeastTemperature)) return;
     add_value(column.name, value);
 }
