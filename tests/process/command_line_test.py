@@ -10,10 +10,15 @@ RUN_BLOCK = ["#define INIT_FALSE: -2", "#define INIT_HELP: -1", "#define INIT_NO
              "#define INIT_SINGLEBUS: 3", "Parse uuid..."]
 
 
+def of_checkout(path):
+    """The box has the checkout at its own place, which may be below /tmp."""
+    return os.path.commonpath([path, box.TREE]) in (path, box.TREE)
+
+
 def trees():
     """Every folder and link below /tmp and /mnt/storage that belongs to a meter."""
     return {path for top in ("/tmp", "/mnt/storage") for entry in os.scandir(top) if entry.is_dir()
-            for path in [entry.path, *(sub.path for sub in os.scandir(entry.path))]}
+            for path in [entry.path, *(sub.path for sub in os.scandir(entry.path))] if not of_checkout(path)}
 
 
 def tree_of(uuid):
