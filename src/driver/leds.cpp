@@ -15,16 +15,18 @@ struct Led {
     int fd = 0;  // 0: not opened yet; -1: no such LED
     bool state = false;
 
+    bool is_there() const { return fd > 0; }
+
     void set(bool on) {
         if (fd == 0) fd = ::open(rooted(path).c_str(), O_WRONLY);
         state = on;
-        if (fd != 0) [[maybe_unused]]
+        if (is_there()) [[maybe_unused]]
             const ssize_t written = ::write(fd, on ? "1" : "0", 1);
     }
 
     void pulse() {
         set(true);
-        gateway().sleep_nanoseconds(PulseNanoseconds);
+        if (is_there()) gateway().sleep_nanoseconds(PulseNanoseconds);
         set(false);
     }
 };

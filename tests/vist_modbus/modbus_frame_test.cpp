@@ -4,6 +4,7 @@
 #include "drivers/vist_modbus/modbus_frame.h"
 
 #include <array>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,7 @@ class ModbusReceiver : public ::testing::Test {
     /// Bytes taken until the parser was done; 0 when it never was.
     std::size_t feed(ModbusParser& parser, const Frame& bytes) {
         for (std::size_t i = 0; i < bytes.size(); ++i) {
-            if (parser.take(bytes[i])) return i + 1;
+            if (parser.take(Bytes(bytes).subspan(i, 1))) return i + 1;
         }
         return 0;
     }
@@ -106,8 +107,36 @@ TEST_F(ModbusReceiver, KeepsFunctionByteCountAndWordsInTheHostsOrder) {
 TEST_F(ModbusReceiver, IsNotDoneBeforeTheLastByte) {
     auto parser = parser_of();
     for (std::size_t i = 0; i + 1 < Example.size(); ++i) {
-        EXPECT_FALSE(parser.take(Example[i])) << i;
+        EXPECT_FALSE(parser.take(Bytes(Example).subspan(i, 1))) << i;
         EXPECT_FALSE(parser.complete()) << i;
+    }
+}
+
+TEST_F(ModbusReceiver, MakesTheSameOfAStreamInWhateverPiecesItComes) {
+    std::mt19937 random(20240302);
+    const auto below = [&random](std::size_t end) { return random() % end; };
+    for (int round = 0; round < 2000; ++round) {
+        Frame stream;
+        for (std::size_t pieces = 1 + below(4); pieces > 0; --pieces) {
+            Frame piece = {0x11, static_cast<std::uint8_t>(below(4) == 0 ? 0x83 : 3)};
+            piece.push_back(static_cast<std::uint8_t>(below(8) == 0 ? below(256) : 2 * below(20)));
+            for (std::size_t i = 0; i < piece[2]; ++i) piece.push_back(static_cast<std::uint8_t>(below(256)));
+            piece = sim::modbus_sealed(piece);
+            if (below(3) == 0) piece[below(piece.size())] ^= 1;
+            if (below(3) == 0) piece.resize(below(piece.size()));
+            stream = stream + piece;
+        }
+        const std::size_t room = below(3) == 0 ? below(30) : 512;  // also less than an answer needs
+        Frame apart(room), together(room);
+        ModbusParser of_bytes(apart, 0x11, 3), of_pieces(together, 0x11, 3);
+        bool done = false;
+        for (std::size_t i = 0; i < stream.size() && !done; ++i) done = of_bytes.take(Bytes(stream).subspan(i, 1));
+        const std::size_t cut = below(stream.size() + 1);
+        const bool done_too = of_pieces.take(Bytes(stream).first(cut)) || of_pieces.take(Bytes(stream).subspan(cut));
+        ASSERT_EQ(done, done_too) << round;
+        ASSERT_EQ(of_bytes.complete(), of_pieces.complete()) << round;
+        ASSERT_EQ(of_bytes.length(), of_pieces.length()) << round;
+        ASSERT_EQ(apart, together) << round;
     }
 }
 

@@ -75,7 +75,30 @@ void ModbusParser::store(std::uint8_t byte) {
     if (stored < answer.size()) answer[stored++] = byte;
 }
 
-bool ModbusParser::take(std::uint8_t byte) {
+bool ModbusParser::take(Bytes bytes) {
+    while (!bytes.empty()) {
+        if (const std::size_t taken = take_data(bytes); taken > 0) {
+            bytes = bytes.subspan(taken);
+        } else if (take_byte(bytes.front())) {
+            return true;
+        } else {
+            bytes = bytes.subspan(1);
+        }
+    }
+    return false;
+}
+
+/// All but the last byte of the data at once, as far as they are there and have room.
+std::size_t ModbusParser::take_data(Bytes bytes) {
+    if (state != State::Data || remaining < 2) return 0;
+    const std::size_t count = std::min({static_cast<std::size_t>(remaining - 1), bytes.size(), answer.size() - stored});
+    std::copy_n(bytes.begin(), count, answer.begin() + static_cast<std::ptrdiff_t>(stored));
+    stored += count;
+    remaining -= static_cast<int>(count);
+    return count;
+}
+
+bool ModbusParser::take_byte(std::uint8_t byte) {
     switch (state) {
         case State::Slave:
             if (byte != slave) break;

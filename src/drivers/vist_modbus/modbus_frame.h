@@ -28,8 +28,8 @@ class ModbusParser {
     /// `answer` receives at most its own size. The answer is awaited from the low byte of `slave`.
     ModbusParser(std::span<std::uint8_t> answer, int slave, std::uint8_t function);
 
-    /// True when a frame with a good CRC is over; not to be called again after that.
-    bool take(std::uint8_t byte);
+    /// True when a frame with a good CRC is over, whatever comes behind it; not to be called again after that.
+    bool take(Bytes bytes);
     /// The frame was an answer with data, not an exception.
     bool complete() const { return is_complete; }
     /// Bytes of function, byte count and data.
@@ -38,6 +38,8 @@ class ModbusParser {
   private:
     enum class State { Slave, Function, ByteCount, Data, CrcLow, CrcHigh };
 
+    bool take_byte(std::uint8_t byte);
+    std::size_t take_data(Bytes bytes);
     void reset();
     void store(std::uint8_t byte);
     bool finish(std::uint8_t crc_high);

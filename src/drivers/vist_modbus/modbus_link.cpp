@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "core/gateway.h"
@@ -37,22 +38,26 @@ int receive(int fd, ModbusParser& parser, int timeout) {
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         if (got <= 0) return so_far();
         led_rx_pulse();
-        const std::size_t begin = received;
-        received += static_cast<std::size_t>(got);
-        for (std::size_t at = begin; at < received; ++at) {
-            if (parser.take(area[at])) return so_far();
-        }
+        const Bytes bytes = Bytes(area).subspan(received, static_cast<std::size_t>(got));
+        received += bytes.size();
+        if (parser.take(bytes)) return so_far();
     }
     return so_far();
+}
+
+/// "Send: 0x11 0x03 "
+std::string sent_text(Bytes frame) {
+    constexpr const char* Digits = "0123456789ABCDEF";
+    std::string text = "Send: ";
+    for (const std::uint8_t byte : frame) text.append({'0', 'x', Digits[byte >> 4], Digits[byte & 0x0F], ' '});
+    return text;
 }
 
 int ask(int fd, const std::vector<std::uint8_t>& frame, std::span<std::uint8_t> answer, int slave,
         std::uint8_t function, int timeout) {
     gateway().flush_port(fd);
     if (function == ReadHolding) {
-        std::printf("Send: ");
-        for (const std::uint8_t byte : frame) std::printf("0x%02X ", byte);
-        std::printf("\n");
+        std::puts(sent_text(frame).c_str());
     }
     if (gateway().write_port(fd, frame) != static_cast<ssize_t>(frame.size())) return -1;
     led_tx_pulse();
