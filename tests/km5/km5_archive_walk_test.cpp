@@ -295,6 +295,7 @@ TEST_F(Km5Walk, TheWalkIsToldInTheMessagesLog) {
     for (const char* line : {"Starts get archives. ", "Type: Hourly. ", "Archive date: 02.03.2024 10:00:00"}) {
         EXPECT_GE(logged_parts("messages", {line}), 1) << line;
     }
+    EXPECT_EQ(logged_parts("messages", {"Archive date: "}), 2) << "the averages are filed without a word";
     for (const char* begin : {"Last request date : ", "Get first record idx. First idx = 0",
                               "First archive string: ", "Last archive string: ", "First idx : 0", "Last idx : 1",
                               "Records count : 2", "Last_request_date: 0"}) {

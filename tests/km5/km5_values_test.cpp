@@ -250,6 +250,7 @@ TEST_F(Km5Values, ValuesOfAKm56iGoToTheSystemAtWork) {
     EXPECT_EQ(item("IT1", 3), "5.000000") << "Tp sorts behind IT1";
     EXPECT_EQ(item("T1", 1), "(none)");
     EXPECT_EQ(logged("messages", "T1 = 0.100000, subsystem = 2"), 1);
+    EXPECT_EQ(logged("messages", "Tp = 5.000000, subsystem = 2"), 1) << "the log has the meter's own name";
 }
 
 TEST_F(Km5Values, PublishingNothingChangesNothing) {

@@ -273,14 +273,15 @@ void KM5::store_record(const KM5_request& req, int type, std::tm record_tm) {
         averages.emplace_back(name, value);
     }
 
-    const auto flush = [this, type](const std::vector<NamedValue>& values, const std::tm& tm) {
+    const auto add = [this, type](const std::vector<NamedValue>& values) {
         for (const auto& [name, value] : values) add_value(archive_name_for_opc(name, type), value);
-        log_line(messages_log.get(), "Archive date: ", date_text(tm));
-        for (const auto& [name, value] : pending_double) log_line(messages_log.get(), name, " = ", value);
-        flush_values(tm, type, QualityGood, subsystem + 1, 0);
     };
-    flush(totals, record_tm);
-    flush(averages, average_tm(make_time(record_tm), type));
+    add(totals);
+    log_line(messages_log.get(), "Archive date: ", date_text(record_tm));
+    for (const auto& [name, value] : pending_double) log_line(messages_log.get(), name, " = ", value);
+    flush_values(record_tm, type, QualityGood, subsystem + 1, 0);
+    add(averages);
+    flush_values(average_tm(make_time(record_tm), type), type, QualityGood, subsystem + 1, 0);
 }
 
 std::string KM5::archive_name_for_opc(const std::string& name, int type) {

@@ -54,7 +54,8 @@ bool KM5::getModel() {
         isATT = true;
         log_both("isATT! ");
     }
-    log_both("Model = ", model, "EEPROM_MODEL = ", 0);
+    log_both("Model = ", model);
+    log_both("EEPROM_MODEL = ", 0);
     return true;
 }
 

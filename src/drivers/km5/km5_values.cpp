@@ -143,9 +143,9 @@ void KM5::flush_instant_data() {
         const std::string out_name = moment_name_for_opc(name);
         put_item(static_cast<double>(value), uuid, out_name, messages_log.get(), directory);
         if (km56i_mode) {
-            log_line(messages_log.get(), out_name, " = ", value, ", subsystem = ", subsystem);
+            log_line(messages_log.get(), name, " = ", value, ", subsystem = ", subsystem);
         } else {
-            log_line(messages_log.get(), out_name, " = ", value);
+            log_line(messages_log.get(), name, " = ", value);
         }
     }
     instant_values.clear();

@@ -107,16 +107,20 @@ std::uint32_t HCD_VIST::flush_values(bool moment, int buffer) {
     auto mask = static_cast<std::int32_t>(result);
     std::size_t slot = 0;
     const auto take = [&](std::size_t width) {
-        log_line(log.get(), "Cycle ", static_cast<unsigned long>(slot), ", mask ", mask & 1, ", full ", mask);
         process_value(mask, width, bytes, at, values[slot], fSwap);
-        log_line(log.get(), "Process integrator ", static_cast<unsigned long>(slot), " with mask ", mask & 1,
-                 ", after conversion is ", values[slot]);
         mask >>= 1;
+    };
+    const auto take_integrator = [&] {
+        const auto number = static_cast<unsigned long>(slot);
+        const std::int32_t bit = mask & 1;
+        log_line(log.get(), "Cycle ", number, ", mask ", bit, ", full ", mask);
+        take(4);
+        log_line(log.get(), "Process integrator ", number, " with mask ", bit, ", after conversion is ", values[slot]);
     };
     // The meter's size byte bounds nothing once it is above the fixed part; a packet shorter than its mask promises is
     // read into whatever stands in the buffer.
     if (!moment) {
-        for (slot = 0; size > 0 && slot < 7; ++slot) take(4);
+        for (slot = 0; size > 0 && slot < 7; ++slot) take_integrator();
         slot = 7;
         take(8);
         values[0] *= SecondsOfHour;
