@@ -34,12 +34,17 @@ void SingleBus::add_drivers(const std::vector<std::string>& uuids) {
         const PortRecord& port = *(ports[uuid] = std::move(record));
         if (auto driver = make_driver(port.manufacturer, port.uuid)) drivers.push_back(std::move(driver));
         if (drivers.empty()) {
-            log_line(g_log, "Unknown manufacturer \"", port.manufacturer, "\" of the first uuid ", uuid, ". Exit.");
-            std::fprintf(stderr, "Unknown manufacturer \"%s\" of the first uuid %s\n", port.manufacturer.c_str(),
-                         uuid.c_str());
-            std::exit(1);
+            log_line(g_log, "Unknown manufacturer \"", port.manufacturer, "\" of ", uuid,
+                     ", nobody takes its settings.");
+            continue;
         }
         take_settings(port, *drivers.back());
+    }
+    if (drivers.empty() && !uuids.empty()) {
+        // Who started the process may start it again, when the service perhaps knows more.
+        log_line(g_log, "No meter of a known manufacturer. Exit.");
+        std::fprintf(stderr, "No meter of a known manufacturer.\n");
+        std::exit(1);
     }
 }
 

@@ -21,8 +21,8 @@ class SingleBus {
     explicit SingleBus(DriverMaker maker);
 
     /// Reads the settings of each uuid and makes its driver. A manufacturer that nobody knows makes none, and its
-    /// settings go to the driver before it, as they always have; for the first uuid that ends the process with
-    /// status 1.
+    /// settings go to the driver before it, as they always have, or to nobody. Uuids that make no driver at all end the
+    /// process with status 1.
     void add_drivers(const std::vector<std::string>& uuids);
 
     /// Walks the drivers for ever.

@@ -65,6 +65,7 @@ class Bus : public ::testing::Test {
     Scene scene;
     SingleBus bus{[this](const std::string& manufacturer, const std::string& uuid) {
         asked_for.push_back(manufacturer + " " + uuid);
+        if (uuid == last_answered) scene.gateway.set_service_address("http://127.0.0.1:1/");
         if (manufacturer != "known") return std::unique_ptr<HCDBaseDriver>();
         auto driver = std::make_unique<BusDriver>(*this, uuid);
         drivers.push_back(driver.get());
@@ -79,6 +80,7 @@ class Bus : public ::testing::Test {
     void note(const std::string& what) { notes.push_back(what); }
 
     std::vector<std::string> asked_for;
+    std::string last_answered;  // no service is there behind this uuid
     std::vector<BusDriver*> drivers;
     std::vector<std::string> notes;
     int passes_left = 1;
@@ -154,7 +156,30 @@ TEST_F(Bus, AnUnknownManufacturerGivesItsSettingsToTheDriverBeforeIt) {
         << "the line is still set by the driver's own uuid";
 }
 
-TEST_F(Bus, AnUnknownManufacturerOfTheFirstUuidEndsTheProcess) {
+TEST_F(Bus, AnUnknownManufacturerOfTheFirstUuidsIsPassedOver) {
+    two_meters();
+    meter("u0", "nobody", {.serial = 33, .port_name = "/dev/c", .speed = 115200, .system_types = {"x"}});
+    add({"u0", "u1", "u2"});
+    ASSERT_EQ(drivers.size(), 2U);
+    EXPECT_EQ(drivers[0]->get_uuid(), "u1");
+    EXPECT_EQ(drivers[0]->tc_sernum, 11U);
+    EXPECT_EQ(drivers[0]->port_name, "/dev/a");
+    run_passes(1);
+    EXPECT_EQ(cfgetospeed(&scene.gateway.line_of("/dev/a")), static_cast<speed_t>(B19200));
+}
+
+TEST_F(Bus, ALostRequestForALaterUuidLeavesTheDriverBeforeItWithoutSettings) {
+    two_meters();
+    last_answered = "u1";
+    EXPECT_EQ(stderr_of([this] { add({"u1", "u2"}); }), "Error while sending data!\n");
+    EXPECT_EQ(asked_for.back(), " ");
+    ASSERT_EQ(drivers.size(), 1U);
+    EXPECT_EQ(drivers[0]->get_uuid(), "u1");
+    EXPECT_EQ(drivers[0]->tc_sernum, 0U);
+    EXPECT_EQ(drivers[0]->port_name, "");
+}
+
+TEST_F(Bus, NoKnownManufacturerAtAllEndsTheProcess) {
     meter("u1", "nobody");
     const ChildEnd end = in_child([this] {
         UniLog general(UniLog::ToFile, "/tmp/uni_logs.general.txt", "");
@@ -163,9 +188,10 @@ TEST_F(Bus, AnUnknownManufacturerOfTheFirstUuidEndsTheProcess) {
         return 0;
     });
     EXPECT_EQ(end.status, 1);
-    EXPECT_NE(end.err.find("nobody"), std::string::npos);
-    EXPECT_NE(end.err.find("u1"), std::string::npos);
-    EXPECT_NE(scene.file("/tmp/uni_logs.general.txt").value_or("").find("nobody"), std::string::npos);
+    EXPECT_NE(end.err.find("No meter of a known manufacturer"), std::string::npos);
+    const std::string general = scene.file("/tmp/uni_logs.general.txt").value_or("");
+    EXPECT_NE(general.find("nobody"), std::string::npos);
+    EXPECT_NE(general.find("u1"), std::string::npos);
 }
 
 TEST_F(Bus, AServiceThatAnswersNothingEndsTheProcess) {

@@ -231,7 +231,6 @@ void run_init(const std::string& name) {
 void run_singlebus() {
     log_line(g_log, "Run SingleBus");
     SingleBus bus(make_bus_driver);
-    if (g_uuid_list.empty()) log_line(g_log, "No uuid on the command line.");
     log_line(g_log, "Add Drivers");
     bus.add_drivers(g_uuid_list);
     log_line(g_log, "Run drivers iterations");
