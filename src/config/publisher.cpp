@@ -20,15 +20,10 @@ constexpr std::size_t CommandBytes = 150;
 constexpr std::size_t StateLineBytes = 512;
 constexpr int Subsystems = 6;
 
-/// What `echo` prints. A value of "-n" is its option: no text and no line end.
-std::string echoed(const std::string& value) {
-    return value == "-n" ? "" : value + "\n";
-}
-
 int put_text(const std::string& value, const std::string& uuid, const std::string& item, int subsystem) {
-    const std::string folder = "/tmp/" + uuid + "/" + std::to_string(subsystem) + "/tc_items/";
-    const std::string name = operand_in_command(CommandBytes, "echo \"" + value + "\" > " + folder, item);
-    if (!name.empty()) overwrite_file(folder + name, echoed(value));
+    const std::string path = "/tmp/" + uuid + "/" + std::to_string(subsystem) + "/tc_items/" + item;
+    const std::string cut_path = operand_in_command(CommandBytes, "echo \"" + value + "\" > ", path);
+    if (cut_path.starts_with("/tmp/")) overwrite_file(cut_path, value + "\n");
     return 1;
 }
 

@@ -88,10 +88,8 @@ TEST_F(PublisherTest, PlainTextIsWrittenAsAShellWouldEchoIt) {
     }
 }
 
-TEST_F(PublisherTest, TextThatIsEchosOptionLeavesAnEmptyFile) {
-    EXPECT_EQ(published("-n"), "");
-    EXPECT_EQ(published("-n "), "-n \n");
-    EXPECT_EQ(published("-x"), "-x\n");
+TEST_F(PublisherTest, TextThatLooksLikeAnOptionIsText) {
+    for (const std::string value : {"-n", "-n ", "-e", "-x"}) EXPECT_EQ(published(value), value + "\n");
 }
 
 TEST_F(PublisherTest, TextEndsAtItsFirstZeroByte) {
@@ -161,8 +159,18 @@ TEST_F(PublisherTest, LongerCommandLosesTheEndOfTheItemsName) {
     EXPECT_EQ(scene.item("u", 1, "T1"), value + "\n");
 }
 
-TEST_F(PublisherTest, CommandThatEndsBeforeTheItemsNameWritesNothing) {
-    for (const std::size_t length : {149 - 27 - 1 + 0, 149 - 27 - 1 + 1, 140, 141, 142, 143, 149, 150, 1000}) {
+TEST_F(PublisherTest, CommandThatEndsBeforeTheItemsNameWritesWhereItsPathEnds) {
+    const std::string value(149 - 27 - 1 + 2, 'v');
+    EXPECT_EQ(put_item(value, "u", "T1", nullptr, 1), 1);
+    EXPECT_EQ(scene.list("/tmp/u/1"), (Names{"tc_item", "tc_items"}));
+    EXPECT_EQ(scene.file("/tmp/u/1/tc_item"), value + "\n");
+    EXPECT_EQ(scene.list("/tmp/u/1/tc_items"), Names{});
+}
+
+TEST_F(PublisherTest, CommandThatEndsAtOrBeforeAFolderWritesNothing) {
+    // Behind the value the command goes on with [" > /tmp/u/1/tc_items/T1].
+    for (const std::size_t length :
+         {121, 122, 130, 131, 132, 133, 134, 135, 136, 138, 140, 141, 142, 143, 149, 150, 1000}) {
         EXPECT_EQ(put_item(std::string(length, 'v'), "u", "T1", nullptr, 1), 1);
     }
     EXPECT_EQ(scene.list("/tmp/u/1/tc_items"), Names{});
@@ -182,9 +190,11 @@ TEST_F(PublisherTest, LongUuidShortensTheItemsName) {
     EXPECT_FALSE(scene.item(uuid, 1, "Connected"));
 }
 
-TEST_F(PublisherTest, UuidOf300CharactersWritesNothing) {
+TEST_F(PublisherTest, UuidOf300CharactersWritesOneFileBelowTmp) {
     setConnected(true, std::string(300, 'u'));
-    EXPECT_EQ(scene.list("/tmp"), Names{"u"});
+    const std::string name(149 - 11 - 5, 'u');  // what the command holds behind its first words and "/tmp/"
+    EXPECT_EQ(scene.list("/tmp"), (Names{"u", name}));
+    EXPECT_EQ(scene.file("/tmp/" + name), "1\n");
 }
 
 // ---- Connected
