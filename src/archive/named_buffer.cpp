@@ -14,7 +14,7 @@ NamedBuffer::NamedBuffer(int capacity_, UniLog* log_) : capacity(capacity_), log
 
 int NamedBuffer::CreateBuffer(const std::string& name, int size) {
     const int index = static_cast<int>(entries.size());
-    if (index >= capacity) return -1;
+    if (index > capacity) return -1;
     if (name.size() > LongestName || size < 0) {
         log_line(log, "Error:  while naming buffer in NamedBuffer::CreateBuffer");
         return -1;

@@ -13,8 +13,8 @@ class NamedBuffer {
     /// `log` is not owned and may be null.
     NamedBuffer(int capacity, UniLog* log);
 
-    /// Makes a zeroed buffer. Its index, counted from 0; -1 when the table is full or the name has more than 150
-    /// characters.
+    /// Makes a zeroed buffer. Its index, counted from 0; -1 when the table holds one more than its capacity, as it
+    /// always has, or the name has more than 150 characters.
     int CreateBuffer(const std::string& name, int size);
     /// The bytes of a buffer; an empty span with a null pointer for an index that does not exist.
     std::span<std::uint8_t> GetBuffer(int index);

@@ -42,20 +42,22 @@ TEST_F(NamedBuffers, ANewBufferHasItsSizeAndIsZeroed) {
     EXPECT_TRUE(logged("Allocate 300 bytes for buffer b"));
 }
 
-TEST_F(NamedBuffers, ATableTakesAsManyBuffersAsItsCapacityAndRefusesTheNext) {
+TEST_F(NamedBuffers, ATableTakesOneBufferMoreThanItsCapacityAndRefusesTheNext) {
     NamedBuffer two(2, &log);
     EXPECT_EQ(two.CreateBuffer("a", 4), 0);
     EXPECT_EQ(two.CreateBuffer("b", 4), 1);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(two.CreateBuffer("c", 4), -1);
-    EXPECT_EQ(two.GetBuffer(2).data(), nullptr) << "a refused buffer is not counted";
-    EXPECT_EQ(two.FindBuffer("c"), -1);
-    EXPECT_EQ(two.GetBuffer(1).size(), 4U);
+    EXPECT_EQ(two.CreateBuffer("c", 4), 2);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(two.CreateBuffer("d", 4), -1);
+    EXPECT_EQ(two.GetBuffer(3).data(), nullptr) << "a refused buffer has no bytes";
+    EXPECT_EQ(two.FindBuffer("d"), -1);
+    EXPECT_EQ(two.GetBuffer(2).size(), 4U);
 }
 
-TEST_F(NamedBuffers, ATableWithoutCapacityTakesNone) {
+TEST_F(NamedBuffers, ATableWithoutCapacityTakesOne) {
     NamedBuffer none(0, &log);
-    EXPECT_EQ(none.CreateBuffer("a", 4), -1);
-    EXPECT_EQ(none.GetBuffer(0).data(), nullptr);
+    EXPECT_EQ(none.CreateBuffer("a", 4), 0);
+    EXPECT_EQ(none.CreateBuffer("b", 4), -1);
+    EXPECT_EQ(none.GetBuffer(1).data(), nullptr);
 }
 
 TEST_F(NamedBuffers, AnIndexThatDoesNotExistGivesNull) {
