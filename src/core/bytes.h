@@ -38,7 +38,7 @@ constexpr Bytes part_of(Bytes bytes, std::size_t at, int length) {
 }
 
 /// Plain 8-bit sum, modulo 256; 0 over nothing.
-constexpr std::uint8_t byte_sum(Bytes bytes) {
+constexpr std::uint8_t checksum(Bytes bytes) {
     unsigned sum = 0;
     for (const std::uint8_t byte : bytes) sum += byte;
     return static_cast<std::uint8_t>(sum);

@@ -59,7 +59,7 @@ void decode_record(HCD_VISTmodbus& driver, FuzzInput& input) {
     const bool right = input.byte() % 2 != 0;
     auto data = block(input);
     if (right) {
-        data[2] = byte_sum(Bytes(data).subspan(3, static_cast<std::size_t>(std::max(arch_record_size, 1) - 1)));
+        data[2] = checksum(Bytes(data).subspan(3, static_cast<std::size_t>(std::max(arch_record_size, 1) - 1)));
     }
     driver.process_archive_record(data, reqArchiveRecordFile);
     expect(driver.record_ok || !right, "a record with a right sum is taken");

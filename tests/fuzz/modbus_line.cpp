@@ -16,7 +16,7 @@ void put_record_sum(std::vector<std::uint8_t>& data) {
     const auto summed = static_cast<std::size_t>(std::max(arch_record_size, 1) - 1);
     if (data.size() <= SumAt) return;
     const Bytes behind = Bytes(data).subspan(SumAt + 1);
-    data[SumAt] = byte_sum(behind.first(std::min(summed, behind.size())));
+    data[SumAt] = checksum(behind.first(std::min(summed, behind.size())));
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ void build_frame(KM5_request& request) {
     sync_send_buffer(request);
     const Bytes frame(request.send_buf);
     request.CS1 = exclusive_or(frame.first(13));
-    request.CS2 = byte_sum(frame.first(14));
+    request.CS2 = checksum(frame.first(14));
 }
 
 AnswerFault find_fault(const KM5_request& request) {
@@ -50,7 +50,7 @@ AnswerFault find_fault(const KM5_request& request) {
         Bytes(request.recv_buf)
             .first(static_cast<std::size_t>(std::clamp(length - 2, 0, static_cast<int>(AnswerBytes) - 2)));
     if (received(request, length - 2) != exclusive_or(body)) return AnswerFault::CS1;
-    if (received(request, length - 1) != byte_sum(body)) return AnswerFault::CS2;
+    if (received(request, length - 1) != checksum(body)) return AnswerFault::CS2;
     if (request.recv_buf[CommandPosition] != request.cmd) return AnswerFault::Command;
     return AnswerFault::None;
 }

@@ -232,7 +232,7 @@ VISTFunctions::Outcome VISTFunctions::take_binary(const VISTRequest& row, std::s
     log_line(log, "Packet ", static_cast<unsigned long>(index), " in ", row.name,
              " FAIL [error format, binary, expected type: ", int{row.packet_type}, "]");
     log_line(log, "Packet CRC ", int{answer[PacketCrcAt]}, ", expected ",
-             int{byte_sum(Bytes(answer).subspan(PacketTypeAt))});
+             int{checksum(Bytes(answer).subspan(PacketTypeAt))});
     do_request(reqReturn);  // takes the meter out of its binary reply
     ++ErrCnt;
     pVISTdrv->stat_binary_error_bytes += static_cast<std::uint32_t>(answer.size());

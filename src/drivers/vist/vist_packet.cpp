@@ -40,7 +40,7 @@ double number_at(Bytes buffer, std::size_t at, std::size_t size) {
 }  // namespace
 
 bool is_good_packet(Bytes received, std::uint8_t type) {
-    return received.size() > PacketTypeAt && received[PacketCrcAt] == byte_sum(received.subspan(PacketTypeAt)) &&
+    return received.size() > PacketTypeAt && received[PacketCrcAt] == checksum(received.subspan(PacketTypeAt)) &&
            std::equal(std::begin(Magic), std::end(Magic), received.begin()) && received[PacketTypeAt] == type;
 }
 

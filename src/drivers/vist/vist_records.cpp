@@ -107,7 +107,7 @@ int packet_size(Bytes packet) {
 
 /// The record's own check sum over its fields.
 std::uint8_t record_crc(Bytes packet) {
-    return byte_sum(part_of(packet, RecordFields, packet_size(packet) - 9));
+    return checksum(part_of(packet, RecordFields, packet_size(packet) - 9));
 }
 
 std::string clock_text(const std::tm& tm) {
@@ -129,7 +129,7 @@ bool HCD_VIST::flush_archive_header() {
         for (const std::size_t at : {HeaderRecNum, HeaderRecNew, HeaderRecMax}) swap_bytes(bytes, at, 2);
     }
     arch_mask = le_u32(bytes, HeaderMask);
-    if (u8_at(bytes, HeaderCrc) != byte_sum(part_of(bytes, HeaderSummed, packet_size(bytes) - 4))) {
+    if (u8_at(bytes, HeaderCrc) != checksum(part_of(bytes, HeaderSummed, packet_size(bytes) - 4))) {
         log_line(log.get(), "Incoming CRC != calc CRC, return false");
         return false;
     }

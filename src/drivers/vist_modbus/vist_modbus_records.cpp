@@ -142,7 +142,7 @@ void HCD_VISTmodbus::process_archive_header(Bytes data, const ModbusRequest& /*r
 void HCD_VISTmodbus::process_archive_record(Bytes data, const ModbusRequest& /*row*/) {
     record_ok = false;
     const Bytes record = data.subspan(FileHeadBytes);
-    const std::uint8_t sum = byte_sum(record.subspan(1, static_cast<std::size_t>(std::max(arch_record_size, 1) - 1)));
+    const std::uint8_t sum = checksum(record.subspan(1, static_cast<std::size_t>(std::max(arch_record_size, 1) - 1)));
     const std::uint8_t crc = u8_at(record, 0);
     if (sum != crc) {
         log_line(log.get(), "Archive record CRC FAIL:", int{sum}, " vs ", int{crc});
