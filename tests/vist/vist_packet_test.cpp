@@ -62,9 +62,9 @@ TEST(VistPackets, APacketTooShortForItsHeaderIsNotGood) {
 }
 
 TEST(VistPackets, TheSumIsAPlainOneAndZeroOverNothing) {
-    EXPECT_EQ(byte_sum({}), 0);
-    EXPECT_EQ(byte_sum(Raw{0x01}), 1);
-    EXPECT_EQ(byte_sum(Raw{0xFF, 0xFF, 0x03}), 0x01) << "no complement, no seed";
+    EXPECT_EQ(checksum({}), 0);
+    EXPECT_EQ(checksum(Raw{0x01}), 1);
+    EXPECT_EQ(checksum(Raw{0xFF, 0xFF, 0x03}), 0x01) << "no complement, no seed";
 }
 
 TEST(VistPackets, APartNeverReachesBehindTheBytes) {
