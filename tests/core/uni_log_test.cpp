@@ -297,6 +297,16 @@ TEST_F(UniLogTest, PacketOfNegativeLengthIsAnEmptyOne) {
     EXPECT_EQ(scene.file(Path), prefix + "Dumping packet:\n\n" + prefix + "Dumping packet done.\n");
 }
 
+TEST_F(UniLogTest, PacketOnStandardOutputHasItsHeadingsTwiceAndItsRowsOnce) {
+    const std::string out = stdout_of([] {
+        UniLog log(UniLog::ToStdout, "", "");
+        log.dump_packet(std::vector<std::uint8_t>{0x0A, 0xFE});
+    });
+    const std::string prefix = Prefix;
+    EXPECT_EQ(out, prefix + "Dumping packet:Dumping packet:\n\n" + prefix + " 0x0A 0xFE\n\n" + "\n\n" + prefix +
+                       "Dumping packet done.Dumping packet done.\n\n");
+}
+
 // ---- the second channel
 
 constexpr char DebugPath[] = "/mnt/storage/DebugLog.log";

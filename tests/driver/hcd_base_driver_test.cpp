@@ -56,6 +56,7 @@ TEST_F(BaseDriver, ThatWasNeverConfiguredHasNoHooks) {
 TEST_F(BaseDriver, AnswersForItselfWhereNoFamilyDoes) {
     EXPECT_EQ(driver.max_archive_records(), 1008);
     EXPECT_EQ(driver.get_update_interval(), 360U);
+    EXPECT_EQ(driver.get_buffer_limit(), 0);
     EXPECT_TRUE(driver.is_ready());
     EXPECT_TRUE(driver.is_all_archives_ok());
     EXPECT_FALSE(driver.need_init());

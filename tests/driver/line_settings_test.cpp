@@ -1,6 +1,7 @@
 #include "driver/line_settings.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "core/gateway.h"
+#include "support/child.h"
 #include "support/scene.h"
 
 namespace {
@@ -167,6 +169,33 @@ TEST_F(SystemPort, CarriesBytesBothWays) {
 TEST_F(SystemPort, ThatIsMissingDoesNotOpen) {
     EXPECT_LT(open_line("/dev/no such port", LineOfKm5, 3, 2), 1);
     EXPECT_LT(open_line("", LineOfKm5, 3, 2), 1);
+}
+
+TEST_F(SystemPort, DoesNotBecomeTheTerminalOfTheProcess) {
+    const ChildEnd end = in_child([this] {
+        ::setsid();
+        const int fd = gateway().open_port(name.c_str());
+        return (fd > 0 ? 0 : 1) + (::open("/dev/tty", O_RDWR) < 0 ? 0 : 2);
+    });
+    EXPECT_EQ(end.status, 0);
+}
+
+TEST_F(SystemPort, IsFlushedBothWaysAndGoesOnSending) {
+    const int fd = open_line(name, LineOfVistModbus, 3, 2);
+    int on = 1;
+    if (::ioctl(master, TIOCPKT, &on) != 0) GTEST_SKIP() << "no packet mode here";
+    EXPECT_EQ(::write(master, "late", 4), 4);
+    ::tcflow(fd, TCOOFF);
+    std::uint8_t events = 0;
+    EXPECT_EQ(::read(master, &events, 1), 1);
+    EXPECT_EQ(events, TIOCPKT_STOP);
+    gateway().flush_port(fd);
+    EXPECT_EQ(::read(master, &events, 1), 1);
+    EXPECT_EQ(events, TIOCPKT_FLUSHREAD | TIOCPKT_FLUSHWRITE | TIOCPKT_START);
+    int waiting = -1;
+    EXPECT_EQ(::ioctl(fd, FIONREAD, &waiting), 0);
+    EXPECT_EQ(waiting, 0) << "what came too late is gone";
+    ::close(fd);
 }
 
 }  // namespace

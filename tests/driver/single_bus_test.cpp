@@ -2,6 +2,7 @@
 
 #include "driver/single_bus.h"
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,7 +14,6 @@
 #include "support/child.h"
 #include "support/plain_driver.h"
 #include "support/scene.h"
-#include "support/start.h"
 
 namespace {
 
@@ -68,6 +68,7 @@ class Bus : public ::testing::Test {
         if (uuid == last_answered) scene.gateway.set_service_address("http://127.0.0.1:1/");
         if (manufacturer != "known") return std::unique_ptr<HCDBaseDriver>();
         auto driver = std::make_unique<BusDriver>(*this, uuid);
+        driver->hook_ctx = 42;
         drivers.push_back(driver.get());
         return std::unique_ptr<HCDBaseDriver>(std::move(driver));
     }};
@@ -125,6 +126,7 @@ TEST_F(Bus, EachUuidGetsADriverByItsManufacturerAndItsSettings) {
     EXPECT_EQ(drivers[0]->system_type[0], "heat");
     EXPECT_EQ(drivers[0]->system_type[2], "water");
     EXPECT_EQ(drivers[0]->tty_send, &exchange_read_bytes);
+    EXPECT_EQ(drivers[0]->hook_ctx, 0U);
     EXPECT_EQ(drivers[1]->tc_sernum, 22U);
     EXPECT_EQ(drivers[1]->port_name, "/dev/b");
     EXPECT_EQ(drivers[1]->tc_baud, 4);
@@ -154,6 +156,15 @@ TEST_F(Bus, AnUnknownManufacturerGivesItsSettingsToTheDriverBeforeIt) {
     run_passes(1);
     EXPECT_EQ(cfgetospeed(&scene.gateway.line_of("/dev/a")), static_cast<speed_t>(B19200))
         << "the line is still set by the driver's own uuid";
+}
+
+TEST_F(Bus, SystemsThatAnUnknownManufacturerDoesNotHaveAreTakenFromTheDriverBeforeIt) {
+    meter("u1", "known", {.serial = 11, .system_types = {"heat", "gvs", "water"}});
+    meter("u2", "nobody", {.serial = 22, .system_types = {"", "x"}});
+    add({"u1", "u2"});
+    ASSERT_EQ(drivers.size(), 1U);
+    EXPECT_EQ(drivers[0]->subsystem_count, 1);
+    EXPECT_EQ(drivers[0]->system_type, (std::array<std::string, 6>{"", "x"}));
 }
 
 TEST_F(Bus, AnUnknownManufacturerOfTheFirstUuidsIsPassedOver) {
@@ -372,50 +383,6 @@ TEST_F(BusInAnotherHour, ThePauseIsWrittenOnceTheThirdHourComes) {
     EXPECT_FALSE(scene.exists("/tmp/extds_pause"));
     run_passes(1);
     EXPECT_EQ(scene.file("/tmp/extds_pause"), "7200");
-}
-
-// ---- the drivers of the daemon itself
-
-class BusOfTheDaemon : public ::testing::Test {
-  protected:
-    ChildEnd start(const std::string& manufacturer) {
-        scene.clear_tmp();
-        scene.gateway.add_device("/dev/a");
-        scene.service.set_meter("u1", {.serial = 12345678, .port_name = "/dev/a", .manufacturer = manufacturer});
-        return start_process(scene, {"WORD", "-j", "u1"}, 0.01);  // the loop has no pause: thousands of passes
-    }
-    bool is_km5() const { return scene.exists("/tmp/uni_logs.u1.debug.txt"); }
-
-    Scene scene;
-};
-
-TEST_F(BusOfTheDaemon, AKm5IsOneByItsFirstFourCharacters) {
-    for (const char* manufacturer : {"km-5", "km-5-6i", "km-5-6", "km-5anything"}) {
-        EXPECT_EQ(start(manufacturer).status, StillAtWork) << manufacturer;
-        EXPECT_TRUE(is_km5());
-    }
-}
-
-TEST_F(BusOfTheDaemon, AVistIsMadeAndItsRunIsNeverCalled) {
-    EXPECT_EQ(start("vis-t").status, StillAtWork);
-    EXPECT_TRUE(scene.exists("/tmp/uni_logs.u1.txt"));
-    EXPECT_FALSE(is_km5());
-    EXPECT_TRUE(scene.gateway.exchanges().empty());
-    EXPECT_EQ(scene.file("/tmp/uni_logs.u1.txt").value_or("").find("vist_run_main"), std::string::npos);
-}
-
-TEST_F(BusOfTheDaemon, ASa94IsMadeAndItsRunIsNeverCalled) {
-    EXPECT_EQ(start("sa-94-2m").status, StillAtWork);
-    EXPECT_NE(scene.file("/tmp/uni_logs.u1.general.txt").value_or("").find("SA94::SA94"), std::string::npos);
-    EXPECT_EQ(scene.file("/tmp/uni_logs.u1.messages.txt"), "") << "no iteration has begun";
-    EXPECT_TRUE(scene.gateway.exchanges().empty());
-    EXPECT_EQ(scene.item("u1", 1, "_DriverStatus"), std::nullopt);
-}
-
-TEST_F(BusOfTheDaemon, AnotherManufacturerIsUnknown) {
-    for (const char* manufacturer : {"", "km", "sa-94", "sa-94-2", "sa-94-2m-", "KM-5", "vis-t2", " vis-t"}) {
-        EXPECT_EQ(start(manufacturer).status, 1) << manufacturer;
-    }
 }
 
 }  // namespace

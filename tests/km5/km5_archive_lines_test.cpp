@@ -200,6 +200,48 @@ TEST_F(Km5Lines, ADateThatNoCalendarHoldsIsCarriedOver) {
     EXPECT_EQ(archive("A12"), "1709341200,192,0.000000\n");
 }
 
+class Km5Ahead : public Km5Lines {
+  protected:
+    static constexpr std::time_t Now = 1709373900;  // 2024-03-02 10:05:00 UTC
+
+    /// Whenever the meter is asked for a record or an event, the gateway's clock shows Now.
+    void start() {
+        start_described(meter);
+        machine.disconnect_all(Port);
+        machine.connect(Port, held);
+    }
+
+    sim::Km5Meter meter{{.model = 6}};
+    WatchedMeter held{meter, [this](std::span<const std::uint8_t> request) {
+                          const bool reads = request[4] == 65 || request[4] == 55;
+                          if (reads) machine.step_clock(static_cast<double>(Now) - machine.seconds());
+                      }};
+};
+
+TEST_F(Km5Ahead, AnHourlyRecordMayBeAWholeHourAheadAndNoSecondMore) {
+    meter.store_hourly({.at = Now + 3601});
+    meter.store_hourly({.at = Now + 3600});
+    start();
+    ASSERT_TRUE(driver->get_archives(0));
+    EXPECT_EQ(archive("A12"), "1709377500,192,0.000000\n");
+}
+
+TEST_F(Km5Ahead, ADailyRecordMayBeAWholeDayAheadAndNoSecondMore) {
+    meter.store_daily({.at = Now + 86401});
+    meter.store_daily({.at = Now + 86400});
+    start();
+    ASSERT_TRUE(driver->get_archives(1));
+    EXPECT_EQ(archive("A40"), "1709460300,192,0.000000\n");
+}
+
+TEST_F(Km5Ahead, AnEventMayBeAWholeHourAheadAndNoSecondMore) {
+    meter.store_event(Now + 3601, 0x81);
+    meter.store_event(Now + 3600, 0x82);
+    start();
+    ASSERT_TRUE(driver->get_error_archives());
+    EXPECT_EQ(archive("_A57"), "1709377500,192,2.000000\n");
+}
+
 class Km5Edge2038 : public Km5Lines {
   protected:
     Km5Edge2038() : Km5Lines("2038-01-19 02:30:00") {}

@@ -152,8 +152,12 @@ TEST_F(Km5Walk, AGapOfErasedMemoryIsPassedOver) {
 TEST_F(Km5Walk, AnUnknownTypeActsAsHourly) {
     sim::Km5Meter meter({.model = 2});
     store_hours(meter, 1);
+    meter.store_event("2024-03-02 09:10:00", 0x81);
     start_described(meter);
     EXPECT_TRUE(driver->get_archives(9));
+    EXPECT_EQ(meter.requests(65), 1U);
+    EXPECT_EQ(meter.heard().back().command(), 55) << "events are read behind the records";
+    EXPECT_EQ(meter.requests(55), 1U) << "and not in front of them";
     EXPECT_EQ(archive("A12"), "1709373600,192,0.000000\n");
     EXPECT_EQ(driver->last_request_HOUR[0], Ten);
     EXPECT_EQ(logged("messages", "Type: NOT TYPE, WARNING, choose HOURLY"), 1);
@@ -304,6 +308,16 @@ TEST_F(Km5Walk, TheWalkIsToldInTheMessagesLog) {
     EXPECT_EQ(logged_parts("messages", {"Begin = 0", ", end = 1", ", idx = 0", "Sat Mar  2 09:00:00 2024"}), 1);
     EXPECT_EQ(logged_parts("messages", {"Archives end: last_request_date: 0", " => "}), 2);
     EXPECT_EQ(logged("messages", "A12 = 1.000000"), 1);
+}
+
+TEST_F(Km5Walk, TheFirstAndTheLastIndexOfTheWalkAreTold) {
+    sim::Km5Meter meter({.model = 2});
+    store_hours(meter, 6);
+    start_described(meter);
+    meter.claim_bounds(Km5Archive::Hourly, sim::Km5Bounds{.flag = 0, .first = 2, .last = 4, .count = 3});
+    driver->get_archives(0);
+    EXPECT_EQ(logged("messages", "First archive string: 2"), 1);
+    EXPECT_EQ(logged("messages", "Last archive string: 4"), 1);
 }
 
 TEST_F(Km5Walk, EachTypeIsNamedInTheLogAndHourlyAndDailyShowInTheStatus) {

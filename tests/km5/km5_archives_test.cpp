@@ -87,6 +87,19 @@ TEST_F(Km5ArchiveTimes, TheQuestionIsLoggedForEachType) {
     EXPECT_EQ(state(), "need update archives ? ");
 }
 
+TEST_F(Km5ArchiveTimes, TheQuestionIsLoggedWithItsTimesAndItsAnswer) {
+    start_driver();
+    const std::time_t born = machine.now();
+    machine.sleep(60);
+    driver->need_update_archives(0);
+    const std::string now = "Now = " + std::to_string(machine.now());
+    EXPECT_EQ(logged("messages", now + ", last_request = " + std::to_string(born - 1800) + ", fRes = 0"), 1);
+    machine.sleep(3600);
+    driver->need_update_archives(0);
+    EXPECT_EQ(logged_parts("messages", {"Now = " + std::to_string(machine.now()) + ", last_request = ", ", fRes = 1"}),
+              1);
+}
+
 // ---- bounds
 
 class Km5ArchiveBounds : public Km5Bench {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "core/uni_log.h"
+#include "support/child.h"
 #include "support/km5_scene.h"
 
 namespace {
@@ -81,6 +83,20 @@ TEST_F(Km5Process, TheLineHasEightBitsWithoutParityAndSixTenthsOfPatience) {
         EXPECT_EQ(line.c_oflag, 0U);
         EXPECT_EQ(line.c_lflag, static_cast<tcflag_t>(IEXTEN));
     }
+}
+
+TEST_F(Km5Process, OpeningThePortIsToldNowhere) {
+    UniLog general(UniLog::ToFile, "/tmp/uni_logs.general.txt", "");
+    g_log = &general;
+    KM5_base base({Uuid}, false, false);
+    for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
+    for (const char* port : {Port, "/dev/none"}) {
+        base.port_name = port;
+        EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "") << port;
+        EXPECT_EQ(scene.file("/tmp/uni_logs.general.txt"), "");
+        for (const char* kind : {"messages", "debug", "general"}) EXPECT_TRUE(log(kind).empty());
+    }
+    g_log = nullptr;
 }
 
 TEST_F(Km5Process, APortThatDoesNotOpenIsNotTriedAgain) {

@@ -90,6 +90,27 @@ TEST_F(Km5Packs, AnErrorAnswerAtTheLastMomentLetsThePackGoOn) {
     EXPECT_EQ(logged("debug", "Request #1, cmd: 9 : Success."), 1);
 }
 
+TEST_F(Km5Packs, AGoodAnswerBehindTheLastErrorComesTooLate) {
+    meter.say(bad(), 21).say(answer(8)).say(answer(9));
+    EXPECT_FALSE(driver->do_request(pack));
+    EXPECT_EQ(meter.heard.size(), 22U);
+    EXPECT_EQ(pack.requests[0].cmd, 8);
+    EXPECT_EQ(connected(), "000000");
+    EXPECT_EQ(logged("debug", "Request #0, cmd: 8 : BRAKE. "), 1);
+    EXPECT_EQ(logged_parts("debug", {"Success."}), 0);
+    EXPECT_EQ(logged("debug", "Do_request: return false"), 1);
+}
+
+TEST_F(Km5Packs, AMeterThatFallsSilentIsNoLongerConnected) {
+    meter.say(answer(8)).say(answer(9)).say(answer(0));
+    ASSERT_TRUE(driver->do_request(pack));
+    ASSERT_TRUE(driver->Connected);
+    pack.requests.resize(1);
+    EXPECT_FALSE(driver->do_request(pack));
+    EXPECT_FALSE(driver->Connected);
+    EXPECT_EQ(connected(), "000000");
+}
+
 TEST_F(Km5Packs, SilenceThatPassesTheSumsIsNamedAsSuch) {
     // To the address 0 the request of command 0 is sixteen zeros, and so are the sums that silence is checked against.
     driver->netaddr = {};

@@ -204,6 +204,16 @@ TEST_F(Sa94Firmware, TheConversationIsOverBeforeTheSearch) {
         "debug", {"Firmware text = M461", "Response must not be, return.", "Compare firmware with M461-m"}));
 }
 
+TEST_F(Sa94Firmware, TheFirmwareIsPublishedBeforeTheConversationIsOverAndTheModelBehindIt) {
+    Texts at_end;
+    meter.listener = [&](const std::string& request) {
+        if (request == Disconnect && at_end.empty()) at_end = items();
+    };
+    ask("M461");
+    EXPECT_EQ(at_end, (Texts{"Connected", "Firmware"}));
+    EXPECT_EQ(items(), (Texts{"Connected", "Firmware", "MeterModel"}));
+}
+
 // ---- the whole description
 
 class Sa94Description : public Sa94Firmware {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,6 +23,15 @@ class Sa94EnergyOfRecords : public Sa94Bench {
   protected:
     Sa94EnergyOfRecords() { identify(10); }
 
+    /// A driver that knows nothing, and a storage that holds nothing.
+    void start_anew() {
+        scene.remove("/mnt/storage/m1");
+        scene.make_tree(Uuid);
+        machine.settle_storage();
+        start_driver();
+        identify(10);
+        newest = 0;
+    }
     static Sa94Bytes hourly(int day, int month, int year, int hour) {
         return Sa94Bytes(32).date(day, month, year).hour(hour);
     }
@@ -53,6 +63,27 @@ TEST_F(Sa94EnergyOfRecords, TheEnergyFileIsWrittenForEveryRecordChangedOrNot) {
     parse(Hourly, {hourly(2, 3, 24, 7).real(28, 0.0F)});
     EXPECT_EQ(archive("_hPrevE"), "1234.500000") << "no line end";
     EXPECT_EQ(driver->hPrevE, 1234.5);
+}
+
+TEST_F(Sa94EnergyOfRecords, ATotalIsInItsEnergyFileBeforeItsLineIsWritten) {
+    const std::tuple<int, Sa94Bytes, const char*, const char*> records[] = {
+        {Hourly, hourly(2, 3, 24, 8), "A1", "_hPrevE"}, {Daily, daily(1, 3, 24), "A29", "_dPrevE"}};
+    for (auto [type, record, total, energy_file] : records) {
+        int cuts = 0;  // while the total's line is written
+        bool cut = true;
+        for (int nth = 1; cut; ++nth) {
+            start_anew();
+            machine.cut_power_at(nth, sim::Unsynced::Kept);
+            try {
+                parse(type, {record.real(28, 7.0F)});
+                cut = false;
+            } catch (const sim::PowerCut&) {
+                cuts += archive(total).empty() ? 0 : 1;
+                EXPECT_EQ(archive(energy_file), archive(total).empty() ? "" : "7.000000") << nth;
+            }
+        }
+        EXPECT_EQ(cuts, 1) << total;
+    }
 }
 
 TEST_F(Sa94EnergyOfRecords, DailyEnergyHasAMemoryOfItsOwn) {

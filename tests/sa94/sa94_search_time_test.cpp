@@ -216,6 +216,7 @@ TEST_F(Sa94SearchLog, TellsEachStep) {
     EXPECT_EQ(logged("messages", "Start get record by timestamp for Hourly archives"), 1);
     EXPECT_EQ(logged("debug", "Start get record by timestamp for Hourly archives"), 1);
     EXPECT_EQ(logged("messages", "Search timestamp = 1709355600 => Sat Mar  2 05:00:00 2024"), 1);
+    EXPECT_EQ(logged("messages", ""), 0) << "the time brings its own line end, and no other follows";
     EXPECT_EQ(logged("messages", "Start Get First record info for Hourly archives"), 1);
     EXPECT_EQ(logged("debug", "Start search"), 1);
     EXPECT_EQ(logged("debug", "Segment_index = 2"), 1);

@@ -56,6 +56,15 @@ TEST_F(Sa94Status, StatusZero) {
     EXPECT_EQ(items(), (Texts{"Connected", "SC", "_Status", "_SubsystemType", "_SupportT3"}));
 }
 
+TEST_F(Sa94Status, IsPublishedBeforeTheConversationIsOver) {
+    Texts at_end;
+    meter.listener = [&](const std::string& request) {
+        if (request == Disconnect && at_end.empty()) at_end = items();
+    };
+    ask(11, 0);
+    EXPECT_EQ(at_end, (Texts{"Connected", "SC", "_Status", "_SubsystemType", "_SupportT3"}));
+}
+
 TEST_F(Sa94Status, EachBitByItself) {
     for (int bit = 1; bit <= 0x80; bit *= 2) {
         ask(11, bit);
@@ -136,6 +145,15 @@ TEST_F(Sa94Tubes, DiametersAndFlowsOfBothTubes) {
     EXPECT_EQ(item("M2max"), "600.000000");
     EXPECT_EQ(item("M2min"), "300.000000");
     EXPECT_EQ(items(), (Texts{"Connected", "DN1", "DN2", "M1max", "M1min", "M2max", "M2min"}));
+}
+
+TEST_F(Sa94Tubes, ArePublishedBeforeTheConversationIsOver) {
+    Texts at_end;
+    meter.listener = [&](const std::string& request) {
+        if (request == Disconnect && at_end.empty()) at_end = items();
+    };
+    ask({2, 3, 4}, {7, 10, 50});
+    EXPECT_EQ(at_end, (Texts{"Connected", "DN1", "DN2", "M1max", "M1min", "M2max", "M2min"}));
 }
 
 TEST_F(Sa94Tubes, Code11IsADiameterWithoutAFlow) {

@@ -164,6 +164,61 @@ TEST_F(VistArchives, HeadersThatDisagreeAreEmptiedAndTheHeaderIsFiledAnew) {
     EXPECT_EQ(hours_filed(), "1 2 3 4 5 6 7 8 9 10") << "the records stay as they are";
 }
 
+/// The files of a gateway whose meter cannot be asked: all of one time, but for one.
+class VistFilesOfOneTime : public VistArchives {
+  protected:
+    void look_with(const std::string& name, std::time_t other) {
+        scene.remove("/mnt/storage/m1");
+        scene.make_tree(Uuid);
+        leave_header(Ten);
+        leave_record(Ten - Hour);
+        leave_staged(name, vist_line(other, 192, 1) + "\n");
+        start_driver();
+        driver->virtdev_cnt = 1;
+        driver->sw_version = 102;
+        driver->tc_sernum = 0xFFFFFFFF;
+        driver->get_archives(0);
+    }
+    /// How many of the files have nothing in them.
+    std::size_t emptied(const VistTexts& names) const {
+        return static_cast<std::size_t>(std::count_if(
+            names.begin(), names.end(), [this](const std::string& name) { return staged(name).empty(); }));
+    }
+
+    const VistTexts headers = {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"};
+    const VistTexts records = {"A2",  "A3",  "A5",  "A7",  "A9",  "A11", "A13", "A15", "A20", "A21",
+                               "A22", "A17", "A18", "A19", "A28", "A25", "A26", "A27", "A24", "A23"};
+};
+
+TEST_F(VistFilesOfOneTime, AnyFileOfAHeaderThatDisagreesEmptiesAllOfTheHeadersAndNoOther) {
+    for (const std::string& name : headers) {
+        look_with(name, Ten - Hour);
+        EXPECT_EQ(emptied(headers), 8U) << name;
+        EXPECT_EQ(emptied(records), 1U) << name << ", A27 is fed by no record";
+        EXPECT_EQ(driver->last_request_archive_header[0], 0) << name;
+        EXPECT_EQ(driver->last_request_archive_data[0], Ten) << name;
+    }
+}
+
+TEST_F(VistFilesOfOneTime, AnyFileOfARecordThatDisagreesEmptiesAllOfTheRecordsAndNoOther) {
+    for (const std::string& name : records) {
+        look_with(name, Ten - 2 * Hour);
+        EXPECT_EQ(emptied(records), 20U) << name;
+        EXPECT_EQ(emptied(headers), 0U) << name;
+        EXPECT_EQ(driver->last_request_archive_data[0], 0) << name;
+        EXPECT_EQ(driver->last_request_archive_header[0], Ten) << name;
+    }
+}
+
+TEST_F(VistFilesOfOneTime, FilesOfNeitherListMayTellAnotherTime) {
+    for (const char* name : {"A29", "A30", "A32", "_A57", "T4"}) {
+        look_with(name, Ten - 2 * Hour);
+        EXPECT_EQ(emptied(headers), 0U) << name;
+        EXPECT_EQ(emptied(records), 1U) << name;
+        EXPECT_NE(staged(name), "") << name;
+    }
+}
+
 // ---- a meter that cannot be asked
 
 TEST_F(VistArchives, AMeterOfUnknownVirtualDevicesIsDescribedInThePlaceOfItsArchive) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/child.h"
 #include "support/vist_archive_scene.h"
 
 namespace {
@@ -79,6 +80,14 @@ TEST_F(VistProcess, TheLineHasEightBitsAndHalfASecondOfPatience) {
     }
     EXPECT_EQ(general_logged("Open tty = /dev/ttyS1"), 2);
     EXPECT_EQ(general_logged("VIST opening port - FAIL"), 0);
+}
+
+TEST_F(VistProcess, ThePortIsNamedOnStandardOutputWhetherItOpensOrNot) {
+    VIST_base base({Uuid});
+    base.port_name = Port;
+    EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "Open tty = /dev/ttyS1\n");
+    base.port_name = "/dev/none";
+    EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "Open tty = /dev/none\n");
 }
 
 TEST_F(VistProcess, APortThatDoesNotOpenIsToldOfAndNotTriedAgain) {

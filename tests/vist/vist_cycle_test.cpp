@@ -1,10 +1,13 @@
 // One run of a meter: what is read in which order, what it says of itself meanwhile, when the archive is handed over,
 // and when it counts as up to date.
 
+#include <array>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "support/child.h"
 #include "support/vist_archive_scene.h"
 
 namespace {
@@ -70,6 +73,14 @@ class VistCycle : public VistArchiveBench {
 };
 
 // ---- a new driver
+
+TEST_F(VistCycle, ANewDriverTellsStandardOutputWhereItIs) {
+    const std::string said = stdout_of([this] { driver = std::make_unique<HCD_VIST>(Uuid); });
+    std::array<char, 80> place{};
+    std::snprintf(place.data(), place.size(), "VISTFunctions, pVISTdrv pointer = %p\n",
+                  static_cast<void*>(driver.get()));
+    EXPECT_EQ(said, place.data());
+}
 
 TEST_F(VistCycle, ANewDriverKnowsNothingOfItsMeterYet) {
     start_driver();

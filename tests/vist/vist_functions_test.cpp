@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/plain_driver.h"
 #include "support/vist_scene.h"
 
 namespace {
@@ -92,6 +93,20 @@ TEST_F(VistConversations, AnAnswerToTheEndIsIgnoredWhateverItIs) {
     }
     EXPECT_EQ(driver->stat_rx_bytes, 3U * 36);
     EXPECT_EQ(driver->stat_send_errors, 0U);
+}
+
+std::vector<int> busy_flags;
+
+TEST_F(VistConversations, TheDriverIsBusyFromTheBeginningOfAConversationToItsEnd) {
+    busy_flags.clear();
+    (*driver).*(&PlainDriver::busy_hook) = [](unsigned char flag, std::uintptr_t) { busy_flags.push_back(flag); };
+    ask(reqDevCRC);
+    EXPECT_EQ(busy_flags, (std::vector<int>{1, 0}));
+    meter.keep_silent(5);
+    ask(reqDevCRC);
+    EXPECT_EQ(busy_flags, (std::vector<int>{1, 0, 1, 0})) << "a conversation that fails is over too";
+    ask(reqArchiveSetPosData, 0);
+    EXPECT_EQ(busy_flags, (std::vector<int>{1, 0, 1, 0, 1})) << "position 0 does not exist, and nobody is told";
 }
 
 TEST_F(VistConversations, TrafficIsCounted) {

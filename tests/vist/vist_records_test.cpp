@@ -19,6 +19,7 @@ struct Header {
     int enumer_rest = 0;
     int hour = 12;
     int minute = 0;
+    int year = 24;
     std::uint64_t first_total = 1001;
     std::uint64_t energy = 1008;
     int rec_num = 500;
@@ -26,7 +27,7 @@ struct Header {
     std::vector<std::uint8_t> packet() const {
         VistBytes body(little);
         body.b({9, 0, 8, 7, (little ? 0x80 : 0) | enumer_rest, 6}).n(mask, 4);
-        body.n(static_cast<std::uint64_t>(rec_num), 2).n(499, 2).n(1536, 2).b({hour, minute, 0, 2, 3, 24});
+        body.n(static_cast<std::uint64_t>(rec_num), 2).n(499, 2).n(1536, 2).b({hour, minute, 0, 2, 3, year});
         body.n(first_total, 4);
         for (std::uint64_t total = 1002; total <= 1007; ++total) body.n(total, 4);
         body.n(energy, 8).b({1, 2, 3, 4});
@@ -173,6 +174,14 @@ TEST_P(VistRecords, AHeaderOfTheSameTimeOrAnEarlierOneIsNotFiledAgain) {
     EXPECT_EQ(logged("Current header timestamp is exists, return false"), 2);
 }
 
+TEST_P(VistRecords, AHeaderBehindTheEndOfTheGatewaysTimeIsNotFiled) {
+    EXPECT_FALSE(take_header({.little = little(), .year = 99}));
+    EXPECT_EQ(logged("CRC ok"), 1);
+    EXPECT_EQ(logged("Current header timestamp is exists, return false"), 1);
+    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
+    EXPECT_EQ(driver->last_request_archive_header[0], 0);
+}
+
 TEST_P(VistRecords, AHeaderIsFiledAtItsOwnMinute) {
     ASSERT_TRUE(take_header({.little = little(), .minute = 30}));
     EXPECT_EQ(staged("A6"), "1709382600,192,100.100000\n");
@@ -294,6 +303,7 @@ TEST_P(VistRecords, TheRecordJustWrittenIsNotWrittenTwiceInOnePass) {
     EXPECT_EQ(driver->last_request_archive_data[0], Noon);
     EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
     EXPECT_EQ(logged("pVISTdrv->last_archive_record != current_timestamp, return true"), 1);
+    EXPECT_EQ(logged("Last request archive data = 1709380800"), 1);
 }
 
 TEST_P(VistRecords, ARecordGoesIntoTheDirectoryOfItsVirtualDevice) {

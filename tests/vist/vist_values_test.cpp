@@ -63,6 +63,23 @@ TEST_F(VistValues, TheMomentValuesStandInTheOrderOfTheirBits) {
     }
 }
 
+TEST_F(VistValues, OfTheIntegratorsAllButTheLastAreToldOneByOneAndOfTheMomentValuesNone) {
+    flush_moments(moments());
+    EXPECT_EQ(logged_start("Cycle ") + logged_start("Process integrator "), 0);
+    flush_integrators(integrators());
+    std::vector<std::string> told;
+    for (const std::string& line : log()) {
+        if (line.starts_with("Cycle ") || line.starts_with("Process ")) told.push_back(line);
+    }
+    ASSERT_EQ(told.size(), 14U);
+    for (std::size_t slot = 0; slot < 7; ++slot) {
+        const std::string n = std::to_string(slot);
+        EXPECT_TRUE(told[2 * slot].starts_with("Cycle " + n + ", mask 1, full ")) << told[2 * slot];
+        EXPECT_EQ(told[2 * slot + 1],
+                  "Process integrator " + n + " with mask 1, after conversion is " + std::to_string(slot + 1.0));
+    }
+}
+
 TEST_F(VistValues, AnAbsentValueTakesNoPlaceInThePacket) {
     for (std::size_t missing = 0; missing < 14; ++missing) {
         flush_moments(moments(0x3FFFU & ~(1U << missing)));

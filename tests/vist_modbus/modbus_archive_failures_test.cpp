@@ -44,6 +44,16 @@ TEST_F(ModbusArchiveFailure, AHeaderThatDoesNotComeInThirtyTriesEndsThePass) {
     EXPECT_TRUE(pass());
 }
 
+TEST_F(ModbusArchiveFailure, WithoutAHeaderTheFilesTellAllTheSameHowFarTheyAre) {
+    leave_record(Ten - 3 * Hour);
+    leave_header(Ten - 2 * Hour);
+    driver->last_request_date[0] = driver->last_request_date_header[0] = Ten + 5 * Hour;
+    meter.misbehave_next(30, at_record(sim::modbus_silence(), 0));
+    EXPECT_FALSE(pass());
+    EXPECT_EQ(driver->last_request_date[0], Ten - 3 * Hour);
+    EXPECT_EQ(driver->last_request_date_header[0], Ten - 2 * Hour);
+}
+
 TEST_F(ModbusArchiveFailure, ARecordWithAWrongSumIsAskedForUpToFiveTimes) {
     meter.spoil_record("2024-03-02 03:00", 4);
     EXPECT_TRUE(pass());

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "support/child.h"
 #include "support/modbus_scene.h"
 
 namespace {
@@ -291,6 +292,24 @@ TEST_F(ModbusCycle, TheLockIsThereAsLongAsAPassGoesOn) {
     EXPECT_FALSE(before);
     EXPECT_TRUE(during);
     EXPECT_FALSE(scene.exists("/tmp/DRV_LCK_m1"));
+}
+
+TEST_F(ModbusCycle, TheLockIsThereUntilTheFilesAreHandedOver) {
+    start();
+    leave_header(Ten);
+    leave_record(Ten - Hour);
+    let_archives_be_due();
+    // With the files gone behind a good pass the process ends in the middle of handing over, and leaves its lock.
+    meter.misbehave_next(20, sim::modbus_silence().on({.function = 20, .record = 0}));
+    machine.at(8, [this] { scene.remove("/mnt/storage/m1/1/tmp_archives"); });
+    const ChildEnd end = in_child([this] {
+        driver->run_main();
+        return 0;
+    });
+    EXPECT_EQ(end.status, 1);
+    EXPECT_TRUE(end.out.ends_with("Directory not open, error\n"));
+    EXPECT_EQ(logged("difftime => 0.000000"), 1);
+    EXPECT_TRUE(scene.exists("/tmp/DRV_LCK_m1"));
 }
 
 TEST_F(ModbusCycle, WhileAReportIsMadeThereIsNoPassAndNoLock) {

@@ -147,6 +147,44 @@ TEST_F(ModbusHeader, ATotalOf64BitsIsTakenWhole) {
     EXPECT_EQ(staged("A1"), "1709373600,192,9223372036854775808.000000\n");
 }
 
+TEST_F(ModbusHeader, ItsTotalsAreUnsigned) {
+    know_all();
+    ModbusBlock block = header();
+    for (std::size_t k = 0; k < 6; ++k) block.n(2 + 22 + 4 * k, 0x80000000 + k, 4);
+    decode(block.n(2 + 46, 0xFFFFFFFF, 4).n(2 + 58, 0, 4));
+    double total = 2147483648.0;
+    for (const char* name : {"A6", "A8", "A10", "A12", "A14", "A16"}) {
+        EXPECT_EQ(staged(name), modbus_line(Ten, 192, total) + "\n") << name;
+        total += 1;
+    }
+    EXPECT_EQ(staged("A4"), "1709373600,192,42949672.950000\n");
+    EXPECT_EQ(item("IT1"), "42949672.950000");
+}
+
+TEST_F(ModbusHeader, ItsCountsAreUnsignedAndThePlaceBehindTheLastIsZero) {
+    decode(header().n(2 + 10, 0x8001, 2).n(2 + 12, 0x8002, 2).n(2 + 14, 0xFFFF, 2));
+    EXPECT_EQ(driver->recs_count, 32769);
+    EXPECT_EQ(driver->next_rec_index, 32771);
+    EXPECT_EQ(driver->max_records, 65535);
+    decode(header().n(2 + 12, 0xFFFF, 2));
+    EXPECT_EQ(driver->next_rec_index, 0) << "sixteen bits";
+}
+
+TEST_F(ModbusHeader, AnOldHeaderStillTellsOfTheTimeWorkedAndOfItsRing) {
+    know_all();
+    driver->last_request_date_header[0] = Ten;
+    decode(header());
+    EXPECT_EQ(item("IT1"), "123.450000");
+    EXPECT_EQ(driver->arch_mask, 0x0040C883U);
+    EXPECT_EQ(driver->recs_count, 5);
+    EXPECT_EQ(driver->next_rec_index, 3);
+    EXPECT_EQ(driver->max_records, 1536);
+    EXPECT_EQ(driver->arch_precision, (std::array<std::uint8_t, 4>{2, 1, 3, 4}));
+    std::tm header_tm = driver->header_tm;
+    EXPECT_EQ(std::mktime(&header_tm), Ten);
+    EXPECT_TRUE(lines_in("tmp_archives").empty());
+}
+
 // ---- a record
 
 class ModbusRecord : public ModbusDecoding {

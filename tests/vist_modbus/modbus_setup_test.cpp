@@ -251,6 +251,14 @@ TEST_F(ModbusHeatSystem, TheLowerLimitIsAFractionOfTheUpperOne) {
                                       "M2min 1431655765.000000"}));
 }
 
+TEST_F(ModbusHeatSystem, TheDivisorOfALowerLimitIsUnsigned) {
+    ModbusBlock block = heat_system();
+    block.n(16 + 3, 0x8000, 2).n(16 + 5, 65536, 4).n(49 + 3, 0xFFFF, 2).n(49 + 5, 131070, 4);
+    decode_system(block);
+    EXPECT_EQ(waiting(),
+              (ModbusTexts{"M1max 65536.000000", "M1min 2.000000", "M2max 131070.000000", "M2min 2.000000"}));
+}
+
 TEST_F(ModbusHeatSystem, ADivisorOfZeroGivesAnInfiniteLowerLimit) {
     ModbusBlock block = heat_system();
     block.n(16 + 3, 0, 2).n(16 + 5, 10, 4);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "core/uni_log.h"
+#include "support/child.h"
 #include "support/modbus_scene.h"
 
 namespace {
@@ -81,6 +83,20 @@ TEST_F(ModbusProcess, AMeterWithParityIsRead) {
     scene.service.set_meter(Uuid, {.serial = Serial, .port_name = Port, .speed = 19200, .parity = "E"});
     run(60);
     EXPECT_EQ(item("T1"), "95.500000");
+}
+
+TEST_F(ModbusProcess, OpeningThePortIsToldNowhere) {
+    UniLog general(UniLog::ToFile, "/tmp/uni_logs.general.txt", "");
+    g_log = &general;
+    VISTmodbus_base base({Uuid});
+    clear_log();
+    for (const char* port : {Port, "/dev/none"}) {
+        base.port_name = port;
+        EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "") << port;
+        EXPECT_EQ(scene.file("/tmp/uni_logs.general.txt"), "");
+        EXPECT_TRUE(log().empty());
+    }
+    g_log = nullptr;
 }
 
 TEST_F(ModbusProcess, APortThatDoesNotOpenIsNotTriedAgain) {
