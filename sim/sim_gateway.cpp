@@ -90,6 +90,7 @@ struct SimGateway::Impl {
     int durable_writes = 0;
     int durable_error = 0;
     int writes_to_cut = 0;  // 0: the power stays on
+    Micros line_setting = 0;
     Unsynced unsynced = Unsynced::Kept;
 };
 
@@ -121,6 +122,10 @@ void SimGateway::put_noise(const std::string& device, const ByteVector& bytes) {
 
 void SimGateway::limit_writes(const std::string& device, std::size_t most) {
     impl_->lines.at(device).limit_writes(most);
+}
+
+void SimGateway::let_line_setting_take(double seconds) {
+    impl_->line_setting = micros(seconds);
 }
 
 void SimGateway::run_for(double seconds, const std::function<void()>& action) {
@@ -230,6 +235,7 @@ int SimGateway::open_port(const char* device) {
 }
 
 int SimGateway::set_line(int fd, const termios& line) {
+    if (impl_->line_setting > 0) impl_->clock.advance_to(impl_->clock.now() + impl_->line_setting);
     impl_->clock.tick();
     Impl::Port* port = impl_->port(fd);
     if (port == nullptr) return failed(EBADF);

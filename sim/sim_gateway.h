@@ -43,6 +43,9 @@ class SimGateway final : public Gateway {
 
     /// A write to `device` takes so many bytes at most from now on; 0 makes it fail.
     void limit_writes(const std::string& device, std::size_t most);
+    /// Setting a line takes so many seconds from now on. A loop that sets it in every turn and does nothing else would
+    /// go round a million times in a second of this clock.
+    void let_line_setting_take(double seconds);
 
     /// Runs `action` (in main code the endless loop) until the clock passes `seconds` from now; RunEnded is caught. An
     /// action that returns earlier ends the run where the clock stands then.

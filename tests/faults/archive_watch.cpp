@@ -86,8 +86,8 @@ void ArchiveWatch::look(const Reasons& reasons) {
 
 void ArchiveWatch::restart(const std::string& name, File& file) {
     for (const Ledger::LineId line : file.lines) ledger_.vanished(line);
+    ledger_.emptied(name);
     file = {};
-    static_cast<void>(name);
     ++emptied_;
 }
 
@@ -128,6 +128,7 @@ void ArchiveWatch::take_line(const std::string& name, File& file, const std::str
     if (!file.tears.contains(at) && !reasons.may_tear) {
         throw BrokenInvariant("a torn line that no power cut has left: " + name + " " + printable(line));
     }
+    ledger_.torn(name, line);
     ++torn_;
 }
 
@@ -136,7 +137,9 @@ void ArchiveWatch::note_tears() {
         const std::string text = part_of_file(folder_ + "/" + name, 0);
         if (text.empty() || text.back() == '\n') continue;
         const std::size_t line_end = text.rfind('\n');
-        files_[name].tears.insert(line_end == std::string::npos ? 0 : line_end + 1);
+        const std::size_t tear = line_end == std::string::npos ? 0 : line_end + 1;
+        files_[name].tears.insert(tear);
+        ledger_.torn(name, text.substr(tear));
     }
 }
 

@@ -1,5 +1,6 @@
 #include "faults/fault_plan.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <utility>
@@ -66,7 +67,7 @@ std::string fault_name(Fault fault) {
     return Names[static_cast<int>(fault)];
 }
 
-Plan draw_plan(std::uint64_t seed, int days) {
+Plan draw_plan(std::uint64_t seed, int days, double least_calm) {
     Dice dice(seed);
     Plan plan;
     // A gateway whose clock is behind that of the files trusts no file's time of change; one in eight is such.
@@ -87,7 +88,8 @@ Plan draw_plan(std::uint64_t seed, int days) {
         episode.calm_at = episode.fault_end + dice.between(60, 0.5 * Hour);
         episode.background = dice.one_in(3) ? 0.0 : dice.between(0.005, 0.05);
         episode.restart_for_calm = !dice.one_in(3);
-        episode.calm_end = episode.calm_at + (episode.restart_for_calm ? CalmBehindAStart : CalmOfOld);
+        const double calm = episode.restart_for_calm ? CalmBehindAStart : CalmOfOld;
+        episode.calm_end = episode.calm_at + std::max(calm, least_calm);
         episode.number = dice.next();
         episode.free_every = dice.between(2 * Hour, 5 * Hour);
         episode.free_offset = dice.between(0, Hour);

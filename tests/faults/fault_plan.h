@@ -60,6 +60,7 @@ struct Plan {
     std::vector<Episode> episodes;
 };
 
-Plan draw_plan(std::uint64_t seed, int days);
+/// A quiet stretch has `least_calm` seconds at least.
+Plan draw_plan(std::uint64_t seed, int days, double least_calm = 0);
 
 }  // namespace faults

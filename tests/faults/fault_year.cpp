@@ -3,12 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <utility>
 
-#include "core/entry/startup.h"
 #include "core/uni_log.h"
-#include "faults/broken_invariant.h"
 
 namespace faults {
 
@@ -18,9 +15,17 @@ constexpr const char* Berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr double Hour = 3600;
 constexpr double Day = 24 * Hour;
 constexpr double FreeWindow = 8 * 60;
-constexpr int ProcessesToALoudOne = 4;        // half of the time goes into log lines
-constexpr std::time_t HeldMargin = 3 * 3600;  // what leaves the ring during a calm stretch is owed no more
+constexpr double TimeToChangeAMeter = 15 * 60;
+constexpr double SingleBusTurn = 5;  // its loop never sleeps: two turns of a driver lie so many seconds apart
 constexpr const char* BusFlag = "/tmp/pause_tvk_all";
+
+Installation::Uuids uuids_of(const Installation& installation) {
+    Installation::Uuids uuids;
+    for (std::size_t number = 1; number <= installation.places.size(); ++number) {
+        uuids.push_back("soak-meter-" + std::to_string(number));
+    }
+    return uuids;
+}
 
 }  // namespace
 
@@ -28,48 +33,27 @@ FaultYear::FaultYear(const std::string& family, std::uint64_t seed, int days)
     : name_(family),
       seed_(seed),
       seconds_(days * Day),
-      family_(make_family(family)),
-      plan_(draw_plan(seed, days)),
+      installation_(draw_installation(family, seed)),
+      plan_(draw_plan(seed, days, installation_.least_calm())),
       scene_(plan_.start, Berlin),
       storage_(scene_.real_path("/mnt/storage")),
-      archives_(scene_.real_path(std::string("/mnt/storage/") + Uuid),
-                family_->is_staging() ? "tmp_archives" : "tc_archives", ledger_),
-      watch_((scene_.remove("/proc/leds"), scene_.root()), Uuid),
+      uuids_(uuids_of(installation_)),
+      watch_((scene_.remove("/proc/leds"), scene_.root()), uuids_),
       begin_(machine_.seconds()) {
-    scene_.service.set_meter(Uuid, family_->settings());
     machine_.add_device(Port);
-    family_->begin(right_time());
-    connect(false);
+    if (installation_.is_single_bus) machine_.let_line_setting_take(SingleBusTurn);
+    for (std::size_t number = 0; number < uuids_.size(); ++number) {
+        auto& place = installation_.places[number];
+        meters_.push_back(std::make_unique<WatchedMeter>(scene_.real_path("/mnt/storage"), uuids_[number], *place.meter,
+                                                         place.is_read));
+        scene_.service.set_meter(uuids_[number], place.meter->settings());
+        place.meter->begin(right_time());
+    }
+    connect();
 }
 
 FaultYear::~FaultYear() {
     g_log = nullptr;
-}
-
-double FaultYear::day() const {
-    return elapsed() / Day;
-}
-
-std::string FaultYear::situation() const {
-    char text[256];
-    std::snprintf(text, sizeof(text), "%s, seed %llu, day %.3f (%s), %s since day %.3f", name_.c_str(),
-                  static_cast<unsigned long long>(seed_), day(), plan_.start.c_str(),
-                  episode_ == nullptr ? "nothing" : fault_name(episode_->fault).c_str(),
-                  episode_ == nullptr ? 0.0 : episode_->fault_at / Day);
-    return text;
-}
-
-std::string FaultYear::summary() const {
-    char text[400];
-    std::snprintf(text, sizeof(text),
-                  "%s, seed %llu: %.0f days from %s, %d faults, %d processes, %d power cuts, %d of %d calm looks; "
-                  "%zu records, %zu promised, %zu found, %zu given up; %zu lines, %zu torn, %zu files emptied; log "
-                  "%zu, heap %lld",
-                  name_.c_str(), static_cast<unsigned long long>(seed_), day(), plan_.start.c_str(), faults_,
-                  processes_, power_cuts_, calm_looks_, calm_looks_ + skipped_, ledger_.records(), ledger_.promised(),
-                  ledger_.kept(), ledger_.given_up(), archives_.lines_read(), archives_.torn(), archives_.emptied(),
-                  watch_.largest_log(), watch_.heap_growth());
-    return text;
 }
 
 // ---- the plan, put on the machine's clock
@@ -92,6 +76,7 @@ void FaultYear::at(double moment, std::function<void()> action) {
             OwnWork& operator=(const OwnWork&) = delete;
             MachineWatch& watch;
         };
+        machine_.forget_exchanges();  // noted while the process ran, and counted as its memory till now
         const OwnWork own(watch_);
         action();
     });
@@ -110,14 +95,14 @@ void FaultYear::schedule(std::size_t number) {
     at(episode.begin, [this, number, &episode] {
         episode_ = &episode;
         hold_bus(true);
-        family_->misbehave(episode.background, episode.number);
+        for (const auto& meter : meters_) meter->meter.misbehave(episode.background, episode.number);
         schedule_free_windows(episode);
         schedule(number + 1);
     });
     at(episode.fault_at, [this, &episode] { begin_fault(episode); });
     at(episode.fault_end, [this, &episode] { end_fault(episode); });
     at(episode.calm_at, [this, &episode] { begin_calm(episode); });
-    at(episode.calm_end - 1, [this, &episode] { end_calm(episode); });
+    at(episode.calm_end - 1, [this] { end_calm(); });
 }
 
 void FaultYear::schedule_free_windows(const Episode& episode) {
@@ -133,11 +118,13 @@ void FaultYear::free_bus(const Episode& episode, double moment) {
     if (paused || moment + FreeWindow >= episode.calm_at) return;
     at(moment, [this] { hold_bus(false); });
     at(moment + FreeWindow, [this, &episode] {
-        if (elapsed() < episode.calm_at) hold_bus(true);
+        if (elapsed() < episode.calm_at && !bus_stays_free_) hold_bus(true);
     });
     const auto number = static_cast<std::uint64_t>(moment) ^ episode.number;
-    if (number % 3 == 0) at(moment + 60, [this] { scene_.touch(std::string("/tmp/tvk_force_update_") + Uuid); });
-    if (number % 5 == 0) at(moment, [this] { scene_.touch(std::string("/tmp/tvk_force_update_archives_") + Uuid); });
+    for (const std::string& uuid : uuids_) {
+        if (number % 3 == 0) at(moment + 60, [this, uuid] { scene_.touch("/tmp/tvk_force_update_" + uuid); });
+        if (number % 5 == 0) at(moment, [this, uuid] { scene_.touch("/tmp/tvk_force_update_archives_" + uuid); });
+    }
 }
 
 void FaultYear::hold_bus(bool held) {
@@ -156,18 +143,13 @@ void FaultYear::begin_fault(const Episode& episode) {
     Dice dice(episode.number);
     switch (episode.fault) {
         case Fault::Noise:
-            return family_->misbehave(dice.between(0.1, 0.7), dice.next());
         case Fault::CutAnswers:
-            return family_->cut_answers(dice.between(0.1, 0.7), dice.next());
+            return disturb(episode);
         case Fault::Silence:
-            return machine_.disconnect_all(Port);
-        case Fault::StrayBytes:
-            if (family_->has_check_sums()) strew_bytes(episode);
-            return;
         case Fault::Swap:
-            // Nobody changes a meter faster than a pass over the archive breaks off.
-            machine_.disconnect_all(Port);
-            return at(elapsed() + 900, [this] { connect(true); });
+            return begin_absence(episode);
+        case Fault::StrayBytes:
+            return strew_bytes(episode);
         case Fault::ClockForward:
         case Fault::ClockBack: {
             constexpr double Steps[] = {90, 3700, 5 * Hour, 8 * Hour, 50 * Hour};
@@ -175,7 +157,7 @@ void FaultYear::begin_fault(const Episode& episode) {
             return step_clock(episode.fault == Fault::ClockForward ? step : -step);
         }
         case Fault::Pause:
-            scene_.touch(std::string("/tmp/RPRT_LCK_") + Uuid);
+            for (const std::string& uuid : uuids_) scene_.touch("/tmp/RPRT_LCK_" + uuid);
             return hold_bus(true);
         case Fault::Restart:
             return kill();
@@ -197,40 +179,96 @@ void FaultYear::begin_fault(const Episode& episode) {
     }
 }
 
+void FaultYear::disturb(const Episode& episode) {
+    for (const auto& meter : meters_) {
+        Dice dice(episode.number);
+        const double rate = dice.between(0.1, 0.7);
+        if (episode.fault == Fault::Noise) {
+            meter->meter.misbehave(rate, dice.next());
+        } else {
+            meter->meter.cut_answers(rate, dice.next());
+        }
+    }
+}
+
+/// One meter is silent, or another one hangs in its place. Its neighbours must go on being read meanwhile, for which
+/// they have the bus.
+void FaultYear::begin_absence(const Episode& episode) {
+    absent_ = &victim(episode);
+    connect();
+    if (meters_.size() > 1 && !installation_.is_single_bus) {
+        bus_stays_free_ = true;
+        hold_bus(false);
+    }
+    if (episode.fault == Fault::Silence) return;
+    // Nobody changes a meter faster than a pass over the archive breaks off.
+    at(elapsed() + TimeToChangeAMeter, [this] {
+        replaced_ = std::exchange(absent_, nullptr);
+        connect();
+    });
+}
+
 void FaultYear::end_fault(const Episode& episode) {
-    family_->misbehave(episode.background, episode.number + 1);
-    scene_.remove(std::string("/tmp/RPRT_LCK_") + Uuid);
+    for (const auto& meter : meters_) meter->meter.misbehave(episode.background, episode.number + 1);
+    for (const std::string& uuid : uuids_) scene_.remove("/tmp/RPRT_LCK_" + uuid);
     machine_.fail_durable(0);
     if (episode.fault == Fault::LostDurability) machine_.settle_storage();  // written in the background by now
     storage_.recover();
-    if (episode.fault == Fault::Silence || episode.fault == Fault::Swap) connect(false);
+    absent_ = replaced_ = nullptr;
+    connect();
     look();
-    if (episode.fault == Fault::DiskFull || episode.fault == Fault::ReadOnly) {
-        archives_.note_tears();
-        storage_fault_ = false;
-        ledger_.give_up_missing();
+    if (bus_stays_free_) {
+        look_at_neighbours(episode);
+        bus_stays_free_ = false;
+        hold_bus(true);
     }
-    if (episode.fault == Fault::Swap) ledger_.give_up_missing();
-    if (episode.fault == Fault::VanishedFolder) {
-        for (int n = 1; n <= 6; ++n) {
-            scene_.write("/mnt/storage/" + std::string(Uuid) + "/" + std::to_string(n) + "/" +
-                             folder_to_vanish(episode) + "/.again",
-                         "");
-            scene_.remove("/mnt/storage/" + std::string(Uuid) + "/" + std::to_string(n) + "/" +
-                          folder_to_vanish(episode) + "/.again");
-        }
-        ledger_.give_up_missing();
-    }
+    doubt_after(episode);
     if (episode.fault != Fault::ClockForward && episode.fault != Fault::ClockBack) return;
     step_clock(-stepped_);
-    ledger_.give_up_missing(YearFamily::EventArchive);
     if (episode.number % 5 < 3) kill();
 }
 
-void FaultYear::connect(bool other) {
-    other_there_ = other;
+/// What the process may take for read, though it was not written.
+void FaultYear::doubt_after(const Episode& episode) {
+    // An answer that came before the fault may have been written in it.
+    const auto since = static_cast<std::time_t>(begin_ + episode.fault_at) - 60;
+    switch (episode.fault) {
+        case Fault::DiskFull:
+        case Fault::ReadOnly:
+            if (!storage_fault_) return;
+            storage_fault_ = false;
+            for (const auto& meter : meters_) {
+                meter->archives.note_tears();
+                meter->doubt_what_was_asked(since);
+            }
+            return;
+        case Fault::Swap:
+            return victim(episode).doubt_what_another_was_asked(since);
+        case Fault::VanishedFolder:
+            make_folder_again(episode);
+            // All that was ever read is gone, and the process does not look.
+            if (!victim(episode).meter.is_staging()) victim(episode).doubt_what_was_asked(0);
+            return;
+        case Fault::ClockBack:
+            // An event of the future, which is more than an hour ahead, is passed over for good.
+            for (const auto& meter : meters_) {
+                if (stepped_ < -Hour) meter->doubt_events_asked(since);
+            }
+            return;
+        default:
+            return;
+    }
+}
+
+void FaultYear::connect() {
     machine_.disconnect_all(Port);
-    machine_.connect(Port, family_->meter(other));
+    for (const auto& meter : meters_) {
+        if (meter.get() != absent_) machine_.connect(Port, meter->meter.meter(meter.get() == replaced_));
+    }
+}
+
+WatchedMeter& FaultYear::victim(const Episode& episode) const {
+    return *meters_[Dice(episode.number + 7).below(meters_.size())];
 }
 
 void FaultYear::step_clock(double seconds) {
@@ -241,6 +279,9 @@ void FaultYear::step_clock(double seconds) {
 }
 
 void FaultYear::strew_bytes(const Episode& episode) {
+    for (const auto& meter : meters_) {
+        if (meter->is_read && !meter->meter.has_check_sums()) return;
+    }
     Dice dice(episode.number + 2);
     for (double moment = elapsed(); moment < episode.fault_end; moment += dice.between(1, 600)) {
         sim::ByteVector bytes(1 + dice.below(40));
@@ -251,7 +292,7 @@ void FaultYear::strew_bytes(const Episode& episode) {
 
 /// Without the folder that it stages into, a process ends when a pass is over; such a folder goes with a restart.
 std::string FaultYear::folder_to_vanish(const Episode& episode) const {
-    if (!family_->is_staging()) return "tc_archives";
+    if (!victim(episode).meter.is_staging()) return "tc_archives";
     constexpr const char* Folders[] = {"tc_archives", "tc_tmp_archives", "tmp_archives"};
     return Folders[episode.number % 3];
 }
@@ -261,125 +302,45 @@ void FaultYear::vanish(const Episode& episode) {
     look();
     for (int n = 1; n <= 6; ++n) {
         const std::string place = std::to_string(n) + "/" + folder;
-        scene_.remove("/mnt/storage/" + std::string(Uuid) + "/" + place);
-        archives_.forget(place);
+        scene_.remove("/mnt/storage/" + victim(episode).uuid + "/" + place);
+        victim(episode).archives.forget(place);
     }
     machine_.settle_storage();
-    ledger_.give_up_all();
     if (folder == "tmp_archives") kill();
+}
+
+void FaultYear::make_folder_again(const Episode& episode) {
+    for (int n = 1; n <= 6; ++n) {
+        const std::string file = "/mnt/storage/" + victim(episode).uuid + "/" + std::to_string(n) + "/" +
+                                 folder_to_vanish(episode) + "/.again";
+        scene_.write(file, "");
+        scene_.remove(file);
+    }
 }
 
 void FaultYear::begin_calm(const Episode& episode) {
     machine_.cut_power_at(0, unsynced_);
-    family_->misbehave(0, 0);
     hold_bus(false);
     look();
-    const bool deaf =
-        (machine_.seconds() + 1 < latest_wall_ && !episode.restart_for_calm) || family_->is_held_up(right_time());
-    calm_since_ = deaf ? std::nullopt : std::optional(right_time());
-    if (deaf) ++skipped_;
+    for (const auto& meter : meters_) {
+        meter->meter.misbehave(0, 0);
+        const bool deaf = is_deaf(*meter) && !episode.restart_for_calm;
+        const bool owed = meter->is_read && !deaf && !meter->meter.is_held_up(right_time());
+        meter->calm_since = owed ? std::optional(right_time()) : std::nullopt;
+        if (meter->is_read && !owed) ++skipped_;
+    }
     if (episode.restart_for_calm) kill();
 }
 
-void FaultYear::end_calm(const Episode& /*episode*/) {
+void FaultYear::end_calm() {
     look();
-    if (family_->is_staging()) archives_.look_at_copies();
-    if (!calm_since_) return;
-    ++calm_looks_;
-    const auto missing =
-        ledger_.first_missing(*calm_since_, [this](int archive) { return family_->oldest_held(archive) + HeldMargin; });
-    if (missing) throw BrokenInvariant("lost, though the meter still holds its record: " + *missing);
-}
-
-// ---- processes
-
-void FaultYear::live() {
-    ++processes_;
-    bool cut = false;
-    watch_.process_begins();
-    latest_wall_ = machine_.seconds();
-    try {
-        open_logs(processes_ % ProcessesToALoudOne == 1);
-        g_uuid_list = {Uuid};
-        running_ = true;
-        machine_.run_for(seconds_ - elapsed(), [this] {
-            init_directories();
-            family_->live(Uuid);
-        });
-    } catch (const ProcessKilled&) {
-        watch_.end_own_work();
-    } catch (const sim::PowerCut&) {
-        cut = true;
+    for (const auto& meter : meters_) {
+        if (meter->meter.is_staging()) meter->archives.look_at_copies();
+        if (!meter->calm_since || meter->meter.is_misdated(right_time())) continue;
+        ++calm_looks_;
+        meter->ledger.give_up_doubtful();
+        meter->look_for_missing(*meter->calm_since);
     }
-    running_ = false;
-    g_log = nullptr;
-    general_.reset();
-    machine_.forget_exchanges();
-    watch_.process_is_gone(2 * machine_.sleeps().size() * sizeof(unsigned) + 4 * archives_.bytes() +
-                           400 * ledger_.records());
-    watch_.process_ended();
-    if (cut) return after_power_cut();
-    look();
-    ledger_.give_up_begun();
-}
-
-/// A log whose path is a folder is not written.
-void FaultYear::open_logs(bool loud) {
-    for (const char* name : {".txt", ".messages.txt", ".debug.txt", ".general.txt"}) {
-        const std::string path = std::string("/tmp/uni_logs.") + Uuid + name;
-        scene_.remove(path);
-        if (!loud) scene_.touch(path + "/no file");
-    }
-    if (!loud) return;
-    general_ = std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs.general.txt", "");
-    g_log = general_.get();
-}
-
-void FaultYear::kill() const {
-    if (running_) throw ProcessKilled{};
-}
-
-void FaultYear::after_power_cut() {
-    ++power_cuts_;
-    machine_.cut_power_at(0, unsynced_);
-    may_have_thrown_away_ = true;
-    if (tear_length_ > 0) {
-        archives_.tear_zeros(tear_length_);
-        machine_.settle_storage();
-    }
-    archives_.note_tears();
-    look();
-    ledger_.give_up_begun();
-    scene_.clear_tmp();
-    if (bus_held_) hold_bus(true);
-    trail_ = 0;
-    Dice dice(episode_->number + 3);
-    const double off = dice.one_in(2) ? dice.between(30, 600) : dice.between(Hour, 4 * Hour);
-    const double until = std::min({elapsed() + off, episode_->fault_end, seconds_});
-    if (until > elapsed()) machine_.sleep(static_cast<unsigned>(until - elapsed()));
-}
-
-// ---- looks
-
-std::size_t FaultYear::trail_bytes() const {
-    std::size_t sum = 0;
-    for (int n = 1; n <= 6; ++n) {
-        sum += scene_.file("/tmp/arch.integrity.fail." + std::to_string(n)).value_or("").size();
-    }
-    return sum;
-}
-
-void FaultYear::look() {
-    machine_.forget_exchanges();
-    latest_wall_ = std::max(latest_wall_, machine_.seconds());
-    const std::time_t now = right_time();
-    for (YearRecord& record : family_->collect(now)) ledger_.add(std::move(record), now);
-    const std::size_t trail = trail_bytes();
-    const bool thrown_away = trail != trail_ || may_have_thrown_away_ || storage_fault_;
-    archives_.look({.may_tear = storage_fault_, .may_shrink = family_->throws_away() && thrown_away});
-    trail_ = trail;
-    may_have_thrown_away_ = false;
-    watch_.look();
 }
 
 }  // namespace faults

@@ -1,5 +1,5 @@
 #pragma once
-// A year of one meter and one process, with everything going wrong that a seed has drawn, and a look at what holds at
+// A year of one line and its process, with everything going wrong that a seed has drawn, and a look at what holds at
 // every moment after each hour and at the end of each fault.
 
 #include <cstddef>
@@ -7,15 +7,14 @@
 #include <ctime>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
+#include <vector>
 
-#include "faults/archive_watch.h"
 #include "faults/fault_plan.h"
-#include "faults/ledger.h"
+#include "faults/installation.h"
 #include "faults/machine_watch.h"
 #include "faults/private_storage.h"
-#include "faults/year_family.h"
+#include "faults/watched_meter.h"
 #include "support/scene.h"
 
 class UniLog;
@@ -34,13 +33,14 @@ class FaultYear {
     /// What the year was about when it ended, or broke.
     std::string situation() const;
     std::string summary() const;
+    /// What stands on the line.
+    std::string models() const { return installation_.models(); }
     int calm_looks() const { return calm_looks_; }
-    std::size_t lines_read() const { return archives_.lines_read(); }
-    std::size_t records_found() const { return ledger_.kept(); }
+    std::size_t lines_read() const;
+    std::size_t records_found() const;
 
   private:
     struct ProcessKilled {};
-    static constexpr const char* Uuid = "soak-meter";
     static constexpr const char* Port = "/dev/ttyS1";
 
     // ---- the plan, put on the machine's clock
@@ -55,13 +55,19 @@ class FaultYear {
     // ---- faults
     void begin_fault(const Episode& episode);
     void end_fault(const Episode& episode);
-    void connect(bool other);
+    void connect();
+    void disturb(const Episode& episode);
+    void begin_absence(const Episode& episode);
+    void doubt_after(const Episode& episode);
     void step_clock(double seconds);
     void strew_bytes(const Episode& episode);
     void vanish(const Episode& episode);
     std::string folder_to_vanish(const Episode& episode) const;
+    void make_folder_again(const Episode& episode);
+    /// The one meter that a fault of one meter befalls.
+    WatchedMeter& victim(const Episode& episode) const;
     void begin_calm(const Episode& episode);
-    void end_calm(const Episode& episode);
+    void end_calm();
 
     // ---- processes
     void live();
@@ -71,19 +77,24 @@ class FaultYear {
 
     // ---- looks
     void look();
+    void look_at_neighbours(const Episode& episode);
+    bool is_deaf(const WatchedMeter& meter) const;
     std::size_t trail_bytes() const;
+    std::size_t explained_bytes() const;
+    template <typename Number>
+    std::size_t sum_of(Number number) const;
     double elapsed() const { return machine_.seconds() - stepped_ - begin_; }
     std::time_t right_time() const { return static_cast<std::time_t>(machine_.seconds() - stepped_); }
 
     const std::string name_;
     const std::uint64_t seed_;
     const double seconds_;
-    std::unique_ptr<YearFamily> family_;
+    Installation installation_;
     Plan plan_;
     Scene scene_;
     PrivateStorage storage_;
-    Ledger ledger_;
-    ArchiveWatch archives_;
+    Installation::Uuids uuids_;
+    std::vector<std::unique_ptr<WatchedMeter>> meters_;
     MachineWatch watch_;
     sim::SimGateway& machine_ = scene_.gateway;
     const double begin_;
@@ -91,12 +102,14 @@ class FaultYear {
     std::unique_ptr<UniLog> general_;
     bool running_ = false;
     bool bus_held_ = false;
-    bool other_there_ = false;
+    bool bus_stays_free_ = false;
+    const WatchedMeter* absent_ = nullptr;    ///< from the line
+    const WatchedMeter* replaced_ = nullptr;  ///< by another one
     double stepped_ = 0;
-    double latest_wall_ = 0;                 ///< that this process has seen
-    bool storage_fault_ = false;             ///< since the last look
-    bool may_have_thrown_away_ = false;      ///< likewise
-    std::optional<std::time_t> calm_since_;  ///< nothing while what is promised cannot be asked for
+    double latest_wall_ = 0;             ///< that this process has seen
+    bool storage_fault_ = false;         ///< since the last look
+    bool may_have_thrown_away_ = false;  ///< likewise
+    std::time_t process_began_ = 0;
     const Episode* episode_ = nullptr;
     sim::Unsynced unsynced_ = sim::Unsynced::Kept;
     std::size_t tear_length_ = 0;
@@ -105,6 +118,7 @@ class FaultYear {
     int power_cuts_ = 0;
     int calm_looks_ = 0;
     int skipped_ = 0;
+    int neighbour_looks_ = 0;
     int faults_ = 0;
 };
 

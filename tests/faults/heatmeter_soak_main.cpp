@@ -26,8 +26,8 @@ struct Options {
 /// False when something broke.
 bool run_year(const std::string& family, std::uint64_t seed, int days) {
     const auto begin = std::chrono::steady_clock::now();
-    std::cout << family << ", seed " << seed << ", " << days << " days" << std::endl;
     faults::FaultYear year(family, seed, days);
+    std::cout << family << ", seed " << seed << ", " << days << " days: " << year.models() << std::endl;
     try {
         year.run();
     } catch (const faults::BrokenInvariant& broken) {
@@ -71,14 +71,14 @@ bool run_that_year(const Options& options) {
 int main(int argc, char** argv) {
     Options options;
     CLI::App app(
-        "Years of one meter and one process with everything going wrong that a seed has drawn.\n"
+        "Years of one line and its process with everything going wrong that a seed has drawn, the meters too.\n"
         "Fresh seeds until --minutes are over, a year of each family at least; a year that has begun is ended.\n"
         "With --seed: that year again, exactly. Exit status 1 when something that always holds did not.",
         "heatmeter-soak");
     auto* const seed = app.add_option("--seed", options.seed, "What all faults are drawn from")->type_name("N");
     std::vector<std::string> names = faults::family_names();
     names.emplace_back("all");
-    app.add_option("--family", options.family, "KM5, VIST, VISTmodbus, SA94 or all")
+    app.add_option("--family", options.family, "KM5, VIST, VISTmodbus, SA94, SingleBus or all")
         ->check(CLI::IsMember(names))
         ->capture_default_str();
     app.add_option("--days", options.days, "Length of a year")->check(CLI::Range(1, 3650))->capture_default_str();

@@ -22,12 +22,13 @@ constexpr std::size_t MostTrailBytes = 512 * 1024;       // a date line each tim
 constexpr std::size_t MostStateBytes = 1024;
 constexpr std::size_t MostItemBytes = 256;
 constexpr std::size_t MostFiles = 1000;             // of one meter, below /tmp
-constexpr std::size_t MostRunningDescriptors = 24;  // of a process with one meter, beside those of the test
+constexpr std::size_t MostRunningDescriptors = 24;  // of a process, beside those of the test
 constexpr std::size_t SpareDescriptors = 3;         // the service's own connections come and go
 constexpr long long MostHeapBytes = 16 << 20;
 
 long long heap_in_use() {
-    return static_cast<long long>(::mallinfo2().uordblks);
+    const struct mallinfo2 heap = ::mallinfo2();
+    return static_cast<long long>(heap.uordblks + heap.hblkhd);  // large pieces are mapped, and counted by themselves
 }
 
 std::size_t open_descriptors() {
@@ -50,7 +51,11 @@ std::size_t bound_of(const std::string& path) {
 
 }  // namespace
 
-MachineWatch::MachineWatch(std::string root, std::string uuid) : root_(std::move(root)), uuid_(std::move(uuid)) {
+MachineWatch::MachineWatch(std::string root, const std::string& uuid)
+    : MachineWatch(std::move(root), std::vector<std::string>{uuid}) {}
+
+MachineWatch::MachineWatch(std::string root, std::vector<std::string> uuids)
+    : root_(std::move(root)), uuids_(std::move(uuids)) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root_)) {
         elsewhere_.insert(entry.path().string());
     }
@@ -59,7 +64,7 @@ MachineWatch::MachineWatch(std::string root, std::string uuid) : root_(std::move
 void MachineWatch::look() const {
     look_at_paths();
     look_at_tmp();
-    look_at_items();
+    for (const std::string& uuid : uuids_) look_at_items(uuid);
     if (descriptors_ != 0 && open_descriptors() > descriptors_ + MostRunningDescriptors) {
         throw BrokenInvariant("open descriptors: " + std::to_string(open_descriptors()));
     }
@@ -75,7 +80,9 @@ void MachineWatch::look_at_paths() const {
         }
     }
     for (const char* top : {"/tmp/", "/mnt/storage/"}) {
-        if (fs::exists(top + uuid_)) throw BrokenInvariant("a path of the machine itself: " + (top + uuid_));
+        for (const std::string& uuid : uuids_) {
+            if (fs::exists(top + uuid)) throw BrokenInvariant("a path of the machine itself: " + (top + uuid));
+        }
     }
 }
 
@@ -93,12 +100,12 @@ void MachineWatch::look_at_tmp() const {
             throw BrokenInvariant(path.substr(root_.size()) + " has " + std::to_string(size) + " bytes");
         }
     }
-    if (files > MostFiles) throw BrokenInvariant(std::to_string(files) + " files below /tmp");
+    if (files > MostFiles * uuids_.size()) throw BrokenInvariant(std::to_string(files) + " files below /tmp");
 }
 
-void MachineWatch::look_at_items() const {
+void MachineWatch::look_at_items(const std::string& uuid) const {
     for (int n = 1; n <= 6; ++n) {
-        const std::string items = root_ + "/tmp/" + uuid_ + "/" + std::to_string(n) + "/tc_items/";
+        const std::string items = root_ + "/tmp/" + uuid + "/" + std::to_string(n) + "/tc_items/";
         const std::string connected = text_of(items + "Connected");
         if (connected != "" && connected != "0" && connected != "1") {
             throw BrokenInvariant("Connected is \"" + connected + "\"");

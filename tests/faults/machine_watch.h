@@ -4,13 +4,16 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace faults {
 
 class MachineWatch {
   public:
     /// `root` stands for "/".
-    MachineWatch(std::string root, std::string uuid);
+    MachineWatch(std::string root, const std::string& uuid);
+    /// Several meters of one process.
+    MachineWatch(std::string root, std::vector<std::string> uuids);
 
     /// While a process runs. Throws BrokenInvariant, as all below.
     void look() const;
@@ -32,10 +35,10 @@ class MachineWatch {
   private:
     void look_at_paths() const;
     void look_at_tmp() const;
-    void look_at_items() const;
+    void look_at_items(const std::string& uuid) const;
 
     std::string root_;
-    std::string uuid_;
+    std::vector<std::string> uuids_;
     std::set<std::string> elsewhere_;  ///< paths outside of /tmp and /mnt/storage
     std::size_t descriptors_ = 0;      ///< 0: not known yet
     long long heap_ = 0;

@@ -1,15 +1,16 @@
 // SA-94: hourly and daily records, written once a pass has read them. Events are not owed: a run of events passes over
 // some of each later block.
 
+#include <algorithm>
 #include <array>
+#include <cstdio>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <utility>
 
-#include "config/config_client.h"
-#include "core/gateway.h"
-#include "drivers/sa94/sa94.h"
-#include "faults/year_family.h"
+#include "faults/fault_plan.h"
+#include "faults/year_meter.h"
 #include "sa94_meter.h"
 
 namespace faults {
@@ -20,18 +21,51 @@ using sim::Sa94Archive;
 
 constexpr std::uint32_t Address = 0x2A13F;
 constexpr std::time_t HoursBetweenEvents = 9;
-constexpr unsigned IterationPause = 5;
+constexpr int Minute = 60;
 constexpr std::array Archives = {Sa94Archive::Errors, Sa94Archive::Hourly, Sa94Archive::Daily};
 
-class Sa94Year final : public YearFamily {
+static_assert(static_cast<int>(Sa94Archive::Errors) == YearMeter::EventKind);
+
+/// Every form of memory and records. M411, as 100, 101 and 300, has records of which nobody knows the form: of those
+/// nothing is filed.
+constexpr const char* Firmwares[] = {"M100", "200",  "M300", "M101", "201",    "MTE1",
+                                     "301",  "M301", "M451", "M461", "M451-m", "M411"};
+/// Masses; volumes in the first two channels of those that have the choice; no third temperature.
+constexpr std::uint8_t Statuses[] = {0x06, 0x46, 0x00};
+
+sim::Sa94Config draw_config(Dice& dice) {
+    return {.address = Address,
+            .firmware = Firmwares[dice.below(std::size(Firmwares))],
+            .status = Statuses[dice.below(std::size(Statuses))],
+            .clock_offset = 40};
+}
+
+/// A process that starts looks into these for the newest time.
+bool tells_progress(const std::string& file) {
+    if (!file.starts_with("A")) return file == "_A57";
+    constexpr int LastHourly = 16;
+    constexpr int Daily[] = {29, 32, 34, 40, 42};
+    const int number = std::stoi(file.substr(1));
+    return number <= LastHourly || std::find(std::begin(Daily), std::end(Daily), number) != std::end(Daily);
+}
+
+class Sa94Year final : public YearMeter {
   public:
+    explicit Sa94Year(const sim::Sa94Config& config) : own_(config), other_(config) {}
+
+    std::string model() const override {
+        char text[32];
+        std::snprintf(text, sizeof(text), ", status 0x%02X", own_.config().status);
+        return "SA-94 with " + own_.config().firmware + text;
+    }
+
     sim::MeterSettings settings() const override {
         return {.serial = Address, .port_name = "/dev/ttyS1", .manufacturer = "sa-94-2m"};
     }
 
     void begin(std::time_t now) override {
         own_.fill(Sa94Archive::Hourly, {.records = 24 * 20, .newest = now / Hour * Hour - 3 * Hour});
-        own_.fill(Sa94Archive::Daily, {.records = 30, .newest = sim::Sa94When(now / 86400 * 86400 - 3 * 86400)});
+        own_.fill(Sa94Archive::Daily, {.records = 30, .newest = sim::Sa94When(now - 24 * Hour)});
         own_.record_archives(true, now / Hour * Hour - 2 * Hour);
         other_.record_archives(true, now - 60 * 24 * Hour);
         next_event_ = now + Hour;
@@ -60,7 +94,8 @@ class Sa94Year final : public YearFamily {
         }
         std::vector<YearRecord> all;
         for (const Sa94Archive archive : Archives) {
-            take(own_, archive, taken_[{false, archive}], archive != Sa94Archive::Errors, all);
+            const bool promised = archive != Sa94Archive::Errors && !firmware().columns(archive).empty();
+            take(own_, archive, taken_[{false, archive}], promised, all);
             take(other_, archive, taken_[{true, archive}], false, all);
         }
         return all;
@@ -73,20 +108,19 @@ class Sa94Year final : public YearFamily {
 
     bool has_check_sums() const override { return false; }
 
-    void live(const std::string& uuid) override {
-        SA94 driver(uuid);
-        read_driver_config(driver);
-        driver.open_tty();
-        while (true) {
-            driver.run_main();
-            gateway().sleep(IterationPause);
-        }
+    std::time_t last_asked(int archive, bool other) override {
+        const unsigned low_segment = own_.memory().shape(static_cast<Sa94Archive>(archive)).low_segment;
+        return last_heard((other ? other_ : own_).heard(), [&](const sim::Sa94Heard& heard) {
+            const unsigned segment = heard.request.segment;
+            return heard.request.kind == sim::Sa94Kind::Block && segment - low_segment < 2;
+        });
     }
 
+    double least_calm() const override { return (own_.memory().extended() ? 75 : 45) * Minute; }
+    double calm_beside_another() const override { return least_calm(); }
+
   private:
-    static sim::Sa94Config config() {
-        return {.address = Address, .firmware = "M300", .status = 0x06, .clock_offset = 40};
-    }
+    sim::Sa94Firmware firmware() const { return sim::sa94_firmware(own_.config().firmware); }
     void set_faults(double rate, std::uint64_t seed, const std::vector<sim::Sa94Fault>& faults) {
         for (sim::Sa94Meter* meter : {&own_, &other_}) {
             meter->behave();
@@ -107,15 +141,15 @@ class Sa94Year final : public YearFamily {
             taken.newest = record.time;
             YearRecord result{.archive = static_cast<int>(archive), .time = record.time, .promised = promised};
             for (const sim::Sa94FileValue& value : meter.record_files(archive, record)) {
-                result.lines.push_back(
-                    {"1/tc_archives/" + value.file, year_line(value.time, value.quality, value.value)});
+                result.lines.push_back({"1/tc_archives/" + value.file,
+                                        year_line(value.time, value.quality, value.value), tells_progress(value.file)});
             }
             all.push_back(std::move(result));
         }
     }
 
-    sim::Sa94Meter own_{config()};
-    sim::Sa94Meter other_{config()};
+    sim::Sa94Meter own_;
+    sim::Sa94Meter other_;
     std::map<std::pair<bool, Sa94Archive>, Taken> taken_;
     std::time_t next_event_ = 0;
     unsigned event_ = 0;
@@ -123,8 +157,8 @@ class Sa94Year final : public YearFamily {
 
 }  // namespace
 
-std::unique_ptr<YearFamily> make_sa94_year() {
-    return std::make_unique<Sa94Year>();
+std::unique_ptr<YearMeter> make_sa94_meter(Dice& dice) {
+    return std::make_unique<Sa94Year>(draw_config(dice));
 }
 
 }  // namespace faults

@@ -1,6 +1,7 @@
 #include "support/km5_lines.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -19,27 +20,43 @@ std::time_t day_before(std::time_t midnight) {
     return std::mktime(&tm);
 }
 
-}  // namespace
-
-const std::vector<Km5LinePlace>& km5_places(int model) {
-    static const std::vector<Km5LinePlace> model_2 = {
-        {7, "A12", "A40", true},  {8, "A14", "A42", true},  {10, "A6", "A34", true},  {11, "A8", "A36", true},
-        {12, "A1", "A29", true},  {13, "A4", "A32", true},  {1, "A17", "A45", false}, {2, "A18", "A46", false},
-        {4, "A20", "A48", false}, {5, "A21", "A49", false},
-    };
-    static const std::vector<Km5LinePlace> model_4 = {
-        {7, "A12", "A40", true},  {8, "A14", "A42", true},  {10, "A6", "A34", true},  {11, "A8", "A36", true},
-        {12, "A1", "A29", true},  {13, "A4", "A32", true},  {1, "A17", "A45", false}, {2, "A18", "A46", false},
-        {3, "A19", "A47", false}, {4, "A20", "A48", false}, {5, "A21", "A49", false}, {6, "A22", "A50", false},
-    };
-    return model == 4 ? model_4 : model_2;
+std::vector<Km5LinePlace> make_places(int model, bool gvs) {
+    std::vector<Km5LinePlace> places = {{7, "A12", "A40", true}, {8, "A14", "A42", true}};
+    if (model != 6) places.push_back({10, "A6", "A34", true});
+    if (model == 3) {
+        places.push_back({11, "A10", "A38", true});  // what this model measures there is its third volume
+    } else if (model != 1 && model != 6) {
+        places.push_back({11, "A8", "A36", true});
+    }
+    places.push_back({12, "A1", "A29", true});
+    places.push_back({13, "A4", "A32", true});
+    const bool hot_water = model == 1 && gvs;  // of model 1 alone: what comes back is the cold water
+    const bool third_pressure = model == 3 || model == 4;
+    const bool third_temperature = third_pressure || model == 5 || (model == 7 && gvs);
+    places.push_back({1, "A17", "A45", false});
+    places.push_back(hot_water ? Km5LinePlace{2, "A19", "A47", false} : Km5LinePlace{2, "A18", "A46", false});
+    if (third_pressure) places.push_back({3, "A19", "A47", false});
+    places.push_back({4, "A20", "A48", false});
+    places.push_back(hot_water ? Km5LinePlace{5, "A22", "A50", false} : Km5LinePlace{5, "A21", "A49", false});
+    if (third_temperature) places.push_back({6, "A22", "A50", false});
+    return places;
 }
 
-std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const sim::Km5StoredRecord& record) {
+}  // namespace
+
+const std::vector<Km5LinePlace>& km5_places(int model, bool gvs) {
+    static std::map<std::pair<int, bool>, std::vector<Km5LinePlace>> known;
+    auto& places = known[{model, gvs}];
+    if (places.empty()) places = make_places(model, gvs);
+    return places;
+}
+
+std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const sim::Km5StoredRecord& record,
+                                      bool gvs) {
     const bool daily = archive == sim::Km5Archive::Daily;
     const std::time_t earlier = daily ? day_before(record.time) : record.time - 3600;
     std::vector<Km5Line> lines;
-    for (const Km5LinePlace& place : km5_places(model)) {
+    for (const Km5LinePlace& place : km5_places(model, gvs)) {
         const std::time_t time = place.total ? record.time : earlier;
         lines.push_back({.file = daily ? place.daily : place.hourly,
                          .text = line_text(time, 192, static_cast<double>(record.values[place.field])),

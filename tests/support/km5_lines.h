@@ -16,8 +16,9 @@ struct Km5LinePlace {
     bool total;  ///< dated as the record; an average is dated one period earlier
 };
 
-/// The places of a record of model 2 or 4 in the order of writing: totals, then averages.
-const std::vector<Km5LinePlace>& km5_places(int model);
+/// The places of a record of models 1 to 6, or of a subsystem of a KM5-6i, 7, in the order of writing: totals, then
+/// averages. `gvs`: the configuration calls the system one of hot water.
+const std::vector<Km5LinePlace>& km5_places(int model, bool gvs = false);
 
 struct Km5Line {
     std::string file;
@@ -27,7 +28,8 @@ struct Km5Line {
 };
 
 /// The lines of one hourly or daily record, in the order of writing.
-std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const sim::Km5StoredRecord& record);
+std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const sim::Km5StoredRecord& record,
+                                      bool gvs = false);
 Km5Line km5_event_line(const sim::Km5StoredEvent& event);
 
 /// How often each line stands in each file; the text before the last line end only.
