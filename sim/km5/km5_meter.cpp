@@ -5,13 +5,14 @@
 #include <stdexcept>
 #include <utility>
 
+#include "meter_time.h"
+
 namespace sim {
 
 namespace {
 
 constexpr std::size_t request_size = 16;
 constexpr std::size_t requests_kept = 4096;
-constexpr int seconds_per_hour = 3600;
 constexpr std::time_t seconds_per_day = 86400;
 
 bool sums_are_right(std::span<const std::uint8_t> request) {
@@ -22,21 +23,6 @@ bool sums_are_right(std::span<const std::uint8_t> request) {
         sum = static_cast<std::uint8_t>(sum + request[k]);
     }
     return request[14] == exclusive_or && request[15] == sum;
-}
-
-std::tm local(std::time_t time) {
-    std::tm tm{};
-    localtime_r(&time, &tm);
-    return tm;
-}
-
-// The first full hour of the local clock after `time`. The second look is for zones that change by half an hour.
-std::time_t next_full_hour(std::time_t time) {
-    do {
-        const std::tm tm = local(time);
-        time += seconds_per_hour - tm.tm_min * 60 - tm.tm_sec;
-    } while (local(time).tm_min != 0);
-    return time;
 }
 
 // The first midnight of the local clock after `time`; where the calendar leaves midnight out, the hour that follows it.

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "meter_time.h"
+
 namespace sim {
 
 namespace {
@@ -32,9 +34,7 @@ Km5When::Km5When(std::time_t time) : time_(time) {}
 
 Km5Date Km5When::date() const {
     if (date_) return *date_;
-    const std::time_t moment = time();
-    std::tm tm{};
-    localtime_r(&moment, &tm);
+    const std::tm tm = local(time());
     return {.year = ((tm.tm_year % 100) + 100) % 100,
             .month = tm.tm_mon + 1,
             .day = tm.tm_mday,

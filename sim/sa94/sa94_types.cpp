@@ -4,19 +4,19 @@
 #include <limits>
 #include <stdexcept>
 
+#include "meter_time.h"
+
 namespace sim {
 
 namespace {
 
-constexpr int seconds_per_hour = 3600;
 constexpr std::int64_t seconds_per_day = 86400;
 constexpr int century = 2000;
 
 }  // namespace
 
 Sa94Date sa94_date(std::time_t time) {
-    std::tm tm{};
-    localtime_r(&time, &tm);
+    const std::tm tm = local(time);
     const Sa94Date shown{.year = tm.tm_year + 1900 - century,
                          .month = tm.tm_mon + 1,
                          .day = tm.tm_mday,

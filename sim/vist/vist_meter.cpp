@@ -4,6 +4,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "meter_time.h"
+
 namespace sim {
 
 namespace {
@@ -12,26 +14,6 @@ constexpr std::size_t lines_kept = 4096;
 constexpr std::size_t most_records = 32767;  // the counts of a header are signed numbers of two bytes
 constexpr std::size_t name_width = 12;
 constexpr std::uint8_t little_endian_bit = 0x80;
-constexpr int seconds_per_hour = 3600;
-
-std::tm local(std::time_t time) {
-    std::tm tm{};
-    localtime_r(&time, &tm);
-    return tm;
-}
-
-std::time_t last_full_hour(std::time_t time) {
-    const std::tm tm = local(time);
-    return time - tm.tm_min * 60 - tm.tm_sec;
-}
-
-// The second look is for zones that change by half an hour.
-std::time_t next_full_hour(std::time_t time) {
-    do {
-        time = last_full_hour(time) + seconds_per_hour;
-    } while (local(time).tm_min != 0);
-    return time;
-}
 
 bool holds_zero(const std::string& text) {
     return text.find('\0') != std::string::npos;

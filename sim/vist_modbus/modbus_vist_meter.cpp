@@ -4,6 +4,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "meter_time.h"
+
 namespace sim {
 
 namespace {
@@ -13,26 +15,6 @@ constexpr std::size_t most_records = 65534;  // places are numbers of two bytes,
 constexpr std::size_t name_width = 12;
 constexpr std::size_t text_width = 21;
 constexpr std::size_t serial_width = 59;
-constexpr int seconds_per_hour = 3600;
-
-std::tm local(std::time_t time) {
-    std::tm tm{};
-    localtime_r(&time, &tm);
-    return tm;
-}
-
-std::time_t last_full_hour(std::time_t time) {
-    const std::tm tm = local(time);
-    return time - tm.tm_min * 60 - tm.tm_sec;
-}
-
-// The second look is for zones that change by half an hour.
-std::time_t next_full_hour(std::time_t time) {
-    do {
-        time = last_full_hour(time) + seconds_per_hour;
-    } while (local(time).tm_min != 0);
-    return time;
-}
 
 void check_text(const std::string& text, std::size_t width) {
     if (text.find('\0') != std::string::npos) throw std::invalid_argument("a zero ends a text");
