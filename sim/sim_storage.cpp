@@ -81,8 +81,11 @@ void SimStorage::lose(Unsynced unsynced) {
         if (unsynced == Unsynced::Dropped) {
             rewrite(path, durable);
         } else {
-            const std::size_t sound = now.starts_with(durable) ? durable.size() : 0;
-            rewrite(path, now.substr(0, sound) + std::string(now.size() - sound, '\0'));
+            // Blocks that the file had hold what they held, be it appended to or written over; a file that was emptied
+            // first may have none of them.
+            const bool in_place = now.starts_with(durable) || now.size() == durable.size();
+            const std::string sound = in_place ? durable : "";
+            rewrite(path, sound + std::string(now.size() - sound.size(), '\0'));
         }
     }
     settle();

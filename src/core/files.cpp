@@ -45,6 +45,17 @@ bool overwrite_file(const std::string& path, std::string_view text) {
     return write_with(path, O_TRUNC, text);
 }
 
+bool overwrite_durably(const std::string& path, std::string_view text) {
+    const int fd = ::open(rooted(path).c_str(), O_WRONLY | O_CREAT, 0666);
+    if (fd < 0) return false;
+    const auto length = static_cast<off_t>(text.size());
+    const bool whole =
+        ::pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) && ::ftruncate(fd, length) == 0;
+    const bool durable = whole && gateway().make_durable(fd) == 0;
+    ::close(fd);
+    return durable;
+}
+
 bool append_file(const std::string& path, std::string_view text) {
     return write_with(path, O_APPEND, text);
 }

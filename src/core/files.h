@@ -28,5 +28,9 @@ void make_link(const std::string& target, const std::string& link);
 /// `>`: empties or makes the file, then writes the text. False when the file cannot be opened or written whole.
 bool overwrite_file(const std::string& path, std::string_view text);
 
+/// Writes the text over what the file has, without emptying it first, and makes it durable: a power cut leaves the old
+/// text or the new one. For texts that are shorter than a block of the storage. False as above.
+bool overwrite_durably(const std::string& path, std::string_view text);
+
 /// `>>`: makes the file if need be and writes the text at its end.
 bool append_file(const std::string& path, std::string_view text);

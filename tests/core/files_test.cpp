@@ -164,6 +164,19 @@ TEST_F(FilesTest, OverwritingReplacesALongerText) {
     EXPECT_EQ(scene.file("/tmp/file"), "");
 }
 
+TEST_F(FilesTest, DurableTextStandsBehindAPowerCutWhetherItIsLongerOrShorter) {
+    const std::string path = "/mnt/storage/file";
+    scene.write("/mnt/storage/here", "");
+    for (const std::string text : {"12.5", "1234.500000", "7"}) {
+        EXPECT_TRUE(overwrite_durably(path, text));
+        EXPECT_EQ(scene.file(path), text);
+        scene.gateway.cut_power_at(1, sim::Unsynced::Zeroed);
+        EXPECT_THROW(overwrite_durably("/mnt/storage/another", "x"), sim::PowerCut);
+        scene.gateway.cut_power_at(0, sim::Unsynced::Zeroed);
+        EXPECT_EQ(scene.file(path), text);
+    }
+}
+
 TEST_F(FilesTest, AppendingKeepsWhatIsThere) {
     EXPECT_TRUE(append_file("/tmp/file", "one\n"));
     EXPECT_TRUE(append_file("/tmp/file", "two\n"));
@@ -182,6 +195,7 @@ TEST_F(FilesTest, FileThatCannotBeOpenedIsToldAndNothingIsMade) {
     for (const char* path : {"/tmp/none/file", "/tmp/file/below", "/tmp"}) {
         EXPECT_FALSE(overwrite_file(path, "x")) << path;
         EXPECT_FALSE(append_file(path, "x")) << path;
+        EXPECT_FALSE(overwrite_durably(path, "x")) << path;
     }
     EXPECT_EQ(scene.list("/tmp"), std::vector<std::string>{"file"});
     EXPECT_EQ(scene.file("/tmp/file"), "text");

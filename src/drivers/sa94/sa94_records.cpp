@@ -156,7 +156,8 @@ void SA94::carryEnergy(double& value, double& previous) {
 
 void SA94::savePrevEnergy(int archive_type, double value) const {
     const std::string path = energy_path(uuid, archive_type);
-    if (!path.empty()) overwrite_file(path, format_cut(EnergyLimit, "%f", value));
+    // Before the archive line that the value stands in for: once lost, a total of zero would be filed as zero.
+    if (!path.empty()) overwrite_durably(path, format_cut(EnergyLimit, "%f", value));
 }
 
 double SA94::loadPrevEnergy(int archive_type) const {
