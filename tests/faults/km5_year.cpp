@@ -49,7 +49,7 @@ struct Variant {
                 .att = att,
                 .km56i = subsystems > 0,
                 .subsystems = parts(),
-                .clock_offset = 40,
+                .clock_offset = YearMeter::ClockAhead,
                 .capacity = {.hourly = HoursHeld, .daily = DaysHeld, .errors = 48}};
     }
 };

@@ -40,7 +40,7 @@ sim::ModbusVistConfig draw_config(int number, Dice& dice) {
                                  .systems = {},
                                  .capacity = HoursHeld,
                                  .short_records = dice.one_in(3),
-                                 .clock_offset = 40};
+                                 .clock_offset = YearMeter::ClockAhead};
     const std::size_t count = 1 + dice.below(sim::modbus_vist_systems);
     for (std::size_t n = 0; n < count; ++n) {
         sim::ModbusVistSystem system{.name = "TS" + std::to_string(n + 1)};

@@ -37,7 +37,7 @@ sim::Sa94Config draw_config(Dice& dice) {
     return {.address = Address,
             .firmware = Firmwares[dice.below(std::size(Firmwares))],
             .status = Statuses[dice.below(std::size(Statuses))],
-            .clock_offset = 40};
+            .clock_offset = YearMeter::ClockAhead};
 }
 
 /// A process that starts looks into these for the newest time.

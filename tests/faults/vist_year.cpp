@@ -36,7 +36,7 @@ sim::VistConfig draw_config(int number, bool alone, Dice& dice) {
                            .answers_end = dice.one_in(2),
                            .plus_starts_at_set = !dice.one_in(3),
                            .capacity = HoursHeld,
-                           .clock_offset = 40};
+                           .clock_offset = YearMeter::ClockAhead};
     // The more devices, the longer a year takes: most meters have few, and two of a line have the fewest.
     constexpr std::size_t Counts[] = {1, 1, 2, 3, 2, 6};
     const std::size_t count = Counts[dice.below(alone ? std::size(Counts) : std::size(Counts) - 2)];

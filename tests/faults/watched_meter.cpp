@@ -35,23 +35,21 @@ void WatchedMeter::take_new_records(std::time_t now) {
 }
 
 void WatchedMeter::doubt_what_was_asked(std::time_t since) {
-    ledger.doubt_missing([&](int archive) {
-        const std::time_t asked = meter.last_asked(archive, false);
-        return asked >= since ? asked : 0;
-    });
+    doubt(since, [this](int archive) { return meter.last_asked(archive, false); });
 }
 
 void WatchedMeter::doubt_what_another_was_asked(std::time_t since) {
-    ledger.doubt_missing([&](int archive) {
-        const std::time_t asked = meter.last_asked(archive, true);
-        return asked >= since ? asked : 0;
-    });
+    doubt(since, [this](int archive) { return meter.last_asked(archive, true); });
 }
 
 void WatchedMeter::doubt_events_asked(std::time_t since) {
+    doubt(since, [this](int archive) { return YearMeter::is_event(archive) ? meter.last_asked(archive, false) : 0; });
+}
+
+void WatchedMeter::doubt(std::time_t since, const std::function<std::time_t(int)>& last_asked) {
     ledger.doubt_missing([&](int archive) {
-        const std::time_t asked = YearMeter::is_event(archive) ? meter.last_asked(archive, false) : 0;
-        return asked >= since ? asked : 0;
+        const std::time_t asked = last_asked(archive);
+        return asked >= since ? asked + YearMeter::ClockAhead : 0;
     });
 }
 

@@ -2,6 +2,7 @@
 // A meter of a faulty year with what is known of it: its records, its archive files, and what it is owed when.
 
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -36,6 +37,8 @@ class WatchedMeter {
     std::optional<std::time_t> calm_since;  ///< nothing while what is promised cannot be asked for
 
   private:
+    void doubt(std::time_t since, const std::function<std::time_t(int)>& last_asked);
+
     std::optional<std::time_t> misdated_since_;
 };
 

@@ -33,6 +33,7 @@ struct YearRecord {
 class YearMeter {
   public:
     static constexpr std::time_t Hour = 3600;
+    static constexpr int ClockAhead = 40;  ///< of each meter, seconds: its hour ends before the gateway's
     static constexpr int Kinds = 8;
     static constexpr int EventKind = 4;  ///< of every family that has one
 
