@@ -63,6 +63,7 @@ VistFault vist_wrong_sum();
 VistFault vist_wrong_type(std::uint8_t type = 99);
 VistFault vist_wrong_magic();
 VistFault vist_wrong_inner();
+/// The first bytes of the answer; of a packet one less where its sum would be right by chance.
 VistFault vist_short(std::size_t length);
 VistFault vist_trailing(ByteVector bytes = {0x55});
 VistFault vist_over_long(std::size_t length = 320);

@@ -87,7 +87,7 @@ TEST_F(SimVistFaults, MaySpoilTheInnerSumOfArchivePacketsOnly) {
 }
 
 TEST_F(SimVistFaults, MayCutAnAnswerShort) {
-    for (std::size_t length = 1; length <= 7; ++length) {
+    for (std::size_t length = 1; length <= 5; ++length) {
         meter.misbehave_next(1, sim::vist_short(length));
         EXPECT_EQ(ask(meter, "/SYS CFG 1"), part(config_packet(), 0, length - 1));
     }
@@ -95,6 +95,20 @@ TEST_F(SimVistFaults, MayCutAnAnswerShort) {
     EXPECT_EQ(say(meter, "."), ok);
     meter.misbehave_next(1, sim::vist_short(0));
     EXPECT_EQ(say(meter, "."), "");
+}
+
+TEST_F(SimVistFaults, NeverCutsAPacketWhereItsSumWouldBeRight) {
+    const std::size_t whole = config_packet().size();
+    std::size_t shorter_still = 0;
+    for (std::size_t length = 6; length < whole; ++length) {
+        meter.misbehave_next(1, sim::vist_short(length));
+        const ByteVector answer = ask(meter, "/SYS CFG 1");
+        EXPECT_TRUE(answer.size() == 5 || answer[4] != sum(answer, 5)) << length;
+        shorter_still += answer.size() < length ? 1 : 0;
+    }
+    EXPECT_GE(shorter_still, 2U) << "this packet begins with its sum and zeros";
+    meter.misbehave_next(1, sim::vist_short(whole));
+    EXPECT_EQ(ask(meter, "/SYS CFG 1"), config_packet());
 }
 
 TEST_F(SimVistFaults, MayMakeAnAnswerLongerThanAnybodyReads) {
