@@ -1,24 +1,14 @@
 #include "archive/archive_file.h"
 
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <cstdio>
+#include <utility>
 
-#include "core/gateway.h"
 #include "core/text.h"
 
 namespace {
 
 constexpr std::size_t NameBytes = 10;
 constexpr std::size_t PathBytes = 120;
-
-/// True when the file's last byte is there and is not a line end.
-bool last_line_is_open(int fd) {
-    struct stat status {};
-    char last = '\n';
-    if (::fstat(fd, &status) != 0 || status.st_size == 0) return false;
-    return ::pread(fd, &last, 1, status.st_size - 1) == 1 && last != '\n';
-}
 
 }  // namespace
 
@@ -31,9 +21,7 @@ std::string archive_path(const std::string& uuid, int subsystem, const std::stri
     return "/mnt/storage/" + uuid + "/" + std::to_string(subsystem) + "/" + directory + "/" + name;
 }
 
-void end_torn_line(std::FILE* stream) {
-    if (last_line_is_open(::fileno(stream))) std::fputc('\n', stream);
-}
+ArchiveFile::ArchiveFile(const std::string& path_, bool locked_) : path(path_), locked(locked_) {}
 
 ArchiveFile::ArchiveFile(const std::string& uuid, int subsystem, const std::string& name_, int to_tmp)
     : name(cut(name_, NameBytes)),
@@ -43,34 +31,33 @@ ArchiveFile::ArchiveFile(const std::string& uuid, const std::string& subsystem, 
     : name(cut(name_, NameBytes)),
       path(cut("/mnt/storage/" + uuid + "/" + subsystem + "/tc_archives/" + name_, PathBytes - 1)) {}
 
-bool ArchiveFile::open(const char* mode) {
+bool ArchiveFile::open(int flags) {
     if (file) return true;
-    file.reset(std::fopen(rooted(path).c_str(), mode));
-    if (file) ::flock(::fileno(file.get()), LOCK_EX);
-    return file != nullptr;
+    file = File(path, flags);
+    if (locked) file.lock();
+    return file.is_open();
 }
 
 bool ArchiveFile::open_append() {
     if (file) return true;
-    if (!open("a+")) return false;
-    end_torn_line(file.get());
+    if (!open(O_RDWR | O_CREAT | O_APPEND)) return false;
+    if (file.last_line_is_open()) pending = "\n";
     return true;
 }
 
 bool ArchiveFile::open_truncate() {
-    return open("w");
+    return open(O_WRONLY | O_CREAT | O_TRUNC);
 }
 
 void ArchiveFile::append(const std::string& line) {
-    if (file) std::fputs(line.c_str(), file.get());
+    if (file) pending += line;
 }
 
 void ArchiveFile::close() {
     if (!file) return;
-    std::fflush(file.get());
-    gateway().make_durable(::fileno(file.get()));
-    ::flock(::fileno(file.get()), LOCK_UN);
-    file.reset();
+    file.write(std::exchange(pending, {}));
+    file.make_durable();
+    file.close();
 }
 
 void ArchiveFile::clear() {

@@ -10,7 +10,7 @@
 #include <ctime>
 #include <string>
 
-#include "core/files.h"
+#include "core/file.h"
 
 /// "time,quality,value\n" with six digits behind the point, within `limit` bytes.
 std::string archive_line(std::size_t limit, std::time_t time, int quality, double value);
@@ -20,6 +20,8 @@ std::string archive_path(const std::string& uuid, int subsystem, const std::stri
 
 class ArchiveFile {
   public:
+    /// The file at a path of the gateway, whatever its length. Without a lock an outside reader may meet half a line.
+    ArchiveFile(const std::string& path, bool locked);
     /// The file of `name` in "tmp_archives" if `to_tmp` is exactly 1, otherwise in "tc_archives". Opens nothing.
     ArchiveFile(const std::string& uuid, int subsystem, const std::string& name, int to_tmp);
     /// The file of `name` in "tc_archives" below a subsystem that is named by a word.
@@ -27,29 +29,28 @@ class ArchiveFile {
     ArchiveFile(const ArchiveFile&) = delete;
     ArchiveFile& operator=(const ArchiveFile&) = delete;
 
-    /// Opens for appending, waits for the exclusive lock, and ends a last line that lost its end. True when the stream
-    /// is open now.
+    /// Opens for appending, waits for the exclusive lock, and ends a last line that lost its end. True when the file is
+    /// open now.
     bool open_append();
-    /// Opens and empties, then waits for the exclusive lock. True when the stream is open now.
+    /// Opens and empties, then waits for the exclusive lock. True when the file is open now.
     bool open_truncate();
-    /// Writes a line at the end. Nothing if the stream is not open.
+    /// Takes a line for the end of the file. Nothing if the file is not open.
     void append(const std::string& line);
-    /// Makes durable what was written, gives the lock back and closes.
+    /// Writes in one piece what was taken, makes it durable, gives the lock back and closes.
     void close();
     /// Leaves the file empty, open and locked.
     void clear();
 
+    bool is_open() const { return file.is_open(); }
     const std::string& get_name() const { return name; }
     const std::string& get_path() const { return path; }
 
   private:
-    bool open(const char* mode);
+    bool open(int flags);
 
     std::string name;  ///< at most 10 bytes
-    std::string path;  ///< at most 119 bytes
-    Stream file;
+    std::string path;  ///< at most 119 bytes where a name makes it
+    bool locked = true;
+    File file;
+    std::string pending;  ///< what close() is to write
 };
-
-/// Ends the last line of a file that was just opened for reading and appending, if it lost its end in a power cut. The
-/// line end goes out together with the line that follows.
-void end_torn_line(std::FILE* stream);

@@ -1,15 +1,10 @@
 #include "archive/archive_holder.h"
 
-#include <fcntl.h>
-#include <sys/sendfile.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 
-#include <dirent.h>
-
+#include "core/files.h"
 #include "core/gateway.h"
 #include "core/local_time.h"
 #include "core/text.h"
@@ -36,23 +31,6 @@ std::string date_line() {
     char text[80];
     const std::size_t length = std::strftime(text, sizeof(text), "%a %b %e %H:%M:%S %Z %Y\n", &tm);
     return {text, length};
-}
-
-void copy_file(const std::string& source_path, const std::string& target_path) {
-    const int source = ::open(rooted(source_path).c_str(), O_RDONLY);
-    if (source < 0) return;
-    struct stat status {};
-    ::fstat(source, &status);
-    const int target = ::open(rooted(target_path).c_str(), O_WRONLY | O_CREAT | O_TRUNC, status.st_mode);
-    if (target >= 0) {
-        off_t offset = 0;
-        while (offset < status.st_size) {
-            const auto rest = static_cast<std::size_t>(status.st_size - offset);
-            if (::sendfile(target, source, &offset, rest) <= 0) break;
-        }
-        ::close(target);
-    }
-    ::close(source);
 }
 
 }  // namespace
@@ -121,23 +99,18 @@ void ArchiveHolder::flush_values_q(const std::tm& record_tm, int /*archive_type*
 
 bool ArchiveHolder::open_direct(const std::string& name, int subsystem, const std::string& directory) {
     close_direct();
-    // Readable too, so that a torn last line can be seen.
-    direct_file.reset(std::fopen(rooted(archive_path(uuid, subsystem, directory, name)).c_str(), "a+"));
-    if (!direct_file) return false;
-    end_torn_line(direct_file.get());
-    return true;
+    direct_file.emplace(archive_path(uuid, subsystem, directory, name), false);
+    return direct_file->open_append();
 }
 
 int ArchiveHolder::write_direct(std::time_t time, int quality, double value) {
     const std::string line = archive_line(DirectLineBytes, time, quality, value);
-    if (direct_file) std::fputs(line.c_str(), direct_file.get());
+    if (direct_file) direct_file->append(line);
     return static_cast<int>(line.size());
 }
 
 void ArchiveHolder::close_direct() {
-    if (!direct_file) return;
-    std::fflush(direct_file.get());
-    gateway().make_durable(::fileno(direct_file.get()));
+    if (direct_file) direct_file->close();
     direct_file.reset();
 }
 
@@ -173,17 +146,16 @@ std::time_t ArchiveHolder::check_integrity(const std::string* names, int count, 
 
 void ArchiveHolder::copy_staged(int subsystem, const std::string& target_directory) const {
     const std::string staged = archive_path(uuid, subsystem, "tmp_archives", "");
-    DIR* const directory = ::opendir(rooted(staged).c_str());
-    if (directory == nullptr) {
+    std::vector<std::string> names;
+    if (gateway().list_folder(staged, names) != 0) {
         std::puts("Directory not open, error");
         std::exit(1);
     }
     std::puts("Directory open");
-    while (const dirent* const entry = ::readdir(directory)) {
-        copy_file(cut(staged + entry->d_name, CopyPathBytes - 1),
-                  cut(archive_path(uuid, subsystem, target_directory, entry->d_name), CopyPathBytes - 1));
+    for (const std::string& name : names) {
+        copy_file(cut(staged + name, CopyPathBytes - 1),
+                  cut(archive_path(uuid, subsystem, target_directory, name), CopyPathBytes - 1));
     }
-    ::closedir(directory);
 }
 
 bool ArchiveHolder::is_timer_due() {

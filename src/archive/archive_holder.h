@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -90,7 +91,7 @@ class ArchiveHolder {
     std::vector<PendingQuality> pending_double_q;
     std::string uuid;                    ///< the meter; every path uses it
     std::vector<std::string> uuid_list;  ///< all meters, in the classes that serve several
-    Stream direct_file;
+    std::optional<ArchiveFile> direct_file;
 
   private:
     RecordTimeMemory record_times;

@@ -1,11 +1,9 @@
 #include "archive/record_time_memory.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <array>
 
 #include "archive/record_time_scan.h"
+#include "core/file.h"
 #include "core/gateway.h"
 
 namespace {
@@ -25,21 +23,18 @@ bool settled(const struct stat& status) {
     return std::difftime(gateway().now(), status.st_ctim.tv_sec) > SettledSeconds;
 }
 
-std::time_t scan(int fd) {
+std::time_t scan(File& file) {
     RecordTimeScan lines;
     std::array<char, 32768> block;
-    for (ssize_t got = 0; (got = ::read(fd, block.data(), block.size())) > 0;) {
-        lines.feed({block.data(), static_cast<std::size_t>(got)});
-    }
+    for (std::size_t got = 0; (got = file.read(block)) > 0;) lines.feed({block.data(), got});
     return lines.finish();
 }
 
 }  // namespace
 
 std::time_t RecordTimeMemory::last_record_time(const std::string& path) {
-    const std::string file = rooted(path);
     struct stat status {};
-    if (::stat(file.c_str(), &status) != 0) {
+    if (gateway().look_at(path, status) != 0) {
         files.erase(path);
         return 0;
     }
@@ -47,11 +42,10 @@ std::time_t RecordTimeMemory::last_record_time(const std::string& path) {
     if (known != files.end() && unchanged(known->second.status, status)) return known->second.time;
 
     files.erase(path);
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return 0;
-    ::fstat(fd, &status);  // before the reading: a change during it shows at the next look
-    const std::time_t time = scan(fd);
-    ::close(fd);
+    File file(path, O_RDONLY);
+    // The look comes before the reading: a change during it shows at the next look.
+    if (!file || !file.look(status)) return 0;
+    const std::time_t time = scan(file);
     if (settled(status)) files[path] = {status, time};
     return time;
 }

@@ -18,5 +18,9 @@ std::string json_rpc_request(int id, const std::string& method, const Json::Valu
 }
 
 bool json_rpc_parse(const std::string& text, Json::Value& answer) {
-    return Json::Reader().parse(text, answer, true);
+    try {
+        return Json::Reader().parse(text, answer, true);
+    } catch (const Json::RuntimeError&) {  // nested deeper than the reader goes
+        return false;
+    }
 }

@@ -1,8 +1,5 @@
 #include "config/publisher.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 
 #include <json/value.h>
@@ -64,12 +61,7 @@ void driver_state(const std::string& name, const std::string& text) {
     const std::string line =
         format_cut(StateLineBytes, "[%02d.%02d.%02d %02d:%02d:%02d] [%s]  %s\n", tm.tm_mday, tm.tm_mon + 1,
                    tm.tm_year + 1900, tm.tm_hour, tm.tm_min, tm.tm_sec, name.c_str(), text.c_str());
-    const int fd = ::open(rooted("/tmp/driver." + name + ".state").c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
-    // cppcheck-suppress resourceLeak ; 0 can only be had once, after a closed standard input, and is left alone
-    if (fd <= 0) return;
-    ::lseek(fd, 0, SEEK_SET);
-    [[maybe_unused]] const ssize_t written = ::write(fd, line.data(), line.size());
-    ::close(fd);
+    overwrite_file("/tmp/driver." + name + ".state", line, 0644);
 }
 
 void put_current_value(const std::string& name, double value, int a, int b) {

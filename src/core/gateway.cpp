@@ -1,11 +1,16 @@
 #include "core/gateway.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
+#include <sys/sendfile.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+
+#include <dirent.h>
 
 namespace {
 
@@ -33,7 +38,13 @@ class SystemGateway final : public Gateway {
         ::nanosleep(&pause, nullptr);
     }
 
-    int open_port(const char* device) override { return ::open(device, O_RDWR | O_NOCTTY); }
+    int open_port(const char* device) override {
+        const int fd = ::open(device, O_RDWR | O_NOCTTY);
+        if (fd < 0 || ::isatty(fd) == 1) return fd;
+        ::close(fd);
+        errno = ENOTTY;
+        return -1;
+    }
 
     int set_line(int fd, const termios& line) override {
         ::tcflush(fd, TCIFLUSH);
@@ -78,14 +89,74 @@ Gateway* g_gateway = &g_system;
 
 }  // namespace
 
+int Gateway::open_file(const std::string& path, int flags, mode_t mode) {
+    return ::open((root_ + path).c_str(), flags, mode);
+}
+
+void Gateway::close_file(int fd) {
+    ::close(fd);
+}
+
+ssize_t Gateway::read_file(int fd, std::span<char> into) {
+    return ::read(fd, into.data(), into.size());
+}
+
+ssize_t Gateway::write_file(int fd, std::string_view text) {
+    return ::write(fd, text.data(), text.size());
+}
+
+int Gateway::lock_file(int fd) {
+    return ::flock(fd, LOCK_EX);
+}
+
+ssize_t Gateway::send_file(int to, int from, std::size_t count) {
+    return ::sendfile(to, from, nullptr, count);
+}
+
+int Gateway::resize_file(int fd, off_t size) {
+    return ::ftruncate(fd, size);
+}
+
+off_t Gateway::seek_file(int fd, off_t offset, int whence) {
+    return ::lseek(fd, offset, whence);
+}
+
+int Gateway::look_at_file(int fd, struct stat& status) {
+    return ::fstat(fd, &status);
+}
+
+int Gateway::look_at(const std::string& path, struct stat& status) {
+    return ::stat((root_ + path).c_str(), &status);
+}
+
+int Gateway::look_at_name(const std::string& path, struct stat& status) {
+    return ::lstat((root_ + path).c_str(), &status);
+}
+
+int Gateway::make_folder(const std::string& path) {
+    return ::mkdir((root_ + path).c_str(), 0777);
+}
+
+int Gateway::make_link(const std::string& target, const std::string& path) {
+    return ::symlink((root_ + target).c_str(), (root_ + path).c_str());
+}
+
+int Gateway::remove(const std::string& path) {
+    return std::remove((root_ + path).c_str());
+}
+
+int Gateway::list_folder(const std::string& path, std::vector<std::string>& names) {
+    DIR* const folder = ::opendir((root_ + path).c_str());
+    if (folder == nullptr) return -1;
+    while (const dirent* const entry = ::readdir(folder)) names.emplace_back(entry->d_name);
+    ::closedir(folder);
+    return 0;
+}
+
 Gateway& gateway() {
     return *g_gateway;
 }
 
 void set_gateway(Gateway* machine) {
     g_gateway = machine != nullptr ? machine : &g_system;
-}
-
-std::string rooted(const std::string& path) {
-    return gateway().root() + path;
 }

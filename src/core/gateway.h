@@ -3,6 +3,7 @@
 // stands for "/", the address of the configuration service. The daemon runs on the system's machine; a test installs a
 // simulated one, whose clock moves only when somebody sleeps or a line is silent.
 
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/types.h>
 #include <termios.h>
@@ -11,6 +12,8 @@
 #include <ctime>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 class Gateway {
   public:
@@ -23,7 +26,8 @@ class Gateway {
     virtual void sleep(unsigned seconds) = 0;
     virtual void sleep_nanoseconds(long nanoseconds) = 0;
 
-    /// Opens a serial port for reading and writing, never as the controlling terminal. Descriptor, or -1.
+    /// Opens a serial port for reading and writing, never as the controlling terminal. Descriptor, or -1; what is no
+    /// terminal is no port.
     virtual int open_port(const char* device) = 0;
     /// Drops what has been received and not read yet, then sets the line. 0, or -1.
     virtual int set_line(int fd, const termios& line) = 0;
@@ -43,6 +47,32 @@ class Gateway {
     /// Makes the data of an open file survive a power cut. 0, or -1.
     virtual int make_durable(int fd) = 0;
 
+    // Files: the calls of the system, the same on every machine unless a test replaces one. Paths are the gateway's
+    // and looked for below root(). -1 on error, with errno. Others use them through File and the functions of files.h.
+
+    virtual int open_file(const std::string& path, int flags, mode_t mode);
+    virtual void close_file(int fd);
+    virtual ssize_t read_file(int fd, std::span<char> into);
+    virtual ssize_t write_file(int fd, std::string_view text);
+    /// flock(2), exclusive: waits until nobody else has the lock. It goes with the descriptor.
+    virtual int lock_file(int fd);
+    /// sendfile(2), from where `from` stands: what one file holds goes into another.
+    virtual ssize_t send_file(int to, int from, std::size_t count);
+    virtual int resize_file(int fd, off_t size);
+    virtual off_t seek_file(int fd, off_t offset, int whence);
+    virtual int look_at_file(int fd, struct stat& status);
+
+    /// stat(2), which follows links, and lstat(2), which does not.
+    virtual int look_at(const std::string& path, struct stat& status);
+    virtual int look_at_name(const std::string& path, struct stat& status);
+    virtual int make_folder(const std::string& path);
+    /// A symbolic link; the target is a path of the gateway, too.
+    virtual int make_link(const std::string& target, const std::string& path);
+    /// Takes away a file, or an empty folder.
+    virtual int remove(const std::string& path);
+    /// Appends the names in a folder, "." and ".." among them, in the order of the file system.
+    virtual int list_folder(const std::string& path, std::vector<std::string>& names);
+
     /// Seconds since the epoch.
     std::time_t now() { return time_of_day().tv_sec; }
 
@@ -61,6 +91,3 @@ Gateway& gateway();
 
 /// Installs another machine, which must outlive its use; null brings the system's one back.
 void set_gateway(Gateway* machine);
-
-/// An absolute path of the gateway, seen from this process.
-std::string rooted(const std::string& path);

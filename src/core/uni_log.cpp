@@ -1,12 +1,7 @@
 #include "core/uni_log.h"
 
-#include <fcntl.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <iostream>
 
 #include "core/gateway.h"
@@ -37,21 +32,13 @@ std::string hex_row(const std::uint8_t* data, int length) {
 }  // namespace
 
 UniLog::UniLog(int mask_, const std::string& path_, const std::string& name_) : mask(mask_), name(name_), path(path_) {
-    if (!path.empty()) fd = ::open(rooted(path).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+    if (!path.empty()) file = File(path, O_RDWR | O_CREAT | O_TRUNC, 0644);
 }
 
 UniLog::UniLog(const std::string& path_, const std::string& name_) : UniLog(0, path_, name_) {}
 
 std::unique_ptr<UniLog> open_meter_log(const std::string& uuid, const std::string& ending) {
     return std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs." + uuid + "." + ending, "");
-}
-
-UniLog::~UniLog() {
-    if (fd >= 0) ::close(fd);
-}
-
-void UniLog::write_file(const char* text, std::size_t length) const {
-    [[maybe_unused]] const ssize_t written = ::write(fd, text, length);
 }
 
 UniLog& UniLog::operator<<(LogControl control) {
@@ -63,10 +50,10 @@ UniLog& UniLog::operator<<(LogControl control) {
 
 void UniLog::end_line() {
     if (writes_file()) {
-        write_file("\n", 1);
-        if (::lseek(fd, 0, SEEK_CUR) >= WrapOffset) {
-            ::lseek(fd, 0, SEEK_SET);
-            write_file(WrapMarker, sizeof(WrapMarker) - 1);
+        file.write("\n");
+        if (file.seek(0, SEEK_CUR) >= WrapOffset) {
+            file.seek(0, SEEK_SET);
+            file.write(WrapMarker);
         }
     }
     if (writes_stdout()) {
@@ -77,7 +64,7 @@ void UniLog::end_line() {
 
 UniLog& UniLog::operator<<(const char* text) {
     if (!is_enabled()) return *this;
-    if (writes_file()) write_file(text, std::strlen(text));
+    if (writes_file()) file.write(text);
     if (writes_stdout()) {
         // Text shows twice on a console, once by each of the two output facilities; it is meant to stay so.
         std::cout << text;
@@ -88,7 +75,7 @@ UniLog& UniLog::operator<<(const char* text) {
 
 UniLog& UniLog::operator<<(const std::string& text) {
     if (!is_enabled()) return *this;
-    if (writes_file()) write_file(text.c_str(), std::strlen(text.c_str()));
+    if (writes_file()) file.write(text.c_str());
     if (writes_stdout()) std::cout << text;
     return *this;
 }
@@ -99,7 +86,7 @@ UniLog& UniLog::insert_number(const char* format, Value value) {
     if (writes_file()) {
         char text[NumberBuffer];
         std::snprintf(text, sizeof(text), format, value);
-        write_file(text, std::strlen(text));
+        file.write(text);
     }
     if (writes_stdout()) std::cout << value;
     return *this;
@@ -146,7 +133,7 @@ std::string UniLog::time_prefix() const {
 
 void UniLog::open_debug_log() {
     if (!is_enabled()) return;
-    debug_fd = ::open(rooted("/mnt/storage/DebugLog.log").c_str(), O_RDWR | O_TRUNC | O_APPEND, 0644);
+    debug_file = File("/mnt/storage/DebugLog.log", O_RDWR | O_TRUNC | O_APPEND, 0644);
 }
 
 void UniLog::debug_block(const std::string& start_text, const std::string& end_text, const std::uint8_t* data,
@@ -157,6 +144,5 @@ void UniLog::debug_block(const std::string& start_text, const std::string& end_t
 }
 
 void UniLog::debug_write(const std::string& text) {
-    if (!is_enabled() || debug_fd < 0) return;
-    [[maybe_unused]] const ssize_t written = ::write(debug_fd, text.data(), text.size());
+    if (is_enabled()) debug_file.write(text);
 }

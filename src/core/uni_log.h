@@ -8,6 +8,7 @@
 #include <string>
 
 #include "core/bytes.h"
+#include "core/file.h"
 
 /// Line control, inserted like a value.
 enum LogControl : int {
@@ -26,7 +27,6 @@ class UniLog {
     UniLog(int mask, const std::string& path, const std::string& name);
     /// A silent log, mask 0.
     UniLog(const std::string& path, const std::string& name);
-    ~UniLog();
     UniLog(const UniLog&) = delete;
     UniLog& operator=(const UniLog&) = delete;
 
@@ -56,16 +56,15 @@ class UniLog {
     void debug_write(const std::string& text);
 
   private:
-    bool writes_file() const { return (mask & ToFile) != 0 && fd >= 0; }
+    bool writes_file() const { return (mask & ToFile) != 0 && file.is_open(); }
     bool writes_stdout() const { return (mask & ToStdout) != 0; }
-    void write_file(const char* text, std::size_t length) const;
     template <typename Value>
     UniLog& insert_number(const char* format, Value value);
     void end_line();
 
     int mask = 0;
-    int fd = -1;
-    int debug_fd = -1;
+    File file;
+    File debug_file;
     std::string name;  ///< free label, not printed
     std::string path;
 };

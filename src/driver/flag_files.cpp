@@ -1,10 +1,6 @@
 #include "driver/flag_files.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
-
+#include "core/file.h"
 #include "core/files.h"
 #include "core/gateway.h"
 
@@ -31,16 +27,15 @@ bool FlagFiles::is_set(const std::string& uuid, int kind) const {
 }
 
 void FlagFiles::set(const std::string& uuid, int kind) const {
-    const int fd = ::open(rooted(flag_path(uuid, kind)).c_str(), O_RDWR | O_CREAT, 0644);
-    if (fd >= 0) ::close(fd);
+    const File made(flag_path(uuid, kind), O_RDWR | O_CREAT, 0644);
 }
 
 void FlagFiles::clear(const std::string& uuid, int kind) const {
-    std::remove(rooted(flag_path(uuid, kind)).c_str());
+    remove_file(flag_path(uuid, kind));
 }
 
 void extds_pause(int mode, const char* seconds_text) {
-    if (mode == 1) std::remove(rooted(PauseFile).c_str());
+    if (mode == 1) remove_file(PauseFile);
     if (mode == 0) overwrite_file(PauseFile, seconds_text);
 }
 

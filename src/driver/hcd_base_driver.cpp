@@ -1,7 +1,5 @@
 #include "driver/hcd_base_driver.h"
 
-#include <unistd.h>
-
 #include "core/files.h"
 #include "core/gateway.h"
 #include "core/text.h"
@@ -47,7 +45,7 @@ bool HCDBaseDriver::check_force_update(int kind) {
     const char* const flag = kind == 0 ? "/tmp/tvk_force_update" : "/tmp/tvk_force_update_archives";
     const std::string path = format_cut(FlagPathBytes, "%s_%s", flag, uuid.c_str());
     if (!exists(path)) return false;
-    ::unlink(rooted(path).c_str());
+    remove_file(path);
     return true;
 }
 

@@ -1,7 +1,6 @@
 #include "driver/leds.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include "core/files.h"
 #include "core/gateway.h"
@@ -18,10 +17,9 @@ struct Led {
     bool is_there() const { return fd > 0; }
 
     void set(bool on) {
-        if (fd == 0) fd = ::open(rooted(path).c_str(), O_WRONLY);
+        if (fd == 0) fd = gateway().open_file(path, O_WRONLY | O_CLOEXEC, 0);
         state = on;
-        if (is_there()) [[maybe_unused]]
-            const ssize_t written = ::write(fd, on ? "1" : "0", 1);
+        if (is_there()) gateway().write_file(fd, on ? "1" : "0");
     }
 
     void pulse() {

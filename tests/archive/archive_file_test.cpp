@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <limits>
 #include <string>
@@ -17,6 +16,7 @@
 
 #include "support/bare_gateway.h"
 #include "support/child.h"
+#include "support/machines.h"
 #include "support/scene.h"
 
 namespace {
@@ -172,9 +172,10 @@ TEST_F(ArchiveFileTest, TruncatingEmptiesTheFile) {
 }
 
 TEST_F(ArchiveFileTest, FullStorageIsNotDetected) {
-    std::filesystem::create_symlink("/dev/full", real());
+    const FullStorage machine(3);
     const std::string err = stderr_of([&] { append(Line); });
     EXPECT_EQ(err, "");
+    EXPECT_EQ(text(), "170");
 }
 
 TEST_F(ArchiveFileTest, FailureToMakeALineDurableIsNotDetected) {

@@ -387,6 +387,14 @@ TEST_F(ConfigClient, AnswerThatIsNoJsonEndsTheProcessWithStatusOne) {
     }
 }
 
+TEST_F(ConfigClient, AnswerThatIsNestedTooDeepIsAsNoJson) {
+    scene.service.answer_with(R"({"result":)" + std::string(100'000, '['));
+    for (const ChildEnd& end : {driver_child(), port_child()}) {
+        EXPECT_EQ(end.status, 1) << "signal " << end.signal;
+        EXPECT_EQ(end.err, "Parse error!\nError while receiving data!\n");
+    }
+}
+
 TEST_F(ConfigClient, DriverReaderPrintsAnAnswerThatIsNoJson) {
     scene.service.answer_with("<html>");
     EXPECT_NE(driver_child().out.find("Received: <html>"), std::string::npos);

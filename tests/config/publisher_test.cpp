@@ -2,7 +2,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <random>
 #include <string>
@@ -13,6 +12,7 @@
 #include "core/uni_log.h"
 #include "support/child.h"
 #include "support/fresh_process.h"
+#include "support/machines.h"
 #include "support/scene.h"
 
 namespace {
@@ -134,7 +134,7 @@ TEST_F(PublisherTest, FolderThatIsAFileIsNotReported) {
 }
 
 TEST_F(PublisherTest, FullStorageIsNotReported) {
-    std::filesystem::create_symlink("/dev/full", scene.real_path("/tmp/u/1/tc_items/T1"));
+    const FullStorage machine;
     EXPECT_EQ(put_item(7, "u", "T1", nullptr, 1), 1);
 }
 
@@ -266,7 +266,7 @@ TEST_F(PublisherTest, StateFileThatCannotBeOpenedIsNothing) {
 }
 
 TEST_F(PublisherTest, FullStorageUnderTheStateFileIsNotReported) {
-    std::filesystem::create_symlink("/dev/full", scene.real_path("/tmp/driver.u.state"));
+    const FullStorage machine;
     EXPECT_EQ(stderr_of([] { driver_state("u", "x"); }), "");
 }
 

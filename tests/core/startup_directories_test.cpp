@@ -1,9 +1,15 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "core/entry/startup.h"
+#include "core/uni_log.h"
+#include "gateway_wrapper.h"
 #include "support/start.h"
 
 namespace fs = std::filesystem;
@@ -103,6 +109,46 @@ TEST_F(StartupDirectories, DanglingDefaultLinkIsNotReplaced) {
     start("u1");
     EXPECT_EQ(fs::read_symlink(scene.real_path("/tmp/u1/default")), "/nowhere/at/all");
     EXPECT_EQ(scene.item("u1", 1, "Connected"), "0\n");
+}
+
+/// A machine on which one folder belongs to somebody.
+class Owned : public sim::GatewayWrapper {
+  public:
+    Owned(std::string path, uid_t owner) : path_(std::move(path)), owner_(owner) {}
+
+    int look_at_name(const std::string& path, struct stat& status) override {
+        const int result = GatewayWrapper::look_at_name(path, status);
+        if (path == path_) status.st_uid = owner_;
+        return result;
+    }
+
+  private:
+    std::string path_;
+    uid_t owner_;
+};
+
+TEST_F(StartupDirectories, FolderOfAnotherUserBelowTmpIsToldOnceAndUsed) {
+    const auto told = [&](const std::string& folder, uid_t owner) {
+        init_directories();
+        scene.write("/tmp/uni_logs.general.txt", "");
+        UniLog log(UniLog::ToFile, "/tmp/uni_logs.general.txt", "");
+        g_log = &log;
+        const Owned machine(folder, owner);
+        init_directories();
+        g_log = nullptr;
+        const std::string text = scene.file("/tmp/uni_logs.general.txt").value();
+        return text.empty() ? text : text.substr(text.find(" : ") + 3);
+    };
+    g_uuid_list = {"u1"};
+    const std::string stranger = std::to_string(::geteuid() + 4711);
+    for (const std::string folder : {"/tmp/u1", "/tmp/u1/1", "/tmp/u1/6/tc_items"}) {
+        EXPECT_EQ(told(folder, ::geteuid() + 4711), folder + " belongs to another user: " + stranger + "\n");
+        EXPECT_EQ(told(folder, ::geteuid()), "");
+        EXPECT_EQ(told(folder, 0), "");
+    }
+    EXPECT_EQ(told("/mnt/storage/u1", ::geteuid() + 4711), "");
+    EXPECT_EQ(scene.item("u1", 6, "Connected"), "0\n");
+    g_uuid_list.clear();
 }
 
 TEST_F(StartupDirectories, FileInTheWayOfAFolderIsIgnored) {

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/child.h"
+#include "support/machines.h"
 #include "support/scene.h"
 
 namespace {
@@ -222,7 +223,7 @@ TEST_F(UniLogTest, LogWhoseFileCannotBeOpenedIsSilent) {
 }
 
 TEST_F(UniLogTest, FullStorageIsNotReported) {
-    std::filesystem::create_symlink("/dev/full", scene.real_path(Path));
+    const FullStorage machine(100);
     const std::string said = stderr_of([] {
         UniLog log = file_log();
         log << LOG_BEGIN << std::string(300'000, 'x') << LOG_END;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -169,6 +170,19 @@ TEST_F(SystemPort, CarriesBytesBothWays) {
 TEST_F(SystemPort, ThatIsMissingDoesNotOpen) {
     EXPECT_LT(open_line("/dev/no such port", LineOfKm5, 3, 2), 1);
     EXPECT_LT(open_line("", LineOfKm5, 3, 2), 1);
+}
+
+TEST_F(SystemPort, ThatIsNoTerminalDoesNotOpenAndStaysAsItIs) {
+    Scene scene;
+    set_gateway(nullptr);
+    const std::string folder = scene.real_path("/tmp/");
+    scene.write("/tmp/file", "not a line");
+    ::mkfifo((folder + "fifo").c_str(), 0666);
+    for (const std::string& path : {folder + "file", folder + "fifo", folder, std::string("/dev/null")}) {
+        EXPECT_EQ(gateway().open_port(path.c_str()), -1) << path;
+        EXPECT_LT(open_line(path, LineOfKm5, 3, 2), 1) << path;
+    }
+    EXPECT_EQ(scene.file("/tmp/file"), "not a line");
 }
 
 TEST_F(SystemPort, DoesNotBecomeTheTerminalOfTheProcess) {

@@ -1,44 +1,26 @@
 // One pass over a meter: its stages, its subsystems, the comparison of archive times; and what a new driver remembers.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/km5_scene.h"
+#include "support/machines.h"
 
 namespace {
 
-/// All lines that are written to a state file, not only the last: a pipe in its place keeps them.
-class StateTrail {
+/// What a driver says in its state file, one after the other.
+class StateTrail : public FileTrail {
   public:
-    explicit StateTrail(const std::string& path) {
-        std::filesystem::remove(path);
-        ::mkfifo(path.c_str(), 0644);
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    }
-    ~StateTrail() { ::close(fd_); }
-    StateTrail(const StateTrail&) = delete;
-    StateTrail& operator=(const StateTrail&) = delete;
+    using FileTrail::FileTrail;
 
     std::vector<std::string> states() const {
-        std::string text;
-        char piece[4096];
-        for (ssize_t got = 0; (got = ::read(fd_, piece, sizeof(piece))) > 0;) {
-            text.append(piece, static_cast<std::size_t>(got));
-        }
         std::vector<std::string> all;
-        std::istringstream stream(text);
-        for (std::string line; std::getline(stream, line);) all.push_back(line.substr(line.find("]  ") + 3));
+        for (const std::string& line : texts()) {
+            const std::size_t from = line.find("]  ") + 3;
+            all.push_back(line.substr(from, line.size() - 1 - from));
+        }
         return all;
     }
-
-  private:
-    int fd_;
 };
 
 class Km5Cycle : public Km5Bench {
@@ -134,7 +116,7 @@ TEST_F(Km5Cycle, TheStatusItemFollowsTheStagesOfAPass) {
 
 TEST_F(Km5Cycle, TheStateFileFollowsTheStagesOfAPass) {
     start_described(meter);
-    StateTrail trail(scene.real_path("/tmp/driver.m1.state"));
+    StateTrail trail("/tmp/driver.m1.state");
     poll_with_archives();
     const std::vector<std::string> bounds = {"get record count for archives", "get last record idx for archives",
                                              "get first record idx for archives"};

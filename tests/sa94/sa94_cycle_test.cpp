@@ -1,47 +1,25 @@
 // One pass over a meter: its stages, what is due, the data service on the bus, the wait for the next pass.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <string>
 #include <vector>
 
+#include "support/machines.h"
 #include "support/sa94_scene.h"
 
 namespace {
 
 using Texts = std::vector<std::string>;
 
-/// All values that an item is given, not only the last: a pipe in the place of its file keeps them.
-class ItemTrail {
+/// All values that an item is given, in a row.
+class ItemTrail : public FileTrail {
   public:
-    explicit ItemTrail(const std::string& path) : path_(path) {
-        ::unlink(path.c_str());
-        ::mkfifo(path.c_str(), 0644);
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    }
-    ~ItemTrail() {
-        ::close(fd_);
-        ::unlink(path_.c_str());
-    }
-    ItemTrail(const ItemTrail&) = delete;
-    ItemTrail& operator=(const ItemTrail&) = delete;
+    using FileTrail::FileTrail;
 
-    /// In a row.
     std::string values() const {
-        std::string text;
-        char piece[1024];
-        for (ssize_t got = 0; (got = ::read(fd_, piece, sizeof(piece))) > 0;) {
-            text.append(piece, static_cast<std::size_t>(got));
-        }
-        std::erase(text, '\n');
-        return text;
+        std::string all;
+        for (const std::string& text : texts()) all += text.substr(0, text.size() - 1);
+        return all;
     }
-
-  private:
-    std::string path_;
-    int fd_;
 };
 
 /// A meter of firmware 10 with empty archives, read at 10:05.
@@ -57,7 +35,7 @@ class Sa94Cycle : public Sa94Bench {
 
     /// Each value that a pass gives to `_DriverStatus`.
     std::string stages_of_a_pass() {
-        const ItemTrail trail(scene.real_path("/tmp/m1/1/tc_items/_DriverStatus"));
+        const ItemTrail trail("/tmp/m1/1/tc_items/_DriverStatus");
         driver->run_main();
         return trail.values();
     }

@@ -1,6 +1,7 @@
 #include "core/entry/startup.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -104,6 +105,23 @@ void make_default_link(const std::string& top, const std::string& uuid) {
     make_link(target, operand_in_command(PathBytes, "ln -s " + target + " ", link));
 }
 
+/// Tells of the first folder of a uuid below /tmp that belongs to neither this process's user nor root: its owner can
+/// change what is published there, or lead it elsewhere.
+void tell_foreign_tree(const std::string& uuid) {
+    const std::string top = "/tmp/" + uuid;
+    std::vector<std::string> paths{top};
+    for (int n = 1; n <= Subsystems; ++n) {
+        paths.push_back(top + "/" + std::to_string(n));
+        paths.push_back(paths.back() + "/tc_items");
+    }
+    for (const std::string& path : paths) {
+        struct stat status {};
+        if (gateway().look_at_name(path, status) != 0 || status.st_uid == 0 || status.st_uid == ::geteuid()) continue;
+        log_line(g_log, path, " belongs to another user: ", unsigned{status.st_uid});
+        return;
+    }
+}
+
 /// A later open must never get the number of a standard stream, or prints would go into a log file or onto the line.
 void keep_standard_streams() {
     while (true) {
@@ -195,6 +213,7 @@ void parse_uuids(int argc, char** argv) {
 
 void init_directories() {
     for (const std::string& uuid : g_uuid_list) {
+        tell_foreign_tree(uuid);
         for (int n = 1; n <= Subsystems; ++n) make_tree(uuid, n);
         make_default_link("/mnt/storage", uuid);
         make_default_link("/tmp", uuid);

@@ -1,10 +1,12 @@
 // A block of memory into archive lines.
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 
+#include "core/file.h"
 #include "core/files.h"
 #include "core/gateway.h"
 #include "core/local_time.h"
@@ -163,10 +165,10 @@ void SA94::savePrevEnergy(int archive_type, double value) const {
 double SA94::loadPrevEnergy(int archive_type) const {
     const std::string path = energy_path(uuid, archive_type);
     if (path.empty()) return 0.0;
-    const Stream file(std::fopen(rooted(path).c_str(), "r"));
-    char text[EnergyTextBytes] = "";
-    if (!file || std::fgets(text, sizeof(text), file.get()) == nullptr) return 0.0;
-    return std::atof(text);
+    std::array<char, EnergyTextBytes> text{};
+    File(path, O_RDONLY).read(std::span(text).first(text.size() - 1));
+    *std::find(text.begin(), text.end() - 1, '\n') = '\0';  // of the first line
+    return std::atof(text.data());
 }
 
 bool SA94::ErrorArchiveParsing(const SA94Request& request, int position, std::time_t& newest) {

@@ -135,14 +135,12 @@ bool HCD_VISTmodbus::walk_archive(ArchiveStart start) {
 }
 
 std::time_t HCD_VISTmodbus::last_stored_value(const std::string& name) const {
-    constexpr long TailBytes = 1024;
-    const Stream file(std::fopen(rooted("/mnt/storage/" + default_folder + "/tc_archives/" + name).c_str(), "r"));
-    if (!file) return 0;
-    std::fseek(file.get(), -TailBytes, SEEK_END);  // a shorter file is read from its beginning
-    char line[TailBytes] = "";
-    while (std::fgets(line, sizeof(line), file.get()) != nullptr) continue;
+    constexpr std::size_t TailBytes = 1024;
+    std::string line = end_of_file("/mnt/storage/" + default_folder + "/tc_archives/" + name, TailBytes);
+    if (line.ends_with('\n')) line.pop_back();
+    line.erase(0, line.rfind('\n') + 1);
     long time = 0;
     int quality = 0;
     int value = 0;
-    return std::sscanf(line, "%ld,%d,%d\n", &time, &quality, &value) >= 1 ? time : 0;
+    return std::sscanf(line.c_str(), "%ld,%d,%d\n", &time, &quality, &value) >= 1 ? time : 0;
 }
