@@ -24,12 +24,11 @@ constexpr const char* Device = "/dev/ttyS1";
 class Km5 {
   public:
     Km5(const std::string& device, const sim::Km5Config& meter) : driver(Ground::Uuid, false, false) {
-        driver.tc_sernum = meter.serial;
-        driver.subsystem_count = 1;
+        driver.take_settings({.tc_sernum = meter.serial, .subsystem_count = 1});
         driver.model = meter.model;
         driver.version = std::stof(meter.firmware);
         driver.has_description = true;
-        driver.tty_fd = open_line(device, LineOfKm5, Speed9600, NoParity);
+        driver.set_tty_fd(open_line(device, LineOfKm5, Speed9600, NoParity));
         driver.get_netaddr_from_config();
     }
     KM5 driver;

@@ -60,7 +60,7 @@ struct Place {
     explicit Place(std::size_t records) {
         meter.fill(sim::Sa94Archive::Hourly, {.records = records, .newest = Noon - Hour});
         driver = std::make_unique<SA94>(Ground::Uuid);
-        driver->tc_sernum = meter.config().address;
+        driver->take_settings({.tc_sernum = meter.config().address});
         driver->set_tty_fd(Descriptor);
         if (!driver->getFirmware() || !driver->getStatus()) throw std::logic_error("the meter is not known");
         SA94Request connect(static_cast<std::int32_t>(meter.config().address));

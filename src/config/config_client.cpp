@@ -11,7 +11,6 @@
 #include "config/json_rpc.h"
 #include "core/gateway.h"
 #include "core/text.h"
-#include "driver/hcd_base_driver.h"
 
 namespace {
 
@@ -97,29 +96,28 @@ std::optional<Json::Value> ask_config(const std::string& uuid, int id, bool show
 
 }  // namespace
 
-void take_driver_config(const Json::Value& answer, HCDBaseDriver& driver) {
+void take_driver_config(const Json::Value& answer, MeterSettings& settings) {
     const Json::Value& result = answer["result"];
     const Json::Value& port_params = result["port_params"];
 
-    driver.tc_sernum = result["serial"].asUInt();
-    std::printf("tc_sernum: %u\n", driver.tc_sernum);
-    driver.port_name = cut(port_params["name"].asString(), DeviceBytes - 1);
-    std::printf("dev: %s\n", driver.port_name.c_str());
+    settings.tc_sernum = result["serial"].asUInt();
+    std::printf("tc_sernum: %u\n", settings.tc_sernum);
+    settings.port_name = cut(port_params["name"].asString(), DeviceBytes - 1);
+    std::printf("dev: %s\n", settings.port_name.c_str());
     const std::string manufacturer = result["manufacturer"].asString();
     std::printf("manufacturer = %s\n", manufacturer.c_str());
-    driver.is_km56i = manufacturer == "km-5-6i" ? 1 : 0;
+    settings.is_km56i = manufacturer == "km-5-6i" ? 1 : 0;
 
-    // The count goes on from an earlier answer to the same driver.
-    const auto types = system_types(result, driver.subsystem_count);
-    for (unsigned i = 0; i < types.size(); ++i) driver.set_system_type(i, types[i]);
-    std::printf("subsystem_count = %d\n", driver.subsystem_count);
+    // The count goes on from an earlier answer to the same settings.
+    settings.system_type = system_types(result, settings.subsystem_count);
+    std::printf("subsystem_count = %d\n", settings.subsystem_count);
 
-    driver.use_pause_flag = !is_free_of_pause(result["port_alias"].asString());
-    driver.tc_baud = speed_code(port_params["speed"].asUInt(), DriverCodeOf1200);
-    std::printf("tc_baud: %d\n", driver.tc_baud);
-    driver.tc_parity = parity_code(port_params);
-    std::printf("dev: %s\n", driver.port_name.c_str());
-    std::printf("tc_parity: %d\n", driver.tc_parity);
+    settings.use_pause_flag = !is_free_of_pause(result["port_alias"].asString());
+    settings.tc_baud = speed_code(port_params["speed"].asUInt(), DriverCodeOf1200);
+    std::printf("tc_baud: %d\n", settings.tc_baud);
+    settings.tc_parity = parity_code(port_params);
+    std::printf("dev: %s\n", settings.port_name.c_str());
+    std::printf("tc_parity: %d\n", settings.tc_parity);
 }
 
 void take_port_config(const Json::Value& answer, const std::string& uuid, PortRecord& record) {
@@ -146,9 +144,18 @@ void take_port_config(const Json::Value& answer, const std::string& uuid, PortRe
     std::printf("tc_parity: %d\n", record.parity);
 }
 
-void read_driver_config(HCDBaseDriver& driver) {
+MeterSettings settings_of(const PortRecord& record) {
+    return {.tc_sernum = record.serial,
+            .port_name = record.port_name,
+            .tc_baud = record.speed,
+            .tc_parity = record.parity,
+            .subsystem_count = record.subsystem_count,
+            .system_type = record.system_type};
+}
+
+void read_driver_config(const std::string& uuid, MeterSettings& settings) {
     static int next_id = FirstRequestId;
-    if (const auto answer = ask_config(driver.get_uuid(), next_id++, true)) take_driver_config(*answer, driver);
+    if (const auto answer = ask_config(uuid, next_id++, true)) take_driver_config(*answer, settings);
 }
 
 void read_port_config(const std::string& uuid, PortRecord& record) {

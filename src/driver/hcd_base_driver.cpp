@@ -1,5 +1,6 @@
 #include "driver/hcd_base_driver.h"
 
+#include "config/config_client.h"
 #include "core/files.h"
 #include "core/gateway.h"
 #include "core/text.h"
@@ -59,6 +60,12 @@ bool HCDBaseDriver::is_update_due() {
 void HCDBaseDriver::set_tty_send(ExchangeRoutine routine, std::uintptr_t context) {
     tty_send = routine;
     hook_ctx = context;
+}
+
+void read_driver_config(HCDBaseDriver& driver) {
+    MeterSettings settings = driver.settings();
+    read_driver_config(driver.get_uuid(), settings);
+    driver.take_settings(settings);
 }
 
 void HCDBaseDriver::set_system_type(unsigned index, const std::string& text) {

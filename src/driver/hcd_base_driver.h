@@ -6,17 +6,17 @@
 // Drivers live as long as the process. A `*_base` driver owns the port and the drivers of its meters, which get its
 // descriptor; a per-meter driver owns its logs and its archive state and opens no port.
 
-#include <array>
 #include <cstdint>
 #include <ctime>
 #include <string>
 
 #include "archive/archive_holder.h"
+#include "config/meter_settings.h"
 #include "driver/exchange.h"
 
 class UniScript {};
 
-class HCDBaseDriver : public UniScript, public ArchiveHolder {
+class HCDBaseDriver : public UniScript, public ArchiveHolder, protected MeterSettings {
   public:
     using BusyHook = void (*)(unsigned char flag, std::uintptr_t context);
     using DataHook = void (*)(const std::uint8_t* buffer, std::uintptr_t a, std::uintptr_t b, unsigned char flag,
@@ -58,23 +58,18 @@ class HCDBaseDriver : public UniScript, public ArchiveHolder {
 
     void set_tty_send(ExchangeRoutine routine, std::uintptr_t context);
     void set_tty_fd(int fd) { tty_fd = fd; }
+    /// The port's descriptor, -1 when closed.
+    int get_tty_fd() const { return tty_fd; }
+    /// Given before the port is opened, and unchanged from then on.
+    void take_settings(const MeterSettings& settings) { static_cast<MeterSettings&>(*this) = settings; }
+    const MeterSettings& settings() const { return *this; }
     /// Index 0 is system 1; an index above 5 is ignored.
     void set_system_type(unsigned index, const std::string& text);
     /// One exchange by exchange_read_all. Always 1.
     int send_receive_locked(Bytes tx, ExchangeAnswer& rx, int rx_max);
 
-    // The settings, filled from the configuration before the port is opened, and unchanged from then on.
-    int is_km56i = 0;             ///< 1 when the configured manufacturer is "km-5-6i"
-    int tty_fd = -1;              ///< the port, -1 when closed
-    bool use_pause_flag = false;  ///< "/tmp/pause_tvk" holds this driver back
-    std::uint32_t tc_sernum = 0xFFFFFFFF;
-    int tc_baud = -1;    ///< speed code
-    int tc_parity = -1;  ///< parity code: 1 even, 2 otherwise
-    std::string port_name;
-    int subsystem_count = 0;  ///< configured system types that are not empty
-    std::array<std::string, 6> system_type;
-
   protected:
+    int tty_fd = -1;
     ExchangeRoutine tty_send = nullptr;  ///< goes with the driver's protocol; a record only
     BusyHook busy_hook = nullptr;
     DataHook data_hook = nullptr;
@@ -84,3 +79,7 @@ class HCDBaseDriver : public UniScript, public ArchiveHolder {
     std::string driver_name = "NO_DRIVER_NAME";
     std::time_t last_update_time = 0;
 };
+
+/// Reads the settings of the driver's meter from the configuration service and gives them to the driver; failures as
+/// told in config_client.
+void read_driver_config(HCDBaseDriver& driver);

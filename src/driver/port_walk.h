@@ -7,7 +7,14 @@
 
 class UniLog;
 
-/// Gives each driver its turn, for ever: a pause, the rule of `/tmp/extds_pause` with this number of seconds, then
-/// run_main of every driver whose update is due. What it does goes to `log`, which may be null.
-[[noreturn]] void walk_port(const std::vector<HCDBaseDriver*>& drivers, unsigned pause_seconds,
-                            const char* extds_seconds, UniLog* log);
+/// How a family walks its port.
+struct PortWalk {
+    unsigned pause_seconds;     ///< between two passes over the drivers
+    bool pause_first;           ///< and before the first one
+    const char* extds_seconds;  ///< what `/tmp/extds_pause` says
+    UniLog* log;                ///< where the walk is told, or null
+};
+
+/// Gives each driver its turn, for ever: the rule of `/tmp/extds_pause`, then run_main of every driver whose update is
+/// due and which has been initialised.
+[[noreturn]] void walk_port(const std::vector<HCDBaseDriver*>& drivers, const PortWalk& walk);

@@ -13,16 +13,6 @@ namespace {
 
 constexpr const char* ExtdsSeconds = "7200";
 
-void take_settings(const PortRecord& record, HCDBaseDriver& driver) {
-    driver.set_tty_send(exchange_read_bytes, 0);
-    driver.subsystem_count = record.subsystem_count;
-    driver.tc_sernum = record.serial;
-    driver.port_name = record.port_name;
-    driver.tc_baud = record.speed;
-    driver.tc_parity = record.parity;
-    for (unsigned i = 0; i < record.system_type.size(); ++i) driver.set_system_type(i, record.system_type[i]);
-}
-
 }  // namespace
 
 SingleBus::SingleBus(DriverMaker maker) : make_driver(std::move(maker)) {}
@@ -38,7 +28,8 @@ void SingleBus::add_drivers(const std::vector<std::string>& uuids) {
                      ", nobody takes its settings.");
             continue;
         }
-        take_settings(port, *drivers.back());
+        drivers.back()->set_tty_send(exchange_read_bytes, 0);
+        drivers.back()->take_settings(settings_of(port));
     }
     if (drivers.empty() && !uuids.empty()) {
         // Who started the process may start it again, when the service perhaps knows more.

@@ -10,6 +10,7 @@
 
 #include "core/gateway.h"
 #include "support/child.h"
+#include "support/configured.h"
 #include "support/fresh_process.h"
 #include "support/plain_driver.h"
 #include "support/scene.h"
@@ -119,14 +120,14 @@ TEST(ConfigClientDeathTest, FirstTwoCallsOfEachReaderHaveTheIds1000And1001) {
 
 TEST_F(ConfigClient, DriverTakesItsSettings) {
     read_driver();
-    EXPECT_EQ(driver.tc_sernum, 77U);
-    EXPECT_EQ(driver.port_name, "/dev/ttyS1");
-    EXPECT_EQ(driver.is_km56i, 0);
-    EXPECT_EQ(driver.system_type, (std::array<std::string, 6>{"heat", "", "water", "", "", ""}));
-    EXPECT_EQ(driver.subsystem_count, 2);
-    EXPECT_TRUE(driver.use_pause_flag);
-    EXPECT_EQ(driver.tc_baud, 3);
-    EXPECT_EQ(driver.tc_parity, 2);
+    EXPECT_EQ(driver.settings().tc_sernum, 77U);
+    EXPECT_EQ(driver.settings().port_name, "/dev/ttyS1");
+    EXPECT_EQ(driver.settings().is_km56i, 0);
+    EXPECT_EQ(driver.settings().system_type, (std::array<std::string, 6>{"heat", "", "water", "", "", ""}));
+    EXPECT_EQ(driver.settings().subsystem_count, 2);
+    EXPECT_TRUE(driver.settings().use_pause_flag);
+    EXPECT_EQ(driver.settings().tc_baud, 3);
+    EXPECT_EQ(driver.settings().tc_parity, 2);
 }
 
 TEST_F(ConfigClient, DriverReaderPrintsWhatItAsksAndTakes) {
@@ -145,7 +146,7 @@ TEST_F(ConfigClient, LargestSerialNumberFits) {
     meter.serial = 4294967295U;
     read_driver();
     read_port();
-    EXPECT_EQ(driver.tc_sernum, 4294967295U);
+    EXPECT_EQ(driver.settings().tc_sernum, 4294967295U);
     EXPECT_EQ(record.serial, 4294967295U);
 }
 
@@ -156,14 +157,14 @@ TEST_F(ConfigClient, SpeedCodesOfTheDriver) {
     for (const auto& [speed, code] : table) {
         meter.speed = speed;
         read_driver();
-        EXPECT_EQ(driver.tc_baud, code) << speed;
+        EXPECT_EQ(driver.settings().tc_baud, code) << speed;
     }
 }
 
 TEST_F(ConfigClient, DriverDoesNotLookAtTheUpperSpeed) {
     meter.top_speed = 19200;
     read_driver();
-    EXPECT_EQ(driver.tc_baud, 3);
+    EXPECT_EQ(driver.settings().tc_baud, 3);
 }
 
 TEST_F(ConfigClient, ParityIsEvenForACapitalEAlone) {
@@ -172,7 +173,7 @@ TEST_F(ConfigClient, ParityIsEvenForACapitalEAlone) {
         meter.parity = parity;
         read_driver();
         read_port();
-        EXPECT_EQ(driver.tc_parity, code) << parity;
+        EXPECT_EQ(driver.settings().tc_parity, code) << parity;
         EXPECT_EQ(record.parity, code) << parity;
     }
 }
@@ -181,7 +182,7 @@ TEST_F(ConfigClient, MeterIsAKm56iByItsManufacturerTextAlone) {
     for (const auto& [text, flag] : {std::pair{"km-5-6i", 1}, {"KM-5-6I", 0}, {"km-5-6i ", 0}, {"", 0}}) {
         meter.manufacturer = text;
         read_driver();
-        EXPECT_EQ(driver.is_km56i, flag) << text;
+        EXPECT_EQ(driver.settings().is_km56i, flag) << text;
     }
 }
 
@@ -189,17 +190,17 @@ TEST_F(ConfigClient, FivePortsAreNotHeldBackByThePauseFlag) {
     for (const char* alias : {"serial232.0", "serial485.4", "serial232.D", "serial485.1", "serial485.2"}) {
         meter.port_alias = alias;
         read_driver();
-        EXPECT_FALSE(driver.use_pause_flag) << alias;
+        EXPECT_FALSE(driver.settings().use_pause_flag) << alias;
     }
 }
 
 TEST_F(ConfigClient, AllOtherPortsAreHeldBackByThePauseFlag) {
     for (const char* alias :
          {"", "serial485.3", "serial485.0", "serial232.1", "Serial485.4", "serial485.44", "serial"}) {
-        driver.use_pause_flag = false;
+        set_pause_flag(driver, false);
         meter.port_alias = alias;
         read_driver();
-        EXPECT_TRUE(driver.use_pause_flag) << alias;
+        EXPECT_TRUE(driver.settings().use_pause_flag) << alias;
     }
 }
 
@@ -207,36 +208,36 @@ TEST_F(ConfigClient, SecondSystemAloneIsOneSubsystemInTheSecondPlace) {
     meter.system_types = {"", "heat"};
     read_driver();
     read_port();
-    for (const auto& types : {driver.system_type, record.system_type}) {
+    for (const auto& types : {driver.settings().system_type, record.system_type}) {
         EXPECT_EQ(types[0], "");
         EXPECT_EQ(types[1], "heat");
     }
-    EXPECT_EQ(driver.subsystem_count, 1);
+    EXPECT_EQ(driver.settings().subsystem_count, 1);
     EXPECT_EQ(record.subsystem_count, 1);
 }
 
 TEST_F(ConfigClient, AllSixSystemsAreTaken) {
     meter.system_types = {"1", "2", "3", "4", "5", "6"};
     read_driver();
-    EXPECT_EQ(driver.system_type, meter.system_types);
-    EXPECT_EQ(driver.subsystem_count, 6);
+    EXPECT_EQ(driver.settings().system_type, meter.system_types);
+    EXPECT_EQ(driver.settings().subsystem_count, 6);
 }
 
 TEST_F(ConfigClient, SecondCallOnOneDriverCountsOnAndEmptiesWhatIsEmptyNow) {
     read_driver();
     meter.system_types = {"", "gas"};
     read_driver();
-    EXPECT_EQ(driver.subsystem_count, 3);
-    EXPECT_EQ(driver.system_type, (std::array<std::string, 6>{"", "gas", "", "", "", ""}));
+    EXPECT_EQ(driver.settings().subsystem_count, 3);
+    EXPECT_EQ(driver.settings().system_type, (std::array<std::string, 6>{"", "gas", "", "", "", ""}));
 }
 
 TEST_F(ConfigClient, DeviceNameOf127BytesIsWholeAndALongerOneIsCut) {
     meter.port_name = std::string(127, 'd');
     read_driver();
-    EXPECT_EQ(driver.port_name, std::string(127, 'd'));
+    EXPECT_EQ(driver.settings().port_name, std::string(127, 'd'));
     meter.port_name = std::string(5000, 'd');
     read_driver();
-    EXPECT_EQ(driver.port_name, std::string(127, 'd'));
+    EXPECT_EQ(driver.settings().port_name, std::string(127, 'd'));
 }
 
 // ---- single-bus mode
@@ -299,7 +300,7 @@ TEST_F(ConfigClient, DeviceNameOfAPortRecordIsNotCut) {
 TEST_F(ConfigClient, CommentsInAnAnswerAreAllowed) {
     scene.service.answer_with("/* settings */ {\"result\": // of u\n {\"serial\": 5}} // end\n");
     stdout_of([&] { read_driver_config(driver); });
-    EXPECT_EQ(driver.tc_sernum, 5U);
+    EXPECT_EQ(driver.settings().tc_sernum, 5U);
 }
 
 TEST_F(ConfigClient, AnswerWithoutAResultIsSerialZeroAnEmptyDeviceAndNoSubsystems) {
@@ -311,12 +312,12 @@ TEST_F(ConfigClient, AnswerWithoutAResultIsSerialZeroAnEmptyDeviceAndNoSubsystem
         });
     });
     EXPECT_EQ(err, "");
-    EXPECT_EQ(driver.tc_sernum, 0U);
-    EXPECT_EQ(driver.port_name, "");
-    EXPECT_EQ(driver.subsystem_count, 0);
-    EXPECT_EQ(driver.tc_baud, 1);
-    EXPECT_EQ(driver.tc_parity, 2);
-    EXPECT_TRUE(driver.use_pause_flag);
+    EXPECT_EQ(driver.settings().tc_sernum, 0U);
+    EXPECT_EQ(driver.settings().port_name, "");
+    EXPECT_EQ(driver.settings().subsystem_count, 0);
+    EXPECT_EQ(driver.settings().tc_baud, 1);
+    EXPECT_EQ(driver.settings().tc_parity, 2);
+    EXPECT_TRUE(driver.settings().use_pause_flag);
     EXPECT_EQ(record.uuid, "unknown");
     EXPECT_EQ(record.speed, 1);
     EXPECT_EQ(record.parity, 2);
@@ -325,13 +326,13 @@ TEST_F(ConfigClient, AnswerWithoutAResultIsSerialZeroAnEmptyDeviceAndNoSubsystem
 TEST_F(ConfigClient, ErrorBesideAResultIsNotLookedAt) {
     scene.service.answer_with(R"({"error":{"code":-1},"id":"x","result":{"serial":5}})");
     stdout_of([&] { read_driver_config(driver); });
-    EXPECT_EQ(driver.tc_sernum, 5U);
+    EXPECT_EQ(driver.settings().tc_sernum, 5U);
 }
 
 TEST_F(ConfigClient, NumberInThePlaceOfATextIsTakenAsItsText) {
     scene.service.set_result("u", R"({"port_params":{"name":5},"manufacturer":null})");
     stdout_of([&] { read_driver_config(driver); });
-    EXPECT_EQ(driver.port_name, "5");
+    EXPECT_EQ(driver.settings().port_name, "5");
 }
 
 TEST_F(ConfigClient, MemberOfTheWrongTypeEndsTheProcess) {
@@ -355,9 +356,9 @@ TEST_F(ConfigClient, LostRequestLeavesTheDriverAndTheRecordAsTheyWere) {
         EXPECT_EQ(stdout_of([&] { read_port_config("other", record); }), "");
     });
     EXPECT_EQ(err, "Error while sending data!\nError while sending data!\n");
-    EXPECT_EQ(driver.tc_sernum, 77U);
-    EXPECT_EQ(driver.port_name, "/dev/ttyS1");
-    EXPECT_EQ(driver.subsystem_count, 2);
+    EXPECT_EQ(driver.settings().tc_sernum, 77U);
+    EXPECT_EQ(driver.settings().port_name, "/dev/ttyS1");
+    EXPECT_EQ(driver.settings().subsystem_count, 2);
     EXPECT_EQ(record.uuid, "u");
     EXPECT_EQ(record.serial, 77U);
 }

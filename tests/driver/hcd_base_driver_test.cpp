@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/line_settings.h"
+#include "support/configured.h"
 #include "support/plain_driver.h"
 #include "support/scene.h"
 #include "support/scripted_meter.h"
@@ -31,16 +32,16 @@ TEST_F(BaseDriver, ThatWasNeverConfiguredIsOfflineAndHasNoName) {
 TEST_F(BaseDriver, ThatWasNeverConfiguredHasTheSettingsOfNone) {
     EXPECT_EQ(driver.get_uuid(), "na");
     EXPECT_EQ(driver.uuid_list, std::vector<std::string>{});
-    EXPECT_EQ(driver.tc_sernum, 0xFFFFFFFFU);
+    EXPECT_EQ(driver.settings().tc_sernum, 0xFFFFFFFFU);
     EXPECT_EQ(driver.seen_serial, 0xFFFFFFFFU);
-    EXPECT_EQ(driver.tc_baud, -1);
-    EXPECT_EQ(driver.tc_parity, -1);
-    EXPECT_EQ(driver.tty_fd, -1);
-    EXPECT_EQ(driver.is_km56i, 0);
-    EXPECT_FALSE(driver.use_pause_flag);
-    EXPECT_EQ(driver.port_name, "");
-    EXPECT_EQ(driver.subsystem_count, 0);
-    for (const std::string& type : driver.system_type) EXPECT_EQ(type, "");
+    EXPECT_EQ(driver.settings().tc_baud, -1);
+    EXPECT_EQ(driver.settings().tc_parity, -1);
+    EXPECT_EQ(driver.get_tty_fd(), -1);
+    EXPECT_EQ(driver.settings().is_km56i, 0);
+    EXPECT_FALSE(driver.settings().use_pause_flag);
+    EXPECT_EQ(driver.settings().port_name, "");
+    EXPECT_EQ(driver.settings().subsystem_count, 0);
+    for (const std::string& type : driver.settings().system_type) EXPECT_EQ(type, "");
     EXPECT_EQ(driver.last_update_time, 0);
 }
 
@@ -64,7 +65,7 @@ TEST_F(BaseDriver, AnswersForItselfWhereNoFamilyDoes) {
     driver.on_tick(1);
     driver.run_main();
     driver.do_init();
-    EXPECT_EQ(driver.tty_fd, -1);
+    EXPECT_EQ(driver.get_tty_fd(), -1);
     EXPECT_EQ(scene.gateway.exchanges().size(), 0U);
     EXPECT_TRUE(scene.gateway.sleeps().empty());
 }
@@ -80,10 +81,10 @@ TEST_F(BaseDriver, TakesItsUuid) {
 TEST_F(BaseDriver, TakesSixSystemTypesAndNoSeventh) {
     for (unsigned i = 0; i < 6; ++i) driver.set_system_type(i, std::to_string(i + 1));
     const std::array<std::string, 6> six{"1", "2", "3", "4", "5", "6"};
-    EXPECT_EQ(driver.system_type, six);
+    EXPECT_EQ(driver.settings().system_type, six);
     driver.set_system_type(6, "seventh");
     driver.set_system_type(4'000'000'000U, "seventh");
-    EXPECT_EQ(driver.system_type, six);
+    EXPECT_EQ(driver.settings().system_type, six);
 }
 
 TEST_F(BaseDriver, KeepsTheExchangeRoutineAndTheContextOfItsHooks) {
@@ -91,7 +92,7 @@ TEST_F(BaseDriver, KeepsTheExchangeRoutineAndTheContextOfItsHooks) {
     EXPECT_EQ(driver.tty_send, &exchange_read_all);
     EXPECT_EQ(driver.hook_ctx, 42U);
     driver.set_tty_fd(7);
-    EXPECT_EQ(driver.tty_fd, 7);
+    EXPECT_EQ(driver.get_tty_fd(), 7);
 }
 
 // ---- hooks
@@ -305,10 +306,10 @@ TEST_F(DriverExchange, ReturnsOneAlsoWithoutAnAnswerOrAPort) {
 TEST_F(DriverExchange, IsHeldBackAsTheCallerSaysAndNotAsTheDriverIsSet) {
     scene.touch("/tmp/pause_tvk");
     scene.gateway.at(15, [&] { scene.remove("/tmp/pause_tvk"); });
-    driver.use_pause_flag = true;
+    set_pause_flag(driver, true);
     driver.send_receive(Ask, rx, 100, false);
     EXPECT_TRUE(scene.gateway.sleeps().empty());
-    driver.use_pause_flag = false;
+    set_pause_flag(driver, false);
     driver.send_receive(Ask, rx, 100, true);
     EXPECT_EQ(scene.gateway.sleeps(), (std::vector<unsigned>{10, 10}));
 }
@@ -318,7 +319,7 @@ TEST_F(DriverExchange, OfTheLockedKindIsHeldBackAsTheDriverIsSet) {
     scene.gateway.at(15, [&] { scene.remove("/tmp/pause_tvk"); });
     driver.send_receive_locked(Ask, rx, 100);
     EXPECT_TRUE(scene.gateway.sleeps().empty());
-    driver.use_pause_flag = true;
+    set_pause_flag(driver, true);
     driver.send_receive_locked(Ask, rx, 100);
     EXPECT_EQ(scene.gateway.sleeps(), (std::vector<unsigned>{10, 10}));
 }

@@ -118,19 +118,19 @@ TEST_F(Bus, EachUuidGetsADriverByItsManufacturerAndItsSettings) {
     EXPECT_EQ(asked_for, (Notes{"known u1", "known u2"}));
     ASSERT_EQ(drivers.size(), 2U);
     EXPECT_EQ(drivers[0]->get_uuid(), "u1");
-    EXPECT_EQ(drivers[0]->tc_sernum, 11U);
-    EXPECT_EQ(drivers[0]->port_name, "/dev/a");
-    EXPECT_EQ(drivers[0]->tc_baud, 1);
-    EXPECT_EQ(drivers[0]->tc_parity, 1);
-    EXPECT_EQ(drivers[0]->subsystem_count, 2);
-    EXPECT_EQ(drivers[0]->system_type[0], "heat");
-    EXPECT_EQ(drivers[0]->system_type[2], "water");
+    EXPECT_EQ(drivers[0]->settings().tc_sernum, 11U);
+    EXPECT_EQ(drivers[0]->settings().port_name, "/dev/a");
+    EXPECT_EQ(drivers[0]->settings().tc_baud, 1);
+    EXPECT_EQ(drivers[0]->settings().tc_parity, 1);
+    EXPECT_EQ(drivers[0]->settings().subsystem_count, 2);
+    EXPECT_EQ(drivers[0]->settings().system_type[0], "heat");
+    EXPECT_EQ(drivers[0]->settings().system_type[2], "water");
     EXPECT_EQ(drivers[0]->tty_send, &exchange_read_bytes);
     EXPECT_EQ(drivers[0]->hook_ctx, 0U);
-    EXPECT_EQ(drivers[1]->tc_sernum, 22U);
-    EXPECT_EQ(drivers[1]->port_name, "/dev/b");
-    EXPECT_EQ(drivers[1]->tc_baud, 4);
-    EXPECT_EQ(drivers[1]->tc_parity, 2);
+    EXPECT_EQ(drivers[1]->settings().tc_sernum, 22U);
+    EXPECT_EQ(drivers[1]->settings().port_name, "/dev/b");
+    EXPECT_EQ(drivers[1]->settings().tc_baud, 4);
+    EXPECT_EQ(drivers[1]->settings().tc_parity, 2);
 }
 
 TEST_F(Bus, AllSettingsAreReadBeforeTheFirstDriverRuns) {
@@ -147,12 +147,12 @@ TEST_F(Bus, AnUnknownManufacturerGivesItsSettingsToTheDriverBeforeIt) {
     meter("u3", "nobody", {.serial = 33, .port_name = "/dev/c", .speed = 115200, .system_types = {"x"}});
     add({"u1", "u2", "u3"});
     ASSERT_EQ(drivers.size(), 2U);
-    EXPECT_EQ(drivers[0]->tc_sernum, 11U);
+    EXPECT_EQ(drivers[0]->settings().tc_sernum, 11U);
     EXPECT_EQ(drivers[1]->get_uuid(), "u2");
-    EXPECT_EQ(drivers[1]->tc_sernum, 33U);
-    EXPECT_EQ(drivers[1]->port_name, "/dev/c");
-    EXPECT_EQ(drivers[1]->tc_baud, 7);
-    EXPECT_EQ(drivers[1]->system_type[0], "x");
+    EXPECT_EQ(drivers[1]->settings().tc_sernum, 33U);
+    EXPECT_EQ(drivers[1]->settings().port_name, "/dev/c");
+    EXPECT_EQ(drivers[1]->settings().tc_baud, 7);
+    EXPECT_EQ(drivers[1]->settings().system_type[0], "x");
     run_passes(1);
     EXPECT_EQ(cfgetospeed(&scene.gateway.line_of("/dev/a")), static_cast<speed_t>(B19200))
         << "the line is still set by the driver's own uuid";
@@ -163,8 +163,8 @@ TEST_F(Bus, SystemsThatAnUnknownManufacturerDoesNotHaveAreTakenFromTheDriverBefo
     meter("u2", "nobody", {.serial = 22, .system_types = {"", "x"}});
     add({"u1", "u2"});
     ASSERT_EQ(drivers.size(), 1U);
-    EXPECT_EQ(drivers[0]->subsystem_count, 1);
-    EXPECT_EQ(drivers[0]->system_type, (std::array<std::string, 6>{"", "x"}));
+    EXPECT_EQ(drivers[0]->settings().subsystem_count, 1);
+    EXPECT_EQ(drivers[0]->settings().system_type, (std::array<std::string, 6>{"", "x"}));
 }
 
 TEST_F(Bus, AnUnknownManufacturerOfTheFirstUuidsIsPassedOver) {
@@ -173,8 +173,8 @@ TEST_F(Bus, AnUnknownManufacturerOfTheFirstUuidsIsPassedOver) {
     add({"u0", "u1", "u2"});
     ASSERT_EQ(drivers.size(), 2U);
     EXPECT_EQ(drivers[0]->get_uuid(), "u1");
-    EXPECT_EQ(drivers[0]->tc_sernum, 11U);
-    EXPECT_EQ(drivers[0]->port_name, "/dev/a");
+    EXPECT_EQ(drivers[0]->settings().tc_sernum, 11U);
+    EXPECT_EQ(drivers[0]->settings().port_name, "/dev/a");
     run_passes(1);
     EXPECT_EQ(cfgetospeed(&scene.gateway.line_of("/dev/a")), static_cast<speed_t>(B19200));
 }
@@ -186,8 +186,8 @@ TEST_F(Bus, ALostRequestForALaterUuidLeavesTheDriverBeforeItWithoutSettings) {
     EXPECT_EQ(asked_for.back(), " ");
     ASSERT_EQ(drivers.size(), 1U);
     EXPECT_EQ(drivers[0]->get_uuid(), "u1");
-    EXPECT_EQ(drivers[0]->tc_sernum, 0U);
-    EXPECT_EQ(drivers[0]->port_name, "");
+    EXPECT_EQ(drivers[0]->settings().tc_sernum, 0U);
+    EXPECT_EQ(drivers[0]->settings().port_name, "");
 }
 
 TEST_F(Bus, NoKnownManufacturerAtAllEndsTheProcess) {
@@ -271,8 +271,8 @@ TEST_F(Bus, TheDeviceOfTheFirstDriverServesAll) {
     run_passes(2);
     EXPECT_EQ(scene.gateway.times_line_set("/dev/a"), 4);
     EXPECT_EQ(scene.gateway.times_line_set("/dev/b"), 0);
-    EXPECT_GT(drivers[0]->tty_fd, 0);
-    EXPECT_EQ(drivers[0]->tty_fd, drivers[1]->tty_fd);
+    EXPECT_GT(drivers[0]->get_tty_fd(), 0);
+    EXPECT_EQ(drivers[0]->get_tty_fd(), drivers[1]->get_tty_fd());
 }
 
 TEST_F(Bus, ADeviceThatDoesNotOpenIsTriedAgainForEveryDriver) {
@@ -282,7 +282,7 @@ TEST_F(Bus, ADeviceThatDoesNotOpenIsTriedAgainForEveryDriver) {
     int turns = 0;
     std::vector<bool> open;
     at_turn = [&](BusDriver& driver) {
-        open.push_back(driver.tty_fd > 0);
+        open.push_back(driver.get_tty_fd() > 0);
         if (++turns == 3) scene.gateway.add_device("/dev/later");
     };
     run_passes(3);
@@ -296,7 +296,7 @@ TEST_F(Bus, TheNextDriversDeviceServesAllWhenTheFirstOnesDoesNotOpen) {
     add({"u1", "u2"});
     run_passes(2);
     EXPECT_EQ(scene.gateway.times_line_set("/dev/a"), 3);
-    EXPECT_GT(drivers[0]->tty_fd, 0);
+    EXPECT_GT(drivers[0]->get_tty_fd(), 0);
 }
 
 TEST_F(Bus, OpeningTheLineTellsWhetherItIsOpen) {

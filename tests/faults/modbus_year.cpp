@@ -155,7 +155,7 @@ class ModbusYear final : public YearMeter {
             .archive = archive_number(static_cast<int>(system), kind), .time = time, .promised = promised};
         const std::string folder = std::to_string(system + 1) + "/tmp_archives/";
         for (const sim::VistFileValue& value : values) {
-            result.lines.push_back({folder + value.file, year_line(value.time + shift, value.quality, value.value),
+            result.lines.push_back({folder + value.file, stored_line(value.time + shift, value.quality, value.value),
                                     tells_progress(value.file)});
         }
         return result;

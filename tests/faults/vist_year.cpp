@@ -155,7 +155,7 @@ class VistYear final : public YearMeter {
             .archive = archive_number(static_cast<int>(device), kind), .time = time, .promised = promised};
         const std::string folder = std::to_string(device + 1) + "/tmp_archives/";
         for (const sim::VistFileValue& value : values) {
-            result.lines.push_back({folder + value.file, year_line(filed_at, value.quality, value.value)});
+            result.lines.push_back({folder + value.file, stored_line(filed_at, value.quality, value.value)});
         }
         return result;
     }

@@ -1,14 +1,6 @@
 #include "faults/year_meter.h"
 
-#include <cstdio>
-
 namespace faults {
-
-std::string year_line(std::time_t time, int quality, double value) {
-    char text[96];
-    std::snprintf(text, sizeof(text), "%ld,%d,%f", static_cast<long>(time), quality, value);
-    return text;
-}
 
 std::time_t twin_of(std::time_t time) {
     std::tm here{};

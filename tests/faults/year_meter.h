@@ -10,6 +10,7 @@
 
 #include "config_service.h"
 #include "sim_meter.h"
+#include "support/stored_lines.h"
 
 namespace faults {
 
@@ -88,8 +89,6 @@ std::unique_ptr<YearMeter> make_vist_meter(int number, bool alone, Dice& dice);
 std::unique_ptr<YearMeter> make_modbus_meter(int number, Dice& dice);
 std::unique_ptr<YearMeter> make_sa94_meter(Dice& dice);
 
-/// "%ld,%d,%f"
-std::string year_line(std::time_t time, int quality, double value);
 /// The other moment that the same local date names, in the hour that autumn repeats; `time` itself otherwise.
 std::time_t twin_of(std::time_t time);
 

@@ -5,30 +5,24 @@
 
 #include "config/config_client.h"
 #include "config/json_rpc.h"
-#include "driver/hcd_base_driver.h"
 #include "fuzz_ground.h"
 
 namespace {
 
-class Driver final : public HCDBaseDriver {
-  public:
-    std::string get_driver_type() override { return "fuzz"; }
-};
-
 void take_as_driver(const Json::Value& answer) {
-    Driver driver;
-    take_driver_config(answer, driver);
-    expect(driver.port_name.size() < 128, "a device path has less than 128 bytes");
-    expect(driver.port_name.find('\0') == std::string::npos, "a device path ends at its first zero byte");
-    expect(driver.is_km56i == 0 || driver.is_km56i == 1, "is_km56i is 0 or 1");
-    expect(driver.tc_baud >= 0 && driver.tc_baud <= 7, "a speed code is 0 to 7");
-    expect(driver.tc_parity == 1 || driver.tc_parity == 2, "a parity code is 1 or 2");
+    MeterSettings settings;
+    take_driver_config(answer, settings);
+    expect(settings.port_name.size() < 128, "a device path has less than 128 bytes");
+    expect(settings.port_name.find('\0') == std::string::npos, "a device path ends at its first zero byte");
+    expect(settings.is_km56i == 0 || settings.is_km56i == 1, "is_km56i is 0 or 1");
+    expect(settings.tc_baud >= 0 && settings.tc_baud <= 7, "a speed code is 0 to 7");
+    expect(settings.tc_parity == 1 || settings.tc_parity == 2, "a parity code is 1 or 2");
     int types = 0;
-    for (const std::string& type : driver.system_type) types += type.empty() ? 0 : 1;
-    expect(driver.subsystem_count == types, "as many subsystems as system types that are not empty");
+    for (const std::string& type : settings.system_type) types += type.empty() ? 0 : 1;
+    expect(settings.subsystem_count == types, "as many subsystems as system types that are not empty");
 
-    take_driver_config(answer, driver);
-    expect(driver.subsystem_count == 2 * types, "the count goes on from the answer before");
+    take_driver_config(answer, settings);
+    expect(settings.subsystem_count == 2 * types, "the count goes on from the answer before");
 }
 
 void take_as_port(const Json::Value& answer) {

@@ -118,10 +118,10 @@ struct Scene {
     bool is_patient() const { return (flags & 0x80) != 0; }
 
     void prepare(KM5& driver) const {
-        driver.tc_sernum = 12345678;
-        driver.tty_fd = Descriptor;
-        driver.subsystem_count = km56i() ? 3 : 1;
-        driver.system_type.fill(system_type);
+        MeterSettings settings{.tc_sernum = 12345678, .subsystem_count = km56i() ? 3 : 1};
+        settings.system_type.fill(system_type);
+        driver.take_settings(settings);
+        driver.set_tty_fd(Descriptor);
         driver.isATT = is_att();
         if (is_described()) {
             driver.model = model % 9;  // 1 to 7 are models

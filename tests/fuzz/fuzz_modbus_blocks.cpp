@@ -125,8 +125,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // A pass that is whole is handed over, so there must be a staging directory.
     EndingLine line(full_root(), input);
     HCD_VISTmodbus driver(FuzzUuid);
-    driver.tc_sernum = 17;
-    driver.tty_fd = ModbusScriptedLine::Descriptor;
+    driver.take_settings({.tc_sernum = 17});
+    driver.set_tty_fd(ModbusScriptedLine::Descriptor);
     try {
         while (!input.empty()) {
             operate(driver, input);

@@ -106,7 +106,7 @@ void check_decoders(std::span<const std::uint8_t> block) {
 // ---- the driver
 
 void prepare(SA94& driver, int firmware_id, std::uint8_t status) {
-    driver.tc_sernum = 1;
+    driver.take_settings({.tc_sernum = 1});
     driver.set_tty_fd(Descriptor);
     driver.firmware_id = firmware_id;
     driver.status_byte = status & 0x7F;

@@ -112,8 +112,8 @@ std::vector<std::uint8_t> VistScriptedLine::packet(std::uint8_t head, const std:
 }
 
 void prepare_vist(HCD_VIST& driver, bool described, int version) {
-    driver.tc_sernum = 1;
-    driver.tty_fd = Descriptor;
+    driver.take_settings({.tc_sernum = 1});
+    driver.set_tty_fd(Descriptor);
     driver.functions.vdn_num.device_num = 1;
     if (!described) return;
     driver.virtdev_cnt = 3;

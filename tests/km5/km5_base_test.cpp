@@ -7,6 +7,7 @@
 
 #include "core/uni_log.h"
 #include "support/child.h"
+#include "support/configured.h"
 #include "support/km5_scene.h"
 
 namespace {
@@ -91,7 +92,7 @@ TEST_F(Km5Process, OpeningThePortIsToldNowhere) {
     KM5_base base({Uuid}, false, false);
     for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
     for (const char* port : {Port, "/dev/none"}) {
-        base.port_name = port;
+        set_port_name(base, port);
         EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "") << port;
         EXPECT_EQ(scene.file("/tmp/uni_logs.general.txt"), "");
         for (const char* kind : {"messages", "debug", "general"}) EXPECT_TRUE(log(kind).empty());

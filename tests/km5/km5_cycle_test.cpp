@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/km5_scene.h"
 #include "support/machines.h"
 
@@ -149,7 +150,7 @@ TEST_F(Km5Cycle, ASilentMeterRunsOutOfItsAttemptsAndThePassEnds) {
 
 TEST_F(Km5Cycle, WithoutASerialNumberThePassEndsAtOnce) {
     start_described(meter);
-    driver->tc_sernum = 0;
+    set_serial(*driver, 0);
     driver->run_main();
     EXPECT_EQ(state(), "run main");
     EXPECT_TRUE(requests().empty());
@@ -205,7 +206,7 @@ TEST_F(Km56iCycle, AKm56iIsReadSubsystemBySubsystem) {
 
 TEST_F(Km56iCycle, AKm56iHasAStateOfItsOwn) {
     start_described(meter, {.km56i = true, .systems = {"heat"}});
-    driver->tc_sernum = 0;
+    set_serial(*driver, 0);
     driver->run_main();
     EXPECT_EQ(state(), "run main km56i");
 }

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/km5_scene.h"
 
 namespace {
@@ -146,7 +147,7 @@ TEST_F(Km5Due, AProbeOfNonsenseMinutesKeepsTheGuard) {
 }
 
 TEST_F(Km5Due, WithoutASerialNumberAMeterIsNeverDue) {
-    driver->tc_sernum = 0;
+    set_serial(*driver, 0);
     for (int i = 0; i < 10; ++i) {
         EXPECT_FALSE(driver->is_update_due());
         machine.sleep(400);
@@ -155,7 +156,7 @@ TEST_F(Km5Due, WithoutASerialNumberAMeterIsNeverDue) {
 }
 
 TEST_F(Km5Due, WithoutASerialNumberEvenAForceFlagIsLeftWhileTheIntervalIsOver) {
-    driver->tc_sernum = 0;
+    set_serial(*driver, 0);
     scene.touch("/tmp/tvk_force_update_m1");
     EXPECT_FALSE(driver->is_update_due());
     EXPECT_TRUE(scene.exists("/tmp/tvk_force_update_m1"));

@@ -103,8 +103,8 @@ class Km5PowerCut : public Km5Bench, public ::testing::WithParamInterface<Unsync
     }
 
     /// The lines of all files; zero bytes that a cut has left are taken out where they stand for themselves.
-    Km5LineCounts lines_in_files() const {
-        Km5LineCounts counts;
+    LineCounts lines_in_files() const {
+        LineCounts counts;
         for (const std::string& name : archive_names()) {
             if (name == "_EXISTS_FIRST_RECORD") continue;
             std::istringstream text(archive(name));
@@ -119,9 +119,9 @@ class Km5PowerCut : public Km5Bench, public ::testing::WithParamInterface<Unsync
 
     /// What must stand in the files in the end, when the first `written` of the lines in `before` survived the cut and
     /// `after` is what the meter has at the restart.
-    static Km5LineCounts expected(const std::vector<Sequence>& before, const std::vector<Sequence>& after,
-                                  std::size_t written) {
-        Km5LineCounts counts;
+    static LineCounts expected(const std::vector<Sequence>& before, const std::vector<Sequence>& after,
+                               std::size_t written) {
+        LineCounts counts;
         std::set<std::time_t> cut_records;
         for (std::size_t r = 0; r < before.size(); ++r) {
             const std::size_t survived = std::min(written, before[r].lines.size());

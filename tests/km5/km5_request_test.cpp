@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "driver/line_settings.h"
+#include "support/configured.h"
 #include "support/km5_scene.h"
 
 namespace {
@@ -261,7 +262,7 @@ TEST_F(Km5Requests, TheAddressIsTakenFromTheDriverAtEachRequest) {
 }
 
 TEST_F(Km5Requests, APauseFlagHoldsARequestOfADriverThatHeedsIt) {
-    driver->use_pause_flag = true;
+    set_pause_flag(*driver, true);
     scene.touch("/tmp/pause_tvk");
     machine.at(25, [this] { scene.remove("/tmp/pause_tvk"); });
     meter.say(good);
@@ -271,7 +272,7 @@ TEST_F(Km5Requests, APauseFlagHoldsARequestOfADriverThatHeedsIt) {
 }
 
 TEST_F(Km5Requests, APauseFlagDoesNotHoldADriverThatDoesNotHeedIt) {
-    driver->use_pause_flag = false;
+    set_pause_flag(*driver, false);
     scene.touch("/tmp/pause_tvk");
     meter.say(good);
     EXPECT_TRUE(ask(8));
@@ -279,7 +280,7 @@ TEST_F(Km5Requests, APauseFlagDoesNotHoldADriverThatDoesNotHeedIt) {
 }
 
 TEST_F(Km5Requests, ThePauseOfAllHoldsEveryDriver) {
-    driver->use_pause_flag = false;
+    set_pause_flag(*driver, false);
     scene.touch("/tmp/pause_tvk_all");
     machine.at(5, [this] { scene.remove("/tmp/pause_tvk_all"); });
     meter.say(good);

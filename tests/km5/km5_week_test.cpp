@@ -91,8 +91,8 @@ class Km5Week : public Km5Bench {
         machine.run_until(time, [&daemon] { daemon(); });
     }
 
-    Km5LineCounts in_files(const std::string& uuid) const {
-        Km5LineCounts counts;
+    LineCounts in_files(const std::string& uuid) const {
+        LineCounts counts;
         for (const std::string& name : scene.list("/mnt/storage/" + uuid + "/1/tc_archives")) {
             if (name == "_EXISTS_FIRST_RECORD") continue;
             const std::string text = scene.archive(uuid, 1, name).value_or("");
@@ -102,8 +102,8 @@ class Km5Week : public Km5Bench {
         }
         return counts;
     }
-    Km5LineCounts expected(const Km5Meter& meter) const {
-        Km5LineCounts counts;
+    LineCounts expected(const Km5Meter& meter) const {
+        LineCounts counts;
         for (const auto& event : meter.events()) km5_count(counts, km5_event_line(event));
         for (const Km5Archive archive : {Km5Archive::Hourly, Km5Archive::Daily}) {
             for (const auto& record : meter.records(archive)) {
@@ -149,7 +149,7 @@ TEST_F(Km5Week, AfterARoughWeekEveryRecordIsInTheFiles) {
     EXPECT_EQ(first.records(Km5Archive::Daily).size(), 7U);
     EXPECT_EQ(first.events().size() + second.events().size(), 30U);
     int doubled = 0;
-    const Km5LineCounts lines = in_files("m1");
+    const LineCounts lines = in_files("m1");
     for (const auto& [line, times] : lines.at("A12")) doubled += times == 2 ? 1 : 0;
     EXPECT_EQ(doubled, 2) << "the records of the pass that failed";
     EXPECT_EQ(lines, expected(first));

@@ -7,8 +7,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 constexpr int Hourly = 0;
 constexpr int Daily = 1;
 constexpr int Errors = 4;

@@ -3,12 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/machines.h"
 #include "support/sa94_scene.h"
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 /// All values that an item is given, in a row.
 class ItemTrail : public FileTrail {
@@ -283,7 +282,7 @@ TEST_F(Sa94Cycle, AClockThatIsSetBackMakesTheWaitLonger) {
 // ---- pauses of the bus
 
 TEST_F(Sa94Cycle, ThePauseFlagOfTheSystemHoldsAPassAndTheOtherDoesNot) {
-    driver->use_pause_flag = true;
+    set_pause_flag(*driver, true);
     scene.touch("/tmp/pause_tvk");
     scene.touch("/tmp/pause_tvk_all");
     machine.at(35, [this] {

@@ -10,8 +10,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 constexpr std::time_t Midnight = 1709337600;  // 2024-03-02 00:00 UTC
 constexpr std::time_t Hour = 3600;
 constexpr std::time_t Day = 86400;

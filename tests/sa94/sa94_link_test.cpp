@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/sa94_scene.h"
 #include "support/scripted_meter.h"
 
@@ -19,8 +20,10 @@ class Sa94Link : public Sa94Bench {
     }
 
     const termios& open(int baud, int parity) {
-        driver->tc_baud = baud;
-        driver->tc_parity = parity;
+        reconfigure(*driver, [&](MeterSettings& settings) {
+            settings.tc_baud = baud;
+            settings.tc_parity = parity;
+        });
         driver->open_tty();
         return machine.line_of(Port);
     }
@@ -60,18 +63,18 @@ TEST_F(Sa94Link, OpeningIsToldInTheGeneralLog) {
     EXPECT_EQ(log("general"), (Sent{"Open port: /dev/ttyS1, bauds: 4, parity: 1", "Open port - Success"}));
     EXPECT_TRUE(log("messages").empty());
     EXPECT_TRUE(log("debug").empty());
-    EXPECT_GT(driver->tty_fd, 0);
+    EXPECT_GT(driver->get_tty_fd(), 0);
 }
 
 TEST_F(Sa94Link, APortThatDoesNotOpenIsToldAndNotTriedAgain) {
-    driver->port_name = "/dev/none";
+    set_port_name(*driver, "/dev/none");
     driver->open_tty();
     EXPECT_EQ(log("general"), (Sent{"Open port: /dev/none, bauds: 3, parity: 0", "Opening port - FAILURE"}));
-    EXPECT_LT(driver->tty_fd, 1);
+    EXPECT_LT(driver->get_tty_fd(), 1);
 }
 
 TEST_F(Sa94Link, WithoutAPortEveryRequestFailsUnsent) {
-    driver->port_name = "/dev/none";
+    set_port_name(*driver, "/dev/none");
     driver->open_tty();
     request.setConnect();
     EXPECT_FALSE(driver->Transact(request, 24));
@@ -174,7 +177,6 @@ TEST_F(Sa94Link, TheLastOfTwentyFourTriesMaySucceed) {
 
 TEST_F(Sa94Link, ASilentMeterCostsTwentyFourTriesOfNineTenths) {
     machine.disconnect_all(Port);
-    driver->tc_baud = 3;
     request.setConnect();
     const double before = machine.seconds();
     EXPECT_FALSE(driver->Transact(request, 24));
@@ -309,7 +311,7 @@ TEST_F(Sa94Link, ABlockThatDoesNotComeIsTriedTwentyFourTimes) {
 // ---- pauses
 
 TEST_F(Sa94Link, ThePauseFlagNeverHoldsThisDriver) {
-    driver->use_pause_flag = true;
+    set_pause_flag(*driver, true);
     scene.touch("/tmp/pause_tvk");
     request.setConnect();
     EXPECT_TRUE(driver->Transact(request, 24));

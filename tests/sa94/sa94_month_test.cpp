@@ -94,8 +94,8 @@ class Sa94Month : public Sa94ArchiveBench {
         }
     }
     /// All that has ever lain in it and is not newer than what the driver has got.
-    Sa94LineCounts expected() const {
-        Sa94LineCounts counts;
+    LineCounts expected() const {
+        LineCounts counts;
         for (const auto& [archive, files] : seen_) {
             const std::time_t last = archive == Sa94Archive::Errors  ? driver->LastTimestampError
                                      : archive == Sa94Archive::Daily ? driver->LastTimestampDaily
@@ -119,7 +119,7 @@ class Sa94Month : public Sa94ArchiveBench {
 
 TEST_F(Sa94Month, EveryRecordIsInTheFilesOnce) {
     live(5);
-    EXPECT_EQ(sa94_difference(lines(), expected()), "");
+    EXPECT_EQ(difference(lines(), expected()), "");
     meter.misbehave_randomly(0.05, 1, {sim::sa94_silence(), sim::sa94_lost()});
     for (const double hours : {3.3, 0.05, 0.17, 0.19, 0.21, 0.23, 0.25, 0.27, 0.3, 2.77, 0.5, 2.0}) {
         live(hours);
@@ -129,7 +129,7 @@ TEST_F(Sa94Month, EveryRecordIsInTheFilesOnce) {
     go_on(1.5);
     silent(9);
     go_on(1.5);
-    EXPECT_EQ(sa94_difference(lines(), expected()), "") << "neither a kill nor a silence between runs costs anything";
+    EXPECT_EQ(difference(lines(), expected()), "") << "neither a kill nor a silence between runs costs anything";
 
     // Five days, which are eighteen errors: more than what is left of their block, and than a block holds.
     const std::size_t errors_before = meter.records(Sa94Archive::Errors).size();
@@ -140,18 +140,18 @@ TEST_F(Sa94Month, EveryRecordIsInTheFilesOnce) {
     ASSERT_GT(resumed_at, 0U);
     ASSERT_GT(errors_behind % 16, resumed_at)
         << "so the run went into the next block, and further than it began in one";
-    const std::string passed_over = sa94_difference(lines(), expected());
-    Sa94LineCounts lost;
+    const std::string passed_over = difference(lines(), expected());
+    LineCounts lost;
     const std::size_t next_block = errors_before / 16 * 16 + 16;
     count(lost, meter, Sa94Archive::Errors, next_block, next_block + resumed_at);
-    EXPECT_EQ(passed_over, sa94_difference({}, lost));
+    EXPECT_EQ(passed_over, difference({}, lost));
 
     for (int n = 0; n < 45; ++n) {
         live(1.3 + n % 4 * 0.2);
         off(9);
     }
     EXPECT_GT(meter.faults_made(), 1000U);
-    EXPECT_EQ(sa94_difference(lines(), expected()), passed_over) << "summer has begun, the ring has turned";
+    EXPECT_EQ(difference(lines(), expected()), passed_over) << "summer has begun, the ring has turned";
     EXPECT_GE(driver->LastTimestampHourly, machine.now() - 13 * Hour);
     EXPECT_GE(driver->LastTimestampDaily, machine.now() - 3 * Day);
     EXPECT_LT(meter.records(Sa94Archive::Hourly).size(), 1024U);
@@ -160,7 +160,7 @@ TEST_F(Sa94Month, EveryRecordIsInTheFilesOnce) {
 
 TEST_F(Sa94Month, ASilenceInTheMiddleOfARunDoublesWhatItHadReadSoFar) {
     live(5);
-    ASSERT_EQ(sa94_difference(lines(), expected()), "");
+    ASSERT_EQ(difference(lines(), expected()), "");
     off(3 * 24);
     start();
     meter.catch_up(machine.now());
@@ -177,7 +177,7 @@ TEST_F(Sa94Month, ASilenceInTheMiddleOfARunDoublesWhatItHadReadSoFar) {
     ASSERT_EQ(meter.scripted_faults_left(), 0U);
     EXPECT_EQ(driver->LastTimestampHourly, last);
     go_on(3);
-    Sa94LineCounts twice = expected();
+    LineCounts twice = expected();
     int doubled = 0;
     for (auto record = next; record != records.end() && record->block < silent_block; ++record) {
         ++doubled;
@@ -185,7 +185,7 @@ TEST_F(Sa94Month, ASilenceInTheMiddleOfARunDoublesWhatItHadReadSoFar) {
             ++twice[value.file][sa94_line(value)];
     }
     EXPECT_GT(doubled, 30);
-    EXPECT_EQ(sa94_difference(lines(), twice), "");
+    EXPECT_EQ(difference(lines(), twice), "");
 }
 
 }  // namespace

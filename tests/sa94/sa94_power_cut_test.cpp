@@ -98,8 +98,8 @@ class Sa94PowerCut : public Sa94ArchiveBench, public ::testing::WithParamInterfa
     }
 
     /// The lines of all files; zero bytes that a cut has left are taken out where they stand for themselves.
-    Sa94LineCounts whole_lines() const {
-        Sa94LineCounts counts;
+    LineCounts whole_lines() const {
+        LineCounts counts;
         for (const auto& [file, lines_of_file] : lines()) {
             for (const auto& [line, times] : lines_of_file) {
                 const bool zeros = line.find_first_not_of(std::string("\0\n", 2)) == std::string::npos;
@@ -111,7 +111,7 @@ class Sa94PowerCut : public Sa94ArchiveBench, public ::testing::WithParamInterfa
     }
 
     struct Outcome {
-        Sa94LineCounts counts;
+        LineCounts counts;
         std::size_t given_up = 0;
         std::size_t twice = 0;
     };
@@ -167,7 +167,7 @@ TEST_P(Sa94PowerCut, AtAnyLineOfAPassCostsAtMostTheRestOfItsRecord) {
         ASSERT_TRUE(archive_pass());
         const std::size_t survived = whole || fate() == Unsynced::Kept ? n : n - 1;
         const Outcome outcome = expected(before, sequences_of(meter), survived);
-        ASSERT_EQ(sa94_difference(whole_lines(), outcome.counts), "");
+        ASSERT_EQ(difference(whole_lines(), outcome.counts), "");
         EXPECT_LT(outcome.given_up, record_lines);
         most_twice = std::max(most_twice, outcome.twice);
         if (whole) break;
@@ -206,14 +206,14 @@ TEST_P(Sa94PowerCut, CutAfterCutEndsWithAllErrorsOnceAndNoLineOfNoRecord) {
     }
     machine.cut_power_at(0, fate());
     EXPECT_GT(starts, 4);
-    const Sa94LineCounts found = whole_lines();
+    const LineCounts found = whole_lines();
     for (const auto& [line, times] : found.at("_A57")) EXPECT_EQ(times, 1) << line;
     EXPECT_EQ(found.at("_A57").size(), 3U);
-    const Sa94LineCounts hourly = all_lines(meter, Sa94Archive::Hourly);
-    const Sa94LineCounts daily = all_lines(meter, Sa94Archive::Daily);
+    const LineCounts hourly = all_lines(meter, Sa94Archive::Hourly);
+    const LineCounts daily = all_lines(meter, Sa94Archive::Daily);
     for (const auto& [file, lines_of_file] : found) {
         if (file == "_A57") continue;
-        const Sa94LineCounts& held = hourly.contains(file) ? hourly : daily;
+        const LineCounts& held = hourly.contains(file) ? hourly : daily;
         for (const auto& [line, times] : lines_of_file) {
             EXPECT_TRUE(held.at(file).contains(line)) << file << ": never held: " << line;
             EXPECT_LE(times, starts);

@@ -7,8 +7,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 constexpr std::time_t Now = 1709373900;  // 2024-03-02 10:05 UTC
 constexpr std::time_t Hour = 3600;
 constexpr std::time_t Day = 86400;

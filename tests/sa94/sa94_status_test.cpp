@@ -7,8 +7,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 class Sa94Status : public Sa94Bench {
   protected:
     Sa94Status() {

@@ -183,10 +183,10 @@ TEST_F(Sa94OddWalk, AnOldDateDropsTheRestOfItsBlock) {
     put_year(5, 0x20);  // the second record of the second block
     start_described(meter);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 0, 5);
     count(expected, meter, Sa94Archive::Hourly, 8, 14);
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
 }
 
 TEST_F(Sa94OddWalk, AnOldDateInTheBlockOfTheResumeIsPassedOverInTheNextBlockToo) {
@@ -195,9 +195,9 @@ TEST_F(Sa94OddWalk, AnOldDateInTheBlockOfTheResumeIsPassedOverInTheNextBlockToo)
     driver->LastTimestampHourly = Newest - 12 * Hour;  // the second record
     put_year(2, 0x20);                                 // and the third has no date
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 6, 14);  // the second block is read from its third place as well
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
     EXPECT_EQ(driver->LastTimestampHourly, Newest);
 }
 
@@ -208,7 +208,7 @@ TEST_F(Sa94OddWalk, AllRecordsOfARunAreComparedWithTheTimeAtItsBeginning) {
     meter.store_hourly({.at = Newest - 1 * Hour, .values = {{"IE", 9.5}, {"IM1", 8.0}}});
     start_described(meter);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
     EXPECT_EQ(driver->LastTimestampHourly, Newest) << "the newest of all";
     meter.store_hourly({.at = Newest + Hour});
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
@@ -220,9 +220,9 @@ TEST_F(Sa94OddWalk, ANullRecordEndsTheRunWhateverStandsBehindIt) {
     meter.erase_record(Sa94Archive::Hourly, meter.records(Sa94Archive::Hourly).at(6));
     start_described(meter);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 0, 6);
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
 }
 
 TEST_F(Sa94OddWalk, AShortAnswerIsABlockOfZerosAndPassedOver) {
@@ -230,10 +230,10 @@ TEST_F(Sa94OddWalk, AShortAnswerIsABlockOfZerosAndPassedOver) {
     start_described(meter);
     meter.misbehave_next(1, sim::sa94_single_byte().on(Sa94Kind::Block, 2, 1));
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 0, 4);
     count(expected, meter, Sa94Archive::Hourly, 8, 14);
-    EXPECT_EQ(sa94_difference(lines(), expected), "") << "what a short answer hid is lost";
+    EXPECT_EQ(difference(lines(), expected), "") << "what a short answer hid is lost";
     EXPECT_EQ(driver->LastTimestampHourly, Newest);
 }
 
@@ -260,9 +260,9 @@ TEST_F(Sa94OddWalk, InARingWithoutANullBlockTheOldTailEndsALaterReading) {
     driver->LastTimestampHourly = Newest - 3 * Hour;
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
     EXPECT_EQ(driver->LastTimestampHourly, Newest);
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, full, Sa94Archive::Hourly, 1021, 1024);
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
 }
 
 class Sa94SummerWalk : public Sa94OddWalk {
@@ -276,9 +276,9 @@ TEST_F(Sa94SummerWalk, NoHourIsMissingOrDoubleAtTheChangeToSummer) {
     start_described(meter);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
     EXPECT_TRUE(driver->getArchives(DAILY_DB));
-    Sa94LineCounts expected = all_lines(meter, Sa94Archive::Hourly);
+    LineCounts expected = all_lines(meter, Sa94Archive::Hourly);
     count(expected, meter, Sa94Archive::Daily, 0, 3);
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
     for (std::time_t time = driver->LastTimestampHourly - 59 * Hour; time <= driver->LastTimestampHourly;
          time += Hour) {
         EXPECT_NE(archive("A25").find(std::to_string(time) + ","), std::string::npos) << time;

@@ -63,7 +63,7 @@ TEST_F(Sa94Walk, WithoutFilesTheArchiveIsReadFromItsOldestRecord) {
     start_described(meter);
     EXPECT_TRUE(pass());
     EXPECT_EQ(blocks_read(), "2/0 3/0 2/0 2/1 2/2") << "the third block has two null records";
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
     EXPECT_EQ(file_lines("A1"), 10U);
     EXPECT_EQ(driver->LastTimestampHourly, Newest);
     EXPECT_EQ(disconnects(), 1U);
@@ -98,7 +98,7 @@ TEST_F(Sa94Walk, ARingThatHasTurnedIsReadFromTheOlderSegmentIntoTheYoungerOne) {
     const auto records = meter.records(Sa94Archive::Hourly);
     ASSERT_EQ(records.size(), 518U);
     EXPECT_EQ(records.front().segment, 2U);
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
     EXPECT_EQ(last_blocks(3), "2/127 3/0 3/1");
 }
 
@@ -107,7 +107,7 @@ TEST_F(Sa94Walk, DaysAreReadTheSameWay) {
     start_described(meter);
     EXPECT_TRUE(pass(Sa94Archive::Daily));
     EXPECT_EQ(blocks_read(), "4/0 5/0 4/0 4/1 4/2");
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Daily)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Daily)), "");
     EXPECT_EQ(driver->LastTimestampDaily, 1709251200);
     EXPECT_EQ(item("_DriverStatus"), "4");
     EXPECT_EQ(driver->LastTimestampHourly, 0);
@@ -118,7 +118,7 @@ TEST_F(Sa94Walk, ALongMemoryIsReadByItsOwnRequests) {
     large.fill(Sa94Archive::Hourly, {.records = 1024 + 3, .newest = "2024-03-02 09:00"});
     start_described(large);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    EXPECT_EQ(sa94_difference(lines(), all_lines(large, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(large, Sa94Archive::Hourly)), "");
     EXPECT_TRUE(std::all_of(large.heard().begin(), large.heard().end(), [](const auto& heard) {
         return heard.request.kind != Sa94Kind::Block || heard.request.extended_form;
     }));
@@ -146,7 +146,7 @@ TEST_F(Sa94Walk, GoesOnBehindTheLastStoredRecord) {
     store_hour(Newest + Hour);
     EXPECT_TRUE(pass());
     EXPECT_EQ(last_blocks(2), "2/2 2/2") << "the block with the last record, found in it and read on in it";
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
     EXPECT_EQ(driver->LastTimestampHourly, Newest + Hour);
 }
 
@@ -154,7 +154,7 @@ TEST_F(Sa94Walk, WithNothingNewWritesNothing) {
     fill_hours(10);
     start_described(meter);
     ASSERT_TRUE(pass());
-    const Sa94LineCounts before = lines();
+    const LineCounts before = lines();
     EXPECT_TRUE(pass());
     EXPECT_EQ(lines(), before);
     EXPECT_EQ(disconnects(), 1U);
@@ -169,7 +169,7 @@ TEST_F(Sa94Walk, FromTheLastPlaceOfABlockItGoesToTheNextOne) {
     EXPECT_EQ(last_blocks(2), "2/1 2/2") << "found in block 1, read on in block 2, which is null";
     store_hour(Newest + Hour);
     EXPECT_TRUE(pass());
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
 }
 
 TEST_F(Sa94Walk, FromTheLastPlaceOfASegmentItGoesToTheStartOfTheOther) {
@@ -179,7 +179,7 @@ TEST_F(Sa94Walk, FromTheLastPlaceOfASegmentItGoesToTheStartOfTheOther) {
     store_hour(Newest + Hour);
     EXPECT_TRUE(pass());
     EXPECT_EQ(last_blocks(2), "2/127 3/0");
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
 }
 
 TEST_F(Sa94Walk, FromTheEndOfTheHighSegmentItGoesToTheStartOfTheLowOne) {
@@ -202,7 +202,7 @@ TEST_F(Sa94Walk, FromTheBlockInFrontOfTheLastItStaysInTheSegment) {
     store_hour(Newest + Hour);
     EXPECT_TRUE(pass());
     EXPECT_EQ(last_blocks(1), "2/127");
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
 }
 
 TEST_F(Sa94Walk, WhatWasOverwrittenIsLostAndTheOldestRecordWithIt) {
@@ -210,17 +210,17 @@ TEST_F(Sa94Walk, WhatWasOverwrittenIsLostAndTheOldestRecordWithIt) {
     leave_archive("A1", sa94_line(Newest - 100 * Hour, 192, 1.0));
     start_described(meter);
     EXPECT_TRUE(pass());
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 1, 30);  // the walk steps over the record it resumes at
     ++expected["A1"][sa94_line(Newest - 100 * Hour, 192, 1.0)];
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
 }
 
 TEST_F(Sa94Walk, AHoleAtTheLastStoredRecordLeavesTheArchiveOutOfReach) {
     fill_hours(30);
     leave_archive("A1", sa94_line(Newest - 5 * Hour + 1800 + Hour, 192, 1.0));
     start_described(meter);
-    const Sa94LineCounts before = lines();
+    const LineCounts before = lines();
     for (int run = 0; run < 2; ++run) {
         EXPECT_FALSE(pass());
         EXPECT_EQ(disconnects(), 0U);
@@ -264,7 +264,7 @@ TEST_F(Sa94Walk, ARestartGoesOnFromTheFiles) {
         EXPECT_EQ(driver->LastTimestampHourly, Newest + (k - 1) * Hour);
         EXPECT_TRUE(pass());
     }
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
     EXPECT_EQ(driver->LastTimestampHourly, Newest + 6 * Hour);
 }
 
@@ -295,10 +295,10 @@ TEST_F(Sa94Walk, SilenceInTheMiddleEndsTheRunAndWhatItWroteIsWrittenAgain) {
     EXPECT_EQ(item("Connected"), "0");
 
     EXPECT_TRUE(pass());
-    Sa94LineCounts expected;
+    LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 0, 4, 2);
     count(expected, meter, Sa94Archive::Hourly, 4, 10);
-    EXPECT_EQ(sa94_difference(lines(), expected), "");
+    EXPECT_EQ(difference(lines(), expected), "");
     EXPECT_EQ(item("Connected"), "1");
 }
 
@@ -310,7 +310,7 @@ TEST_F(Sa94Walk, ARestartBehindSuchASilenceWritesNothingTwice) {
     start_described(meter);
     EXPECT_EQ(driver->LastTimestampHourly, Newest - 6 * Hour) << "the files tell of the whole block";
     EXPECT_TRUE(pass());
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
 }
 
 TEST_F(Sa94Walk, SilenceAtTheConnectOrInTheSearchEndsTheRun) {
@@ -337,7 +337,7 @@ TEST_F(Sa94Walk, AnAnswerOnTheLastTryCostsNothing) {
     start_described(meter);
     meter.misbehave_next(Tries - 1, sim::sa94_silence().on(Sa94Kind::Block, 2, 1));
     EXPECT_TRUE(pass());
-    EXPECT_EQ(sa94_difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
+    EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
 }
 
 // ---- the logs

@@ -1,15 +1,8 @@
 #include "support/km5_lines.h"
 
-#include <cstdio>
 #include <utility>
 
 namespace {
-
-std::string line_text(std::time_t time, int quality, double value) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "%ld,%d,%f", static_cast<long>(time), quality, value);
-    return text;
-}
 
 /// The local midnight in front of the day that ends at `midnight`.
 std::time_t day_before(std::time_t midnight) {
@@ -59,7 +52,7 @@ std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const 
     for (const Km5LinePlace& place : km5_places(model, gvs)) {
         const std::time_t time = place.total ? record.time : earlier;
         lines.push_back({.file = daily ? place.daily : place.hourly,
-                         .text = line_text(time, 192, static_cast<double>(record.values[place.field])),
+                         .text = stored_line(time, 192, static_cast<double>(record.values[place.field])),
                          .time = time,
                          .record_time = record.time});
     }
@@ -69,11 +62,11 @@ std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const 
 Km5Line km5_event_line(const sim::Km5StoredEvent& event) {
     const bool state = event.code >= 128;
     return {.file = "_A57",
-            .text = line_text(event.time, state ? 192 : 0, state ? event.code - 128 : event.code),
+            .text = stored_line(event.time, state ? 192 : 0, state ? event.code - 128 : event.code),
             .time = event.time,
             .record_time = event.time};
 }
 
-void km5_count(Km5LineCounts& counts, const Km5Line& line, int times) {
+void km5_count(LineCounts& counts, const Km5Line& line, int times) {
     counts[line.file][line.text] += times;
 }

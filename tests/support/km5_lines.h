@@ -2,11 +2,11 @@
 // Which archive lines the records of a simulated KM5 meter must become, worked out without the driver.
 
 #include <ctime>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "km5_meter.h"
+#include "support/stored_lines.h"
 
 /// Where one field of a record goes. Field numbers are those of km5_field_names.
 struct Km5LinePlace {
@@ -32,6 +32,4 @@ std::vector<Km5Line> km5_record_lines(int model, sim::Km5Archive archive, const 
                                       bool gvs = false);
 Km5Line km5_event_line(const sim::Km5StoredEvent& event);
 
-/// How often each line stands in each file; the text before the last line end only.
-using Km5LineCounts = std::map<std::string, std::map<std::string, int>>;
-void km5_count(Km5LineCounts& counts, const Km5Line& line, int times = 1);
+void km5_count(LineCounts& counts, const Km5Line& line, int times = 1);

@@ -38,14 +38,14 @@ class ModbusDecoding : public ModbusBench {
     static ModbusRequest row_of(char kind) { return {"row", read_input, 4, {0, 0, 0}, nullptr, kind}; }
 
     /// What waits for "%f", as "T1 23.450000".
-    ModbusTexts waiting() const {
-        ModbusTexts all;
+    Texts waiting() const {
+        Texts all;
         for (const auto& [name, value] : driver->pending_values) all.push_back(name + " " + std::to_string(value));
         return all;
     }
     /// What waits for "%ld", as "SC 1".
-    ModbusTexts waiting_longs() const {
-        ModbusTexts all;
+    Texts waiting_longs() const {
+        Texts all;
         for (const auto& [name, value] : driver->pending_longs) all.push_back(name + " " + std::to_string(value));
         return all;
     }

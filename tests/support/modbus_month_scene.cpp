@@ -45,8 +45,8 @@ bool ModbusMonthBench::live(const std::vector<std::string>& uuids, double second
     return has_power;
 }
 
-ModbusLineCounts ModbusMonthBench::lines_of(const std::string& uuid, int n, const std::string& directory) const {
-    ModbusLineCounts counts;
+LineCounts ModbusMonthBench::lines_of(const std::string& uuid, int n, const std::string& directory) const {
+    LineCounts counts;
     for (const std::string& name : scene.list("/mnt/storage/" + uuid + "/" + std::to_string(n) + "/" + directory)) {
         std::istringstream text(scene.archive(uuid, n, name, directory).value_or(""));
         for (std::string line; std::getline(text, line);) {
@@ -86,21 +86,6 @@ std::vector<sim::VistFileValue> modbus_header_lines(sim::ModbusVistMeter& meter,
     return lines;
 }
 
-void count_lines(ModbusLineCounts& counts, const std::vector<sim::VistFileValue>& lines) {
-    for (const auto& line : lines) ++counts[line.file][modbus_line(line.time, line.quality, line.value)];
-}
-
-std::string difference(const ModbusLineCounts& found, const ModbusLineCounts& expected) {
-    std::string text;
-    std::map<std::string, int> balance;
-    for (const auto& [file, lines] : found) {
-        for (const auto& [line, times] : lines) balance[file + " " + line] += times;
-    }
-    for (const auto& [file, lines] : expected) {
-        for (const auto& [line, times] : lines) balance[file + " " + line] -= times;
-    }
-    for (const auto& [line, times] : balance) {
-        if (times != 0) text += line + (times > 0 ? " surplus\n" : " missing\n");
-    }
-    return text;
+void count_lines(LineCounts& counts, const std::vector<sim::VistFileValue>& lines) {
+    for (const auto& line : lines) ++counts[line.file][stored_line(line.time, line.quality, line.value)];
 }

@@ -21,7 +21,7 @@ class ModbusMonthBench : public ModbusBench {
     bool live(const std::vector<std::string>& uuids, double seconds);
 
     /// As lines_in, of any meter; zero bytes that a power cut has left are no lines.
-    ModbusLineCounts lines_of(const std::string& uuid, int n, const std::string& directory = "tmp_archives") const;
+    LineCounts lines_of(const std::string& uuid, int n, const std::string& directory = "tmp_archives") const;
     /// The time at which a staged file ends.
     std::time_t last_time(const std::string& uuid, int n, const std::string& name) const;
 };
@@ -32,7 +32,4 @@ std::vector<sim::VistFileValue> modbus_record_lines(const sim::ModbusVistMeter& 
 /// The same for the header of that time.
 std::vector<sim::VistFileValue> modbus_header_lines(sim::ModbusVistMeter& meter, unsigned system, std::time_t time);
 
-void count_lines(ModbusLineCounts& counts, const std::vector<sim::VistFileValue>& lines);
-
-/// What stands in the files too often or too seldom, a line each.
-std::string difference(const ModbusLineCounts& found, const ModbusLineCounts& expected);
+void count_lines(LineCounts& counts, const std::vector<sim::VistFileValue>& lines);

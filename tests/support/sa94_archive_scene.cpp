@@ -8,19 +8,13 @@
 
 namespace {
 
-constexpr std::size_t PrefixLength = 24;      // "DD/MM/YY hh:mm:ss.mmm : "
 constexpr int Descriptor = 100000;            // no real descriptor is that high
 constexpr std::size_t TooLongForItems = 150;  // with such a name of a meter no item file is even tried
-constexpr int SpeedCode9600 = 3;
 constexpr int NoParity = 0;
 constexpr std::time_t Summer2023 = 1685577600;  // 2023-06-01 00:00 UTC
 constexpr std::time_t Hour = 3600;
 constexpr std::time_t Day = 24 * Hour;
 constexpr std::time_t ErrorStep = 61;  // so that seconds differ
-
-bool has_prefix(const std::string& line) {
-    return line.size() >= PrefixLength && line[2] == '/' && line.compare(PrefixLength - 3, 3, " : ") == 0;
-}
 
 void mute(SA94& driver) {
     for (auto* log : {&driver.log_messages, &driver.log_debug, &driver.log_general}) {
@@ -68,7 +62,7 @@ Sa94Ring::Sa94Ring(sim::Sa94Archive archive_, bool extended, sim::Sa94Turning tu
       step_(step_of(archive)) {
     set_gateway(&line);
     driver = std::make_unique<SA94>(std::string(TooLongForItems, 'm'));
-    driver->tc_sernum = meter.config().address;
+    set_serial(*driver, meter.config().address);
     driver->set_tty_fd(Descriptor);
     driver->extended = extended;
     mute(*driver);
@@ -135,42 +129,18 @@ std::string Sa94Ring::blocks_read() const {
 // ---- passes
 
 std::string sa94_line(std::time_t time, int quality, double value) {
-    char text[80];
-    std::snprintf(text, sizeof(text), "%ld,%d,%f\n", static_cast<long>(time), quality, value);
-    return text;
+    return stored_line(time, quality, value) + "\n";
 }
 
 std::string sa94_line(const sim::Sa94FileValue& value) {
     return sa94_line(value.time, value.quality, value.value);
 }
 
-std::string sa94_difference(const Sa94LineCounts& found, const Sa94LineCounts& expected) {
-    std::map<std::string, int> balance;
-    for (const auto& [file, lines] : found) {
-        for (const auto& [line, times] : lines) balance[file + " " + line] += times;
-    }
-    for (const auto& [file, lines] : expected) {
-        for (const auto& [line, times] : lines) balance[file + " " + line] -= times;
-    }
-    std::string text;
-    for (const auto& [line, times] : balance) {
-        if (times > 0) text += "surplus " + line;
-        if (times < 0) text += "missing " + line;
-    }
-    return text;
-}
-
-Sa94ArchiveBench::Sa94ArchiveBench(const std::string& start, const std::string& zone) : scene(start, zone) {
-    scene.make_tree(Uuid);
-    machine.add_device(Port);
-}
-
 SA94& Sa94ArchiveBench::start_driver(const sim::Sa94Meter& meter) {
     driver = std::make_unique<SA94>(Uuid);
-    driver->tc_sernum = meter.config().address;
-    driver->port_name = Port;
-    driver->tc_baud = SpeedCode9600;
-    driver->tc_parity = NoParity;
+    MeterSettings settings = settings_for(meter.config().address);
+    settings.tc_parity = NoParity;
+    driver->take_settings(settings);
     driver->open_tty();
     return *driver;
 }
@@ -189,22 +159,8 @@ void Sa94ArchiveBench::mute_logs() {
     mute(*driver);
 }
 
-std::string Sa94ArchiveBench::item(const std::string& name) const {
-    std::string text = scene.item(Uuid, 1, name).value_or("(none)\n");
-    if (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
-}
-
-std::string Sa94ArchiveBench::archive(const std::string& name) const {
-    return scene.archive(Uuid, 1, name).value_or("");
-}
-
-void Sa94ArchiveBench::leave_archive(const std::string& name, const std::string& text) {
-    scene.write(std::string("/mnt/storage/") + Uuid + "/1/tc_archives/" + name, text);
-}
-
-Sa94LineCounts Sa94ArchiveBench::lines() const {
-    Sa94LineCounts counts;
+LineCounts Sa94ArchiveBench::lines() const {
+    LineCounts counts;
     for (const std::string& name : scene.list(std::string("/mnt/storage/") + Uuid + "/1/tc_archives")) {
         if (name == "_hPrevE" || name == "_dPrevE") continue;
         std::istringstream text(archive(name));
@@ -213,7 +169,7 @@ Sa94LineCounts Sa94ArchiveBench::lines() const {
     return counts;
 }
 
-void Sa94ArchiveBench::count(Sa94LineCounts& counts, const sim::Sa94Meter& meter, sim::Sa94Archive archive,
+void Sa94ArchiveBench::count(LineCounts& counts, const sim::Sa94Meter& meter, sim::Sa94Archive archive,
                              std::size_t first, std::size_t end, int times) {
     const auto records = meter.records(archive);
     for (std::size_t k = first; k < std::min(end, records.size()); ++k) {
@@ -223,24 +179,8 @@ void Sa94ArchiveBench::count(Sa94LineCounts& counts, const sim::Sa94Meter& meter
     }
 }
 
-Sa94LineCounts Sa94ArchiveBench::all_lines(const sim::Sa94Meter& meter, sim::Sa94Archive archive) {
-    Sa94LineCounts counts;
+LineCounts Sa94ArchiveBench::all_lines(const sim::Sa94Meter& meter, sim::Sa94Archive archive) {
+    LineCounts counts;
     count(counts, meter, archive, 0, meter.records(archive).size());
     return counts;
-}
-
-std::vector<std::string> Sa94ArchiveBench::log(const std::string& kind) const {
-    std::string text = scene.file(std::string("/tmp/uni_logs.") + Uuid + "." + kind + ".txt").value_or("");
-    std::erase(text, '\0');
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(has_prefix(line) ? line.substr(PrefixLength) : line);
-    }
-    return lines;
-}
-
-int Sa94ArchiveBench::logged(const std::string& kind, const std::string& line) const {
-    const auto all = log(kind);
-    return static_cast<int>(std::count(all.begin(), all.end(), line));
 }

@@ -105,19 +105,9 @@ class Sa94Ring {
 std::string sa94_line(std::time_t time, int quality, double value);
 std::string sa94_line(const sim::Sa94FileValue& value);
 
-/// How often each line stands in each file; with its line end.
-using Sa94LineCounts = std::map<std::string, std::map<std::string, int>>;
-
-/// What stands in the files too often or too seldom, a line each.
-std::string sa94_difference(const Sa94LineCounts& found, const Sa94LineCounts& expected);
-
-class Sa94ArchiveBench : public ::testing::Test {
+class Sa94ArchiveBench : public DriverBench<SA94> {
   protected:
-    static constexpr const char* Uuid = "m1";
-    static constexpr const char* Port = "/dev/ttyS1";
-
-    /// `start` is local time in `zone`.
-    explicit Sa94ArchiveBench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
+    using DriverBench::DriverBench;
 
     /// A new driver for the meter's address on the open line, as after the start of the daemon.
     SA94& start_driver(const sim::Sa94Meter& meter);
@@ -126,25 +116,13 @@ class Sa94ArchiveBench : public ::testing::Test {
     /// Nothing goes to the driver's logs any more: a long test takes half the time without them.
     void mute_logs();
 
-    /// An item's text without its line end; "(none)" when the file is missing.
-    std::string item(const std::string& name) const;
-    /// The text of an archive file; empty when it is missing.
-    std::string archive(const std::string& name) const;
-    void leave_archive(const std::string& name, const std::string& text);
-    /// What stands in the archive files; files without lines and those of the energy totals are left out.
-    Sa94LineCounts lines() const;
+    /// What stands in the archive files, with the line ends; files without lines and those of the energy totals are
+    /// left out.
+    LineCounts lines() const;
     /// The lines of records from the `first` up to, without, the `end`.
-    static void count(Sa94LineCounts& counts, const sim::Sa94Meter& meter, sim::Sa94Archive archive, std::size_t first,
+    static void count(LineCounts& counts, const sim::Sa94Meter& meter, sim::Sa94Archive archive, std::size_t first,
                       std::size_t end, int times = 1);
-    static Sa94LineCounts all_lines(const sim::Sa94Meter& meter, sim::Sa94Archive archive);
-
-    /// The lines of the meter's log ("messages", "debug" or "general") without their time.
-    std::vector<std::string> log(const std::string& kind) const;
-    int logged(const std::string& kind, const std::string& line) const;
-
-    Scene scene;
-    sim::SimGateway& machine = scene.gateway;
-    std::unique_ptr<SA94> driver;
+    static LineCounts all_lines(const sim::Sa94Meter& meter, sim::Sa94Archive archive);
 
   private:
     Sa94NamesKept names_kept_;

@@ -3,14 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <sstream>
 
 namespace {
 
 constexpr std::size_t BlockSize = 128;
-constexpr std::size_t PrefixLength = 24;  // "DD/MM/YY hh:mm:ss.mmm : "
 constexpr std::uint32_t Address = 0x12345;
-constexpr int SpeedCode9600 = 3;
 constexpr int NoParity = 0;
 
 std::string hex(std::span<const std::uint8_t> bytes) {
@@ -20,15 +17,6 @@ std::string hex(std::span<const std::uint8_t> bytes) {
         std::snprintf(digits, sizeof(digits), "%s%02X", text.empty() ? "" : " ", byte);
         text += digits;
     }
-    return text;
-}
-
-bool has_prefix(const std::string& line) {
-    return line.size() >= PrefixLength && line[2] == '/' && line.compare(PrefixLength - 3, 3, " : ") == 0;
-}
-
-std::string without_line_end(std::string text) {
-    if (!text.empty() && text.back() == '\n') text.pop_back();
     return text;
 }
 
@@ -145,18 +133,16 @@ Sa94Bytes& Sa94Bytes::record(std::size_t position, const Sa94Bytes& record) {
 
 // ---- the bench
 
-Sa94Bench::Sa94Bench(const std::string& start, const std::string& zone) : scene(start, zone) {
-    scene.make_tree(Uuid);
+Sa94Bench::Sa94Bench(const std::string& start, const std::string& zone) : DriverBench(start, zone) {
     machine.connect(Port, meter);
     start_driver();
 }
 
 SA94& Sa94Bench::start_driver() {
     driver = std::make_unique<SA94>(Uuid);
-    driver->tc_sernum = Address;
-    driver->port_name = Port;
-    driver->tc_baud = SpeedCode9600;
-    driver->tc_parity = NoParity;
+    MeterSettings settings = settings_for(Address);
+    settings.tc_parity = NoParity;
+    driver->take_settings(settings);
     driver->open_tty();
     return *driver;
 }
@@ -165,66 +151,6 @@ void Sa94Bench::identify(int firmware_id) {
     constexpr std::array ShortSegments = {0, 1, 3, 5, 8, 10};
     driver->firmware_id = firmware_id;
     driver->extended = std::find(ShortSegments.begin(), ShortSegments.end(), firmware_id) == ShortSegments.end();
-}
-
-std::string Sa94Bench::item(const std::string& name, int n) const {
-    return without_line_end(scene.item(Uuid, n, name).value_or("(none)"));
-}
-
-std::string Sa94Bench::connected() const {
-    std::string all;
-    for (int n = 1; n <= 6; ++n) all += item("Connected", n);
-    return all;
-}
-
-std::string Sa94Bench::archive(const std::string& name) const {
-    return scene.archive(Uuid, 1, name).value_or("");
-}
-
-std::vector<std::string> Sa94Bench::archive_names() const {
-    return scene.list("/mnt/storage/m1/1/tc_archives");
-}
-
-void Sa94Bench::lines(const std::string& name, const std::string& text) {
-    scene.write("/mnt/storage/m1/1/tc_archives/" + name, text);
-}
-
-std::vector<std::string> Sa94Bench::log(const std::string& kind) const {
-    std::string text = scene.file("/tmp/uni_logs.m1." + kind + ".txt").value_or("");
-    std::erase(text, '\0');
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(has_prefix(line) ? line.substr(PrefixLength) : line);
-    }
-    return lines;
-}
-
-int Sa94Bench::logged(const std::string& kind, const std::string& line) const {
-    const auto all = log(kind);
-    return static_cast<int>(std::count(all.begin(), all.end(), line));
-}
-
-int Sa94Bench::logged_start(const std::string& kind, const std::string& line) const {
-    const auto all = log(kind);
-    return static_cast<int>(
-        std::count_if(all.begin(), all.end(), [&line](const std::string& each) { return each.starts_with(line); }));
-}
-
-::testing::AssertionResult Sa94Bench::logged_in_order(const std::string& kind,
-                                                      const std::vector<std::string>& lines) const {
-    const auto all = log(kind);
-    auto at = all.begin();
-    for (const std::string& line : lines) {
-        at = std::find(at, all.end(), line);
-        if (at == all.end()) return ::testing::AssertionFailure() << "no line: " << line;
-        ++at;
-    }
-    return ::testing::AssertionSuccess();
-}
-
-void Sa94Bench::clear_log(const std::string& kind) {
-    scene.write("/tmp/uni_logs.m1." + kind + ".txt", "");
 }
 
 int Sa94Bench::sent_times(const std::string& request) const {

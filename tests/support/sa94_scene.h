@@ -7,15 +7,12 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "drivers/sa94/sa94.h"
-#include "support/scene.h"
+#include "support/driver_bench.h"
 
 /// A meter without sense on address 0x12345. It answers a connect with its status byte, a block with the bytes that
 /// were put there (an erased one otherwise), a parameter with its four bytes (zeros otherwise), and nothing else.
@@ -98,10 +95,8 @@ class Sa94NamesKept {
     std::array<SA94ParameterRow, 11> before_ = CurrentParameters;
 };
 
-class Sa94Bench : public ::testing::Test {
+class Sa94Bench : public DriverBench<SA94> {
   protected:
-    static constexpr const char* Uuid = "m1";
-    static constexpr const char* Port = "/dev/ttyS1";
     static constexpr const char* Connect = "C4 46 45";
     static constexpr const char* Disconnect = "01";
     static constexpr const char* ReadFirmware = "A0 02";
@@ -115,35 +110,15 @@ class Sa94Bench : public ::testing::Test {
     /// What getFirmware leaves in the driver, without a word on the line.
     void identify(int firmware_id);
 
-    /// An item's text without its line end; "(none)" when the file is missing.
-    std::string item(const std::string& name, int n = 1) const;
-    std::vector<std::string> items() const { return scene.list("/tmp/m1/1/tc_items"); }
-    /// Connected in all six subsystems, as "111111".
-    std::string connected() const;
-    /// The text of an archive file; empty when it is missing.
-    std::string archive(const std::string& name) const;
-    std::vector<std::string> archive_names() const;
-    void lines(const std::string& name, const std::string& text);
-
-    /// The lines of the meter's log ("messages", "debug" or "general") without their time.
-    std::vector<std::string> log(const std::string& kind) const;
-    int logged(const std::string& kind, const std::string& line) const;
-    int logged_start(const std::string& kind, const std::string& line) const;
-    /// Whether a log holds these lines in this order, among others.
-    ::testing::AssertionResult logged_in_order(const std::string& kind, const std::vector<std::string>& lines) const;
-    void clear_log(const std::string& kind);
+    Texts items() const { return scene.list("/tmp/m1/1/tc_items"); }
+    void lines(const std::string& name, const std::string& text) { leave_archive(name, text); }
 
     /// The requests on the line so far.
-    const std::vector<std::string>& sent() const { return meter.heard; }
+    const Texts& sent() const { return meter.heard; }
     int sent_times(const std::string& request) const;
-    double elapsed() const { return machine.seconds() - start_; }
 
-    Scene scene;
-    sim::SimGateway& machine = scene.gateway;
     Sa94Puppet meter;
-    std::unique_ptr<SA94> driver;
 
   private:
     Sa94NamesKept names_kept_;
-    double start_ = machine.seconds();
 };

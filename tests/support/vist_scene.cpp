@@ -1,29 +1,9 @@
 #include "support/vist_scene.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
-#include <sstream>
 
-#include "driver/line_settings.h"
-#include "support/child.h"
-
-namespace {
-
-constexpr std::size_t PrefixLength = 24;  // "DD/MM/YY hh:mm:ss.mmm : "
-constexpr int SpeedCode9600 = 3;
-constexpr int NoParity = 2;
-
-/// A conversation writes a long log: the scene's folder belongs into memory where the machine has such a place.
-const std::string& in_memory(const std::string& start) {
-    constexpr const char* Memory = "/dev/shm";
-    if (::access(Memory, W_OK | X_OK) == 0) ::setenv("TEST_TMPDIR", Memory, 0);
-    return start;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 namespace vist_frames {
 
@@ -87,52 +67,13 @@ sim::Answer VistPuppet::hear(std::span<const std::uint8_t> request, std::time_t 
     return {{.delay_seconds = 0.02, .bytes = std::move(bytes)}};
 }
 
-VistBench::VistBench(const std::string& start, const std::string& zone) : scene(in_memory(start), zone) {
-    scene.make_tree(Uuid);
+VistBench::VistBench(const std::string& start, const std::string& zone) : DriverBench(start, zone) {
     machine.connect(Port, meter);
     // The driver prints its address at start; that is nobody's business here.
-    stdout_of([this] { driver = std::make_unique<HCD_VIST>(Uuid); });
-    driver->tc_sernum = 1;
-    driver->tc_baud = SpeedCode9600;
-    driver->tc_parity = NoParity;
-    driver->set_tty_fd(open_line(Port, LineOfVist, SpeedCode9600, NoParity));
+    quietly([this] { driver = std::make_unique<HCD_VIST>(Uuid); });
+    driver->take_settings(settings_for(1));
+    driver->set_tty_fd(open_line(Port, LineOfVist, driver->settings().tc_baud, driver->settings().tc_parity));
     driver->functions.vdn_num.device_num = 1;
-    start_ = machine.seconds();
-}
-
-std::string VistBench::item(const std::string& name, int n) const {
-    std::string text = scene.item(Uuid, n, name).value_or("(none)");
-    if (text.ends_with('\n')) text.pop_back();
-    return text;
-}
-
-std::string VistBench::connected() const {
-    std::string all;
-    for (int n = 1; n <= 6; ++n) all += item("Connected", n);
-    return all;
-}
-
-std::vector<std::string> VistBench::log() const {
-    std::string text = scene.file("/tmp/uni_logs.m1.txt").value_or("");
-    std::erase(text, '\0');
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        const bool has_prefix = line.size() >= PrefixLength && line[2] == '/' && line.compare(21, 3, " : ") == 0;
-        lines.push_back(has_prefix ? line.substr(PrefixLength) : line);
-    }
-    return lines;
-}
-
-int VistBench::logged(const std::string& line) const {
-    const auto lines = log();
-    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
-}
-
-int VistBench::logged_start(const std::string& line) const {
-    const auto lines = log();
-    return static_cast<int>(
-        std::count_if(lines.begin(), lines.end(), [&line](const std::string& each) { return each.starts_with(line); }));
 }
 
 std::string VistBench::sent() const {

@@ -5,15 +5,12 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "drivers/vist/hcd_vist.h"
-#include "support/scene.h"
+#include "support/driver_bench.h"
 
 /// A meter without sense: it answers each command with what is put down for it, unless something else is to be said
 /// first. Outside of that it keeps silent.
@@ -50,37 +47,17 @@ sim::ByteVector raw(const std::string& bytes);
 
 }  // namespace vist_frames
 
-class VistBench : public ::testing::Test {
+class VistBench : public DriverBench<HCD_VIST> {
   protected:
-    static constexpr const char* Uuid = "m1";
-    static constexpr const char* Port = "/dev/ttyS1";
-
+    /// The driver has network number 1 and is on the open line.
     explicit VistBench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
 
-    /// An item's text without its line end; "(none)" when the file is missing.
-    std::string item(const std::string& name, int n = 1) const;
-    /// Connected in all six subsystems, as "111111".
-    std::string connected() const;
-    /// The lines of the meter's log without their time.
-    std::vector<std::string> log() const;
-    /// How many lines of the log are exactly `line`.
-    int logged(const std::string& line) const;
-    /// How many begin with it.
-    int logged_start(const std::string& line) const;
-    void clear_log() { scene.write("/tmp/uni_logs.m1.txt", ""); }
     /// The commands on the line so far, in a row, each with "|" for its carriage return.
     std::string sent() const;
     /// How often a command was sent.
     int sent_times(const std::string& command) const;
-    double elapsed() const { return machine.seconds() - start_; }
 
-    Scene scene;
-    sim::SimGateway& machine = scene.gateway;
     VistPuppet meter;
-    std::unique_ptr<HCD_VIST> driver;  ///< network number 1, on the open line
-
-  private:
-    double start_ = 0;
 };
 
 /// The link by itself: the meter answers VER, VDC and MON G, and packets go to @intbuff.

@@ -8,8 +8,6 @@
 
 namespace {
 
-using Texts = VistTexts;
-
 // ---- bad check sums
 
 TEST_F(VistArchives, ARecordWithAWrongSumIsSteppedBackFromAndReadAgain) {
@@ -141,7 +139,7 @@ TEST_F(VistArchives, ARefusedPositionEndsThePass) {
 TEST_F(VistArchives, FilesThatDisagreeAreEmptiedAndTheListIsReadAgainFromTheOldestRecord) {
     start();
     ASSERT_TRUE(pass());
-    const VistLineCounts whole = lines_in("tmp_archives");
+    const LineCounts whole = lines_in("tmp_archives");
     const std::string pressures = staged("A17");
     leave_staged("A17", pressures.substr(0, pressures.rfind('\n', pressures.size() - 2) + 1));
     ASSERT_NE(lines_in("tmp_archives"), whole);
@@ -158,7 +156,7 @@ TEST_F(VistArchives, FilesThatDisagreeAreEmptiedAndTheListIsReadAgainFromTheOlde
 TEST_F(VistArchives, HeadersThatDisagreeAreEmptiedAndTheHeaderIsFiledAnew) {
     start();
     ASSERT_TRUE(pass());
-    leave_staged("A16", vist_line(Ten - Hour, 192, 5) + "\n");
+    leave_staged("A16", stored_line(Ten - Hour, 192, 5) + "\n");
     EXPECT_TRUE(pass());
     EXPECT_EQ(hours_filed("A16"), "11");
     EXPECT_EQ(hours_filed(), "1 2 3 4 5 6 7 8 9 10") << "the records stay as they are";
@@ -172,11 +170,11 @@ class VistFilesOfOneTime : public VistArchives {
         scene.make_tree(Uuid);
         leave_header(Ten);
         leave_record(Ten - Hour);
-        leave_staged(name, vist_line(other, 192, 1) + "\n");
+        leave_staged(name, stored_line(other, 192, 1) + "\n");
         start_driver();
         driver->virtdev_cnt = 1;
         driver->sw_version = 102;
-        driver->tc_sernum = 0xFFFFFFFF;
+        set_serial(*driver, 0xFFFFFFFF);
         driver->get_archives(0);
     }
     /// How many of the files have nothing in them.
@@ -240,7 +238,7 @@ TEST_F(VistArchives, AMeterOfVersion100HasNoArchiveToRead) {
 
 TEST_F(VistArchives, WithoutANetworkNumberTheFilesAloneTellWhetherTheyAreUpToDate) {
     start();
-    driver->tc_sernum = 0xFFFFFFFF;
+    set_serial(*driver, 0xFFFFFFFF);
     EXPECT_TRUE(pass());
     leave_header(Ten);
     EXPECT_FALSE(pass());

@@ -7,8 +7,6 @@
 
 namespace {
 
-using Texts = VistTexts;
-
 // ---- when a pass is due
 
 TEST_F(VistArchives, TheFirstPassComesTenMinutesAfterTheStartAndThenEveryTenMinutes) {
@@ -90,7 +88,7 @@ TEST_F(VistArchives, EachVirtualDeviceHasItsOwnRingAndDirectory) {
     start_described(two);
     EXPECT_TRUE(driver->get_archives(1));
     EXPECT_EQ(staged("A20", 1), "");
-    EXPECT_EQ(staged("A20", 2), vist_line(Ten - Hour, 192, 33.3) + "\n");
+    EXPECT_EQ(staged("A20", 2), stored_line(Ten - Hour, 192, 33.3) + "\n");
     EXPECT_EQ(two.requests("VDN 1"), 3U);
     EXPECT_EQ(two.requests("VDN 0"), 0U);
     EXPECT_EQ(item("_DriverStatus", 1), "3") << "said before the device is selected";

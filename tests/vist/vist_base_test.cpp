@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/child.h"
+#include "support/configured.h"
 #include "support/vist_archive_scene.h"
 
 namespace {
@@ -84,9 +85,9 @@ TEST_F(VistProcess, TheLineHasEightBitsAndHalfASecondOfPatience) {
 
 TEST_F(VistProcess, ThePortIsNamedOnStandardOutputWhetherItOpensOrNot) {
     VIST_base base({Uuid});
-    base.port_name = Port;
+    set_port_name(base, Port);
     EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "Open tty = /dev/ttyS1\n");
-    base.port_name = "/dev/none";
+    set_port_name(base, "/dev/none");
     EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "Open tty = /dev/none\n");
 }
 

@@ -12,8 +12,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 constexpr std::time_t Ten = 1709373600;  // 2024-03-02 10:00 UTC
 
 /// Says nothing, and looks at the item _DriverStatus of a directory whenever something is asked.
@@ -157,7 +155,7 @@ TEST_F(VistCycle, ADeviceWhoseArchiveFailsDoesNotKeepTheNextFromItsTurn) {
     start();
     store(10, 10, 1);  // the ring of the first is empty
     run_archives();
-    EXPECT_EQ(staged("A20", 2), vist_line(Ten - 3600, 192, 10.5) + "\n");
+    EXPECT_EQ(staged("A20", 2), stored_line(Ten - 3600, 192, 10.5) + "\n");
 }
 
 TEST_F(VistCycle, AfterTheWalkTheMeterIsConnectedAgainWithTheNextGoodAnswer) {
@@ -222,7 +220,7 @@ TEST_F(VistCycle, OfAMeterWithNineDevicesSixAreServed) {
     EXPECT_EQ(meter.requests("/MON C"), 6U);
     EXPECT_EQ(meter.requests("VDN 5"), 7U);
     EXPECT_EQ(meter.requests("VDN 6"), 0U);
-    for (int n = 1; n <= 6; ++n) EXPECT_EQ(handed_over("A20", n), vist_line(Ten - 3600, 192, 10.5) + "\n");
+    for (int n = 1; n <= 6; ++n) EXPECT_EQ(handed_over("A20", n), stored_line(Ten - 3600, 192, 10.5) + "\n");
 }
 
 // ---- items of the archive
@@ -264,7 +262,7 @@ TEST_F(VistCycle, WhatWasHandedOverEarlierStaysUntilTheNextWholePass) {
     start();
     store(10, 10);
     run_archives();
-    const VistLineCounts earlier = lines_in("tc_tmp_archives");
+    const LineCounts earlier = lines_in("tc_tmp_archives");
     ASSERT_EQ(earlier, lines_in("tmp_archives"));
     machine.sleep(3600);  // no record of 11:00, but one of 12:00
     store(12, 12);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/vist_scene.h"
 
 namespace {
@@ -59,14 +60,14 @@ TEST_F(VistDescription, EachVirtualDeviceIsDescribedInItsOwnSubsystem) {
 }
 
 TEST_F(VistDescription, TheConfiguredSerialNumberIsTheNetworkNumber) {
-    driver->tc_sernum = 20417;
+    set_serial(*driver, 20417);
     meter.put_body("CALL 20417", "NAME=TS");
     EXPECT_TRUE(describe());
     EXPECT_EQ(sent_times("CALL 20417"), 6);
 }
 
 TEST_F(VistDescription, WithoutANetworkNumberNothingIsSent) {
-    driver->tc_sernum = 0xFFFFFFFF;
+    set_serial(*driver, 0xFFFFFFFF);
     EXPECT_FALSE(describe());
     EXPECT_EQ(sent(), "");
     EXPECT_EQ(logged("num.device_num = -1, num.virtdev_num = 0"), 1);

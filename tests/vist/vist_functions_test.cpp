@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/plain_driver.h"
 #include "support/vist_scene.h"
 
@@ -173,7 +174,7 @@ TEST_F(VistConversations, AClosedPortIsSilence) {
 }
 
 TEST_F(VistConversations, APauseFlagHoldsTheConversation) {
-    driver->use_pause_flag = true;
+    set_pause_flag(*driver, true);
     scene.touch("/tmp/pause_tvk");
     machine.at(15, [this] { scene.remove("/tmp/pause_tvk"); });
     EXPECT_TRUE(ask(reqDevCRC));

@@ -37,20 +37,6 @@ struct Device {
 };
 
 /// What stands in the files too often or too seldom, a line each.
-std::string difference(const VistLineCounts& found, const VistLineCounts& expected) {
-    std::string text;
-    std::map<std::string, int> balance;
-    for (const auto& [file, lines] : found) {
-        for (const auto& [line, times] : lines) balance[file + " " + line] += times;
-    }
-    for (const auto& [file, lines] : expected) {
-        for (const auto& [line, times] : lines) balance[file + " " + line] -= times;
-    }
-    for (const auto& [line, times] : balance) {
-        if (times != 0) text += line + (times > 0 ? " surplus\n" : " missing\n");
-    }
-    return text;
-}
 
 class VistMonth : public VistArchiveBench {
   protected:
@@ -137,9 +123,9 @@ class VistMonth : public VistArchiveBench {
         return driver_of_files.last_record_time(name, 1, "tmp_archives");
     }
     /// The lines of the records from `from` to `to` that could be read, and of the headers of some windows.
-    VistLineCounts expected(const Device& device, std::time_t from, std::time_t to,
-                            const std::vector<int>& header_windows) const {
-        VistLineCounts counts;
+    LineCounts expected(const Device& device, std::time_t from, std::time_t to,
+                        const std::vector<int>& header_windows) const {
+        LineCounts counts;
         for (std::time_t hour = from; hour <= to; hour += Hour) {
             if (hour > newest(LineGone - 1) && hour < oldest_held(LineBack)) continue;
             sim::VistStoredRecord record{.time = hour, .date = sim::VistWhen(hour).date()};
@@ -168,7 +154,7 @@ class VistMonth : public VistArchiveBench {
         }
         return windows;
     }
-    void expect_files(const Device& device, const VistLineCounts& counts) const {
+    void expect_files(const Device& device, const LineCounts& counts) const {
         const int n = static_cast<int>(device.number) + 1;
         for (const char* directory : {"tmp_archives", "tc_tmp_archives"}) {
             EXPECT_EQ(difference(lines_in(directory, n, device.uuid), counts), "")
@@ -227,7 +213,7 @@ TEST_F(VistMonth, AfterARoughMonthEveryRecordThatCouldBeReadIsInTheFiles) {
     EXPECT_GT(last_time("A11"), last_time("A13")) << "the record lies between two files";
     live_until_window(PlainCut + 2);
     EXPECT_EQ(trail_lines(), 1);
-    VistLineCounts records = lines_in("tmp_archives");
+    LineCounts records = lines_in("tmp_archives");
     EXPECT_EQ(records.at("A3"), expected(cut_device, oldest_held(PlainCut + 1), newest(PlainCut + 1), {}).at("A3"));
     rough_until_window(41);
     rough_until_window(QualityCut);

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/vist_present.h"
 #include "support/vist_scene.h"
 
@@ -166,10 +167,10 @@ TEST_F(VistPass, AnUnservedVersionOrNumberIsAskedForNothing) {
     EXPECT_FALSE(driver->get_moment_current());
     EXPECT_EQ(logged("WARNING! Unsupported version!"), 2);
     driver->sw_version = 102;
-    driver->tc_sernum = 0xFFFFFFFF;
+    set_serial(*driver, 0xFFFFFFFF);
     EXPECT_FALSE(driver->get_moment_integrators());
     EXPECT_FALSE(driver->get_moment_current());
-    driver->tc_sernum = 1;
+    set_serial(*driver, 1);
     driver->selected_subsystem = -1;
     EXPECT_FALSE(driver->get_moment_integrators());
     EXPECT_EQ(logged("WARNING! VIST network number is invalid!"), 2);

@@ -124,13 +124,13 @@ TEST_P(VistRecords, ATotalIsFiledOnlyIfItsBitIsSetAndAllStayAtTheirPlaces) {
     constexpr Bit bits[] = {{1, "A6"},  {2, "A8"},  {3, "A10"}, {4, "A12"},
                             {5, "A14"}, {6, "A16"}, {7, "A4"},  {14, "A1"}};
     ASSERT_TRUE(take_header({.little = little()}));
-    VistLineCounts whole = lines_in("tmp_archives");
+    LineCounts whole = lines_in("tmp_archives");
     for (const Bit& bit : bits) {
         scene.remove("/mnt/storage/m1");
         scene.make_tree(Uuid);
         start_driver();
         ASSERT_TRUE(take_header({.little = little(), .mask = 1U << bit.bit}));
-        const VistLineCounts lines = lines_in("tmp_archives");
+        const LineCounts lines = lines_in("tmp_archives");
         EXPECT_EQ(lines.size(), 1U);
         ASSERT_TRUE(lines.contains(bit.name)) << bit.bit;
         EXPECT_EQ(lines.at(bit.name), whole.at(bit.name));
@@ -166,7 +166,7 @@ TEST_P(VistRecords, TheSumOfAHeaderLeavesOutItsFirstByteAndReachesItsLast) {
 
 TEST_P(VistRecords, AHeaderOfTheSameTimeOrAnEarlierOneIsNotFiledAgain) {
     ASSERT_TRUE(take_header({.little = little()}));
-    const VistLineCounts once = lines_in("tmp_archives");
+    const LineCounts once = lines_in("tmp_archives");
     EXPECT_FALSE(take_header({.little = little()}));
     EXPECT_FALSE(take_header({.little = little(), .hour = 11}));
     EXPECT_EQ(lines_in("tmp_archives"), once);
@@ -197,7 +197,7 @@ TEST_P(VistRecords, EachFieldOfARecordGoesToItsFileAnHourBeforeTheRecord) {
     all.n(0xC1000901, 4).n(11, 1).n(12, 1).n(13, 1).n(14, 1).n(0x010203, 3).n(4, 1).n(5, 1);
     EXPECT_TRUE(take_record(all, 0x7FFFFF));
     EXPECT_EQ(error, 0);
-    const VistLineCounts expected = {
+    const LineCounts expected = {
         {"A3", {{"1709377200,192,0.950000", 1}}},
         {"A5", {{"1709377200,192,100.100000", 1}}},
         {"A7", {{"1709377200,192,10.020000", 1}}},
@@ -227,9 +227,9 @@ TEST_P(VistRecords, FieldsWithoutTheirBitTakeNoPlaceInTheRecord) {
     VistBytes some = fields();
     some.n(0xAABB, 2).n(9, 1).n(0x00070000, 4).n(77, 1);
     EXPECT_TRUE(take_record(some, 1U << 10 | 1U << 12 | 1U << 14 | 1U << 19));
-    const VistLineCounts expected = {{"A18", {{"1709377200,192,0.900000", 1}}},
-                                     {"A2", {{"1709377200,192,45.875200", 1}}},
-                                     {"A23", {{"1709377200,192,0.770000", 1}}}};
+    const LineCounts expected = {{"A18", {{"1709377200,192,0.900000", 1}}},
+                                 {"A2", {{"1709377200,192,45.875200", 1}}},
+                                 {"A23", {{"1709377200,192,0.770000", 1}}}};
     EXPECT_EQ(lines_in("tmp_archives"), expected);
 }
 

@@ -28,7 +28,7 @@ class VistArchives : public VistArchiveBench {
     }
     /// The hours that A3 tells of, a line each: "1 2 3".
     std::string hours_filed(const std::string& file = "A3") const {
-        const VistLineCounts all = lines_in("tmp_archives");
+        const LineCounts all = lines_in("tmp_archives");
         std::string hours;
         if (!all.contains(file)) return hours;
         for (const auto& [line, times] : all.at(file)) {

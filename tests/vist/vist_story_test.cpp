@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/vist_present.h"
 #include "support/vist_scene.h"
 #include "vist/vist_ring.h"
@@ -279,7 +280,7 @@ TEST_F(VistArchiveStories, TheQuestionWhetherAPassIsDueIsToldWithItsTimes) {
 
 TEST_F(VistArchiveStories, ACycleTellsWhoseItIsAndWhetherTheArchiveIsUpToDate) {
     start(9, 10);
-    driver->port_name = Port;
+    set_port_name(*driver, Port);
     scene.write("/tmp/uni_logs.m1.txt", "");
     driver->run_main();
     VistStory told = vist_story(log());
@@ -287,7 +288,7 @@ TEST_F(VistArchiveStories, ACycleTellsWhoseItIsAndWhetherTheArchiveIsUpToDate) {
     EXPECT_TRUE(
         is_story({told.begin(), told.begin() + 4},
                  {"vist_run_main, uuid = m1",
-                  "dev: /dev/ttyS1, tty_fd = " + std::to_string(driver->tty_fd) + ", tc_baud = 3, tc_parity = 2",
+                  "dev: /dev/ttyS1, tty_fd = " + std::to_string(driver->get_tty_fd()) + ", tc_baud = 3, tc_parity = 2",
                   "FlushCurrentValues", "Try to get description of TC VIST *"}));
     const std::string clock = std::to_string(driver->last_mdatetime);
     EXPECT_TRUE(is_story({told.end() - 3, told.end()}, {"Need update archives ?", "No, curtm = *",

@@ -16,7 +16,7 @@ class ModbusArchiveFailure : public ModbusBench {
         for (int k = 10; k > 0; --k) meter.store_hourly({.at = Ten - k * Hour});
         machine.connect(Port, meter);
         start_driver();
-        quietly([this] { driver->request_batch(driver->tty_fd, reqSpecs, 0, true); });
+        quietly([this] { driver->request_batch(driver->get_tty_fd(), reqSpecs, 0, true); });
         meter.forget_requests();
     }
     bool pass() {
@@ -59,9 +59,9 @@ TEST_F(ModbusArchiveFailure, ARecordWithAWrongSumIsAskedForUpToFiveTimes) {
     EXPECT_TRUE(pass());
     EXPECT_EQ(readings(4), 5U);
     EXPECT_EQ(readings(5), 1U);
-    ModbusLineCounts files = lines_in("tmp_archives");
-    ModbusLineCounts expected;
-    for (int k = 10; k > 0; --k) ++expected["A5"][modbus_line(Ten - k * Hour, 192, 0)];
+    LineCounts files = lines_in("tmp_archives");
+    LineCounts expected;
+    for (int k = 10; k > 0; --k) ++expected["A5"][stored_line(Ten - k * Hour, 192, 0)];
     EXPECT_EQ(files["A5"], expected["A5"]) << "a record asked for again has the time of its place";
     EXPECT_EQ(logged_start("Archive record CRC FAIL:"), 4);
     EXPECT_EQ(logged("Arch record FAIL, retry..."), 4);

@@ -24,7 +24,7 @@ class ModbusArchive : public ModbusBench {
     void start_described(int system = 0) {
         start_driver();
         driver->selected_subsystem = system;
-        quietly([&] { ASSERT_TRUE(driver->request_batch(driver->tty_fd, reqSpecs, system, true)); });
+        quietly([&] { ASSERT_TRUE(driver->request_batch(driver->get_tty_fd(), reqSpecs, system, true)); });
         clear_log();
         meter.forget_requests();
         machine.forget_exchanges();
@@ -52,7 +52,7 @@ class ModbusArchive : public ModbusBench {
     /// The volumes filed, as hours of the day, each at the time of its line: a record at the wrong time shows as "7!".
     std::string hours_filed(int n = 1) const {
         std::string all;
-        ModbusLineCounts files = lines_in("tmp_archives", n);
+        LineCounts files = lines_in("tmp_archives", n);
         for (const auto& [line, times] : files["A5"]) {
             long time = 0;
             double value = 0;
@@ -126,7 +126,7 @@ TEST_F(ModbusArchive, TheRecordAtTheHeadersTimeEndsTheWalk) {
     EXPECT_TRUE(logged_in_order({"startTimestamp = 1709373600", "Offset index = 0", "archiveStartIndex = 11",
                                  "Requesting archive record #11, subsystem = 0",
                                  "Archive record initialized earlier, integrators included", "Arch record OK"}));
-    EXPECT_EQ(staged("A5"), modbus_line(Ten - Hour, 192, 1) + "\n") << "it is not filed";
+    EXPECT_EQ(staged("A5"), stored_line(Ten - Hour, 192, 1) + "\n") << "it is not filed";
     EXPECT_FALSE(driver->arch_continue);
 }
 
@@ -139,7 +139,7 @@ TEST_F(ModbusArchive, ARingThatHasTurnedIsReadAcrossItsEnd) {
                                  "archiveStartIndex = arch_header_data.max_records - offsetIndex = 4",
                                  "archiveStartIndex = 4"}));
     std::string hours;
-    ModbusLineCounts files = lines_in("tmp_archives");
+    LineCounts files = lines_in("tmp_archives");
     for (const auto& [line, times] : files["A5"]) hours += line.substr(15) + " ";
     EXPECT_EQ(hours, "1.000000 6.000000 7.000000 8.000000 9.000000 ");
 }
@@ -199,7 +199,7 @@ TEST_F(ModbusArchive, MoreHoursThanTheRingHoldsAreReadAsFarAsTheCountGoes) {
 TEST_F(ModbusArchive, AnEmptyRingHasAHeaderAndNothingElse) {
     start(0);
     EXPECT_FALSE(pass());
-    EXPECT_EQ(asked(), ModbusTexts{"20:0/0 (48)"});
+    EXPECT_EQ(asked(), Texts{"20:0/0 (48)"});
     EXPECT_EQ(logged_start("Requesting archive record"), 0);
     EXPECT_EQ(staged("A6").substr(0, 11), "1709373600,");
 }
@@ -210,14 +210,14 @@ TEST_F(ModbusArchive, TheNewestLineOfAnyFileTellsHowFarTheRecordsAre) {
     for (const char* name : {"A3", "A5", "A7", "A9", "A11", "A13", "A15", "A2"}) {
         leave_record(Ten - 4 * Hour);
         leave_header(Ten - Hour);
-        leave_staged(name, modbus_line(Ten - 2 * Hour, 192, 1) + "\n");
+        leave_staged(name, stored_line(Ten - 2 * Hour, 192, 1) + "\n");
         clear_log();
         pass();
         EXPECT_EQ(logged("Offset index = 1"), 1) << name;
     }
     leave_record(Ten - 4 * Hour);
     leave_header(Ten - Hour);
-    leave_staged("A20", modbus_line(Ten - 2 * Hour, 192, 1) + "\n");
+    leave_staged("A20", stored_line(Ten - 2 * Hour, 192, 1) + "\n");
     clear_log();
     pass();
     EXPECT_EQ(logged("Offset index = 3"), 1) << "a temperature does not count";
@@ -229,10 +229,10 @@ TEST_F(ModbusArchive, AnOldHeaderEndsThePassBeforeARecordIsAskedFor) {
     start(10);
     for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}) {
         leave_header(Ten - Hour);
-        leave_staged(name, modbus_line(Ten, 192, 1) + "\n");
+        leave_staged(name, stored_line(Ten, 192, 1) + "\n");
         leave_record(Ten - Hour);
         EXPECT_TRUE(pass()) << name;
-        EXPECT_EQ(asked(), ModbusTexts{"20:0/0 (48)"}) << name;
+        EXPECT_EQ(asked(), Texts{"20:0/0 (48)"}) << name;
     }
 }
 
@@ -253,7 +253,7 @@ TEST_F(ModbusArchive, ANewPassAfterAGoodOneReadsOnWithTheNextHour) {
     start(10);
     ASSERT_TRUE(pass());
     EXPECT_TRUE(pass());
-    EXPECT_EQ(asked(), ModbusTexts{"20:0/0 (48)"}) << "nothing new";
+    EXPECT_EQ(asked(), Texts{"20:0/0 (48)"}) << "nothing new";
     store(Ten);
     EXPECT_TRUE(pass());
     EXPECT_EQ(places(), "11 1");
@@ -264,7 +264,7 @@ TEST_F(ModbusArchive, AHeaderBehindTheEndOfTheGatewaysTimeIsAnOldOne) {
     start(10);
     meter.set_header_time("2099-01-01 00:00");
     pass();
-    EXPECT_EQ(asked(), ModbusTexts{"20:0/0 (48)"});
+    EXPECT_EQ(asked(), Texts{"20:0/0 (48)"});
     EXPECT_TRUE(lines_in("tmp_archives").empty());
 }
 
@@ -280,8 +280,8 @@ class ModbusArchiveInBerlin : public ModbusArchive {
         machine.connect(Port, meter);
         start_described();
         EXPECT_TRUE(pass());
-        ModbusLineCounts expected;
-        for (int k = 12; k > 0; --k) ++expected["A5"][modbus_line(machine.now() / Hour * Hour - k * Hour, 192, 0)];
+        LineCounts expected;
+        for (int k = 12; k > 0; --k) ++expected["A5"][stored_line(machine.now() / Hour * Hour - k * Hour, 192, 0)];
         EXPECT_EQ(lines_in("tmp_archives")["A5"], expected["A5"]);
     }
 };
@@ -316,10 +316,10 @@ TEST_F(ModbusArchive, EveryLineIsThatOfTheMetersOwnTables) {
     for (const unsigned system : {0U, 1U, 2U}) {
         start_described(static_cast<int>(system));
         EXPECT_TRUE(pass());
-        ModbusLineCounts expected;
+        LineCounts expected;
         const auto add = [&](const std::vector<sim::VistFileValue>& values) {
             for (const auto& each : values) {
-                ++expected[each.file][modbus_line(each.time, each.quality, each.value)];
+                ++expected[each.file][stored_line(each.time, each.quality, each.value)];
             }
         };
         ASSERT_EQ(meter.records(system).size(), 12U);
@@ -362,7 +362,7 @@ TEST_F(ModbusArchive, EachHeatSystemHasItsFile) {
     machine.connect(Port, meter);
     start_described(2);
     EXPECT_TRUE(pass());
-    EXPECT_EQ(asked(), (ModbusTexts{"20:2/0 (48)", "20:2/1 (54)"}));
+    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)", "20:2/1 (54)"}));
     EXPECT_EQ(hours_filed(3), "9");
     EXPECT_EQ(item("_DriverStatus", 3), "3");
     EXPECT_EQ(logged("Requesting archive record #1, subsystem = 2"), 1);

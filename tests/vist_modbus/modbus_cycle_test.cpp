@@ -39,7 +39,7 @@ class ModbusCycle : public ModbusBench {
 
 TEST_F(ModbusCycle, ANewDriverKnowsNothing) {
     start_driver();
-    EXPECT_EQ(log(), (ModbusTexts{"VISTmodbus creating.", "creating"}));
+    EXPECT_EQ(log(), (Texts{"VISTmodbus creating.", "creating"}));
     EXPECT_EQ(driver->get_driver_type(), "VISTmodbus");
     EXPECT_EQ(driver->get_log_name(), "VISTmodbus(not_set)");
     EXPECT_EQ(driver->get_buffer_limit(), 0);
@@ -56,8 +56,8 @@ TEST_F(ModbusCycle, ANewDriverKnowsNothing) {
 
 TEST_F(ModbusCycle, ANewDriverRemembersAnHourBehindTheNewestRecordOfEachSystem) {
     leave_record(Ten - 3 * Hour, 1);
-    leave_staged("A7", modbus_line(Ten - 2 * Hour, 192, 1) + "\n", 1);
-    leave_staged("A2", modbus_line(Ten, 192, 1) + "\n", 3);
+    leave_staged("A7", stored_line(Ten - 2 * Hour, 192, 1) + "\n", 1);
+    leave_staged("A2", stored_line(Ten, 192, 1) + "\n", 3);
     leave_header(Ten, 2);
     start_driver();
     EXPECT_EQ(driver->last_request_date, (HCD_VISTmodbus::PerSystem{Ten - Hour, 0, Ten + Hour}));
@@ -78,7 +78,7 @@ TEST_F(ModbusCycle, TheLastLineOfAFileOfTheFirstSystemTellsItsTime) {
     scene.write(path, "1709373600,192,1.500000\n");
     EXPECT_EQ(driver->last_stored_value("A6"), 1709373600);
     std::string text;
-    for (std::time_t k = 0; k < 200; ++k) text += modbus_line(Ten + k * Hour, 192, 1.5) + "\n";
+    for (std::time_t k = 0; k < 200; ++k) text += stored_line(Ten + k * Hour, 192, 1.5) + "\n";
     scene.write(path, text);
     EXPECT_EQ(driver->last_stored_value("A6"), Ten + 199 * Hour) << "longer than what is looked at";
 }
@@ -88,14 +88,11 @@ TEST_F(ModbusCycle, TheLastLineOfAFileOfTheFirstSystemTellsItsTime) {
 TEST_F(ModbusCycle, SetupThenValuesOfEachHeatSystemInTurn) {
     start({{}, {}, {}});
     run();
-    const ModbusTexts all = asked();
+    const Texts all = asked();
     ASSERT_EQ(all.size(), 42U);
-    EXPECT_EQ(ModbusTexts(all.begin(), all.begin() + 5),
-              (ModbusTexts{"3:0+99", "3:99+76", "3:654+5", "4:0+3", "4:514+4"}));
-    EXPECT_EQ(ModbusTexts(all.begin() + 14, all.begin() + 19),
-              (ModbusTexts{"3:0+99", "3:284+76", "3:658+5", "4:0+3", "4:1538+4"}));
-    EXPECT_EQ(ModbusTexts(all.begin() + 28, all.begin() + 33),
-              (ModbusTexts{"3:0+99", "3:469+76", "3:663+5", "4:0+3", "4:2562+4"}));
+    EXPECT_EQ(Texts(all.begin(), all.begin() + 5), (Texts{"3:0+99", "3:99+76", "3:654+5", "4:0+3", "4:514+4"}));
+    EXPECT_EQ(Texts(all.begin() + 14, all.begin() + 19), (Texts{"3:0+99", "3:284+76", "3:658+5", "4:0+3", "4:1538+4"}));
+    EXPECT_EQ(Texts(all.begin() + 28, all.begin() + 33), (Texts{"3:0+99", "3:469+76", "3:663+5", "4:0+3", "4:2562+4"}));
     EXPECT_EQ(connected(), "111111");
 }
 

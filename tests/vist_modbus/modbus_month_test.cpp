@@ -97,8 +97,8 @@ class ModbusMonth : public ModbusMonthBench {
 
     // ---- what is looked at
 
-    ModbusLineCounts expected(const Device& device) const {
-        ModbusLineCounts counts;
+    LineCounts expected(const Device& device) const {
+        LineCounts counts;
         for (std::time_t hour = oldest_held(0); hour < header_time(Windows - 1); hour += Hour) {
             if (hour >= header_time(LineGone - 1) && hour < oldest_held(LineBack)) continue;
             count_lines(counts, modbus_record_lines(device.meter, device.system, hour));

@@ -70,14 +70,14 @@ class ModbusPowerCutBench : public ModbusMonthBench {
     }
 
     /// All that a meter without power cuts gives.
-    ModbusLineCounts whole(sim::ModbusVistMeter& meter) const {
-        ModbusLineCounts counts;
+    LineCounts whole(sim::ModbusVistMeter& meter) const {
+        LineCounts counts;
         for (int hour = 0; hour < 2; ++hour) count_lines(counts, modbus_header_lines(meter, 0, ten + hour * Hour));
         for (int hour = -2; hour < 1; ++hour) count_lines(counts, modbus_record_lines(meter, 0, ten + hour * Hour));
         return counts;
     }
     /// "A1@10 missing" and "A17@9 surplus", for each line that is in the files too seldom or too often.
-    static std::vector<std::string> astray(const ModbusLineCounts& found, const ModbusLineCounts& expected) {
+    static std::vector<std::string> astray(const LineCounts& found, const LineCounts& expected) {
         std::vector<std::string> all;
         std::istringstream rows(difference(found, expected));
         for (std::string file, line, verdict; rows >> file >> line >> verdict;) {
@@ -88,9 +88,9 @@ class ModbusPowerCutBench : public ModbusMonthBench {
     }
 
     std::time_t ten;
-    ModbusLineCounts after_cut;
-    ModbusLineCounts before_eleven;
-    ModbusLineCounts handed_over_before_eleven;
+    LineCounts after_cut;
+    LineCounts before_eleven;
+    LineCounts handed_over_before_eleven;
 };
 
 // ---- at any line
@@ -99,9 +99,9 @@ class ModbusPowerCut : public ModbusPowerCutBench,
                        public ::testing::WithParamInterface<std::tuple<Unsynced, std::uint32_t>> {
   protected:
     /// What must stand in the files in the end when the first `survived` lines of the first pass outlived the cut.
-    ModbusLineCounts expected(sim::ModbusVistMeter& meter, std::size_t survived) const {
+    LineCounts expected(sim::ModbusVistMeter& meter, std::size_t survived) const {
         if (survived == 0) return whole(meter);
-        ModbusLineCounts counts;
+        LineCounts counts;
         const auto take = [&](const std::vector<sim::VistFileValue>& lines) {
             const std::size_t taken = std::min(survived, lines.size());
             survived -= taken;

@@ -69,11 +69,11 @@ class ModbusHeader : public ModbusDecoding {
 TEST_F(ModbusHeader, ItsTotalsAreFiledAtItsTime) {
     know_all();
     decode(header(), 1);
-    const ModbusLineCounts expected = {
-        {"A1", {{modbus_line(Ten, 192, 109951162.7776), 1}}}, {"A4", {{modbus_line(Ten, 192, 123.45), 1}}},
-        {"A6", {{modbus_line(Ten, 192, 10000.01), 1}}},       {"A8", {{modbus_line(Ten, 192, 100000.2), 1}}},
-        {"A10", {{modbus_line(Ten, 192, 1000.003), 1}}},      {"A12", {{modbus_line(Ten, 192, 10000.04), 1}}},
-        {"A14", {{modbus_line(Ten, 192, 100000.5), 1}}},      {"A16", {{modbus_line(Ten, 192, 1000.006), 1}}},
+    const LineCounts expected = {
+        {"A1", {{stored_line(Ten, 192, 109951162.7776), 1}}}, {"A4", {{stored_line(Ten, 192, 123.45), 1}}},
+        {"A6", {{stored_line(Ten, 192, 10000.01), 1}}},       {"A8", {{stored_line(Ten, 192, 100000.2), 1}}},
+        {"A10", {{stored_line(Ten, 192, 1000.003), 1}}},      {"A12", {{stored_line(Ten, 192, 10000.04), 1}}},
+        {"A14", {{stored_line(Ten, 192, 100000.5), 1}}},      {"A16", {{stored_line(Ten, 192, 1000.006), 1}}},
     };
     EXPECT_EQ(lines_in("tmp_archives", 2), expected);
     EXPECT_TRUE(lines_in("tmp_archives", 1).empty());
@@ -100,7 +100,7 @@ TEST_F(ModbusHeader, TheTimeWorkedIsAnItemToo) {
     decode(header(), 2);
     EXPECT_EQ(item("IT1", 3), "123.450000");
     EXPECT_TRUE(logged_in_order({"Processing archive header...", "set_worktime_value:12345 -> 123.450000"}));
-    EXPECT_EQ(staged("A4", 3), modbus_line(Ten, 192, 123.45) + "\n");
+    EXPECT_EQ(staged("A4", 3), stored_line(Ten, 192, 123.45) + "\n");
     EXPECT_EQ(staged("A1", 3), "");
 }
 
@@ -128,7 +128,7 @@ TEST_F(ModbusHeader, AnOldHeaderIsNotFiledAndStopsTheWalk) {
     driver->last_request_date_header[0] = Ten - 1;
     decode(header());
     EXPECT_TRUE(driver->arch_continue);
-    EXPECT_EQ(staged("A1"), modbus_line(Ten, 192, 109951162.7776) + "\n") << "nothing was left of the old ones";
+    EXPECT_EQ(staged("A1"), stored_line(Ten, 192, 109951162.7776) + "\n") << "nothing was left of the old ones";
 }
 
 TEST_F(ModbusHeader, EachHeatSystemHasAHeaderTimeOfItsOwn) {
@@ -154,7 +154,7 @@ TEST_F(ModbusHeader, ItsTotalsAreUnsigned) {
     decode(block.n(2 + 46, 0xFFFFFFFF, 4).n(2 + 58, 0, 4));
     double total = 2147483648.0;
     for (const char* name : {"A6", "A8", "A10", "A12", "A14", "A16"}) {
-        EXPECT_EQ(staged(name), modbus_line(Ten, 192, total) + "\n") << name;
+        EXPECT_EQ(staged(name), stored_line(Ten, 192, total) + "\n") << name;
         total += 1;
     }
     EXPECT_EQ(staged("A4"), "1709373600,192,42949672.950000\n");
@@ -238,12 +238,12 @@ const std::vector<Field> RecordFields = {
 TEST_F(ModbusRecord, EveryFieldHasItsFile) {
     expect_record(0x007FFFFF, 54);
     ModbusBlock block(112);
-    ModbusLineCounts expected;
+    LineCounts expected;
     std::size_t at = Fields;
     for (const Field& field : RecordFields) {
         block.n(at, field.raw, field.width);
         at += static_cast<std::size_t>(field.width);
-        if (!field.file.empty()) ++expected[field.file][modbus_line(Ten - 2 * Hour, field.quality, field.value)];
+        if (!field.file.empty()) ++expected[field.file][stored_line(Ten - 2 * Hour, field.quality, field.value)];
     }
     decode(block, 1);
     EXPECT_EQ(lines_in("tmp_archives", 2), expected);
@@ -257,8 +257,7 @@ TEST_F(ModbusRecord, AFieldStandsRightBehindTheSumWhenItIsAlone) {
         scene.make_tree(Uuid);
         expect_record(1U << field.bit, 1 + field.width);
         decode(ModbusBlock(112).n(Fields, field.raw, field.width));
-        const ModbusLineCounts expected = {
-            {field.file, {{modbus_line(Ten - 2 * Hour, field.quality, field.value), 1}}}};
+        const LineCounts expected = {{field.file, {{stored_line(Ten - 2 * Hour, field.quality, field.value), 1}}}};
         EXPECT_EQ(lines_in("tmp_archives"), expected) << field.bit;
     }
 }
@@ -271,8 +270,8 @@ TEST_F(ModbusRecord, TheLastFieldStandsOverThePlacesOfTheTwoBeforeItWhetherTheyA
         scene.make_tree(Uuid);
         expect_record(mask, size);
         decode(ModbusBlock(112).n(Fields, 50, 1).n(Fields + 5, 42, 1));
-        EXPECT_EQ(staged("A27"), modbus_line(Ten - 2 * Hour, 192, 0.42) + "\n") << mask;
-        EXPECT_EQ(staged("A3"), modbus_line(Ten - 2 * Hour, 192, 0.5) + "\n") << mask;
+        EXPECT_EQ(staged("A27"), stored_line(Ten - 2 * Hour, 192, 0.42) + "\n") << mask;
+        EXPECT_EQ(staged("A3"), stored_line(Ten - 2 * Hour, 192, 0.5) + "\n") << mask;
     }
 }
 
@@ -285,7 +284,7 @@ TEST_F(ModbusRecord, OnlyMinusThousandIsASensorThatGivesNothing) {
         for (std::size_t k = 0; k < 4; ++k) block.n(Fields + 2 * k, static_cast<std::uint64_t>(raw), 2);
         decode(block);
         for (const char* name : {"A20", "A21", "A22", "T4"}) {
-            EXPECT_EQ(staged(name), modbus_line(Ten - 2 * Hour, quality, raw / 10.0) + "\n") << name;
+            EXPECT_EQ(staged(name), stored_line(Ten - 2 * Hour, quality, raw / 10.0) + "\n") << name;
         }
     }
 }
@@ -302,7 +301,7 @@ TEST_F(ModbusRecord, AWrongSumIsToldAndTheRecordLeftAlone) {
     ModbusBlock block(112);
     driver->process_archive_record(block.n(Crc, 99, 1).n(Fields, 100, 1), reqArchiveRecordFile);
     EXPECT_FALSE(driver->record_ok);
-    EXPECT_EQ(log(), ModbusTexts{"Archive record CRC FAIL:100 vs 99"});
+    EXPECT_EQ(log(), Texts{"Archive record CRC FAIL:100 vs 99"});
     EXPECT_TRUE(lines_in("tmp_archives").empty());
     EXPECT_TRUE(driver->arch_continue);
     EXPECT_EQ(driver->last_request_date[0], 0);
@@ -320,7 +319,7 @@ TEST_F(ModbusRecord, AGoodRecordTellsItsStory) {
     expect_record(0x1, 2);
     driver->last_request_date[0] = Ten - 3 * Hour;
     decode(ModbusBlock(112).n(Fields, 100, 1));
-    EXPECT_EQ(log(), (ModbusTexts{
+    EXPECT_EQ(log(), (Texts{
                          "Archive record initialized now, no integrators",
                          "Archive record date/time: 02.03.2024 08:00:00",
                          "Data ready. Try write.",
@@ -339,7 +338,7 @@ TEST_F(ModbusRecord, AtTheHeadersTimeItHasCaughtUpAndIsNotFiled) {
     EXPECT_FALSE(driver->arch_continue);
     EXPECT_EQ(driver->last_request_date[0], 0);
     EXPECT_TRUE(lines_in("tmp_archives").empty());
-    EXPECT_EQ(log(), (ModbusTexts{
+    EXPECT_EQ(log(), (Texts{
                          "Archive record initialized earlier, integrators included",
                          "Archive record date/time: 02.03.2024 10:00:00",
                          "Data ready. Try write.",
@@ -360,11 +359,11 @@ TEST_F(ModbusRecord, WhatWasNotFiledDoesNotGoIntoTheNextRecord) {
     decode(ModbusBlock(112).n(Fields, 100, 1));
     expect_record(0xC081, 12);
     decode(ModbusBlock(112).n(Fields, 50, 1));
-    const ModbusLineCounts expected = {
-        {"A3", {{modbus_line(Ten - 2 * Hour, 192, 0.5), 1}}},
-        {"A20", {{modbus_line(Ten - 2 * Hour, 192, 0), 1}}},
-        {"A2", {{modbus_line(Ten - 2 * Hour, 192, 0), 1}}},
-        {"A28", {{modbus_line(Ten - 2 * Hour, 192, 0), 1}}},
+    const LineCounts expected = {
+        {"A3", {{stored_line(Ten - 2 * Hour, 192, 0.5), 1}}},
+        {"A20", {{stored_line(Ten - 2 * Hour, 192, 0), 1}}},
+        {"A2", {{stored_line(Ten - 2 * Hour, 192, 0), 1}}},
+        {"A28", {{stored_line(Ten - 2 * Hour, 192, 0), 1}}},
     };
     EXPECT_EQ(lines_in("tmp_archives"), expected);
 }

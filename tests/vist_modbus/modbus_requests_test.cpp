@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "support/configured.h"
 #include "support/modbus_scene.h"
 
 namespace {
@@ -21,15 +22,15 @@ class ModbusRequests : public ModbusBench {
     }
     int send(const ModbusRequest& row, int system = 0, bool range = true) {
         int length = 0;
-        quietly([&] { length = driver->send_modbus_request(driver->tty_fd, row, area, system, range); });
+        quietly([&] { length = driver->send_modbus_request(driver->get_tty_fd(), row, area, system, range); });
         return length;
     }
     bool batch(std::span<const ModbusRequest> rows, int system = 0) {
         bool came = false;
-        quietly([&] { came = driver->request_batch(driver->tty_fd, rows, system, true); });
+        quietly([&] { came = driver->request_batch(driver->get_tty_fd(), rows, system, true); });
         return came;
     }
-    std::string fd() const { return std::to_string(driver->tty_fd); }
+    std::string fd() const { return std::to_string(driver->get_tty_fd()); }
 
     const ModbusRequest& clock = reqValues[0];
     sim::ModbusVistMeter meter{{.serial = Serial}};
@@ -49,7 +50,7 @@ TEST_F(ModbusRequests, ARowLeavesFunctionAndByteCountTurnedRoundAndTheDataAsOnTh
 
 TEST_F(ModbusRequests, TheLogTellsOfTheQuestionTheAnswerAndTheTries) {
     send(clock);
-    EXPECT_EQ(log(), (ModbusTexts{
+    EXPECT_EQ(log(), (Texts{
                          std::string("Sending req '") + Clock + "'...",
                          "Received: 8 bytes (6 awaiting).",
                          "Dumping packet:",
@@ -135,7 +136,7 @@ TEST_F(ModbusRequests, ALateAnswerIsHeardInTheNextTry) {
 TEST_F(ModbusRequests, TheSerialNumbersLowByteIsTheMetersAddress) {
     sim::ModbusVistMeter other({.serial = 300});
     machine.connect(Port, other);
-    driver->tc_sernum = 300;
+    set_serial(*driver, 300);
     EXPECT_EQ(send(clock), 8);
     EXPECT_EQ(machine.exchanges().back().request[0], 44);
     EXPECT_EQ(driver->slave, 300);
@@ -146,7 +147,7 @@ TEST_F(ModbusRequests, TheHeatSystemOfARequestIsRemembered) {
     meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
     send(reqValues[2], 2);
     EXPECT_EQ(driver->request_system, 2);
-    EXPECT_EQ(asked(), ModbusTexts{"4:2566+4"});
+    EXPECT_EQ(asked(), Texts{"4:2566+4"});
 }
 
 TEST_F(ModbusRequests, WithoutARangeTheCountGoesAsItStands) {
@@ -154,20 +155,20 @@ TEST_F(ModbusRequests, WithoutARangeTheCountGoesAsItStands) {
     ModbusRequest row = reqArchiveRecordFile;
     row.count = 7;
     send(row, 0, false);
-    EXPECT_EQ(asked(), ModbusTexts{"20:0/7 (20)"});
+    EXPECT_EQ(asked(), Texts{"20:0/7 (20)"});
     machine.forget_exchanges();
     send({"row", read_input, 519, {514, 0, 0}, nullptr, 0}, 0, false);
-    EXPECT_EQ(asked(), ModbusTexts{"4:514+6"}) << "it is taken for the last register";
+    EXPECT_EQ(asked(), Texts{"4:514+6"}) << "it is taken for the last register";
 }
 
 TEST_F(ModbusRequests, WithARangeAHeaderHasItsLengthInEachFile) {
     meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
     for (const int s : {0, 1, 2}) send(reqArchiveHeaderFile, s);
-    EXPECT_EQ(asked(), (ModbusTexts{"20:0/0 (48)", "20:1/0 (48)", "20:2/0 (48)"}));
+    EXPECT_EQ(asked(), (Texts{"20:0/0 (48)", "20:1/0 (48)", "20:2/0 (48)"}));
 }
 
 TEST_F(ModbusRequests, APortThatIsNotOpenCostsThirtyTriesButNoTime) {
-    driver->tty_fd = -1;
+    driver->set_tty_fd(-1);
     EXPECT_EQ(send(clock), -1);
     EXPECT_EQ(log().back(), "retries = 30, VISTMaxErrors = 30");
     EXPECT_LT(elapsed(), 0.1);
@@ -177,7 +178,7 @@ TEST_F(ModbusRequests, APortThatIsNotOpenCostsThirtyTriesButNoTime) {
 // ---- pause flags
 
 TEST_F(ModbusRequests, AHeldBusIsLookedAtEveryTenSeconds) {
-    driver->use_pause_flag = true;
+    set_pause_flag(*driver, true);
     scene.touch("/tmp/pause_tvk");
     machine.at(25, [this] { scene.remove("/tmp/pause_tvk"); });
     EXPECT_EQ(send(clock), 8);
@@ -185,14 +186,14 @@ TEST_F(ModbusRequests, AHeldBusIsLookedAtEveryTenSeconds) {
 }
 
 TEST_F(ModbusRequests, ADriverThatIsNotToBeHeldBackGoesOn) {
-    driver->use_pause_flag = false;
+    set_pause_flag(*driver, false);
     scene.touch("/tmp/pause_tvk");
     EXPECT_EQ(send(clock), 8);
     EXPECT_TRUE(machine.sleeps().empty());
 }
 
 TEST_F(ModbusRequests, TheFlagForAllHoldsEveryDriver) {
-    driver->use_pause_flag = false;
+    set_pause_flag(*driver, false);
     scene.touch("/tmp/pause_tvk_all");
     machine.at(15, [this] { scene.remove("/tmp/pause_tvk_all"); });
     EXPECT_EQ(send(clock), 8);
@@ -208,7 +209,7 @@ TEST_F(ModbusRequests, AFlagBetweenTwoTriesHoldsTheNextOne) {
 }
 
 TEST_F(ModbusRequests, TheFirstFlagIsNotLookedAtAgainBehindTheSecond) {
-    driver->use_pause_flag = true;
+    set_pause_flag(*driver, true);
     scene.touch("/tmp/pause_tvk_all");
     machine.at(5, [this] { scene.touch("/tmp/pause_tvk"); });
     machine.at(6, [this] { scene.remove("/tmp/pause_tvk_all"); });
@@ -244,7 +245,7 @@ TEST_F(ModbusRequests, AnAnswerOfLessThanThreeBytesIsNotTriedAgainButFailsItsRow
 
 TEST_F(ModbusRequests, RowsAreDecodedAfterAllHaveCome) {
     EXPECT_TRUE(batch(reqValues));
-    ModbusTexts expected;
+    Texts expected;
     for (const auto& row : reqValues) expected.push_back(std::string("Sending req '") + row.name + "'...");
     for (const auto& row : reqValues) expected.push_back(std::string("Processing '") + row.name + "'");
     EXPECT_TRUE(logged_in_order(expected));

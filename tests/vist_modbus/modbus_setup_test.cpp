@@ -64,7 +64,7 @@ TEST_F(ModbusConfig, TheLogTellsOfTheMeterAndItsTubes) {
     block.n(131, 9500, 2).n(133, 7000, 2).n(135, 500, 2).n(137, 60, 2).n(139, 40, 2).n(141, 20, 2);
     block.n(143, 50, 2).n(145, 40, 2).n(147, 25, 2);
     decode_config(block, 1);
-    EXPECT_EQ(log(), (ModbusTexts{
+    EXPECT_EQ(log(), (Texts{
                          "Processing main config...",
                          "PO_ver: V2.10",
                          "Name: ABC-5",
@@ -199,7 +199,7 @@ TEST_F(ModbusHeatSystem, ItsLogStandsInThisOrder) {
     block.n(12, 0x00000014, 4).n(119, 3, 1).n(147, 0x40000001, 4);
     block.n(120, 10, 1).n(121, 11, 1).n(122, 12, 1).n(123, 13, 1).n(124, 14, 1).n(131, 15, 1).n(132, 16, 1);
     decode_system(block);
-    EXPECT_EQ(log(), (ModbusTexts{
+    EXPECT_EQ(log(), (Texts{
                          "Processing tc specs...",
                          "System params: 20",
                          "System name: TS1",
@@ -247,16 +247,15 @@ TEST_F(ModbusHeatSystem, TheLowerLimitIsAFractionOfTheUpperOne) {
     block.n(49 + 3, 3, 2).n(49 + 5, 0xFFFFFFFF, 4).n(49 + 9, 0, 1);
     block.n(82 + 3, 7, 2).n(82 + 5, 777, 4);
     decode_system(block);
-    EXPECT_EQ(waiting(), (ModbusTexts{"M1max 1234.560000", "M1min 12.345600", "M2max 4294967295.000000",
-                                      "M2min 1431655765.000000"}));
+    EXPECT_EQ(waiting(),
+              (Texts{"M1max 1234.560000", "M1min 12.345600", "M2max 4294967295.000000", "M2min 1431655765.000000"}));
 }
 
 TEST_F(ModbusHeatSystem, TheDivisorOfALowerLimitIsUnsigned) {
     ModbusBlock block = heat_system();
     block.n(16 + 3, 0x8000, 2).n(16 + 5, 65536, 4).n(49 + 3, 0xFFFF, 2).n(49 + 5, 131070, 4);
     decode_system(block);
-    EXPECT_EQ(waiting(),
-              (ModbusTexts{"M1max 65536.000000", "M1min 2.000000", "M2max 131070.000000", "M2min 2.000000"}));
+    EXPECT_EQ(waiting(), (Texts{"M1max 65536.000000", "M1min 2.000000", "M2max 131070.000000", "M2min 2.000000"}));
 }
 
 TEST_F(ModbusHeatSystem, ADivisorOfZeroGivesAnInfiniteLowerLimit) {
@@ -280,12 +279,12 @@ TEST_F(ModbusHeatSystem, ErrorsWaitAsTheyAreAndAsTheSystemsWord) {
     block.n(147, 0x02000821, 4);
     decode_system(block);
     EXPECT_EQ(logged("Errors: 33556513"), 1);
-    EXPECT_EQ(waiting_longs(), (ModbusTexts{"ER 2113602", "EG 33556513", "SC 0"})) << "0x204042";
+    EXPECT_EQ(waiting_longs(), (Texts{"ER 2113602", "EG 33556513", "SC 0"})) << "0x204042";
 }
 
 TEST_F(ModbusHeatSystem, WithoutErrorsItCounts) {
     decode_system(heat_system());
-    EXPECT_EQ(waiting_longs(), (ModbusTexts{"ER 0", "EG 0", "SC 1"}));
+    EXPECT_EQ(waiting_longs(), (Texts{"ER 0", "EG 0", "SC 1"}));
 }
 
 TEST_F(ModbusHeatSystem, OnlyBits25And30StopTheCounting) {
@@ -303,7 +302,7 @@ TEST_F(ModbusHeatSystem, AnErrorWordWithItsTopBitIsNegativeAsALongOfTheGateway) 
     block.n(147, 0x80000001, 4);
     decode_system(block);
     EXPECT_EQ(logged("Errors: 2147483649"), 1);
-    EXPECT_EQ(waiting_longs(), (ModbusTexts{"ER 32770", "EG -2147483647", "SC 1"}));
+    EXPECT_EQ(waiting_longs(), (Texts{"ER 32770", "EG -2147483647", "SC 1"}));
 }
 
 TEST(ModbusStatus, EachBitHasAPlaceInTheSystemsWordOrNone) {

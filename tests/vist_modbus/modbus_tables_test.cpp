@@ -91,10 +91,10 @@ TEST_F(ModbusTablesOnTheLine, EachHeatSystemIsAskedForItsOwnRegisters) {
         machine.forget_exchanges();
         driver->selected_subsystem = s;
         quietly([&] {
-            EXPECT_TRUE(driver->request_batch(driver->tty_fd, reqSpecs, s, true));
-            EXPECT_TRUE(driver->request_batch(driver->tty_fd, reqValues, s, true));
+            EXPECT_TRUE(driver->request_batch(driver->get_tty_fd(), reqSpecs, s, true));
+            EXPECT_TRUE(driver->request_batch(driver->get_tty_fd(), reqValues, s, true));
         });
-        ModbusTexts expected;
+        Texts expected;
         const auto expect = [&](char function, const Row& row) {
             expected.push_back(std::string(1, function) + ":" +
                                std::to_string(row.address[static_cast<std::size_t>(s)]) + "+" +

@@ -14,21 +14,21 @@ using ModbusClock = ModbusDecoding;
 TEST_F(ModbusClock, SixBytesAreTheLocalTimeOfTheMeter) {
     driver->selected_subsystem = 1;
     driver->process_datetime(ModbusBlock(6).n(0, 0x0A0507020318, 6), reqValues[0]);
-    EXPECT_EQ(waiting_longs(), ModbusTexts{"MDateTime 1709373907"});
+    EXPECT_EQ(waiting_longs(), Texts{"MDateTime 1709373907"});
     EXPECT_EQ(driver->mdatetime, 1709373907);
     EXPECT_EQ(item("_DriverStatus", 2), "2");
-    EXPECT_EQ(log(), ModbusTexts{"Current VIST date/time: 02.03.2024 10:05:07"});
+    EXPECT_EQ(log(), Texts{"Current VIST date/time: 02.03.2024 10:05:07"});
 }
 
 TEST_F(ModbusClock, ADateThatNoGatewayCanHoldIsMinusOne) {
     driver->process_datetime(ModbusBlock(6).n(0, 0xFFFFFFFFFFFF, 6), reqValues[0]);
-    EXPECT_EQ(waiting_longs(), ModbusTexts{"MDateTime -1"});
+    EXPECT_EQ(waiting_longs(), Texts{"MDateTime -1"});
     EXPECT_EQ(driver->mdatetime, -1);
 }
 
 TEST_F(ModbusClock, ADateOutOfRangeIsNormalised) {
     driver->process_datetime(ModbusBlock(6).n(0, 0x0A0507200118, 6), reqValues[0]);  // 32 January
-    EXPECT_EQ(waiting_longs(), ModbusTexts{"MDateTime 1706781907"});
+    EXPECT_EQ(waiting_longs(), Texts{"MDateTime 1706781907"});
 }
 
 class ModbusClockInBerlin : public ModbusDecoding {
@@ -49,14 +49,14 @@ using ModbusArrays = ModbusDecoding;
 
 TEST_F(ModbusArrays, TemperaturesAreHundredthsOfADegree) {
     decode16('T', ModbusBlock(8).n(0, 2345, 2).n(2, 0xFFFF, 2).n(4, 0, 2).n(6, 1, 2));
-    EXPECT_EQ(waiting(), (ModbusTexts{"T1 23.450000", "T2 655.350000", "T3 0.000000", "T4 0.010000"}));
-    EXPECT_EQ(log(), ModbusTexts{"Processing 16 bit array (T)..."});
+    EXPECT_EQ(waiting(), (Texts{"T1 23.450000", "T2 655.350000", "T3 0.000000", "T4 0.010000"}));
+    EXPECT_EQ(log(), Texts{"Processing 16 bit array (T)..."});
 }
 
 TEST_F(ModbusArrays, PressuresAreTenths) {
     decode16('P', ModbusBlock(8).n(0, 61, 2).n(2, 0xFFFF, 2).n(4, 5, 2));
-    EXPECT_EQ(waiting(), (ModbusTexts{"P1 6.100000", "P2 6553.500000", "P3 0.500000", "P4 0.000000"}));
-    EXPECT_EQ(log(), ModbusTexts{"Processing 16 bit array (P)..."});
+    EXPECT_EQ(waiting(), (Texts{"P1 6.100000", "P2 6553.500000", "P3 0.500000", "P4 0.000000"}));
+    EXPECT_EQ(log(), Texts{"Processing 16 bit array (P)..."});
 }
 
 TEST_F(ModbusArrays, PowersOfTenOfFlowAreKeptAndNotPublished) {
@@ -64,8 +64,8 @@ TEST_F(ModbusArrays, PowersOfTenOfFlowAreKeptAndNotPublished) {
     EXPECT_EQ(driver->pointsGP, (std::array<std::uint16_t, 4>{3, 2, 1, 65535}));
     EXPECT_EQ(driver->pointsMV, (std::array<std::uint16_t, 4>{}));
     EXPECT_TRUE(waiting().empty());
-    EXPECT_EQ(log(), (ModbusTexts{"Processing 16 bit array (0)...", "Cashing pointsGP0: 3", "Cashing pointsGP1: 2",
-                                  "Cashing pointsGP2: 1", "Cashing pointsGP3: 65535"}));
+    EXPECT_EQ(log(), (Texts{"Processing 16 bit array (0)...", "Cashing pointsGP0: 3", "Cashing pointsGP1: 2",
+                            "Cashing pointsGP2: 1", "Cashing pointsGP3: 65535"}));
 }
 
 TEST_F(ModbusArrays, PowersOfTenOfVolumeAreKeptAndNotPublished) {
@@ -82,7 +82,7 @@ TEST_F(ModbusArrays, TheTimeWorkedIsOnlyLogged) {
     decode16('t', ModbusBlock(8).n(0, 3599, 2));
     EXPECT_TRUE(waiting().empty());
     EXPECT_TRUE(waiting_longs().empty());
-    EXPECT_EQ(log(), ModbusTexts{"Processing 16 bit array (t)..."});
+    EXPECT_EQ(log(), Texts{"Processing 16 bit array (t)..."});
 }
 
 // ---- blocks of 32-bit numbers
@@ -90,44 +90,43 @@ TEST_F(ModbusArrays, TheTimeWorkedIsOnlyLogged) {
 TEST_F(ModbusArrays, VolumeFlowsAreScaledByTheirPowersOfTen) {
     driver->pointsGP = {3, 0, 1, 6};
     decode32('Q', ModbusBlock(12).n(0, 0x000186A0, 4).n(4, 0xFFFFFFFF, 4).n(8, 15, 4));
-    EXPECT_EQ(waiting(), (ModbusTexts{"Q1 100.000000", "Q2 4294967295.000000", "Q3 1.500000"}));
-    EXPECT_EQ(log(), ModbusTexts{"Processing 32 bit array (Q)..."});
+    EXPECT_EQ(waiting(), (Texts{"Q1 100.000000", "Q2 4294967295.000000", "Q3 1.500000"}));
+    EXPECT_EQ(log(), Texts{"Processing 32 bit array (Q)..."});
 }
 
 TEST_F(ModbusArrays, MassFlowsAreScaledAsVolumeFlowsAndShownWhereTheArchiveHasMasses) {
     driver->pointsGP = {3, 2, 1, 0};
     driver->hasM = {true, false, true};
     decode32('M', ModbusBlock(12).n(0, 5000, 4).n(4, 5000, 4).n(8, 5000, 4));
-    EXPECT_EQ(waiting(), (ModbusTexts{"M1 5.000000", "M3 500.000000"}));
+    EXPECT_EQ(waiting(), (Texts{"M1 5.000000", "M3 500.000000"}));
 }
 
 TEST_F(ModbusArrays, WithoutMassesInTheArchiveThereAreNoMassFlows) {
     decode32('M', ModbusBlock(12).n(0, 5000, 4));
     EXPECT_TRUE(waiting().empty());
-    EXPECT_EQ(log(), ModbusTexts{"Processing 32 bit array (M)..."});
+    EXPECT_EQ(log(), Texts{"Processing 32 bit array (M)..."});
 }
 
 TEST_F(ModbusArrays, VolumesOfTheHourAreWholeNumbers) {
     decode32('V', ModbusBlock(12).n(0, 7199, 4).n(4, 7200, 4).n(8, 0xFFFFFFFF, 4));
     EXPECT_EQ(driver->dV, (std::array<int, 3>{1, 2, 1193046}));
-    EXPECT_EQ(waiting(), (ModbusTexts{"IQ1 1.000000", "IQ2 2.000000", "IQ3 1193046.000000"}));
-    EXPECT_EQ(log(), (ModbusTexts{"Processing 32 bit array (V)...", "Cashing dV0: 1", "Cashing dV1: 2",
-                                  "Cashing dV2: 1193046"}));
+    EXPECT_EQ(waiting(), (Texts{"IQ1 1.000000", "IQ2 2.000000", "IQ3 1193046.000000"}));
+    EXPECT_EQ(log(),
+              (Texts{"Processing 32 bit array (V)...", "Cashing dV0: 1", "Cashing dV1: 2", "Cashing dV2: 1193046"}));
 }
 
 TEST_F(ModbusArrays, MassesOfTheHourAreWholeNumbers) {
     decode32('G', ModbusBlock(12).n(0, 3599, 4).n(4, 3600, 4).n(8, 36000, 4));
     EXPECT_EQ(driver->dM, (std::array<int, 3>{0, 1, 10}));
-    EXPECT_EQ(waiting(), (ModbusTexts{"IM1 0.000000", "IM2 1.000000", "IM3 10.000000"}));
-    EXPECT_EQ(log(),
-              (ModbusTexts{"Processing 32 bit array (G)...", "Cashing dM0: 0", "Cashing dM1: 1", "Cashing dM2: 10"}));
+    EXPECT_EQ(waiting(), (Texts{"IM1 0.000000", "IM2 1.000000", "IM3 10.000000"}));
+    EXPECT_EQ(log(), (Texts{"Processing 32 bit array (G)...", "Cashing dM0: 0", "Cashing dM1: 1", "Cashing dM2: 10"}));
 }
 
 TEST_F(ModbusArrays, EnergyOfTheHourIsOneWholeNumber) {
     decode32('E', ModbusBlock(12).n(0, 2399, 4).n(4, 999999, 4));
     EXPECT_EQ(driver->dEnergy, 1);
-    EXPECT_EQ(waiting(), ModbusTexts{"IE1 1.000000"});
-    EXPECT_EQ(log(), (ModbusTexts{"Processing 32 bit array (E)...", "Cashing dEnergy: 1"}));
+    EXPECT_EQ(waiting(), Texts{"IE1 1.000000"});
+    EXPECT_EQ(log(), (Texts{"Processing 32 bit array (E)...", "Cashing dEnergy: 1"}));
 }
 
 TEST_F(ModbusArrays, PowersOfTenOfVolumeScaleNothing) {

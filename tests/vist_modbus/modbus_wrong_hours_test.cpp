@@ -66,7 +66,7 @@ class ModbusWrongHours : public ModbusMonthBench {
 TEST_F(ModbusWrongHours, ARingThatIsNotFullAndLongUnreadFilesItsNewestRecordBeforeItsOldest) {
     sim::ModbusVistMeter meter(config());
     connect(meter, 8);
-    leave_staged("A3", modbus_line(ten - 10 * Hour, 192, 1) + "\n");
+    leave_staged("A3", stored_line(ten - 10 * Hour, 192, 1) + "\n");
     pass();
     EXPECT_EQ(hours(), (Stamps{{-9, -1}, {-8, -8}, {-7, -7}, {-6, -6}, {-5, -5}, {-4, -4}, {-3, -3}, {-2, -2}}));
     EXPECT_EQ(lines_of(Uuid, 1, "tc_tmp_archives").size(), 0U) << "the files do not reach the header";
@@ -79,7 +79,7 @@ TEST_F(ModbusWrongHours, ARingThatIsNotFullAndLongUnreadFilesItsNewestRecordBefo
 TEST_F(ModbusWrongHours, ARingThatHoldsMuchLessThanWasMissedIsAskedForPlacesItDoesNotHave) {
     sim::ModbusVistMeter meter(config());
     connect(meter, 3);
-    leave_staged("A3", modbus_line(ten - 10 * Hour, 192, 1) + "\n");
+    leave_staged("A3", stored_line(ten - 10 * Hour, 192, 1) + "\n");
     pass();
     // 9 hours are missed and 3 held, of which the next is place 4: 3 - (9 - 4), as a number of two bytes.
     EXPECT_EQ(meter.requests({.function = 20, .address = 0, .record = 65534}), 5U * 30U);

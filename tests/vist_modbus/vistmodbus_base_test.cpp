@@ -8,6 +8,7 @@
 
 #include "core/uni_log.h"
 #include "support/child.h"
+#include "support/configured.h"
 #include "support/modbus_scene.h"
 
 namespace {
@@ -91,7 +92,7 @@ TEST_F(ModbusProcess, OpeningThePortIsToldNowhere) {
     VISTmodbus_base base({Uuid});
     clear_log();
     for (const char* port : {Port, "/dev/none"}) {
-        base.port_name = port;
+        set_port_name(base, port);
         EXPECT_EQ(stdout_of([&base] { base.open_tty(); }), "") << port;
         EXPECT_EQ(scene.file("/tmp/uni_logs.general.txt"), "");
         EXPECT_TRUE(log().empty());

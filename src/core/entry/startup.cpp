@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <memory>
 
-#include "config/config_client.h"
 #include "config/publisher.h"
 #include "core/files.h"
 #include "core/gateway.h"
@@ -239,7 +238,7 @@ void run_init(const std::string& name) {
     read_driver_config(*g_driver);
     log_line(g_log, "Open tty");
     g_driver->open_tty();
-    log_line(g_log, "open_tty = ", g_driver->port_name, ", fd = ", g_driver->tty_fd);
+    log_line(g_log, "open_tty = ", g_driver->settings().port_name, ", fd = ", g_driver->get_tty_fd());
     log_line(g_log, "Start \"run_main\" driver iterations");
     while (true) {
         g_driver->run_main();

@@ -1,25 +1,21 @@
 #pragma once
-// All VIST meters of a normal run: owns the serial port and one driver for each uuid, and walks them for ever.
+// All VIST meters of a normal run.
 
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "driver/hcd_base_driver.h"
+#include "driver/port_parent.h"
 #include "drivers/vist/hcd_vist.h"
 
-class VIST_base final : public HCDBaseDriver {
+class VIST_base final : public PortParent<HCD_VIST> {
   public:
     explicit VIST_base(const std::vector<std::string>& meters);
 
     void open_tty() override;
     std::string get_driver_type() override { return "VISThydralink"; }
-    int get_buffer_limit() override { return 768; }
-    void on_tick(int /*value*/) override {}
-    /// Never returns.
-    void run_main() override;
-    std::string get_uuid() override { return uuid_list.empty() ? "" : uuid_list.front(); }
 
   private:
-    std::vector<std::unique_ptr<HCD_VIST>> drivers;
+    void prepare(HCD_VIST& driver, const std::string& meter) override;
+
+    int prepared = 0;  ///< drivers, for the log
 };
