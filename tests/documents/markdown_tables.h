@@ -32,7 +32,10 @@ inline std::vector<TableRow> table_rows(const std::string& path, const std::stri
     bool in_section = false;
     bool in_part = false;
     for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("## ")) in_section = line == section, in_part = part.empty();
+        if (line.starts_with("## ")) {
+            in_section = line == section;
+            in_part = part.empty();
+        }
         if (line.starts_with("### ") && !part.empty()) in_part = line == part;
         if (!line.starts_with("|")) {
             head.clear();
@@ -41,8 +44,8 @@ inline std::vector<TableRow> table_rows(const std::string& path, const std::stri
         } else if (in_section && in_part && head[0] == first && !line.starts_with("|--")) {
             const std::vector<std::string> row = cells(line);
             if (row.size() != head.size()) throw std::runtime_error("a row of another width: " + line);
-            for (std::size_t i = 0; i < head.size(); ++i)
-                rows.resize(rows.size() + (i == 0)), rows.back()[head[i]] = row[i];
+            TableRow& named = rows.emplace_back();
+            for (std::size_t i = 0; i < head.size(); ++i) named[head[i]] = row[i];
         }
     }
     return rows;
