@@ -7,7 +7,9 @@
 #include "documents/markdown_tables.h"
 #include "drivers/vist/vist_packet.h"
 #include "drivers/vist_modbus/hcd_vistmodbus.h"
+#include "km5_meter.h"
 #include "support/family_runs.h"
+#include "support/start.h"
 
 namespace {
 
@@ -192,6 +194,33 @@ std::uint32_t word_of(const std::string& cell) {
         word |= 1U << (8 * std::stoi((*bit)[1]) + std::stoi((*bit)[2]));
     }
     return word;
+}
+
+/// The daemon's first items of a KM5 whose status has this one bit set.
+std::string km5_item(unsigned byte, unsigned bit, const std::string& name) {
+    sim::Km5Config config{.status = {}};
+    config.status.at(byte - 1) = static_cast<std::uint8_t>(1U << bit);
+    sim::Km5Meter meter(config);
+    Scene scene("2024-03-06 10:05:00");
+    scene.gateway.connect("/dev/ttyS1", meter);
+    scene.service.set_meter("u1", {.serial = config.serial, .port_name = "/dev/ttyS1", .system_types = {"heat"}});
+    start_process(scene, {"KM5", "-r", "u1"}, 20);
+    return scene.item("u1", 1, name).value_or("none");
+}
+
+TEST(DocumentedStatusBits, OfAKm5AreThoseThatItsStatusIsTranslatedTo) {
+    for (unsigned byte = 1; byte < 8; ++byte) {
+        for (unsigned bit = 0; bit < 8; ++bit) {
+            const std::string place = std::to_string(byte) + "." + std::to_string(bit);
+            std::uint32_t told = 0;
+            for (const TableRow& row : rows(Items, "### Status bits", "ER")) {
+                if ((" " + row.at("KM5") + " ").find(" " + place + " ") == std::string::npos) continue;
+                told |= static_cast<std::uint32_t>(std::stoul(row.at("ER"), nullptr, 16));
+            }
+            EXPECT_EQ(km5_item(byte, bit, "ER"), std::to_string(told) + "\n") << place;
+        }
+    }
+    EXPECT_EQ(km5_item(7, 7, "EG"), std::to_string((1ULL << 63U) + 8) + "\n") << "byte 0 is always 8";
 }
 
 TEST(DocumentedStatusBits, OfAVistAreThoseThatItsStatusIsTranslatedTo) {
