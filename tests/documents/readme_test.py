@@ -1,0 +1,155 @@
+#!/usr/bin/env python3
+"""What README.md tells of words, exit statuses and paths, against the real program; and the log lines that
+docs/operations.md quotes, against the sources."""
+
+import glob
+import http.server
+import json
+import os
+import re
+import signal
+import sys
+import threading
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(ROOT, "tests", "process"))
+
+import box  # noqa: E402
+
+box.TREE = ROOT  # what a box shows of this machine besides its programs
+
+UUID = "6f9619ff-8b86-d011-b42d-00c04fc964ff"
+METER_TYPES = {"KM5": "km5", "KM56i": "km56i", "ATT": "att", "VIST": "vist", "VISTmodbus": "vist-modbus",
+               "SA94": "sa94"}
+
+
+def document(name):
+    return box.read(os.path.join(ROOT, name))
+
+
+def table(text, first):
+    """The rows of the table whose first column has this head, without it."""
+    rows = text.split(f"\n| {first} |", 1)[1].split("\n\n")[0].splitlines()[2:]
+    return [[cell.strip() for cell in re.split(r"(?<!\\)\|", row)[1:-1]] for row in rows]
+
+
+def quoted(cell):
+    return re.findall(r"`([^`]+)`", cell)
+
+
+def words_of(text):
+    """What a document's table calls a condition, and its status."""
+    told = {}
+    for status, conditions in table(text, "exit status"):
+        for condition in re.split(", " if status == "0" else "; ", conditions):
+            told[condition] = -signal.SIGABRT if status == "SIGABRT" else int(status)
+    return told
+
+
+class Service:
+    """A configuration service that says the same to everybody; without a text it hangs up."""
+
+    def __init__(self, text):
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_POST(self):
+                self.rfile.read(int(self.headers["Content-Length"]))
+                if text is not None:
+                    self.send_response(200)
+                    self.end_headers()
+                    self.wfile.write(text)
+
+            def log_message(self, *words):
+                pass
+
+        self.server = http.server.HTTPServer(("127.0.0.1", 8082), Handler)
+        threading.Thread(target=self.server.serve_forever, daemon=True).start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *failure):
+        self.server.shutdown()
+        self.server.server_close()
+
+
+class Readme(box.Test):
+    def setUp(self):
+        super().setUp()
+        self.readme = document("README.md")
+
+    def end_of(self, *words):
+        daemon = self.daemon(*words)
+        return daemon.status(60), daemon.output()
+
+    def test_each_meter_is_read_under_its_name_and_manufacturer(self):
+        rows = table(self.readme, "family")
+        self.assertEqual({quoted(row[2])[0] for row in rows}, set(METER_TYPES))
+        away_from_the_hour = (30 - time.localtime().tm_min) * 60
+        names = [quoted(row[2])[0] for row in rows]
+        self.sim(*(word for name in names for word in (
+            "--meter", f"type={METER_TYPES[name]},uuid={name},line=/tmp/line-{name},clock={away_from_the_hour}")))
+        daemons = [self.daemon(name, "-r", name) for name in names]
+        for row, name, daemon in zip(rows, names, daemons):
+            self.wait_for(lambda: box.item(name, "MeterModel"), f"a meter under {name}", 60)
+            answer = json.loads(daemon.output().split("Received: ")[1].splitlines()[0])
+            self.assertEqual(answer["result"]["manufacturer"], quoted(row[3])[0])
+
+    def test_what_is_no_name_ends_with_the_words_that_are_told(self):
+        told = re.search(r'Any other name ends the process with "(.*)" in the general log', self.readme)
+        self.end_of("KM7", "-r", "u1")
+        self.assertEqual(box.general_log()[-1], told[1])
+
+    def test_each_option_does_what_its_row_tells(self):
+        rows = {row[0]: row[1] for row in table(self.readme, "option")}
+        values = {"`-r`": 0, "`-v`": 2, "`-j`": 3, "`-i`": -2, "none, or any other": -1}
+        self.assertEqual(set(rows), set(values))
+        for row, value in values.items():
+            self.end_of("any", quoted(row)[0] if quoted(row) else "-x", *([UUID] if row == "`-j`" else []))
+            self.assertIn(f"Run = {value}", box.general_log()[:2], row)
+        error = re.search(r'"(.*?)", exit status (\d)', rows["none, or any other"])
+        for words in ("KM5", "-x", "u1"), ():
+            self.assertEqual(self.end_of(*words), (int(error[2]), error[1] + "\n"))
+
+    def test_each_exit_status_is_that_of_its_row(self):
+        silent, unknown, wrong = "the configuration service answered nothing or no JSON", \
+            "single-bus mode without a meter of a known manufacturer", \
+            "the configuration service gave a key of a wrong type"
+        words = {"version": ["-v"], "bad syntax": ["a", "b"], "no uuid": ["KM5", "-r"],
+                 "unknown heat meter name": ["KM7", "-r", "u1"], unknown: ["any", "-j", UUID]}
+        found = {condition: self.end_of(*line)[0] for condition, line in words.items()}
+        for text, condition in ((None, silent), (b"<html>", silent), (b'{"result": {"serial": "x"}}', wrong)):
+            with Service(text):
+                found[condition] = self.end_of("KM5", "-r", UUID)[0]
+                self.assertEqual(found[condition], words_of(self.readme)[condition], text)
+        told = words_of(self.readme)
+        told.pop("`tmp_archives` of a VIST is gone")  # ten minutes behind a start
+        self.assertEqual(found, told)
+
+    def test_the_paths_are_there(self):
+        self.daemon("KM5", "-r", UUID)
+        self.wait_for(lambda: any(line.startswith("Start ") for line in box.general_log()), "the start")
+        paths = [quoted(row[0])[0] for row in table(self.readme, "path")]
+        for path in paths:
+            made = path.replace("<uuid>", UUID).replace("<n>", "1").replace("<item>", "Connected")
+            made = made.replace("/<name>", "")
+            by_daemon = made.startswith(("/mnt", f"/tmp/{UUID}", "/tmp/driver", "/tmp/uni"))
+            self.assertEqual(bool(glob.glob(made)), by_daemon, path)
+
+
+class Operations(box.Test):
+    def test_the_log_lines_that_are_quoted_are_those_of_the_program(self):
+        sources = "".join(box.read(path) for path in glob.glob(f"{ROOT}/src/**/*.cpp", recursive=True))
+        literals = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', sources))
+        rows = table(document("docs/operations.md"), "trace") + table(document("docs/operations.md"), "line")
+        for row in rows:
+            for text in quoted(row[0]):
+                if text.startswith(("/", "ls ")) or text in ("KM5", "ATT"):
+                    continue
+                # Values stand between the literals of a line.
+                for part in re.split(r"\d+|(?<== )/dev/\.\.\.|\b(?:yes|no|true|false)\b|, (?=fd|isATT)", text):
+                    self.assertTrue(part.strip(" -") in literals, text)
+
+
+if __name__ == "__main__":
+    box.main(__file__)
