@@ -15,16 +15,33 @@ namespace sim {
 
 namespace {
 
+constexpr char WordsOfKm5[] =
+    "      model=1..7 (2), firmware=2.15 (four characters), clock=SECONDS, drift=PPM, events=N (4)\n"
+    "      values: T1 T2 T3 T4 T5 T6 Ta P1 P2 P4 Q1 Q2 Q4 M1 M2 M4 M5 IE1 IE2 IM1 IM2 IT1 Tp, and by model\n"
+    "      IM3 IM4 IM5 IE4 Vi IQ1 IQ2\n";
+
 constexpr MeterType Types[] = {
-    {"km5", "km-5", "KM5-1 to KM5-6: model=1..7, firmware=, clock=, drift=, events=, NAME=VALUE", make_km5},
-    {"km56i", "km-5-6i", "KM5-6i with up to three subsystems (systems=): as km5, without model", make_km56i},
-    {"att", "km-5", "AT-T: as km5", make_att},
-    {"vist", "vis-t", "VIST: devices=1..6, version=100..102, order=big|little, clock=, drift=, NAME=VALUE", make_vist},
+    {"km5", "km-5", WordsOfKm5, make_km5},
+    {"km56i", "km-5-6i",
+     "      systems=1..3 are its subsystems; firmware=, clock=, drift=, events= and values as km5, no model=\n",
+     make_km56i},
+    {"att", "km-5", "      as km5\n", make_att},
+    {"vist", "vis-t",
+     "      serial=N is its network number; number=N the serial number that it says itself (the same);\n"
+     "      devices=1..6 (2), version=100..102, order=big|little (big), clock=SECONDS, drift=PPM\n"
+     "      values: T1 T2 T3 T4 P1 P2 P3 Q1 Q2 Q3 M1 M2 M3 E IT IQ1 IQ2 IQ3 IM1 IM2 IM3 IE\n",
+     make_vist},
+    {"vist-modbus", "vis-t-modbus",
+     "      serial=N: the low byte is its address, and not 0; devices=1..3 (2), clock=SECONDS, drift=PPM\n"
+     "      values: T1 T2 T3 T4 P1 P2 P3 Q1 Q2 Q3 M1 M2 M3; decimals GP1 to GP4, MV1 to MV4; of the current hour\n"
+     "      V1 V2 V3 G1 G2 G3 E1 t1\n",
+     make_modbus_vist},
     {"sa94", "sa-94-2m",
-     "SA-94 at the bus address serial= (20 bits): firmware=M301, status=6, hours=24, clock=, drift=, events=,\n"
-     "                  turning=segment|block|none, NAME=VALUE",
+     "      serial=N: the low 20 bits are its bus address; firmware=M301 (M300, ...), status=0..255 (6), hours=N\n"
+     "      of archives (24 for each of --history-days), clock=SECONDS, drift=PPM, events=N (4),\n"
+     "      turning=segment|block|none (segment): what is erased where the archive begins anew\n"
+     "      values by firmware: T1 T2 T3 dT P1 P2 P3 V1 V2 V3 M1 M2 M3 E t IT IE IV1 IV2 IV3 IM1 IM2 IM3 w1 w2 w3\n",
      make_sa94},
-    {"vist-modbus", "vis-t-modbus", "VIST over Modbus: devices=1..3, clock=, drift=, NAME=VALUE", make_modbus_vist},
 };
 
 constexpr unsigned FirstSerial = 12345677;  // of the meter before the first
@@ -65,6 +82,18 @@ std::span<const MeterType> meter_types() {
     return Types;
 }
 
+void tell_service(MeterWords& words, MeterSettings& settings) {
+    settings.serial = natural("serial", words.number("serial", settings.serial));
+    settings.port_name = words.text("port", settings.port_name);
+    settings.speed = natural("speed", words.number("speed", settings.speed));
+    settings.parity = words.text("parity", settings.parity);
+    settings.manufacturer = words.text("manufacturer", settings.manufacturer);
+    if (const std::string systems = words.text("systems", ""); !systems.empty()) {
+        settings.system_types = system_types(systems);
+    }
+    settings.port_alias = words.text("alias", settings.port_alias);
+}
+
 DeskMeter make_desk_meter(const std::string& text, unsigned ordinal, const DeskRules& rules) {
     MeterWords words(text);
     const MeterType& type = type_named(words.text("type", "km5"));
@@ -73,13 +102,12 @@ DeskMeter make_desk_meter(const std::string& text, unsigned ordinal, const DeskR
     desk.line = words.text("line", rules.line);
 
     MeterSettings& settings = desk.settings;
-    settings.serial = natural("serial", words.number("serial", FirstSerial + ordinal));
-    settings.port_name = words.text("port", desk.line);
-    settings.speed = natural("speed", words.number("speed", static_cast<long>(rules.speed)));
-    settings.parity = words.text("parity", "N");
-    settings.manufacturer = words.text("manufacturer", type.manufacturer);
-    settings.system_types = system_types(words.text("systems", "1"));
-    settings.port_alias = words.text("alias", "");
+    settings.serial = FirstSerial + ordinal;
+    settings.port_name = desk.line;
+    settings.speed = rules.speed;
+    settings.manufacturer = type.manufacturer;
+    settings.system_types[0] = "heating";
+    tell_service(words, settings);
 
     desk.made = type.make(words, settings, rules);
     words.finish();

@@ -39,7 +39,7 @@ struct MadeMeter {
 struct MeterType {
     const char* name;
     const char* manufacturer;  ///< in the answer of the configuration service
-    const char* summary;       ///< for the user
+    const char* words;         ///< what a user can say of it, in rows that begin with six blanks
     /// Takes what it understands out of `words`. Throws std::invalid_argument.
     MadeMeter (*make)(MeterWords& words, const MeterSettings& settings, const DeskRules& rules);
 };
@@ -55,5 +55,8 @@ struct DeskMeter {
 
 /// Makes the `ordinal`th meter (from 1) of a desk. Throws std::invalid_argument with a text for the user.
 DeskMeter make_desk_meter(const std::string& words, unsigned ordinal, const DeskRules& rules);
+
+/// Takes what the service is to tell out of `words`. Throws std::invalid_argument.
+void tell_service(MeterWords& words, MeterSettings& settings);
 
 }  // namespace sim
