@@ -37,17 +37,14 @@ bool is_first(const std::string& word, const std::string& first, const std::stri
     return word == first;
 }
 
-std::vector<std::string> split(const std::string& line) {
+/// Control characters count as blanks.
+std::vector<std::string> split(std::string line) {
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, ' ');
     std::istringstream stream(line);
     std::vector<std::string> words;
     for (std::string word; stream >> word;) words.push_back(word);
     return words;
-}
-
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return std::isprint(c) == 0; }, '?');
-    return text;
 }
 
 }  // namespace
@@ -195,7 +192,7 @@ std::string Desk::obey(const std::string& line) {
     try {
         carry_out(line, rows);
     } catch (const std::exception& error) {
-        return "error: " + printable(error.what()) + "\n";
+        return std::string("error: ") + error.what() + "\n";
     }
     return rows.str() + "ok\n";
 }

@@ -16,15 +16,14 @@ namespace sim {
 namespace {
 
 constexpr char WordsOfKm5[] =
-    "      model=1..7 (2), firmware=2.15 (four characters), clock=SECONDS, drift=PPM, events=N (4)\n"
-    "      values: T1 T2 T3 T4 T5 T6 Ta P1 P2 P4 Q1 Q2 Q4 M1 M2 M4 M5 IE1 IE2 IM1 IM2 IT1 Tp, and by model\n"
-    "      IM3 IM4 IM5 IE4 Vi IQ1 IQ2\n";
+    "      model=1..7 (2), firmware=TEXT (2.15; four characters), clock=SECONDS, drift=PPM, events=N (4)\n"
+    "      values: T1 T2 T3 T4 T5 T6 Ta P1 P2 P4 Q1 Q2 Q4 M1 M2 M4 M5 IE1 IE2 IM1 IM2 IT1 Tp; IM3 of model 3,\n"
+    "      Vi of models but 5 and 6, IQ1 IQ2 of models but 6, IE4 of models 5 and 6, IM4 IM5 of model 6\n";
 
 constexpr MeterType Types[] = {
     {"km5", "km-5", WordsOfKm5, make_km5},
     {"km56i", "km-5-6i",
-     "      systems=1..3 are its subsystems; firmware=, clock=, drift=, events= and values as km5, no model=\n",
-     make_km56i},
+     "      systems=1..3 are its subsystems; firmware=, clock=, drift=, events= and values as km5\n", make_km56i},
     {"att", "km-5", "      as km5\n", make_att},
     {"vist", "vis-t",
      "      serial=N is its network number; number=N the serial number that it says itself (the same);\n"
@@ -33,14 +32,15 @@ constexpr MeterType Types[] = {
      make_vist},
     {"vist-modbus", "vis-t-modbus",
      "      serial=N: the low byte is its address, and not 0; devices=1..3 (2), clock=SECONDS, drift=PPM\n"
-     "      values: T1 T2 T3 T4 P1 P2 P3 Q1 Q2 Q3 M1 M2 M3; decimals GP1 to GP4, MV1 to MV4; of the current hour\n"
-     "      V1 V2 V3 G1 G2 G3 E1 t1\n",
+     "      values: T1 T2 T3 T4 P1 P2 P3 Q1 Q2 Q3 M1 M2 M3 V1 V2 V3 G1 G2 G3 E1, and decimals GP1 GP2 GP3 GP4 MV1\n"
+     "      MV2 MV3 MV4\n",
      make_modbus_vist},
     {"sa94", "sa-94-2m",
-     "      serial=N: the low 20 bits are its bus address; firmware=M301 (M300, ...), status=0..255 (6), hours=N\n"
-     "      of archives (24 for each of --history-days), clock=SECONDS, drift=PPM, events=N (4),\n"
-     "      turning=segment|block|none (segment): what is erased where the archive begins anew\n"
-     "      values by firmware: T1 T2 T3 dT P1 P2 P3 V1 V2 V3 M1 M2 M3 E t IT IE IV1 IV2 IV3 IM1 IM2 IM3 w1 w2 w3\n",
+     "      serial=N: the low 20 bits are its bus address; firmware=M301 (or 201, 301, M100, M300, M401, M451,\n"
+     "      M461, MTE1), status=0..255 (6), hours=N of archives (24 for each of --history-days), clock=SECONDS,\n"
+     "      drift=PPM, events=N (4), turning=segment|block|none (segment): erased where the archive begins anew\n"
+     "      values: T1 T2 T3 dT P1 P2 M1 M2 IE1 IM1 IM2 IT1; Q1 Q2 IQ1 IQ2 in the place of masses in 201, 301 and\n"
+     "      MTE1, p1 p2 p3 in that of totals in M451 and M461; M100 and M300 have fewer\n",
      make_sa94},
 };
 

@@ -41,7 +41,8 @@ TEST(WrongSpeed, ASlowReceiverMissesShortBits) {
 TEST(WrongSpeed, NothingIsHeardRightAtAnotherSpeed) {
     for (const unsigned sent : {300U, 2400U, 9600U, 19200U, 115200U}) {
         for (const unsigned heard : {300U, 2400U, 9600U, 19200U, 115200U}) {
-            if (sent != heard) EXPECT_NE(misheard(AllBytes, sent, heard), AllBytes) << sent << ' ' << heard;
+            if (sent == heard) continue;
+            EXPECT_NE(misheard(AllBytes, sent, heard), AllBytes) << sent << ' ' << heard;
         }
     }
 }
