@@ -9,6 +9,8 @@
 #include <ostream>
 #include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "config_service.h"
 #include "meter_words.h"
@@ -45,6 +47,14 @@ struct MeterType {
 };
 
 std::span<const MeterType> meter_types();
+
+/// Lets a meter of any family misbehave at the rates of the desk.
+template <typename Meter, typename Fault>
+void misbehave(Meter& meter, const DeskRules& rules, Fault noise, Fault silence, std::vector<Fault> bad_sums) {
+    if (rules.noise > 0) meter.misbehave_randomly(rules.noise, rules.seed, {std::move(noise)});
+    if (rules.silence > 0) meter.misbehave_randomly(rules.silence, rules.seed + 1, {std::move(silence)});
+    if (rules.bad_sums > 0) meter.misbehave_randomly(rules.bad_sums, rules.seed + 2, std::move(bad_sums));
+}
 
 struct DeskMeter {
     std::string uuid;
