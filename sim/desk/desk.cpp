@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <fstream>
 #include <limits>
 #include <ostream>
 #include <sstream>
@@ -123,18 +124,24 @@ Desk::Desk(const DeskOptions& options)
     for (const std::string& words : options.meters) {
         ++ordinal;
         Slot& slot = *slots_.emplace_back(std::make_unique<Slot>(make_desk_meter(words, ordinal, rules_), ordinal));
-        line_at(slot.meter().line, rules_.speed).connect(slot);
+        put_on_line(slot, options);
         if (service_) service_->set_meter(slot.meter().uuid, slot.settings());
     }
 }
 
 Desk::~Desk() = default;
 
-PtyLine& Desk::line_at(const std::string& link, unsigned speed) {
-    for (const auto& line : lines_) {
-        if (line->link() == link) return *line;
-    }
-    return *lines_.emplace_back(std::make_unique<PtyLine>(link, speed, trace_));
+/// The first meter of a line makes it. What is played back hangs there in the place of all its meters.
+void Desk::put_on_line(Slot& slot, const DeskOptions& options) {
+    const std::string& link = slot.meter().line;
+    auto line = std::ranges::find(lines_, link, [](const auto& other) { return other->link(); });
+    const bool made = line == lines_.end();
+    if (made) line = lines_.insert(line, std::make_unique<PtyLine>(link, rules_.speed, trace_));
+    if (options.replay_path.empty()) return (*line)->connect(slot);
+    if (!made) return;
+    std::ifstream file(options.replay_path);
+    if (!file) refuse(options.replay_path + ": cannot be read");
+    (*line)->connect(*replays_.emplace_back(std::make_unique<ReplayMeter>(file, link, options.strict_replay)));
 }
 
 void Desk::start_service() {

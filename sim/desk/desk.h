@@ -13,6 +13,7 @@
 #include "config_service.h"
 #include "desk_meter.h"
 #include "pty_line.h"
+#include "replay_meter.h"
 
 namespace sim {
 
@@ -22,6 +23,8 @@ struct DeskOptions {
     int port = 8082;
     std::string service = "right";
     std::string trace_path;
+    std::string replay_path;
+    bool strict_replay = false;
 };
 
 /// All that obey() understands, for the user.
@@ -57,7 +60,7 @@ class Desk {
     void carry_out(const std::string& line, std::ostream& rows);
     PtyLine& line_named(const std::string& link);
     Slot& slot_named(const std::string& uuid);
-    PtyLine& line_at(const std::string& link, unsigned speed);
+    void put_on_line(Slot& slot, const DeskOptions& options);
     void start_service();
 
     void cable(const Words& words, std::ostream& rows);
@@ -78,6 +81,7 @@ class Desk {
     std::optional<ConfigService> service_;
     std::vector<std::string> requests_;  // to services that have been switched off
     std::vector<std::unique_ptr<Slot>> slots_;
+    std::vector<std::unique_ptr<ReplayMeter>> replays_;
     std::vector<std::unique_ptr<PtyLine>> lines_;
 };
 

@@ -21,21 +21,21 @@ constexpr char WordsOfKm5[] =
     "      Vi of models but 5 and 6, IQ1 IQ2 of models but 6, IE4 of models 5 and 6, IM4 IM5 of model 6\n";
 
 constexpr MeterType Types[] = {
-    {"km5", "km-5", WordsOfKm5, make_km5},
-    {"km56i", "km-5-6i",
+    {"km5", "km-5", "KM5", WordsOfKm5, make_km5},
+    {"km56i", "km-5-6i", "KM56i",
      "      systems=1..3 are its subsystems; firmware=, clock=, drift=, events= and values as km5\n", make_km56i},
-    {"att", "km-5", "      as km5\n", make_att},
-    {"vist", "vis-t",
+    {"att", "km-5", "ATT", "      as km5\n", make_att},
+    {"vist", "vis-t", "VIST",
      "      serial=N is its network number; number=N the serial number that it says itself (the same);\n"
      "      devices=1..6 (2), version=100..102, order=big|little (big), clock=SECONDS, drift=PPM\n"
      "      values: T1 T2 T3 T4 P1 P2 P3 Q1 Q2 Q3 M1 M2 M3 E IT IQ1 IQ2 IQ3 IM1 IM2 IM3 IE\n",
      make_vist},
-    {"vist-modbus", "vis-t-modbus",
+    {"vist-modbus", "vis-t-modbus", "VISTmodbus",
      "      serial=N: the low byte is its address, and not 0; devices=1..3 (2), clock=SECONDS, drift=PPM\n"
      "      values: T1 T2 T3 T4 P1 P2 P3 Q1 Q2 Q3 M1 M2 M3 V1 V2 V3 G1 G2 G3 E1, and decimals GP1 GP2 GP3 GP4 MV1\n"
      "      MV2 MV3 MV4\n",
      make_modbus_vist},
-    {"sa94", "sa-94-2m",
+    {"sa94", "sa-94-2m", "SA94",
      "      serial=N: the low 20 bits are its bus address; firmware=M301 (or 201, 301, M100, M300, M401, M451,\n"
      "      M461, MTE1), status=0..255 (6), hours=N of archives (24 for each of --history-days), clock=SECONDS,\n"
      "      drift=PPM, events=N (4), turning=segment|block|none (segment): erased where the archive begins anew\n"

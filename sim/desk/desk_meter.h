@@ -41,6 +41,7 @@ struct MadeMeter {
 struct MeterType {
     const char* name;
     const char* manufacturer;  ///< in the answer of the configuration service
+    const char* driver;        ///< what heatmeterd calls it
     const char* words;         ///< what a user can say of it, in rows that begin with six blanks
     /// Takes what it understands out of `words`. Throws std::invalid_argument.
     MadeMeter (*make)(MeterWords& words, const MeterSettings& settings, const DeskRules& rules);

@@ -23,7 +23,8 @@ std::string more_help() {
         "  T1=71.25        a present value, by the meter's own name for it\n"
         "Types, and the words of each. In brackets: without that word. clock= are seconds that its clock is ahead,\n"
         "drift= what it gains in a million seconds, events= how many there are in its past:\n";
-    for (const sim::MeterType& type : sim::meter_types()) text += std::string("  ") + type.name + "\n" + type.words;
+    for (const sim::MeterType& type : sim::meter_types())
+        text += std::string("  ") + type.name + ", heatmeterd " + type.driver + "\n" + type.words;
     text +=
         "\n"
         "A control socket takes these words, one line each, and answers with rows, the last of them \"ok\" or\n"
@@ -41,6 +42,8 @@ std::string more_help() {
         "A KM5-6i with two subsystems and a week of archives, on a bad line, with a record of all that is said:\n"
         "  heatmeter-sim --meter type=km56i,systems=2 --history-days 7 --noise 0.05 --silence 0.05 \\\n"
         "                --trace /tmp/line.txt\n"
+        "The trace played back; the service tells of a meter as said, and the clock is that of the trace:\n"
+        "  heatmeter-sim --meter type=km56i,systems=2 --replay /tmp/line.txt\n"
         "Two lines at once:\n"
         "  heatmeter-sim --meter uuid=a,line=/tmp/line-a --meter uuid=b,type=att,line=/tmp/line-b\n"
         "A cable that is cut, and mended; the service tells a wrong serial number to who asks next:\n"
@@ -52,7 +55,7 @@ std::string more_help() {
         "the monotonic clock must, too):\n"
         "  faketime --exclude-monotonic -f '@2024-03-02 08:20:00 x60' bash -c \\\n"
         "    'heatmeter-sim --meter type=km5 & sleep 60; heatmeterd KM5 -r m1'\n"
-        "with km5 and KM5, or vist and VIST, vist-modbus and VISTmodbus, sa94 and SA94.\n";
+        "or with any other type, and what heatmeterd calls it.\n";
     return text;
 }
 
@@ -105,6 +108,11 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
 
     app.add_option("--trace", options.desk.trace_path, "Writes all that is said on the lines, in hex with times")
         ->type_name("FILE");
+    app.add_option("--replay", options.desk.replay_path,
+                   "What such a trace says answers in the place of the meters, question by question")
+        ->type_name("FILE");
+    app.add_flag("--strict", options.desk.strict_replay, "Questions must come as in the trace; others end the program")
+        ->needs("--replay");
     app.add_option("--dump", options.dump_path,
                    "At the end: writes what the meters hold, and what the service was asked")
         ->type_name("FILE");

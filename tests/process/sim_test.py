@@ -48,7 +48,7 @@ class Simulator(box.Test):
     def test_the_values_that_the_help_names_can_be_set(self):
         sim = self.start("heatmeter-sim", [f"{self.build}/heatmeter-sim", "--help"])
         sim.status()
-        types = re.findall(r"(?<=\n)  (\S+)\n((?: {6}.*\n)+)", sim.output())
+        types = re.findall(r"(?<=\n)  (\S+), heatmeterd \S+\n((?: {6}.*\n)+)", sim.output())
         self.assertEqual([name for name, _ in types], ["km5", "km56i", "att", "vist", "vist-modbus", "sa94"])
         meters = []
         for name, words in types:
@@ -68,6 +68,9 @@ class Simulator(box.Test):
 
     def test_the_faketime_line_of_the_help_works_for_km5(self):
         self.assert_help_line_works("KM5", "km5")
+
+    def test_the_faketime_line_of_the_help_works_for_km56i(self):
+        self.assert_help_line_works("KM56i", "km56i")
 
     def test_the_faketime_line_of_the_help_works_for_vist(self):
         self.assert_help_line_works("VIST", "vist")
