@@ -111,6 +111,7 @@ void ControlSocket::watch(std::vector<pollfd>& watched) const {
 }
 
 void ControlSocket::work(const std::function<std::string(const std::string& line)>& obey) {
+    // cppcheck-suppress nullPointer ; who it is does not matter
     for (int fd = 0; (fd = ::accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)) >= 0;) {
         clients_.push_back({.fd = fd});
         if (clients_.size() <= MostClients) continue;
