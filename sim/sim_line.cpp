@@ -23,6 +23,12 @@ constexpr Speed Speeds[] = {
     {B9600, 9600}, {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200},
 };
 
+Micros micros(double seconds) {
+    return static_cast<Micros>(std::llround(seconds * 1e6));
+}
+
+}  // namespace
+
 unsigned baud_of(const termios& settings) {
     for (const Speed& speed : Speeds) {
         if (speed.bits == (settings.c_cflag & CBAUD)) return speed.baud;
@@ -30,11 +36,12 @@ unsigned baud_of(const termios& settings) {
     return DefaultBaud;
 }
 
-Micros micros(double seconds) {
-    return static_cast<Micros>(std::llround(seconds * 1e6));
+std::optional<tcflag_t> speed_bits(unsigned baud) {
+    for (const Speed& speed : Speeds) {
+        if (speed.baud == baud) return speed.bits;
+    }
+    return std::nullopt;
 }
-
-}  // namespace
 
 void SimLine::flush(Micros now) {
     unsent_.clear();

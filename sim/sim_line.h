@@ -15,6 +15,11 @@
 
 namespace sim {
 
+/// The bits per second of a line's settings; 9600 when they have none that a line can have.
+unsigned baud_of(const termios& settings);
+/// The CBAUD bits for so many bits per second; nothing for a speed that no line has.
+std::optional<tcflag_t> speed_bits(unsigned baud);
+
 class SimLine {
   public:
     void connect(SimMeter& meter) { meters_.push_back(&meter); }

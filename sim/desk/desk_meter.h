@@ -9,6 +9,8 @@
 #include <ostream>
 #include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "config_service.h"
 #include "meter_words.h"
@@ -39,12 +41,21 @@ struct MadeMeter {
 struct MeterType {
     const char* name;
     const char* manufacturer;  ///< in the answer of the configuration service
-    const char* summary;       ///< for the user
+    const char* driver;        ///< what heatmeterd calls it
+    const char* words;         ///< what a user can say of it, in rows that begin with six blanks
     /// Takes what it understands out of `words`. Throws std::invalid_argument.
     MadeMeter (*make)(MeterWords& words, const MeterSettings& settings, const DeskRules& rules);
 };
 
 std::span<const MeterType> meter_types();
+
+/// Lets a meter of any family misbehave at the rates of the desk.
+template <typename Meter, typename Fault>
+void misbehave(Meter& meter, const DeskRules& rules, Fault noise, Fault silence, std::vector<Fault> bad_sums) {
+    if (rules.noise > 0) meter.misbehave_randomly(rules.noise, rules.seed, {std::move(noise)});
+    if (rules.silence > 0) meter.misbehave_randomly(rules.silence, rules.seed + 1, {std::move(silence)});
+    if (rules.bad_sums > 0) meter.misbehave_randomly(rules.bad_sums, rules.seed + 2, std::move(bad_sums));
+}
 
 struct DeskMeter {
     std::string uuid;
@@ -55,5 +66,8 @@ struct DeskMeter {
 
 /// Makes the `ordinal`th meter (from 1) of a desk. Throws std::invalid_argument with a text for the user.
 DeskMeter make_desk_meter(const std::string& words, unsigned ordinal, const DeskRules& rules);
+
+/// Takes what the service is to tell out of `words`. Throws std::invalid_argument.
+void tell_service(MeterWords& words, MeterSettings& settings);
 
 }  // namespace sim

@@ -5,16 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "desk_meter.h"
+#include "desk.h"
 
 inline constexpr int BadUsage = 2;  // exit status
 
 struct Options {
-    sim::DeskRules rules{.line = "/tmp/heatmeter-line"};
-    std::vector<std::string> meters;
-    int port = 8082;
-    std::string service = "right";
-    std::string trace_path;
+    sim::DeskOptions desk;
+    std::string control_path;
+    std::vector<std::string> tell;  // in the place of all others: path of a control socket, and words
     std::string dump_path;
     double run_seconds = 0;  // 0: for ever
 };

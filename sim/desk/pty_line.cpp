@@ -12,10 +12,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "real_time.h"
+#include "wrong_speed.h"
 
 namespace sim {
 
@@ -29,26 +31,13 @@ constexpr std::size_t LongestRequest = 4096;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-struct Speed {
-    unsigned baud;
-    speed_t bits;
-};
-
-constexpr Speed Speeds[] = {
-    {300, B300},   {600, B600},     {1200, B1200},   {2400, B2400},   {4800, B4800},
-    {9600, B9600}, {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200},
-};
-
 termios line_settings(unsigned baud) {
-    const auto* speed = std::find_if(std::begin(Speeds), std::end(Speeds), [=](auto& s) { return s.baud == baud; });
-    if (speed == std::end(Speeds)) {
-        errno = EINVAL;
-        fail("speed " + std::to_string(baud));
-    }
+    const std::optional<tcflag_t> speed = speed_bits(baud);
+    if (!speed) throw std::invalid_argument("speed " + std::to_string(baud) + ": no line has it");
     termios settings{};
     ::cfmakeraw(&settings);
     settings.c_cflag |= CREAD | CLOCAL;
-    ::cfsetspeed(&settings, speed->bits);
+    ::cfsetspeed(&settings, *speed);
     return settings;
 }
 
@@ -85,21 +74,53 @@ void LineTrace::note(const std::string& line, char direction, std::span<const st
 }
 
 PtyLine::PtyLine(std::string link, unsigned baud, LineTrace& trace) : link_(std::move(link)), trace_(trace) {
+    set_speed(baud);
+    plug_in();
+}
+
+PtyLine::~PtyLine() {
+    plug_out();
+}
+
+void PtyLine::set_speed(unsigned baud) {
     line_.set(line_settings(baud), real_time());
+}
+
+unsigned PtyLine::speed() const {
+    return baud_of(*line_.settings());
+}
+
+unsigned PtyLine::set_by_program() const {
+    termios settings{};
+    return ::tcgetattr(master_, &settings) == 0 ? baud_of(settings) : speed();
+}
+
+void PtyLine::plug_in() {
+    if (plugged_in()) return;
     try {
         open_terminal();
         make_link();
     } catch (...) {
-        ::close(slave_);
-        ::close(master_);
+        plug_out();
         throw;
     }
 }
 
-PtyLine::~PtyLine() {
-    if (link_target(link_) == device_) ::unlink(link_.c_str());
-    ::close(slave_);
-    ::close(master_);
+void PtyLine::plug_out() {
+    if (!device_.empty() && link_target(link_) == device_) ::unlink(link_.c_str());
+    for (int* fd : {&slave_, &master_}) {
+        if (*fd >= 0) ::close(*fd);
+        *fd = -1;
+    }
+    device_.clear();
+    request_.clear();
+    said_.clear();
+    line_.power_off();
+}
+
+void PtyLine::cut_cable(bool cut) {
+    cut_ = cut;
+    if (cut) line_.power_off();
 }
 
 void PtyLine::open_terminal() {
@@ -135,6 +156,7 @@ std::optional<Micros> PtyLine::due() const {
 }
 
 void PtyLine::work() {
+    if (!plugged_in()) return;
     const Micros now = real_time();
     listen(now);
     if (!request_.empty() && now - last_heard_ >= Quiet) ask_meters(now);
@@ -153,19 +175,21 @@ void PtyLine::listen(Micros now) {
 }
 
 void PtyLine::ask_meters(Micros now) {
+    request_ = misheard(request_, set_by_program(), speed());
     trace_.note(link_, '>', request_);
     // A pseudo-terminal hands over at once what takes its time on a wire.
     const Micros sent = std::max(now, request_begun_ + line_.duration(request_.size()));
-    line_.deliver(request_, sent, std::time(nullptr));
+    if (!cut_ && !request_.empty()) line_.deliver(request_, sent, std::time(nullptr));
     request_.clear();
 }
 
 void PtyLine::pass_on(Micros now) {
     std::array<std::uint8_t, 256> piece;
     while (const std::size_t count = line_.read(piece, now)) {
+        const ByteVector heard = misheard(std::span(piece).first(count), speed(), set_by_program());
         // What nobody reads is lost, as on a wire, once the terminal is full of it.
-        [[maybe_unused]] const ssize_t written = ::write(master_, piece.data(), count);
-        said_.insert(said_.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(count));
+        [[maybe_unused]] const ssize_t written = ::write(master_, heard.data(), heard.size());
+        said_.insert(said_.end(), heard.begin(), heard.end());
     }
     const std::optional<Micros> next = line_.next_arrival();
     if (said_.empty() || (next && *next - now < TraceGap)) return;

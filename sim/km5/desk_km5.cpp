@@ -98,14 +98,6 @@ void set_values(Km5Meter& meter, MeterWords& words) {
     }
 }
 
-void misbehave(Km5Meter& meter, const DeskRules& rules) {
-    if (rules.noise > 0) meter.misbehave_randomly(rules.noise, rules.seed, {km5_noise()});
-    if (rules.silence > 0) meter.misbehave_randomly(rules.silence, rules.seed + 1, {km5_silence()});
-    if (rules.bad_sums > 0) {
-        meter.misbehave_randomly(rules.bad_sums, rules.seed + 2, {km5_wrong_cs1(), km5_wrong_cs2()});
-    }
-}
-
 MadeMeter make(Km5Config config, MeterWords& words, const MeterSettings& settings, const DeskRules& rules) {
     config.serial = settings.serial;
     config.firmware = words.text("firmware", config.firmware);
@@ -117,7 +109,7 @@ MadeMeter make(Km5Config config, MeterWords& words, const MeterSettings& setting
     meter->catch_up(rules.now);
     store_events(*meter, words.number("events", 4), rules);
     set_values(*meter, words);
-    misbehave(*meter, rules);
+    misbehave(*meter, rules, km5_noise(), km5_silence(), {km5_wrong_cs1(), km5_wrong_cs2()});
 
     const auto write_down = [held = meter.get()](auto& out, auto& uuid) { dump(*held, out, uuid); };
     if (rules.sway) return {std::make_unique<SwayingKm5>(std::move(meter), rules.now), write_down};

@@ -57,8 +57,6 @@ Km5Fault km5_erased();
 
 using Km5Random = FaultRandom;
 
-using Km5FaultScript = FaultScript<Km5Fault>;
-
 /// The bytes of `right` (a whole answer frame with right sums) as they come out of a meter with `fault`.
 Answer km5_spoil(const ByteVector& right, const Km5Fault& fault, double delay, Km5Random& generator);
 

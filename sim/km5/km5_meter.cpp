@@ -12,7 +12,6 @@ namespace sim {
 namespace {
 
 constexpr std::size_t request_size = 16;
-constexpr std::size_t requests_kept = 4096;
 constexpr std::time_t seconds_per_day = 86400;
 
 bool sums_are_right(std::span<const std::uint8_t> request) {
@@ -68,7 +67,7 @@ Answer Km5Meter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     }
     Km5Heard heard{.at = now, .subsystem = *subsystem};
     std::copy(request.begin(), request.end(), heard.frame.begin());
-    note(heard);
+    note(heard, heard.command());
     const Km5Fault fault = faults_.choose(heard.command(), heard.data(0));
     return km5_spoil(answer_frame(heard), fault, config_.answer_delay, garbage_);
 }
@@ -92,22 +91,16 @@ std::optional<unsigned> Km5Meter::addressed(std::span<const std::uint8_t> reques
     return std::nullopt;
 }
 
-void Km5Meter::note(const Km5Heard& heard) {
-    heard_.push_back(heard);
-    if (heard_.size() > requests_kept) heard_.pop_front();
-    ++heard_by_command_[heard.command()];
-    ++heard_total_;
+std::size_t Km5Meter::requests() const {
+    return count([](std::uint8_t /*command*/) { return true; });
 }
 
 std::size_t Km5Meter::requests(std::uint8_t command) const {
-    const auto found = heard_by_command_.find(command);
-    return found != heard_by_command_.end() ? found->second : 0;
+    return count([=](std::uint8_t heard) { return heard == command; });
 }
 
 void Km5Meter::forget_requests() {
-    heard_.clear();
-    heard_by_command_.clear();
-    heard_total_ = 0;
+    MeterLife::forget_requests();
     refused_ = 0;
 }
 
@@ -145,16 +138,14 @@ void Km5Meter::set_status(std::size_t position, std::uint8_t value, unsigned sub
 // ---- clock
 
 std::time_t Km5Meter::clock(std::time_t now) const {
-    const double since = drifts_since_ ? std::difftime(now, *drifts_since_) : 0.0;
-    return now + clock_offset_ + std::llround(since * config_.clock_drift_ppm / 1e6);
+    return now + clock_.ahead(now);
 }
 
 void Km5Meter::set_clock(const Km5When& shown, std::time_t now) {
     catch_up(now);
-    clock_offset_ = static_cast<long>(shown.time() - now);
-    drifts_since_ = now;
-    hours_done_ = std::max(hours_done_, shown.time());
-    days_done_ = std::max(days_done_, shown.time());
+    clock_.set(shown.time() - now, now);
+    hours_.pass_over(shown.time());
+    days_.pass_over(shown.time());
 }
 
 // ---- archives
@@ -185,22 +176,14 @@ void Km5Meter::store_event(const Km5When& at, std::uint8_t code, unsigned subsys
 }
 
 void Km5Meter::record_archives(bool on, const Km5When& from) {
-    if (on) hours_done_ = days_done_ = from.time();
-    recording_ = on;
+    on ? hours_.begin(from.time()) : hours_.end();
+    on ? days_.begin(from.time()) : days_.end();
 }
 
 void Km5Meter::catch_up(std::time_t now) {
-    if (!drifts_since_) drifts_since_ = now;
-    if (!recording_) return;
-    const std::time_t shown = clock(now);
-    for (auto next = next_full_hour(hours_done_); next <= shown; next = next_full_hour(hours_done_)) {
-        record_at(Km5Archive::Hourly, next);
-        hours_done_ = next;
-    }
-    for (auto next = next_midnight(days_done_); next <= shown; next = next_midnight(days_done_)) {
-        record_at(Km5Archive::Daily, next);
-        days_done_ = next;
-    }
+    clock_.begin(now);
+    hours_.catch_up(clock(now), next_full_hour, [this](std::time_t time) { record_at(Km5Archive::Hourly, time); });
+    days_.catch_up(clock(now), next_midnight, [this](std::time_t time) { record_at(Km5Archive::Daily, time); });
 }
 
 void Km5Meter::record_at(Km5Archive archive, std::time_t time) {
@@ -278,8 +261,7 @@ void Km5Meter::swap_for(Km5Config config) {
     for (unsigned subsystem = 0; subsystem < km5_max_subsystems; ++subsystem) memories.emplace_back(config, subsystem);
     memories_ = std::move(memories);
     config_ = std::move(config);
-    clock_offset_ = config_.clock_offset;
-    drifts_since_.reset();
+    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
 }
 
 void Km5Meter::change(Km5Config config) {

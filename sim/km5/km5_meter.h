@@ -65,8 +65,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <deque>
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -75,11 +73,11 @@
 #include "km5_faults.h"
 #include "km5_memory.h"
 #include "km5_types.h"
-#include "sim_meter.h"
+#include "meter_life.h"
 
 namespace sim {
 
-class Km5Meter final : public SimMeter {
+class Km5Meter final : public MeterLife<Km5Fault, Km5Heard, std::uint8_t> {
   public:
     explicit Km5Meter(Km5Config config = {});
 
@@ -137,16 +135,6 @@ class Km5Meter final : public SimMeter {
     /// The meter claims these bounds, whatever the ring holds; without bounds the true ones again.
     void claim_bounds(Km5Archive archive, std::optional<Km5Bounds> bounds, unsigned subsystem = 0);
 
-    // ---- misbehaviour; see km5_faults.h
-
-    void misbehave_next(std::size_t answers, Km5Fault fault) { faults_.next(answers, std::move(fault)); }
-    void misbehave_each(std::size_t k, Km5Fault fault) { faults_.each(k, std::move(fault)); }
-    void misbehave_randomly(double rate, std::uint64_t seed, std::vector<Km5Fault> faults) {
-        faults_.randomly(rate, seed, std::move(faults));
-    }
-    void behave() { faults_.clear(); }
-    const Km5FaultScript& faults() const { return faults_; }
-
     // ---- another meter
 
     /// The meter is taken off the line and another one is put there, with a memory of its own. What was heard, the
@@ -167,10 +155,8 @@ class Km5Meter final : public SimMeter {
     const std::vector<Km5StoredEvent>& events(unsigned subsystem = 0) const;
     Km5Bounds bounds(Km5Archive archive, unsigned subsystem = 0) const;
 
-    std::size_t requests() const { return heard_total_; }
+    std::size_t requests() const;
     std::size_t requests(std::uint8_t command) const;
-    /// The last 4096 requests, oldest first.
-    const std::deque<Km5Heard>& heard() const { return heard_; }
     /// Requests of 16 bytes to this meter that had wrong sums.
     std::size_t refused() const { return refused_; }
     void forget_requests();
@@ -179,7 +165,6 @@ class Km5Meter final : public SimMeter {
     Km5Memory& memory(unsigned subsystem);
     const Km5Memory& memory(unsigned subsystem) const;
     std::optional<unsigned> addressed(std::span<const std::uint8_t> request) const;
-    void note(const Km5Heard& heard);
     void record_at(Km5Archive archive, std::time_t time);
     void change(Km5Config config);
 
@@ -199,19 +184,10 @@ class Km5Meter final : public SimMeter {
 
     Km5Config config_;
     std::vector<Km5Memory> memories_;  // always three; a meter of another type uses the first
-    Km5FaultScript faults_;
     Km5Random garbage_{1};
 
-    long clock_offset_ = 0;
-    std::optional<std::time_t> drifts_since_;
-
-    bool recording_ = false;
-    std::time_t hours_done_ = 0;
-    std::time_t days_done_ = 0;
-
-    std::deque<Km5Heard> heard_;
-    std::map<std::uint8_t, std::size_t> heard_by_command_;
-    std::size_t heard_total_ = 0;
+    RecordTimes hours_;
+    RecordTimes days_;
     std::size_t refused_ = 0;
 };
 

@@ -60,13 +60,6 @@ void set_values(Sa94Meter& meter, MeterWords& words) {
     }
 }
 
-void misbehave(Sa94Meter& meter, const DeskRules& rules) {
-    if (rules.noise > 0) meter.misbehave_randomly(rules.noise, rules.seed, {sa94_noise()});
-    if (rules.silence > 0) meter.misbehave_randomly(rules.silence, rules.seed + 1, {sa94_silence()});
-    // There is no sum on this wire: a bad answer is a garbled one.
-    if (rules.bad_sums > 0) meter.misbehave_randomly(rules.bad_sums, rules.seed + 2, {sa94_garbled(1, 4)});
-}
-
 }  // namespace
 
 MadeMeter make_sa94(MeterWords& words, const MeterSettings& settings, const DeskRules& rules) {
@@ -87,7 +80,8 @@ MadeMeter make_sa94(MeterWords& words, const MeterSettings& settings, const Desk
     meter->catch_up(rules.now);
     store_errors(*meter, words.number("events", 4), hours, rules.now);
     set_values(*meter, words);
-    misbehave(*meter, rules);
+    // There is no sum on this wire: a bad answer is a garbled one.
+    misbehave(*meter, rules, sa94_noise(), sa94_silence(), {sa94_garbled(1, 4)});
     const auto write_down = [held = meter.get()](auto& out, auto& uuid) { dump(*held, out, uuid); };
     return {std::move(meter), write_down};
 }

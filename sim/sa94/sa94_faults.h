@@ -58,8 +58,6 @@ Sa94Fault sa94_halved(double gap = 1.2);
 Sa94Fault sa94_wrong_block(std::size_t further_on = 1);
 Sa94Fault sa94_raw(ByteVector bytes);
 
-using Sa94FaultScript = FaultScript<Sa94Fault>;
-
 /// The answer as it comes out of a meter with `fault`, but for a WrongBlock, which the meter chooses.
 Answer sa94_spoil(const ByteVector& right, const Sa94Fault& fault, double delay);
 

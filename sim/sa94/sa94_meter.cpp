@@ -8,7 +8,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t requests_kept = 4096;
 constexpr std::int64_t seconds_per_hour = 3600;
 constexpr std::int64_t seconds_per_day = 86400;
 constexpr std::int64_t seconds_between_errors = 600;
@@ -52,8 +51,7 @@ void Sa94Meter::swap_for(Sa94Config config) {
     memory_.write(0, firmware_block, firmware_at, ByteVector(text.begin(), text.end()));
     set_tubes(config_.tubes);
     values_.clear();
-    clock_offset_ = config_.clock_offset;
-    drifts_since_.reset();
+    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
     in_conversation_ = false;
 }
 
@@ -64,7 +62,8 @@ Answer Sa94Meter::hear(std::span<const std::uint8_t> bytes, std::time_t now) {
     const auto request = sa94_request(bytes);
     if (!request || !is_meant(*request)) return {};
     const Sa94Fault fault = faults_.choose(*request);
-    note(*request, now);
+    const unsigned which = request->kind == Sa94Kind::Block ? request->segment : request->code;
+    note({.at = now, .request = *request}, {request->kind, which, request->block});
     if (fault.kind == Sa94Fault::Kind::Silence) return {};
     const ByteVector right = answer(*request, fault, now);
     if (right.empty()) return {};
@@ -158,16 +157,14 @@ void Sa94Meter::set_tubes(const Sa94Tubes& tubes) {
 // ---- clock
 
 std::int64_t Sa94Meter::face(std::time_t now) const {
-    const double since = drifts_since_ ? std::difftime(now, *drifts_since_) : 0.0;
-    return sa94_face(sa94_date(now)) + clock_offset_ + std::llround(since * config_.clock_drift_ppm / 1e6);
+    return sa94_face(sa94_date(now)) + clock_.ahead(now);
 }
 
 void Sa94Meter::set_clock(const Sa94When& shown, std::time_t now) {
     catch_up(now);
     const std::int64_t set = sa94_face(shown.date());
-    clock_offset_ = set - sa94_face(sa94_date(now));
-    drifts_since_ = now;
-    done_until_ = std::max(done_until_, set);
+    clock_.set(set - sa94_face(sa94_date(now)), now);
+    hours_.pass_over(set);
 }
 
 // ---- archives
@@ -211,28 +208,23 @@ void Sa94Meter::fill_errors(const Sa94Fill& how, std::int64_t oldest, std::int64
 }
 
 void Sa94Meter::record_archives(bool on, const Sa94When& from) {
-    if (on) done_until_ = sa94_face(from.date());
-    recording_ = on;
+    on ? hours_.begin(sa94_face(from.date())) : hours_.end();
 }
 
 void Sa94Meter::catch_up(std::time_t now) {
-    if (!drifts_since_) drifts_since_ = now;
-    if (!recording_) return;
-    const std::int64_t shown = face(now);
-    if (floored(done_until_, seconds_per_hour) + seconds_per_hour > shown) return;
-    Sa94Chronicle hourly(firmware_, Sa94Archive::Hourly, config_.address, config_.status);
-    Sa94Chronicle daily(firmware_, Sa94Archive::Daily, config_.address, config_.status);
-    const auto write = [&](Sa94Chronicle& chronicle, Sa94Archive archive, std::int64_t begin) {
-        if (missed_.contains(begin)) return;
-        const Sa94Bytes bytes = chronicle.record(begin);
+    clock_.begin(now);
+    std::optional<Sa94Chronicle> hourly, daily;
+    const auto write = [&](std::optional<Sa94Chronicle>& chronicle, Sa94Archive archive, std::int64_t begin) {
+        if (hours_.misses(begin)) return;
+        if (!chronicle) chronicle.emplace(firmware_, archive, config_.address, config_.status);
+        const Sa94Bytes bytes = chronicle->record(begin);
         memory_.append(archive, std::span(bytes).first(memory_.shape(archive).record_size));
     };
-    for (std::int64_t end = floored(done_until_, seconds_per_hour) + seconds_per_hour; end <= shown;
-         end += seconds_per_hour) {
+    const auto next = [](std::int64_t time) { return floored(time, seconds_per_hour) + seconds_per_hour; };
+    hours_.catch_up(face(now), next, [&](std::int64_t end) {
         write(hourly, Sa94Archive::Hourly, end - seconds_per_hour);
         if (end % seconds_per_day == 0) write(daily, Sa94Archive::Daily, end - seconds_per_day);
-        done_until_ = end;
-    }
+    });
 }
 
 void Sa94Meter::erase_record(Sa94Archive archive, const Sa94StoredRecord& record) {
@@ -245,27 +237,13 @@ std::vector<Sa94FileValue> Sa94Meter::record_files(Sa94Archive archive, const Sa
 
 // ---- what a test looks at
 
-void Sa94Meter::note(const Sa94Request& request, std::time_t now) {
-    heard_.push_back({.at = now, .request = request});
-    if (heard_.size() > requests_kept) heard_.pop_front();
-    const unsigned which = request.kind == Sa94Kind::Block ? request.segment : request.code;
-    ++asked_[{request.kind, which, request.block}];
-}
-
 std::size_t Sa94Meter::requests(Sa94Kind kind, std::optional<unsigned> segment_or_code,
                                 std::optional<unsigned> block) const {
-    std::size_t count = 0;
-    for (const auto& [asked, times] : asked_) {
+    return count([=](const Sa94Asked& asked) {
         const auto& [asked_kind, which, asked_block] = asked;
-        const bool same = asked_kind == kind && segment_or_code.value_or(which) == which;
-        if (same && block.value_or(asked_block) == asked_block) count += times;
-    }
-    return count;
-}
-
-void Sa94Meter::forget_requests() {
-    heard_.clear();
-    asked_.clear();
+        return asked_kind == kind && segment_or_code.value_or(which) == which &&
+               block.value_or(asked_block) == asked_block;
+    });
 }
 
 }  // namespace sim

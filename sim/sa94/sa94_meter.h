@@ -30,23 +30,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <deque>
 #include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
+#include "meter_life.h"
 #include "sa94_faults.h"
 #include "sa94_memory.h"
 #include "sa94_records.h"
 #include "sa94_tables.h"
 #include "sa94_types.h"
 #include "sa94_wire.h"
-#include "sim_meter.h"
 
 namespace sim {
 
@@ -56,7 +53,10 @@ struct Sa94Heard {
     Sa94Request request;
 };
 
-class Sa94Meter final : public SimMeter {
+/// Kind of a request; segment or code; block.
+using Sa94Asked = std::tuple<Sa94Kind, unsigned, unsigned>;
+
+class Sa94Meter final : public MeterLife<Sa94Fault, Sa94Heard, Sa94Asked> {
   public:
     explicit Sa94Meter(Sa94Config config = {});
 
@@ -100,7 +100,7 @@ class Sa94Meter final : public SimMeter {
     void record_archives(bool on, const Sa94When& from = {});
     void catch_up(std::time_t now);
     /// The record that begins then will not be made, neither the hourly nor a daily one: a hole.
-    void miss_hour(const Sa94When& begin) { missed_.insert(sa94_face(begin.date())); }
+    void miss_hour(const Sa94When& begin) { hours_.miss(sa94_face(begin.date())); }
 
     /// For erased and nonsense records, counters, texts: all of it may be written.
     Sa94Memory& memory() { return memory_; }
@@ -111,17 +111,6 @@ class Sa94Meter final : public SimMeter {
     std::vector<Sa94StoredRecord> records(Sa94Archive archive) const { return memory_.records(archive); }
     /// What a reader of the archive ought to file, by this meter's own tables and its present status.
     std::vector<Sa94FileValue> record_files(Sa94Archive archive, const Sa94StoredRecord& record) const;
-
-    // ---- misbehaviour, see sa94_faults.h
-
-    void misbehave_next(std::size_t answers, Sa94Fault fault) { faults_.next(answers, std::move(fault)); }
-    void misbehave_each(std::size_t k, Sa94Fault fault) { faults_.each(k, std::move(fault)); }
-    void misbehave_randomly(double rate, std::uint64_t seed, std::vector<Sa94Fault> faults) {
-        faults_.randomly(rate, seed, std::move(faults));
-    }
-    void behave() { faults_.clear(); }
-    std::size_t faults_made() const { return faults_.faults_made(); }
-    std::size_t scripted_faults_left() const { return faults_.scripted_left(); }
 
     // ---- another meter
 
@@ -138,14 +127,10 @@ class Sa94Meter final : public SimMeter {
     /// Requests that the meter took for its own; those of a segment or a parameter code only, of a block only.
     std::size_t requests(Sa94Kind kind, std::optional<unsigned> segment_or_code = std::nullopt,
                          std::optional<unsigned> block = std::nullopt) const;
-    /// The last 4096 of them, oldest first.
-    const std::deque<Sa94Heard>& heard() const { return heard_; }
-    void forget_requests();
 
   private:
     std::int64_t face(std::time_t now) const;
     bool is_meant(const Sa94Request& request);
-    void note(const Sa94Request& request, std::time_t now);
     ByteVector answer(const Sa94Request& request, const Sa94Fault& fault, std::time_t now);
     ByteVector block(const Sa94Request& request, std::size_t further_on) const;
     ByteVector parameter(unsigned code, std::time_t now) const;
@@ -157,20 +142,10 @@ class Sa94Meter final : public SimMeter {
     Sa94Config config_;
     Sa94Firmware firmware_;
     Sa94Memory memory_{false, Sa94Turning::EraseSegment};
-    Sa94FaultScript faults_;
     bool in_conversation_ = false;
     std::map<std::string, float, std::less<>> values_;
 
-    std::int64_t clock_offset_ = 0;
-    std::optional<std::time_t> drifts_since_;
-
-    bool recording_ = false;
-    std::int64_t done_until_ = 0;  // face
-    std::set<std::int64_t> missed_;
-
-    std::deque<Sa94Heard> heard_;
-    using Asked = std::tuple<Sa94Kind, unsigned, unsigned>;  // kind, segment or code, block
-    std::map<Asked, std::size_t> asked_;
+    RecordTimes hours_;  // by the face of the clock
 };
 
 }  // namespace sim

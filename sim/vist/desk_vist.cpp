@@ -47,12 +47,6 @@ void set_values(VistMeter& meter, MeterWords& words) {
     }
 }
 
-void misbehave(VistMeter& meter, const DeskRules& rules) {
-    if (rules.noise > 0) meter.misbehave_randomly(rules.noise, rules.seed, {vist_noise()});
-    if (rules.silence > 0) meter.misbehave_randomly(rules.silence, rules.seed + 1, {vist_silence()});
-    if (rules.bad_sums > 0) meter.misbehave_randomly(rules.bad_sums, rules.seed + 2, {vist_wrong_sum()});
-}
-
 }  // namespace
 
 MadeMeter make_vist(MeterWords& words, const MeterSettings& settings, const DeskRules& rules) {
@@ -70,7 +64,7 @@ MadeMeter make_vist(MeterWords& words, const MeterSettings& settings, const Desk
     meter->record_archives(true, rules.now - static_cast<std::time_t>(rules.history_days * SecondsPerDay));
     meter->catch_up(rules.now);
     set_values(*meter, words);
-    misbehave(*meter, rules);
+    misbehave(*meter, rules, vist_noise(), vist_silence(), {vist_wrong_sum()});
     const auto write_down = [held = meter.get()](auto& out, auto& uuid) { dump(*held, out, uuid); };
     return {std::move(meter), write_down};
 }

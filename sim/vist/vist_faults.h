@@ -79,8 +79,6 @@ VistFault vist_raw(ByteVector bytes);
 /// Whether `line` is `command`, or has more words behind it.
 bool vist_begins(std::string_view line, std::string_view command);
 
-using VistFaultScript = FaultScript<VistFault>;
-
 /// The answer as it comes out of a meter with `fault`.
 Answer vist_spoil(const VistReply& right, const VistFault& fault, double delay);
 

@@ -10,7 +10,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t lines_kept = 4096;
 constexpr std::size_t most_records = 32767;  // the counts of a header are signed numbers of two bytes
 constexpr std::size_t name_width = 12;
 constexpr std::uint8_t little_endian_bit = 0x80;
@@ -76,15 +75,13 @@ VistDevice& VistMeter::device(unsigned device) {
 // ---- clock
 
 std::time_t VistMeter::clock(std::time_t now) const {
-    const double since = drifts_since_ ? std::difftime(now, *drifts_since_) : 0.0;
-    return now + clock_offset_ + std::llround(since * config_.clock_drift_ppm / 1e6);
+    return now + clock_.ahead(now);
 }
 
 void VistMeter::set_clock(const VistWhen& shown, std::time_t now) {
     catch_up(now);
-    clock_offset_ = static_cast<long>(shown.time() - now);
-    drifts_since_ = now;
-    hours_done_ = std::max(hours_done_, shown.time());
+    clock_.set(shown.time() - now, now);
+    hours_.pass_over(shown.time());
 }
 
 // ---- archive
@@ -94,21 +91,16 @@ void VistMeter::store_hourly(const VistRecord& record, unsigned device) {
 }
 
 void VistMeter::record_archives(bool on, const VistWhen& from) {
-    if (on) hours_done_ = from.time();
-    recording_ = on;
+    on ? hours_.begin(from.time()) : hours_.end();
 }
 
 void VistMeter::catch_up(std::time_t now) {
-    if (!drifts_since_) drifts_since_ = now;
-    if (!recording_) return;
-    const std::time_t shown = clock(now);
-    for (auto next = next_full_hour(hours_done_); next <= shown; next = next_full_hour(hours_done_)) {
-        if (!missed_hours_.contains(next)) record_at(next);
-        hours_done_ = next;
-    }
+    clock_.begin(now);
+    hours_.catch_up(clock(now), next_full_hour, [this](std::time_t time) { record_at(time); });
 }
 
 void VistMeter::record_at(std::time_t time) {
+    if (hours_.misses(time)) return;
     for (unsigned device = 0; device < memories_.size(); ++device) {
         VistStoredRecord record{.time = time, .date = VistWhen(time).date()};
         for (std::size_t field = 0; field < vist_record_fields; ++field) {
@@ -119,7 +111,7 @@ void VistMeter::record_at(std::time_t time) {
 }
 
 void VistMeter::miss_hour(const VistWhen& at) {
-    missed_hours_.insert(at.time());
+    hours_.miss(at.time());
 }
 
 std::int64_t VistMeter::recorded_number(std::uint32_t serial, unsigned device, std::time_t record_time,
@@ -181,8 +173,7 @@ void VistMeter::swap_for(VistConfig config) {
     }
     memories_ = std::move(memories);
     config_ = std::move(config);
-    clock_offset_ = config_.clock_offset;
-    drifts_since_.reset();
+    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
     dialog_.reset();
 }
 
@@ -221,23 +212,8 @@ std::optional<unsigned> VistMeter::selected() const {
     return dialog_->device;
 }
 
-void VistMeter::note(std::time_t now, unsigned device, std::string_view line) {
-    heard_.push_back({.at = now, .device = device, .line = std::string(line)});
-    if (heard_.size() > lines_kept) heard_.pop_front();
-    ++heard_by_line_[heard_.back().line];
-}
-
 std::size_t VistMeter::requests(std::string_view command) const {
-    std::size_t count = 0;
-    for (const auto& [line, times] : heard_by_line_) {
-        if (vist_begins(line, command)) count += times;
-    }
-    return count;
-}
-
-void VistMeter::forget_requests() {
-    heard_.clear();
-    heard_by_line_.clear();
+    return count([=](const std::string& line) { return vist_begins(line, command); });
 }
 
 }  // namespace sim

@@ -66,16 +66,13 @@
 #include <cstdint>
 #include <ctime>
 #include <deque>
-#include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include "sim_meter.h"
+#include "meter_life.h"
 #include "vist_faults.h"
 #include "vist_memory.h"
 #include "vist_packets.h"
@@ -83,7 +80,7 @@
 
 namespace sim {
 
-class VistMeter final : public SimMeter {
+class VistMeter final : public MeterLife<VistFault, VistHeard, std::string> {
   public:
     explicit VistMeter(VistConfig config = {});
 
@@ -140,17 +137,6 @@ class VistMeter final : public SimMeter {
     void set_header_time(std::optional<VistWhen> time, unsigned device = 0);
     void set_totals(std::optional<std::array<std::int64_t, vist_totals>> totals, unsigned device = 0);
 
-    // ---- misbehaviour, see vist_faults.h
-
-    void misbehave_next(std::size_t answers, VistFault fault) { faults_.next(answers, std::move(fault)); }
-    void misbehave_each(std::size_t k, VistFault fault) { faults_.each(k, std::move(fault)); }
-    void misbehave_randomly(double rate, std::uint64_t seed, std::vector<VistFault> faults) {
-        faults_.randomly(rate, seed, std::move(faults));
-    }
-    void behave() { faults_.clear(); }
-    std::size_t faults_made() const { return faults_.faults_made(); }
-    std::size_t scripted_faults_left() const { return faults_.scripted_left(); }
-
     // ---- another meter
 
     /// Another meter hangs in this one's place, with its own clock and nothing stored; no dialog is open. Misbehaviour
@@ -175,9 +161,6 @@ class VistMeter final : public SimMeter {
 
     /// Commands that the meter took for its own: `command` is a whole one or its first words, "" is all.
     std::size_t requests(std::string_view command = "") const;
-    /// The last 4096 of them, oldest first.
-    const std::deque<VistHeard>& heard() const { return heard_; }
-    void forget_requests();
 
   private:
     using Words = std::vector<std::string_view>;
@@ -196,7 +179,6 @@ class VistMeter final : public SimMeter {
     VistWriting writing() const;
     unsigned answering_devices() const;
     void open(unsigned device);
-    void note(std::time_t now, unsigned device, std::string_view line);
     void record_at(std::time_t time);
 
     // What the meter says; vist_dialog.cpp. Nothing: it keeps silent.
@@ -221,18 +203,9 @@ class VistMeter final : public SimMeter {
 
     VistConfig config_;
     std::vector<VistMemory> memories_;
-    VistFaultScript faults_;
     std::optional<Dialog> dialog_;
 
-    long clock_offset_ = 0;
-    std::optional<std::time_t> drifts_since_;
-
-    bool recording_ = false;
-    std::time_t hours_done_ = 0;
-    std::set<std::time_t> missed_hours_;
-
-    std::deque<VistHeard> heard_;
-    std::map<std::string, std::size_t, std::less<>> heard_by_line_;
+    RecordTimes hours_;
 };
 
 }  // namespace sim

@@ -75,12 +75,6 @@ void set_values(ModbusVistMeter& meter, MeterWords& words, const DeskRules& rule
     }
 }
 
-void misbehave(ModbusVistMeter& meter, const DeskRules& rules) {
-    if (rules.noise > 0) meter.misbehave_randomly(rules.noise, rules.seed, {modbus_noise()});
-    if (rules.silence > 0) meter.misbehave_randomly(rules.silence, rules.seed + 1, {modbus_silence()});
-    if (rules.bad_sums > 0) meter.misbehave_randomly(rules.bad_sums, rules.seed + 2, {modbus_wrong_crc()});
-}
-
 }  // namespace
 
 MadeMeter make_modbus_vist(MeterWords& words, const MeterSettings& settings, const DeskRules& rules) {
@@ -98,7 +92,7 @@ MadeMeter make_modbus_vist(MeterWords& words, const MeterSettings& settings, con
     meter->record_archives(true, rules.now - static_cast<std::time_t>(rules.history_days * SecondsPerDay));
     meter->catch_up(rules.now);
     set_values(*meter, words, rules);
-    misbehave(*meter, rules);
+    misbehave(*meter, rules, modbus_noise(), modbus_silence(), {modbus_wrong_crc()});
     const auto write_down = [held = meter.get()](auto& out, auto& uuid) { dump(*held, out, uuid); };
     return {std::move(meter), write_down};
 }

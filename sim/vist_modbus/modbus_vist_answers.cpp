@@ -36,7 +36,7 @@ Answer ModbusVistMeter::hear(std::span<const std::uint8_t> request, std::time_t 
     catch_up(now);
     if (address() == 0 || !modbus_is_whole(request) || request[0] != address()) return {};
     const ModbusQuestion question = modbus_question(request);
-    note(question, now);
+    note({.at = now, .question = question}, {question.function, question.address, question.record});
     const ModbusReply right = answer(question, now);
     return modbus_spoil(right, faults_.choose(question, right), config_.answer_delay);
 }

@@ -58,8 +58,6 @@ ModbusFault modbus_byte_count(std::uint8_t count = 251);
 ModbusFault modbus_bad_sum();
 ModbusFault modbus_raw(ByteVector bytes);
 
-using ModbusFaultScript = FaultScript<ModbusFault>;
-
 /// The answer as it comes out of a meter with `fault`, `delay` seconds after the request.
 Answer modbus_spoil(const ModbusReply& right, const ModbusFault& fault, double delay);
 

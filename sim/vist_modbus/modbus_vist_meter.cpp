@@ -10,7 +10,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t requests_kept = 4096;
 constexpr std::size_t most_records = 65534;  // places are numbers of two bytes, and readers count one further
 constexpr std::size_t name_width = 12;
 constexpr std::size_t text_width = 21;
@@ -80,15 +79,13 @@ ModbusVistSystem& ModbusVistMeter::system(unsigned system) {
 // ---- clock
 
 std::time_t ModbusVistMeter::clock(std::time_t now) const {
-    const double since = drifts_since_ ? std::difftime(now, *drifts_since_) : 0.0;
-    return now + clock_offset_ + std::llround(since * config_.clock_drift_ppm / 1e6);
+    return now + clock_.ahead(now);
 }
 
 void ModbusVistMeter::set_clock(const VistWhen& shown, std::time_t now) {
     catch_up(now);
-    clock_offset_ = static_cast<long>(shown.time() - now);
-    drifts_since_ = now;
-    hours_done_ = std::max(hours_done_, shown.time());
+    clock_.set(shown.time() - now, now);
+    hours_.pass_over(shown.time());
 }
 
 // ---- archive
@@ -98,21 +95,16 @@ void ModbusVistMeter::store_hourly(const ModbusVistRecord& record, unsigned syst
 }
 
 void ModbusVistMeter::record_archives(bool on, const VistWhen& from) {
-    if (on) hours_done_ = from.time();
-    recording_ = on;
+    on ? hours_.begin(from.time()) : hours_.end();
 }
 
 void ModbusVistMeter::catch_up(std::time_t now) {
-    if (!drifts_since_) drifts_since_ = now;
-    if (!recording_) return;
-    const std::time_t shown = clock(now);
-    for (auto next = next_full_hour(hours_done_); next <= shown; next = next_full_hour(hours_done_)) {
-        if (!missed_hours_.contains(next - seconds_per_hour)) record_at_hour(next);
-        hours_done_ = next;
-    }
+    clock_.begin(now);
+    hours_.catch_up(clock(now), next_full_hour, [this](std::time_t end) { record_at_hour(end); });
 }
 
 void ModbusVistMeter::record_at_hour(std::time_t end) {
+    if (hours_.misses(end - seconds_per_hour)) return;
     for (unsigned system = 0; system < systems_.size(); ++system) {
         ModbusVistStored record{.time = end - seconds_per_hour};
         for (std::size_t field = 0; field < vist_record_fields; ++field) {
@@ -123,7 +115,7 @@ void ModbusVistMeter::record_at_hour(std::time_t end) {
 }
 
 void ModbusVistMeter::miss_hour(const VistWhen& at) {
-    missed_hours_.insert(at.time());
+    hours_.miss(at.time());
 }
 
 std::int64_t ModbusVistMeter::recorded_number(std::uint32_t serial, unsigned system, std::time_t record_time,
@@ -173,8 +165,7 @@ void ModbusVistMeter::swap_for(ModbusVistConfig config) {
     memories_.assign(config.systems.size(), Memory{.ring = ModbusVistRing(config.capacity)});
     systems_ = config.systems;
     config_ = std::move(config);
-    clock_offset_ = config_.clock_offset;
-    drifts_since_.reset();
+    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
 }
 
 // ---- what a test looks at
@@ -212,24 +203,11 @@ std::vector<VistFileValue> ModbusVistMeter::header_files(std::time_t now, unsign
     return modbus_vist_header_files(systems_.at(system), header(now, system));
 }
 
-void ModbusVistMeter::note(const ModbusQuestion& question, std::time_t now) {
-    heard_.push_back({.at = now, .question = question});
-    if (heard_.size() > requests_kept) heard_.pop_front();
-    ++heard_by_place_[{question.function, question.address, question.record}];
-}
-
 std::size_t ModbusVistMeter::requests(const ModbusWhich& which) const {
-    std::size_t count = 0;
-    for (const auto& [place, times] : heard_by_place_) {
+    return count([&](const ModbusPlace& place) {
         const auto& [function, address, record] = place;
-        if (which.fits({.function = function, .address = address, .record = record})) count += times;
-    }
-    return count;
-}
-
-void ModbusVistMeter::forget_requests() {
-    heard_.clear();
-    heard_by_place_.clear();
+        return which.fits({.function = function, .address = address, .record = record});
+    });
 }
 
 }  // namespace sim

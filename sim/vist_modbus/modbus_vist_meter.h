@@ -43,24 +43,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <deque>
-#include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
+#include "meter_life.h"
 #include "modbus_vist_faults.h"
 #include "modbus_vist_memory.h"
 #include "modbus_vist_types.h"
-#include "sim_meter.h"
 
 namespace sim {
 
-class ModbusVistMeter final : public SimMeter {
+/// Function, address and record of a request.
+using ModbusPlace = std::tuple<std::uint8_t, std::uint16_t, std::uint16_t>;
+
+class ModbusVistMeter final : public MeterLife<ModbusFault, ModbusHeard, ModbusPlace> {
   public:
     explicit ModbusVistMeter(ModbusVistConfig config = {});
 
@@ -118,17 +117,6 @@ class ModbusVistMeter final : public SimMeter {
     void set_header_time(std::optional<VistWhen> time, unsigned system = 0);
     void set_totals(std::optional<std::array<std::uint64_t, vist_totals>> totals, unsigned system = 0);
 
-    // ---- misbehaviour, see modbus_vist_faults.h
-
-    void misbehave_next(std::size_t answers, ModbusFault fault) { faults_.next(answers, std::move(fault)); }
-    void misbehave_each(std::size_t k, ModbusFault fault) { faults_.each(k, std::move(fault)); }
-    void misbehave_randomly(double rate, std::uint64_t seed, std::vector<ModbusFault> faults) {
-        faults_.randomly(rate, seed, std::move(faults));
-    }
-    void behave() { faults_.clear(); }
-    std::size_t faults_made() const { return faults_.faults_made(); }
-    std::size_t scripted_faults_left() const { return faults_.scripted_left(); }
-
     // ---- another meter
 
     /// Another meter hangs in this one's place, with its own clock and nothing stored. Misbehaviour and what was heard
@@ -152,9 +140,6 @@ class ModbusVistMeter final : public SimMeter {
 
     /// Requests that the meter took for its own.
     std::size_t requests(const ModbusWhich& which = {}) const;
-    /// The last 4096 of them, oldest first.
-    const std::deque<ModbusHeard>& heard() const { return heard_; }
-    void forget_requests();
 
   private:
     struct Memory {
@@ -164,7 +149,6 @@ class ModbusVistMeter final : public SimMeter {
         std::optional<std::array<std::uint64_t, vist_totals>> totals = std::nullopt;
     };
 
-    void note(const ModbusQuestion& question, std::time_t now);
     ModbusReply answer(const ModbusQuestion& question, std::time_t now);
     ModbusReply holding(const ModbusQuestion& question) const;
     ModbusReply input(const ModbusQuestion& question, std::time_t now) const;
@@ -178,17 +162,8 @@ class ModbusVistMeter final : public SimMeter {
     ModbusVistConfig config_;
     std::vector<ModbusVistSystem> systems_;
     std::vector<Memory> memories_;
-    ModbusFaultScript faults_;
 
-    long clock_offset_ = 0;
-    std::optional<std::time_t> drifts_since_;
-
-    bool recording_ = false;
-    std::time_t hours_done_ = 0;
-    std::set<std::time_t> missed_hours_;  // by their beginning
-
-    std::deque<ModbusHeard> heard_;
-    std::map<std::tuple<std::uint8_t, std::uint16_t, std::uint16_t>, std::size_t> heard_by_place_;
+    RecordTimes hours_;  // missed ones by their beginning
 };
 
 }  // namespace sim

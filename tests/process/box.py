@@ -26,6 +26,7 @@ SMALL_STORAGE = 256 * 1024  # bytes
 OF_THIS_MACHINE = ("LD_PRELOAD", "FAKETIME_SHARED")
 
 TREE = os.path.dirname(os.path.abspath(__file__))
+DATA = os.path.join(os.path.dirname(TREE), "data")
 
 
 # ---- in the test files
@@ -172,7 +173,7 @@ def general_log():
 
 def box_words(options, storage_kind, private_processes):
     words = ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--tmpfs", "/tmp", "--tmpfs", "/mnt"]
-    for folder in [TREE, options.sim_build, *filter(os.path.isdir, options.runner)]:
+    for folder in [TREE, DATA, options.sim_build, *filter(os.path.isdir, options.runner)]:
         words += ["--ro-bind", folder, folder]
     words += ["--bind", options.build, options.build]
     words += ["--size", str(SMALL_STORAGE)] if storage_kind == "small" else []

@@ -2,6 +2,7 @@
 """heatmeter-sim itself: its line, its link, its words."""
 
 import os
+import re
 import select
 import signal
 import termios
@@ -43,6 +44,42 @@ class Simulator(box.Test):
         sim = self.start("heatmeter-sim", [f"{self.build}/heatmeter-sim", "--help"])
         self.assertEqual(sim.status(), 0)
         self.assertIn("heatmeterd KM5 -r m1 m2", sim.output())
+
+    def test_the_values_that_the_help_names_can_be_set(self):
+        sim = self.start("heatmeter-sim", [f"{self.build}/heatmeter-sim", "--help"])
+        sim.status()
+        types = re.findall(r"(?<=\n)  (\S+), heatmeterd \S+\n((?: {6}.*\n)+)", sim.output())
+        self.assertEqual([name for name, _ in types], ["km5", "km56i", "att", "vist", "vist-modbus", "sa94"])
+        meters = []
+        for name, words in types:
+            values = re.search(r"values: ([^;]*)", words)
+            values = values[1].replace(", and decimals", "").split() if values else []
+            meters += ["--meter", f"type={name},serial=5," + ",".join(f"{value}=1" for value in values)]
+        self.sim(*meters)
+
+    def assert_help_line_works(self, family, meter):
+        sim = self.start("heatmeter-sim", [f"{self.build}/heatmeter-sim", "--help"])
+        sim.status()
+        line = re.search(r"  (faketime .*)\\\n +('.*')\n", sim.output())
+        words = (line[1] + line[2]).replace("type=km5", f"type={meter}").replace("KM5", family)
+        shell = self.start("shell", ["sh", "-c", f"PATH={self.build}:$PATH exec {words}"], start_new_session=True)
+        self.addCleanup(os.killpg, shell.process.pid, signal.SIGKILL)
+        self.wait_for(lambda: box.item("m1", "T1"), f"a value of {meter}", 100)
+
+    def test_the_faketime_line_of_the_help_works_for_km5(self):
+        self.assert_help_line_works("KM5", "km5")
+
+    def test_the_faketime_line_of_the_help_works_for_km56i(self):
+        self.assert_help_line_works("KM56i", "km56i")
+
+    def test_the_faketime_line_of_the_help_works_for_vist(self):
+        self.assert_help_line_works("VIST", "vist")
+
+    def test_the_faketime_line_of_the_help_works_for_vist_over_modbus(self):
+        self.assert_help_line_works("VISTmodbus", "vist-modbus")
+
+    def test_the_faketime_line_of_the_help_works_for_sa94(self):
+        self.assert_help_line_works("SA94", "sa94")
 
     def test_a_meter_answers_its_own_address_only(self):
         self.sim("--meter", "serial=12345678,model=2", "--trace", "/tmp/trace")

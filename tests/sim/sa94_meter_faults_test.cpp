@@ -132,40 +132,4 @@ TEST_F(SimSa94Faults, KeepToTheirRequest) {
     EXPECT_EQ(meter.scripted_faults_left(), 0U);
 }
 
-TEST_F(SimSa94Faults, CanComePeriodically) {
-    meter.misbehave_each(3, sim::sa94_lost());
-    std::string heard;
-    for (int k = 0; k < 7; ++k) heard += ask_T1().empty() ? '-' : '+';
-    EXPECT_EQ(heard, "++-++-+");
-    meter.behave();
-    EXPECT_EQ(ask_T1(), one);
-    EXPECT_EQ(ask_T1(), one);
-    EXPECT_THROW(meter.misbehave_each(0, sim::sa94_lost()), std::invalid_argument);
-}
-
-TEST_F(SimSa94Faults, CanComeAtRandomAndThenTheSameEachTime) {
-    const auto run = [](std::uint64_t seed) {
-        Sa94Meter other = talking({.firmware = "M300"});
-        other.misbehave_randomly(0.25, seed, {sim::sa94_silence(), sim::sa94_noise()});
-        std::string heard;
-        for (int k = 0; k < 400; ++k) heard += ask(other, {0x82}).size() == 4U ? '+' : '-';
-        EXPECT_GT(other.faults_made(), 60U);
-        EXPECT_LT(other.faults_made(), 140U);
-        return heard;
-    };
-    EXPECT_EQ(run(1), run(1));
-    EXPECT_NE(run(1), run(2));
-    EXPECT_THROW(meter.misbehave_randomly(0.5, 1, {}), std::invalid_argument);
-}
-
-TEST_F(SimSa94Faults, FollowAScriptInItsOrder) {
-    meter.misbehave_next(1, sim::sa94_good());
-    meter.misbehave_next(1, sim::sa94_raw({0x01}));
-    meter.misbehave_next(1, sim::sa94_silence());
-    EXPECT_EQ(ask_T1(), one);
-    EXPECT_EQ(ask_T1(), ByteVector{0x01});
-    EXPECT_EQ(ask_T1(), nothing);
-    EXPECT_EQ(meter.faults_made(), 2U);
-}
-
 }  // namespace

@@ -166,41 +166,4 @@ TEST_F(SimVistFaults, KeepToTheirCommand) {
     EXPECT_FALSE(sim::vist_begins("VDN 1", "VD"));
 }
 
-TEST_F(SimVistFaults, CanComePeriodically) {
-    meter.misbehave_each(3, sim::vist_silence());
-    std::string heard;
-    for (int k = 0; k < 7; ++k) heard += say(meter, ".").empty() ? '-' : '+';
-    EXPECT_EQ(heard, "++-++-+");
-    meter.behave();
-    EXPECT_EQ(say(meter, "."), ok);
-    EXPECT_EQ(say(meter, "."), ok);
-    EXPECT_THROW(meter.misbehave_each(0, sim::vist_silence()), std::invalid_argument);
-}
-
-TEST_F(SimVistFaults, CanComeAtRandomAndThenTheSameEachTime) {
-    const auto run = [](std::uint64_t seed) {
-        VistMeter other({.network = 7});
-        other.misbehave_randomly(0.25, seed, {sim::vist_silence(), sim::vist_noise()});
-        say(other, "CALL 7");
-        std::string heard;
-        for (int k = 0; k < 400; ++k) heard += say(other, ".").size() == ok.size() ? '+' : '-';
-        EXPECT_GT(other.faults_made(), 60U);
-        EXPECT_LT(other.faults_made(), 140U);
-        return heard;
-    };
-    EXPECT_EQ(run(1), run(1));
-    EXPECT_NE(run(1), run(2));
-    EXPECT_THROW(meter.misbehave_randomly(0.5, 1, {}), std::invalid_argument);
-}
-
-TEST_F(SimVistFaults, FollowAScriptInItsOrder) {
-    meter.misbehave_next(1, sim::vist_good());
-    meter.misbehave_next(1, sim::vist_error("E:CMD"));
-    meter.misbehave_next(1, sim::vist_silence());
-    EXPECT_EQ(say(meter, "."), ok);
-    EXPECT_EQ(say(meter, "."), "HL0[7:0]{E:CMD}>");
-    EXPECT_EQ(say(meter, "."), "");
-    EXPECT_EQ(meter.faults_made(), 2U);
-}
-
 }  // namespace
