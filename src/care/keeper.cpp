@@ -44,8 +44,13 @@ bool drain(int fd, StartLog& log) {
 
 }  // namespace
 
-Keeper::Keeper(std::string daemon, Words daemon_words, std::string state_file, const std::string& log_file)
-    : program(std::move(daemon)), words(std::move(daemon_words)), state_path(std::move(state_file)), log(log_file) {}
+Keeper::Keeper(std::string daemon, Words daemon_words, PidFile& own_pid_file, std::string state_file,
+               const std::string& log_file)
+    : program(std::move(daemon)),
+      words(std::move(daemon_words)),
+      pid_file(own_pid_file),
+      state_path(std::move(state_file)),
+      log(log_file) {}
 
 void Keeper::run() {
     const sigset_t set = watched_signals();
@@ -106,11 +111,7 @@ Keeper::End Keeper::watch(pid_t pid, int output, int signals, const Devices& dev
         if (sources[1].revents != 0 && !drain(output, log)) sources[1].fd = -1;
         signalfd_siginfo signal{};
         while (::read(signals, &signal, sizeof signal) == sizeof signal) {
-            if (signal.ssi_signo == SIGCHLD) continue;
-            stop(pid);
-            drain(output, log);
-            log.end("Stopped.");
-            std::exit(0);
+            if (signal.ssi_signo != SIGCHLD) give_up(pid, output);
         }
         int status = 0;
         const std::int64_t now = gateway().steady_microseconds();
@@ -121,6 +122,7 @@ Keeper::End Keeper::watch(pid_t pid, int output, int signals, const Devices& dev
         if (now - begin >= ShortLife) short_lives = 0;
         if (now < next_look) continue;
         next_look = now + LookMilliseconds * 1000;
+        if (!pid_file.hold()) give_up(pid, output);
         if (!is_to_be_healed(pid, devices)) continue;
         stop(pid);
         return End::Healed;
@@ -144,6 +146,13 @@ void Keeper::stop(pid_t pid) {
         if (gateway().steady_microseconds() >= end) ::kill(pid, SIGKILL);
         gateway().sleep_nanoseconds(20'000'000);
     }
+}
+
+void Keeper::give_up(pid_t pid, int output) {
+    stop(pid);
+    drain(output, log);
+    log.end("Stopped.");
+    std::exit(0);
 }
 
 void Keeper::note_end(int status, std::int64_t lived) {

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "care/pid_file.h"
 #include "care/port_file.h"
 #include "care/start_log.h"
 #include "care/terminals.h"
@@ -11,7 +12,8 @@
 class Keeper {
   public:
     /// `state_file` holds what `status` is to tell: its exit status, a blank, a text.
-    Keeper(std::string daemon, Words daemon_words, std::string state_file, const std::string& log_file);
+    Keeper(std::string daemon, Words daemon_words, PidFile& own_pid_file, std::string state_file,
+           const std::string& log_file);
     [[noreturn]] void run();
 
   private:
@@ -22,11 +24,13 @@ class Keeper {
     bool is_to_be_healed(pid_t pid, const Devices& devices);
     /// Makes the process end, and waits for that.
     void stop(pid_t pid);
+    [[noreturn]] void give_up(pid_t pid, int output);
     void note_end(int status, std::int64_t lived);
     void tell(const std::string& state);
 
     std::string program;
     Words words;
+    PidFile& pid_file;
     std::string state_path;
     StartLog log;
     std::string last_state;

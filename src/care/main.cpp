@@ -1,7 +1,6 @@
 // The helper of the start script and of the systemd unit.
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <string_view>
 
 #include "care/keeper.h"
+#include "care/pid_file.h"
 #include "care/port_file.h"
 #include "care/terminals.h"
 
@@ -82,29 +82,25 @@ int look(std::string_view text) {
     return port_is_fine(pid) ? Done : Failed;
 }
 
-/// Goes on in the background. The lock on the pid file is held as long as the keeper lives.
+/// Goes on in the background.
 int keep(const std::string& file, const std::string& program, const std::string& pid_path, const std::string& state,
          const std::string& log) {
-    Keeper keeper(program, words_of(file), state, log);
+    const Words words = words_of(file);
     ::umask(022);
-    const int lock = ::open(pid_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (lock < 0) {
-        std::perror(pid_path.c_str());
+    PidFile pid_file(pid_path);
+    if (!pid_file.hold()) {
+        std::cerr << "heatmeterd: " << pid_path << " cannot be written, or another keeper has it\n";
         return Failed;
     }
-    if (::flock(lock, LOCK_EX | LOCK_NB) != 0) return Done;  // another one keeps it
     const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     const pid_t pid = ::fork();
     if (pid < 0) return Failed;
-    if (pid > 0) {
-        const std::string text = std::to_string(pid) + "\n";
-        const bool written = ::ftruncate(lock, 0) == 0 && ::pwrite(lock, text.data(), text.size(), 0) > 0;
-        return written ? Done : Failed;
-    }
+    pid_file.write(pid > 0 ? pid : ::getpid());
+    if (pid > 0) return Done;
     ::setsid();
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, fd);
     if (::chdir("/") != 0) return Failed;
-    keeper.run();
+    Keeper(program, words, pid_file, state, log).run();
 }
 
 }  // namespace

@@ -134,9 +134,8 @@ PortFile parse_port_file(const std::string& path, std::string_view text) {
 std::map<std::string, PortFile> read_ports(const std::string& folder) {
     std::map<std::string, PortFile> ports;
     std::map<std::string, std::set<std::string>> ports_of;  // by uuid
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-        const std::filesystem::path& path = entry.path();
+    for (const std::string& name : names_in(folder)) {
+        const std::filesystem::path path = std::filesystem::path(folder) / name;
         if (path.extension() != ".conf") continue;
         const std::string port = path.stem().string();
         if (!is_plain(port) || port.front() == '-') {
@@ -162,6 +161,17 @@ std::map<std::string, PortFile> read_ports(const std::string& folder) {
         }
     }
     return ports;
+}
+
+std::vector<std::string> names_in(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    std::filesystem::directory_iterator entry(folder, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        names.push_back(entry->path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 Words meters_of(const Words& words) {

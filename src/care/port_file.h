@@ -20,6 +20,9 @@ PortFile parse_port_file(const std::string& path, std::string_view text);
 /// All PORT.conf of a folder by port. A uuid that stands twice is a problem of both of its ports.
 std::map<std::string, PortFile> read_ports(const std::string& folder);
 
+/// The names in a folder, sorted; those that were read until an error.
+std::vector<std::string> names_in(const std::string& folder);
+
 /// The meters in the words; those that settle the port are in front: all in single-bus mode, else the first one.
 Words meters_of(const Words& words);
 bool is_single_bus(const Words& words);

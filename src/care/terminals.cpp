@@ -8,7 +8,7 @@
 #include <charconv>
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -32,13 +32,11 @@ std::string proc(pid_t pid, const char* name) {
 /// Character devices above the standard streams.
 std::vector<struct stat> held_devices(pid_t pid) {
     std::vector<struct stat> held;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(proc(pid, "fd"), error)) {
+    for (const std::string& name : names_in(proc(pid, "fd"))) {
         int fd = 0;
-        const std::string name = entry.path().filename().string();
         std::from_chars(name.data(), name.data() + name.size(), fd);
         struct stat status {};
-        if (fd <= STDERR_FILENO || ::stat(entry.path().c_str(), &status) != 0) continue;
+        if (fd <= STDERR_FILENO || ::stat(proc(pid, ("fd/" + name).c_str()).c_str(), &status) != 0) continue;
         if (S_ISCHR(status.st_mode) && major(status.st_rdev) != MemoryDevices) held.push_back(status);
     }
     return held;
@@ -82,12 +80,15 @@ std::optional<std::string> configured_device(const std::string& uuid) {
     params.append(uuid);
     Json::Rpc::HttpClient client(gateway().service_address());
     std::string text;
-    Json::Value answer;
-    if (client.Send(json_rpc_request(RequestId, "get_config", params)) == -1 || client.Recv(text) == -1 ||
-        !json_rpc_parse(text, answer)) {
+    if (client.Send(json_rpc_request(RequestId, "get_config", params)) == -1 || client.Recv(text) == -1) {
         return std::nullopt;
     }
-    return device_in(answer);
+    try {
+        Json::Value answer;
+        if (json_rpc_parse(text, answer)) return device_in(answer);
+    } catch (const std::exception&) {  // jsoncpp's, of an answer that is nested too deeply
+    }
+    return std::nullopt;
 }
 
 }  // namespace

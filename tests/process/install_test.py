@@ -75,7 +75,7 @@ class StartScript:
 
     def script(self, *words, **more):
         """Its exit status and all that it says."""
-        environment = {**os.environ, "HEATMETERD_DAEMON": self.program, "HEATMETERD_CONFIG": CONFIG,
+        environment = {**(self.clock.environment() if self.clock else os.environ), "HEATMETERD_DAEMON": self.program, "HEATMETERD_CONFIG": CONFIG,
                        "HEATMETERD_CARE": f"{self.build}/heatmeterd-care", "HEATMETERD_RUN": RUN,
                        "HEATMETERD_LOG": LOG, **more}
         done = subprocess.run([*self.shell, "/tmp/heatmeterd.init", *words], env=environment, timeout=60, text=True,
@@ -190,6 +190,18 @@ class StartScript:
         self.assertEqual(self.script("status")[0], 1)
         self.wait_for_daemons(1)
 
+    def test_a_keeper_keeps_its_pid_file(self):
+        self.sim("--meter", "uuid=m1")
+        self.configure(a="m1")
+        self.script("start")
+        self.wait_for_daemons(1)
+        os.unlink(f"{RUN}/heatmeterd.a.pid")
+        self.wait_for(lambda: self.script("status")[0] == 0, "the pid file", 5)
+        self.script("start")
+        self.assertEqual(len(self.daemons()), 1)
+        self.script("stop")
+        self.assertEqual(self.daemons(), set())
+
     def test_without_a_port_or_a_program_the_status_says_so(self):
         self.assertEqual(self.script("status"), (0, f"heatmeterd: no port configured in {CONFIG}\n"))
         self.assertEqual(self.script("start")[0], 6)
@@ -256,7 +268,6 @@ class StartScript:
         self.assertEqual(self.script("status")[0], 3)
         self.sim("--meter", "uuid=m1")
         self.wait_for_port("m1")
-        self.wait_for(lambda: box.item("m1", "Connected") == "1", "the meter")
 
     def test_a_stop_does_not_wait_for_the_configuration_service(self):
         silent = socket.create_server(("127.0.0.1", 8082))
@@ -271,7 +282,7 @@ class StartScript:
     # ---- healing
 
     def test_reading_goes_on_when_an_adapter_is_unplugged_and_plugged_in_again(self):
-        self.start_clock("2024-03-02 08:20:00") if shutil.which("faketime") else None
+        self.start_clock("2024-03-02 08:20:00")  # a meter is left alone around its full hour
         words = ("--meter", "uuid=m1,line=/tmp/line1", "--service", "off")
         self.serve({"m1": "/tmp/line1", "m2": "/tmp/line2"})
         first = self.sim(*words)
@@ -279,11 +290,14 @@ class StartScript:
         self.configure(a="m1", b="m2")
         self.script("start")
         gone, good = self.wait_for_port("m1"), self.wait_for_port("m2")
+        self.wait_for(lambda: box.item("m1", "Connected") == "1", "the meter")
         first.end()
         time.sleep(4)
+        back = time.monotonic()
         self.sim(*words)
         self.wait_for(lambda: self.process_of("m1") not in (None, gone), "another process", 10)
-        self.wait_for_port("m1")
+        self.wait_for(lambda: box.item("m1", "Connected") == "1", "reading")
+        self.assertLess(time.monotonic() - back, 10)
         self.assertEqual(self.process_of("m2"), good)
         healed = self.process_of("m1")
         time.sleep(5)
