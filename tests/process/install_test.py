@@ -11,7 +11,6 @@ import socket
 import subprocess
 import threading
 import time
-import unittest
 
 import box
 
@@ -34,17 +33,6 @@ def pids_of(program):
 def write(path, text):
     with open(path, "w", encoding="utf-8", newline="") as file:
         file.write(text)
-
-
-class Answer(http.server.BaseHTTPRequestHandler):
-    def do_POST(self):
-        self.rfile.read(int(self.headers["Content-Length"]))
-        self.send_response(200)
-        self.end_headers()
-        self.wfile.write(self.server.text.encode())
-
-    def log_message(self, *_):
-        pass
 
 
 class StartScript:
@@ -366,19 +354,21 @@ class StartScript:
 
     def serve(self, devices):
         """A configuration service that outlives its lines; every process has a meter of its own."""
-        test = self
-
-        class ByUuid(Answer):
+        class ByUuid(http.server.BaseHTTPRequestHandler):
             def do_POST(self):
                 uuid = re.search(rb'"params":\["([^"]*)"\]', self.rfile.read(int(self.headers["Content-Length"])))
                 name = devices[uuid[1].decode()]
                 self.send_response(200)
                 self.end_headers()
-                self.wfile.write(b'{"result":{"serial":12345678,"port_params":{"name":"%s","speed":9600}}}'
+                self.wfile.write(b'{"result":{"serial":12345678,"systems":{"system_1_type":"heating"},'
+                                 b'"port_params":{"name":"%s","speed":9600}}}'
                                  % name.encode())
 
-        test.service = http.server.ThreadingHTTPServer(("127.0.0.1", 8082), ByUuid)
-        threading.Thread(target=test.service.serve_forever, daemon=True).start()
+            def log_message(self, *_):
+                pass
+
+        self.service = http.server.ThreadingHTTPServer(("127.0.0.1", 8082), ByUuid)
+        threading.Thread(target=self.service.serve_forever, daemon=True).start()
 
 
 def is_terminal(path):
