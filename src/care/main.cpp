@@ -92,12 +92,12 @@ int keep(const std::string& file, const std::string& program, const std::string&
         std::cerr << "heatmeterd: " << pid_path << " cannot be written, or another keeper has it\n";
         return Failed;
     }
-    const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     const pid_t pid = ::fork();
     if (pid < 0) return Failed;
     pid_file.write(pid > 0 ? pid : ::getpid());
     if (pid > 0) return Done;
     ::setsid();
+    const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, fd);
     if (::chdir("/") != 0) return Failed;
     Keeper(program, words, pid_file, state, log).run();

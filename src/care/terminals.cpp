@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
+#include <cstdint>
 #include <ctime>
 #include <exception>
 #include <fstream>
@@ -115,11 +115,13 @@ std::string state_of(const Devices& devices) {
     for (const std::string& device : devices) {
         struct stat there {};
         if (::stat(device.c_str(), &there) != 0) continue;
-        char text[120];
-        std::snprintf(text, sizeof text, " %jx %jx %jd.%ld", static_cast<std::uintmax_t>(there.st_rdev),
-                      static_cast<std::uintmax_t>(there.st_ino), static_cast<std::intmax_t>(there.st_ctim.tv_sec),
-                      there.st_ctim.tv_nsec);
-        state += device + text + "\n";
+        state += device;
+        for (const auto number :
+             {static_cast<std::intmax_t>(there.st_rdev), static_cast<std::intmax_t>(there.st_ino),
+              static_cast<std::intmax_t>(there.st_ctim.tv_sec), static_cast<std::intmax_t>(there.st_ctim.tv_nsec)}) {
+            state += " " + std::to_string(number);
+        }
+        state += "\n";
     }
     return state;
 }
