@@ -2,6 +2,7 @@
 // A simulated serial line: bytes take the time that the line's settings give them, and the meters on it hear what was
 // sent once it has been sent whole. Moments are those of the simulated clock.
 
+#include <sys/types.h>
 #include <termios.h>
 
 #include <cstddef>

@@ -96,7 +96,8 @@ void tell_service(MeterWords& words, MeterSettings& settings) {
 
 DeskMeter make_desk_meter(const std::string& text, unsigned ordinal, const DeskRules& rules) {
     MeterWords words(text);
-    const MeterType& type = type_named(words.text("type", "km5"));
+    const std::string name = words.text("type", "km5");
+    const MeterType& type = type_named(name);
     DeskMeter desk;
     desk.uuid = words.text("uuid", std::string("m").append(std::to_string(ordinal)));
     desk.line = words.text("line", rules.line);

@@ -98,6 +98,9 @@ UniLog& UniLog::operator<<(int value) {
 UniLog& UniLog::operator<<(long value) {
     return insert_number("%ld", value);
 }
+UniLog& UniLog::operator<<(long long value) {
+    return insert_number("%lld", value);
+}
 UniLog& UniLog::operator<<(unsigned value) {
     return insert_number("%u", value);
 }

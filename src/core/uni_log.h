@@ -36,7 +36,8 @@ class UniLog {
     UniLog& operator<<(const char* text);
     UniLog& operator<<(const std::string& text);
     UniLog& operator<<(int value);
-    UniLog& operator<<(long value);  ///< time_t
+    UniLog& operator<<(long value);
+    UniLog& operator<<(long long value);  ///< with long: time_t of every machine
     UniLog& operator<<(unsigned value);
     UniLog& operator<<(unsigned long value);
     UniLog& operator<<(unsigned long long value);

@@ -1,6 +1,7 @@
 // Rings in which the search does not find what stands in the memory, or takes something else: each of them is known,
 // and stays. In a ring as a meter writes it none of this happens.
 
+#include <algorithm>
 #include <string>
 
 #include "support/sa94_archive_scene.h"

@@ -1,5 +1,6 @@
 // Where an archive begins, where it ends, and where the record with a given time is, in rings as a meter writes them.
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>

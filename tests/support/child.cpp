@@ -80,6 +80,7 @@ void wait_for_others() {
     g_is_child = true;
     ::dup2(out, STDOUT_FILENO);
     ::dup2(err, STDERR_FILENO);
+    stdout = ::fdopen(STDOUT_FILENO, "w");  // unused as that of a daemon: one in use does not take another buffering
     std::exit(work());
 }
 

@@ -1,5 +1,6 @@
 // The description: who the meter is, and how each of its virtual devices is set up.
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>

@@ -1,6 +1,7 @@
 // One row of a table with its tries, and a whole table: when a meter counts as connected, what the log tells, and when
 // nothing is decoded.
 
+#include <algorithm>
 #include <string>
 #include <vector>
 

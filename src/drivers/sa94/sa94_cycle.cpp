@@ -135,7 +135,7 @@ void SA94::getCurrentParameters() {
         }
         const std::time_t t = make_time(clock);
         if (t > 0) {
-            publish_item("MDateTime", t);
+            publish_item("MDateTime", static_cast<long>(t));
             meter_time = t;
         }
     }

@@ -164,7 +164,7 @@ bool SA94::getRecordByTimestamp(int archive_type, std::time_t timestamp, int& se
                                 int& position) {
     UniLog* const log = log_debug.get();
     log_both("Start get record by timestamp for ", archive_name(archive_type), " archives");
-    *log_messages << LOG_BEGIN << "Search timestamp = " << long{timestamp} << " => " << asctime_text(timestamp) + "\n";
+    *log_messages << LOG_BEGIN << "Search timestamp = " << timestamp << " => " << asctime_text(timestamp) + "\n";
     std::time_t tmp_timestamp = 0;
     int first_segment = 0;
     std::uint32_t first_block = 0;
