@@ -2,6 +2,7 @@
 """The real daemon under memcheck: a pass of values and archives for each family, without a wrong access to memory, lost
 memory or a descriptor left open. Not part of the plain test run: ./check valgrind."""
 
+import os
 import re
 import shutil
 
@@ -14,14 +15,23 @@ HISTORY = ["--history-days", "0.1"]  # two hourly records at the start
 PATIENCE = 200  # seconds; memcheck makes the daemon slow, and its meters wait
 LINE = "/tmp/heatmeter-line"
 LOG = "/tmp/box.valgrind"
+OWN_FILES = 1000
 WORDS = ["valgrind", "--leak-check=full", "--show-leak-kinds=definite", "--errors-for-leak-kinds=definite",
-         "--track-fds=yes", "--track-origins=yes", "--num-callers=25", "--vgdb=no", "--error-exitcode=99",
+         "--track-origins=yes", "--num-callers=25", "--vgdb=no", "--error-exitcode=99",
          f"--log-file={LOG}", f"--suppressions={box.TREE}/valgrind.supp"]
 
 
 def without_warnings(log):
     """Those that stay are of writes to LEDs that this machine lacks."""
     return re.sub(r"==\d+== Warning: .*\n", "", log)
+
+
+def open_files(daemon):
+    """Asked of the system, since valgrind from 3.21 on takes what is open at the end for errors. Of valgrind's own
+    its log may have a low number."""
+    folder = f"/proc/{daemon.process.pid}/fd"
+    paths = [os.readlink(f"{folder}/{number}") for number in os.listdir(folder) if 2 < int(number) < OWN_FILES]
+    return [path for path in paths if not path.startswith(("/dev/shm/faketime", LOG))]
 
 
 class Valgrind(box.Test):
@@ -39,12 +49,13 @@ class Valgrind(box.Test):
     def assert_clean(self, daemon):
         """The daemon is told to end; what it has open then is the line, its logs and what it was given."""
         self.assertTrue(daemon.runs(), daemon.output("stderr"))
+        left = open_files(daemon)
         daemon.end()
         log = without_warnings(box.read(LOG))
         self.assertIn("ERROR SUMMARY: 0 errors", log)
-        left = re.findall(r"Open file descriptor \d+: (?!/dev/shm/faketime)(.*)\n(?!.*inherited from parent)", log)
-        self.assertIn(LINE, left)
-        self.assertEqual([path for path in left if path != LINE and not path.startswith("/tmp/uni_logs.")], [], log)
+        line = os.path.realpath(LINE)
+        self.assertIn(line, left)
+        self.assertEqual([path for path in left if path != line and not path.startswith("/tmp/uni_logs.")], [], log)
         self.assertEqual(len(left), len(set(left)), log)
 
     def test_km5(self):
