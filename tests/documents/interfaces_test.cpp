@@ -74,7 +74,7 @@ void Documented::look_at_items() const {
     }
     expect_same(names_of(told, "item"), keys(all.items), "items");
     for (const TableRow& row : told) {
-        for (const std::string& name : names_in(row.at("item"))) {
+        for (const std::string& name : names_in_cell(row.at("item"))) {
             if (!all.items.contains(name)) continue;
             for (const std::string& text : all.items.at(name)) {
                 EXPECT_TRUE(is_of_kind(text, row.at("kind"))) << name << " is " << text;
@@ -106,7 +106,7 @@ void Documented::look_at_archives() const {
 void Documented::look_at_times(const TableRow& row, const std::string& column, std::time_t period) const {
     const std::string& dated = row.at("dated");
     ASSERT_TRUE(dated == "end" || dated == "beginning") << dated;
-    for (const std::string& name : names_in(row.at(column))) {
+    for (const std::string& name : names_in_cell(row.at(column))) {
         if (!all.archives.contains(name)) continue;
         const std::set<std::time_t>& times = all.archives.at(name);
         for (const std::time_t time : times) EXPECT_EQ(time % period, 0) << name;
@@ -121,8 +121,8 @@ void Documented::look_at_models() const {
                              const auto& found) {
         for (const TableRow& row : rows(section, heading(), first)) {
             Names told;
-            for (const std::string& name : names_in(row.at(column))) told.insert(name);
-            for (const std::string& model : names_in(row.at(first))) {
+            for (const std::string& name : names_in_cell(row.at(column))) told.insert(name);
+            for (const std::string& model : names_in_cell(row.at(first))) {
                 std::vector<MeterRun> of_model;
                 std::copy_if(runs.begin(), runs.end(), std::back_inserter(of_model),
                              [&model](const MeterRun& run) { return run.model == model; });
@@ -141,7 +141,7 @@ void Documented::look_at_models() const {
     };
     Names of_a_model;
     for (const TableRow& row : rows(Items, heading(), "firmware")) {
-        for (const std::string& name : names_in(row.at("present values"))) of_a_model.insert(name);
+        for (const std::string& name : names_in_cell(row.at("present values"))) of_a_model.insert(name);
     }
     look(Items, "firmware", "present values", [&of_a_model](const Traces& traces) {
         Names names = keys(traces.items);
@@ -167,7 +167,7 @@ void Documented::look_at_state_and_logs() const {
     for (const TableRow& row : rows("## State and logs", "", "log")) {
         const std::string families = ", " + row.at("families") + ",";
         if (families.find(std::string(", ") + GetParam() + ",") == std::string::npos) continue;
-        for (const std::string& name : names_in(row.at("log"))) told.insert(name);
+        for (const std::string& name : names_in_cell(row.at("log"))) told.insert(name);
     }
     expect_same(told, all.logs, "logs");
 }

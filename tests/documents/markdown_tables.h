@@ -52,7 +52,7 @@ inline std::vector<TableRow> table_rows(const std::string& path, const std::stri
 }
 
 /// The names in a cell: "`A1`, `A17` to `A19`" are four.
-inline std::vector<std::string> names_in(const std::string& cell) {
+inline std::vector<std::string> names_in_cell(const std::string& cell) {
     static const std::regex Names("`([^`]*?)(\\d*)`(?: to `[^`]*?(\\d+)`)?");
     std::vector<std::string> all;
     for (std::sregex_iterator name(cell.begin(), cell.end(), Names), end; name != end; ++name) {
@@ -71,7 +71,7 @@ inline std::vector<std::string> names_in(const std::string& cell) {
 inline std::set<std::string> names_of(const std::vector<TableRow>& rows, const std::string& column) {
     std::set<std::string> all;
     for (const TableRow& row : rows) {
-        for (const std::string& name : names_in(row.at(column))) all.insert(name);
+        for (const std::string& name : names_in_cell(row.at(column))) all.insert(name);
     }
     return all;
 }

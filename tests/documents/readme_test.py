@@ -133,6 +133,8 @@ class Readme(box.Test):
         for path in paths:
             made = path.replace("<uuid>", UUID).replace("<n>", "1").replace("<item>", "Connected")
             made = made.replace("/<name>", "")
+            if made == "/tmp/extds_pause":  # there in every third hour
+                continue
             by_daemon = made.startswith(("/mnt", f"/tmp/{UUID}", "/tmp/driver", "/tmp/uni"))
             self.assertEqual(bool(glob.glob(made)), by_daemon, path)
 
@@ -140,7 +142,7 @@ class Readme(box.Test):
 class Operations(box.Test):
     def test_the_log_lines_that_are_quoted_are_those_of_the_program(self):
         sources = "".join(box.read(path) for path in glob.glob(f"{ROOT}/src/**/*.cpp", recursive=True))
-        literals = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', sources))
+        literals = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', sources.replace("'\"'", "")))
         rows = table(document("docs/operations.md"), "trace") + table(document("docs/operations.md"), "line")
         for row in rows:
             for text in quoted(row[0]):

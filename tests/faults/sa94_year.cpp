@@ -142,7 +142,8 @@ class Sa94Year final : public YearMeter {
             YearRecord result{.archive = static_cast<int>(archive), .time = record.time, .promised = promised};
             for (const sim::Sa94FileValue& value : meter.record_files(archive, record)) {
                 result.lines.push_back({"1/tc_archives/" + value.file,
-                                        stored_line(value.time, value.quality, value.value), tells_progress(value.file)});
+                                        stored_line(value.time, value.quality, value.value),
+                                        tells_progress(value.file)});
             }
             all.push_back(std::move(result));
         }
