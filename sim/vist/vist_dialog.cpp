@@ -88,7 +88,7 @@ Answer VistMeter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     if (!dialog_) return {};
     const unsigned before = dialog_->device;
     const Reply reply = obey(words, now);
-    const std::string said(*line);
+    const std::string& said = *line;
     note({.at = now, .device = dialog_ ? dialog_->device : before, .line = said}, said);
     if (!reply) return {};
     return vist_spoil(*reply, faults_.choose(*line, *reply), config_.answer_delay);
