@@ -61,13 +61,13 @@ class StartScript:
         self.script("stop")
         super().tearDown()
 
-    def script(self, *words, **more):
+    def script(self, *words, user=None, **more):
         """Its exit status and all that it says."""
         environment = {**(self.clock.environment() if self.clock else os.environ), "HEATMETERD_DAEMON": self.program, "HEATMETERD_CONFIG": CONFIG,
                        "HEATMETERD_CARE": f"{self.build}/heatmeterd-care", "HEATMETERD_RUN": RUN,
                        "HEATMETERD_LOG": LOG, **more}
         done = subprocess.run([*self.shell, "/tmp/heatmeterd.init", *words], env=environment, timeout=60, text=True,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                              user=user, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         return done.returncode, done.stdout
 
     def configure(self, **ports):
@@ -189,6 +189,29 @@ class StartScript:
         self.assertEqual(len(self.daemons()), 1)
         self.script("stop")
         self.assertEqual(self.daemons(), set())
+
+    def test_who_is_not_root_is_told_so_and_nothing_else(self):
+        if os.geteuid() != 0:
+            self.skipTest("needs root")
+        nobody = 65534
+        self.sim("--meter", "uuid=m1")
+        self.configure(a="m1")
+        for action in ("start", "restart"):
+            self.assertEqual(self.script(action, user=nobody), (4, "heatmeterd: only root may do that\n"))
+        self.script("start")
+        self.wait_for_daemons(1)
+        self.assertEqual(self.script("stop", user=nobody), (4, "heatmeterd: only root may do that\n"))
+        # BusyBox sees that it runs, start-stop-daemon of dpkg does not.
+        seen = self.script("status", user=nobody)
+        self.assertTrue(seen == (4, "heatmeterd on a was started; only root sees how it is\n") or
+                        self.tools and seen[0] == 0, seen)
+        self.assertEqual(len(self.daemons()), 1)
+
+    def test_a_name_with_a_blank_is_one_port(self):
+        self.configure(**{"a b": "m1"})
+        wrong = f"{CONFIG}/a b.conf:1: the name has other signs than letters, digits, '.', '_' and '-'\n"
+        self.assertEqual(self.script("start"), (6, wrong))
+        self.assertEqual(self.script("status"), (3, wrong + "heatmeterd on a b is not running\n"))
 
     def test_without_a_port_or_a_program_the_status_says_so(self):
         self.assertEqual(self.script("status"), (0, f"heatmeterd: no port configured in {CONFIG}\n"))
