@@ -54,14 +54,18 @@ Keeper::Keeper(std::string daemon, Words daemon_words, PidFile& own_pid_file, st
 
 void Keeper::run() {
     const sigset_t set = watched_signals();
+    std::string waits_since;
     while (true) {
         // No process is there: a signal may end this one at once.
-        if (short_lives < 2) tell("3 waits for the configuration service since " + present_time());
+        if (waits_since.empty()) waits_since = present_time();
+        if (short_lives < 2) tell("3 waits for the configuration service since " + waits_since);
         const auto devices = wait_for_devices(words, ServicePatience);
         if (!devices) {
+            short_lives = 0;  // a wait, whatever was before
             gateway().sleep(PauseSeconds);
             continue;
         }
+        waits_since.clear();
         sigprocmask(SIG_BLOCK, &set, nullptr);
         const int signals = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
         int output[2] = {-1, -1};
@@ -165,7 +169,7 @@ void Keeper::note_end(int status, std::int64_t lived) {
 }
 
 void Keeper::tell(const std::string& state) {
-    if (state == last_state) return;
+    if (state == last_state && ::access(state_path.c_str(), F_OK) == 0) return;
     last_state = state;
     const std::string draft = state_path + ".new";
     if (std::FILE* const file = std::fopen(draft.c_str(), "we")) {

@@ -26,6 +26,7 @@ class Keeper {
     void stop(pid_t pid);
     [[noreturn]] void give_up(pid_t pid, int output);
     void note_end(int status, std::int64_t lived);
+    /// Also when somebody has removed the file.
     void tell(const std::string& state);
 
     std::string program;

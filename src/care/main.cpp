@@ -87,6 +87,7 @@ int keep(const std::string& file, const std::string& program, const std::string&
          const std::string& log) {
     const Words words = words_of(file);
     ::umask(022);
+    ::closefrom(STDERR_FILENO + 1);  // a lock or pipe of whoever starts it, which would wait for ever
     PidFile pid_file(pid_path);
     if (!pid_file.hold()) {
         std::cerr << "heatmeterd: " << pid_path << " cannot be written, or another keeper has it\n";

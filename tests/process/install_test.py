@@ -1,102 +1,17 @@
 #!/usr/bin/env python3
-"""The start script and its helper: one process for each PORT.conf, all ended by a stop, healed when a port comes back.
-Everything happens under dash and under BusyBox, with the start-stop-daemon of either."""
+"""The start script and its helper: one process for each PORT.conf, all ended by a stop."""
 
-import http.server
 import os
-import re
-import shutil
 import signal
 import socket
-import subprocess
-import threading
 import time
 
 import box
-
-CONFIG, RUN, LOG = "/tmp/etc", "/tmp/run", "/tmp/log"
-WELL = 'HEATMETERD_WORDS="KM5 -r {}"\n'
-
-
-def pids_of(program):
-    """Processes of a program by what they execute, children of the tests too."""
-    found = set()
-    for name in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            if os.readlink(f"/proc/{name}/exe") == program and "zombie" not in box.read(f"/proc/{name}/status"):
-                found.add(int(name))
-        except OSError:
-            pass
-    return found
+import start_script
+from start_script import CONFIG, LOG, RUN, write
 
 
-def write(path, text):
-    with open(path, "w", encoding="utf-8", newline="") as file:
-        file.write(text)
-
-
-class StartScript:
-    """Mixed into a test case for each shell."""
-    shell = []
-    tools = None  # whose start-stop-daemon
-
-    def setUp(self):
-        super().setUp()
-        for folder in (CONFIG, RUN, LOG):
-            os.mkdir(folder)
-        script = box.read(f"{self.build}/packaging/heatmeterd.init")
-        if self.tools:
-            if shutil.which(self.tools) is None:
-                self.skipTest(f"no {self.tools}")
-            os.mkdir("/tmp/tools")
-            for name in ("start-stop-daemon", "sleep", "sort", "cat", "mkdir", "rm"):
-                os.symlink(shutil.which(self.tools), f"/tmp/tools/{name}")
-            script = script.replace("PATH=", "PATH=/tmp/tools:", 1)
-        elif shutil.which("start-stop-daemon", path=os.environ["PATH"] + ":/usr/sbin:/sbin") is None:
-            self.skipTest("no start-stop-daemon")
-        write("/tmp/heatmeterd.init", script)
-        self.program = f"{self.build}/heatmeterd"
-
-    def tearDown(self):
-        self.script("stop")
-        super().tearDown()
-
-    def script(self, *words, user=None, **more):
-        """Its exit status and all that it says."""
-        environment = {**(self.clock.environment() if self.clock else os.environ), "HEATMETERD_DAEMON": self.program, "HEATMETERD_CONFIG": CONFIG,
-                       "HEATMETERD_CARE": f"{self.build}/heatmeterd-care", "HEATMETERD_RUN": RUN,
-                       "HEATMETERD_LOG": LOG, **more}
-        done = subprocess.run([*self.shell, "/tmp/heatmeterd.init", *words], env=environment, timeout=60, text=True,
-                              user=user, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        return done.returncode, done.stdout
-
-    def configure(self, **ports):
-        for port, text in ports.items():
-            write(f"{CONFIG}/{port}.conf", text if "=" in text else WELL.format(text))
-
-    def daemons(self):
-        return pids_of(self.program)
-
-    def process_of(self, uuid):
-        found = [pid for pid in self.daemons() if uuid in box.read(f"/proc/{pid}/cmdline").split("\0")]
-        return found[0] if found else None
-
-    def wait_for_daemons(self, count, patience=30):
-        self.wait_for(lambda: len(self.daemons()) == count, f"{count} processes", patience)
-
-    def wait_for_port(self, uuid):
-        """Until its process has a terminal open; the process."""
-        def has_port():
-            pid = self.process_of(uuid)
-            return pid and any(is_terminal(f"/proc/{pid}/fd/{fd}") for fd in os.listdir(f"/proc/{pid}/fd"))
-        self.wait_for(has_port, f"the port of {uuid}")
-        return self.process_of(uuid)
-
-    def state_of(self, port):
-        return re.sub(r"\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d|(?<=process )\d+", "_", self.script("status", port)[1])
-
-    # ---- starting and stopping
-
+class Installation:
     def test_a_port_is_started_once_and_stopped(self):
         self.sim("--meter", "uuid=m1")
         self.configure(a="m1")
@@ -178,13 +93,15 @@ class StartScript:
         self.assertEqual(self.script("status")[0], 1)
         self.wait_for_daemons(1)
 
-    def test_a_keeper_keeps_its_pid_file(self):
+    def test_a_keeper_keeps_its_files(self):
         self.sim("--meter", "uuid=m1")
         self.configure(a="m1")
         self.script("start")
         self.wait_for_daemons(1)
         os.unlink(f"{RUN}/heatmeterd.a.pid")
         self.wait_for(lambda: self.script("status")[0] == 0, "the pid file", 5)
+        os.unlink(f"{RUN}/heatmeterd.a.state")
+        self.wait_for(lambda: self.script("status")[0] == 0, "the state", 5)
         self.script("start")
         self.assertEqual(len(self.daemons()), 1)
         self.script("stop")
@@ -280,6 +197,27 @@ class StartScript:
         self.sim("--meter", "uuid=m1")
         self.wait_for_port("m1")
 
+    def test_a_long_wait_is_told_with_its_beginning(self):
+        self.start_clock("2024-03-02 08:20:00", 60)
+        self.configure(a="m1")
+        self.script("start", FAKETIME_DONT_FAKE_MONOTONIC="0")
+        self.wait_for(lambda: os.path.exists(f"{RUN}/heatmeterd.a.state"), "the state")
+        begin = box.read(f"{RUN}/heatmeterd.a.state")
+        self.assertRegex(begin, r"^3 waits .* since 02\.03\.2024 08:2\d")
+        time.sleep(4)
+        self.assertEqual(box.read(f"{RUN}/heatmeterd.a.state"), begin)
+
+    def test_nothing_that_was_open_at_a_start_stays_open(self):
+        self.sim("--meter", "uuid=m1")
+        self.configure(a="m1")
+        here, there = os.pipe()
+        self.script("start", pass_fds=(there,))
+        os.close(there)
+        self.wait_for_daemons(1)
+        os.set_blocking(here, False)
+        self.assertEqual(os.read(here, 1), b"")  # its end
+        os.close(here)
+
     def test_a_stop_does_not_wait_for_the_configuration_service(self):
         silent = socket.create_server(("127.0.0.1", 8082))
         self.configure(a="m1")
@@ -290,128 +228,13 @@ class StartScript:
         self.assertLess(time.monotonic() - start, 8)
         silent.close()
 
-    # ---- healing
 
-    def test_reading_goes_on_when_an_adapter_is_unplugged_and_plugged_in_again(self):
-        self.start_clock("2024-03-02 08:20:00")  # a meter is left alone around its full hour
-        words = ("--meter", "uuid=m1,line=/tmp/line1", "--service", "off")
-        self.serve({"m1": "/tmp/line1", "m2": "/tmp/line2"})
-        first = self.sim(*words)
-        self.sim("--meter", "uuid=m2,line=/tmp/line2", "--service", "off")
-        self.configure(a="m1", b="m2")
-        self.script("start")
-        gone, good = self.wait_for_port("m1"), self.wait_for_port("m2")
-        self.wait_for(lambda: box.item("m1", "Connected") == "1", "the meter")
-        first.end()
-        time.sleep(4)
-        back = time.monotonic()
-        self.sim(*words)
-        self.wait_for(lambda: self.process_of("m1") not in (None, gone), "another process", 10)
-        self.wait_for(lambda: box.item("m1", "Connected") == "1", "reading")
-        self.assertLess(time.monotonic() - back, 10)
-        self.assertEqual(self.process_of("m2"), good)
-        healed = self.process_of("m1")
-        time.sleep(5)
-        self.assertEqual((self.process_of("m1"), self.process_of("m2")), (healed, good))
-
-    def test_a_link_that_leads_elsewhere_is_another_device(self):
-        self.serve({"m1": "/tmp/link"})
-        ends = [os.openpty(), os.openpty()]
-        names = [os.ttyname(end[1]) for end in ends]
-        os.symlink(names[0], "/tmp/link")
-        self.configure(a="m1")
-        self.script("start")
-        first = self.wait_for_port("m1")
-        os.unlink("/tmp/link")
-        time.sleep(5)
-        self.assertEqual(self.process_of("m1"), first)
-        os.symlink(names[1], "/tmp/link")
-        self.wait_for(lambda: self.process_of("m1") not in (None, first), "another process", 10)
-
-    def test_a_port_that_was_not_there_at_the_start_is_opened_when_it_comes(self):
-        self.serve({"m1": "/tmp/link"})
-        self.configure(a="m1")
-        self.script("start")
-        self.wait_for_daemons(1)
-        closed = self.process_of("m1")
-        time.sleep(5)
-        self.assertEqual(self.process_of("m1"), closed)
-        _, end = os.openpty()
-        os.symlink(os.ttyname(end), "/tmp/link")
-        self.wait_for(lambda: self.process_of("m1") not in (None, closed), "another process", 10)
-        self.wait_for_port("m1")
-
-    def test_a_device_that_cannot_be_opened_is_tried_once(self):
-        os.mkdir("/tmp/no-terminal")
-        self.serve({"m1": "/tmp/no-terminal"})
-        self.configure(a="m1")
-        self.script("start")
-        self.wait_for_daemons(1)
-        first = self.process_of("m1")
-        time.sleep(7)
-        self.assertEqual(self.process_of("m1"), first)
-
-    def test_looking_at_a_process_from_outside(self):
-        devices = {"m1": "/tmp/link"}
-        self.serve(devices)
-        ends = [os.openpty(), os.openpty()]
-        os.symlink(os.ttyname(ends[0][1]), "/tmp/link")
-        daemon = self.daemon("KM5", "-r", "m1")
-        self.wait_for(lambda: "open_tty = /tmp/link, fd = " in "".join(box.general_log()), "the port")
-        self.assertEqual(self.look(daemon.process.pid), 0)
-        os.unlink("/tmp/link")
-        self.assertEqual(self.look(daemon.process.pid), 0)
-        for end in ends[0]:
-            os.close(end)
-        self.assertEqual(self.look(daemon.process.pid), 1)
-        self.service.shutdown()
-        self.service.server_close()
-        self.assertEqual(self.look(daemon.process.pid), 1)
-        daemon.end()
-        self.assertEqual(self.look(daemon.process.pid), 0)
-
-    # ---- their means
-
-    def look(self, pid):
-        return subprocess.run([f"{self.build}/heatmeterd-care", "look", str(pid)], timeout=60, check=False).returncode
-
-    def serve(self, devices):
-        """A configuration service that outlives its lines; every process has a meter of its own."""
-        class ByUuid(http.server.BaseHTTPRequestHandler):
-            def do_POST(self):
-                uuid = re.search(rb'"params":\["([^"]*)"\]', self.rfile.read(int(self.headers["Content-Length"])))
-                name = devices[uuid[1].decode()]
-                self.send_response(200)
-                self.end_headers()
-                self.wfile.write(b'{"result":{"serial":12345678,"systems":{"system_1_type":"heating"},'
-                                 b'"port_params":{"name":"%s","speed":9600}}}'
-                                 % name.encode())
-
-            def log_message(self, *_):
-                pass
-
-        self.service = http.server.ThreadingHTTPServer(("127.0.0.1", 8082), ByUuid)
-        threading.Thread(target=self.service.serve_forever, daemon=True).start()
+class UnderDash(Installation, start_script.Dash, box.Test):
+    pass
 
 
-def is_terminal(path):
-    try:
-        fd = os.open(path, os.O_PATH)
-    except OSError:
-        return False
-    try:
-        return os.major(os.fstat(fd).st_rdev) > 1
-    finally:
-        os.close(fd)
-
-
-class Dash(StartScript, box.Test):
-    shell = ["dash"]
-
-
-class BusyBox(StartScript, box.Test):
-    shell = ["busybox", "sh"]
-    tools = "busybox"
+class UnderBusyBox(Installation, start_script.BusyBox, box.Test):
+    pass
 
 
 if __name__ == "__main__":
