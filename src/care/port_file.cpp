@@ -115,6 +115,10 @@ PortFile parse_port_file(const std::string& path, std::string_view text) {
         const std::string_view line = trimmed(text.substr(0, end));
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         ++number;
+        // Before release 254 systemd takes the next line for comment, too.
+        if ((line.starts_with('#') || line.starts_with(';')) && line.ends_with('\\')) {
+            problem("the comment ends with a backslash");
+        }
         if (line.empty() || line.front() == '#' || line.front() == ';') continue;
         const auto [value, fault] = value_of(line);
         if (!fault.empty()) {

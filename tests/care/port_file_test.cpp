@@ -43,6 +43,8 @@ TEST(PortFile, TellsEachMistakeWithItsLine) {
               Problems{"p.conf:2: \"TZ\" is not HEATMETERD_WORDS"});
     EXPECT_EQ(problems_of("HEATMETERD_WORDS=\"KM5 -r a\"\nHEATMETERD_WORDS=\"KM5 -r b\"\n"),
               Problems{"p.conf:2: HEATMETERD_WORDS stands a second time"});
+    EXPECT_EQ(problems_of("# which \\\nHEATMETERD_WORDS=\"KM5 -r a\"\n"),
+              Problems{"p.conf:1: the comment ends with a backslash"});
     EXPECT_EQ(problems_of("HEATMETERD_WORDS=\"\"\n"),
               Problems{"p.conf:1: the words are not NAME -r UUID... or WORD -j UUID..."});
     EXPECT_EQ(problems_of("HEATMETERD_WORDS=\"KM5 a -r\"\n"),

@@ -8,6 +8,7 @@ import json
 import os
 import re
 import signal
+import subprocess
 import sys
 import threading
 import time
@@ -36,6 +37,10 @@ def table(text, first):
 
 def quoted(cell):
     return re.findall(r"`([^`]+)`", cell)
+
+
+def said(*words):
+    return subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
 def words_of(text):
@@ -95,6 +100,22 @@ class Readme(box.Test):
             answer = json.loads(daemon.output().split("Received: ")[1].splitlines()[0])
             self.assertEqual(answer["result"]["manufacturer"], quoted(row[3])[0])
 
+    def test_its_commands_are_those_of_the_tree(self):
+        groups = said(f"{ROOT}/scripts/install-packages", "--help")
+        self.assertEqual(re.search(r"install-packages +# (.*)", self.readme)[1], re.search(r"  build +(.*)", groups)[1])
+        presets = json.loads(document("CMakePresets.json"))
+        named = {name for row in table(self.readme, "preset") for name in quoted(row[0])}
+        self.assertEqual(named, {preset["name"] for preset in presets["configurePresets"] if not preset.get("hidden")})
+        self.assertLessEqual(set(re.findall(r"--build --preset (\w+)", self.readme)),
+                             {preset["name"] for preset in presets["buildPresets"]})
+        for option in re.findall(r"`(HEATMETERD_\w+)`", self.readme):
+            self.assertRegex(document("CMakeLists.txt"), rf'option\({option} ".*" OFF\)')
+        more = quoted(re.search(r"More of `./check`:([^(]*)", self.readme)[1])
+        self.assertEqual({*more, "all"}, set(re.findall(r"^  ([a-z]+)", said(f"{ROOT}/check", "--help"), re.M)))
+        for word in more:
+            self.assertIn(f"\n    {word})", document("check"))
+        self.assertIn(said(f"{self.build}/heatmeterd", "-v"), self.readme)
+
     def test_what_is_no_name_ends_with_the_words_that_are_told(self):
         told = re.search(r'Any other name ends the process with "(.*)" in the general log', self.readme)
         self.end_of("KM7", "-r", "u1")
@@ -115,7 +136,7 @@ class Readme(box.Test):
         silent, unknown, wrong = "the configuration service answered nothing or no JSON", \
             "single-bus mode without a meter of a known manufacturer", \
             "the configuration service gave a key of a wrong type"
-        words = {"version": ["-v"], "bad syntax": ["a", "b"], "no uuid": ["KM5", "-r"],
+        words = {"version": ["-v"], "bad syntax": ["a", "b"], "no uuid behind `-r`": ["KM5", "-r"],
                  "unknown heat meter name": ["KM7", "-r", "u1"], unknown: ["any", "-j", UUID]}
         found = {condition: self.end_of(*line)[0] for condition, line in words.items()}
         for text, condition in ((None, silent), (b"<html>", silent), (b'{"result": {"serial": "x"}}', wrong)):
