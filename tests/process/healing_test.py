@@ -92,6 +92,21 @@ class Healing:
         return subprocess.run([f"{self.build}/heatmeterd-care", "look", str(pid)], timeout=60, check=False).returncode
 
 
+class UnderSystemd(box.Test):
+    def test_only_what_was_seen_without_its_port_is_restarted(self):
+        os.mkdir("/tmp/tools")
+        for name, lines in {
+                "systemctl": 'case $1 in list-units) printf "heatmeterd@%s.service loaded\\n" 10 11 12 19 ;;\n'
+                             'show) echo "$5" | tr -cd 0-9 ;;\n*) echo "$@" >>/tmp/done ;;\nesac',
+                "care": 'case $2 in 19) kill -9 $$ ;; *) exit ${2#1} ;; esac'}.items():
+            start_script.write(f"/tmp/tools/{name}", f"#!/bin/sh\n{lines}\n")
+            os.chmod(f"/tmp/tools/{name}", 0o755)
+        heal = box.read(f"{self.build}/packaging/heal")
+        start_script.write("/tmp/heal", heal.replace("/usr/lib/heatmeterd/heatmeterd-care", "care"))
+        subprocess.run(["sh", "/tmp/heal"], env={"PATH": "/tmp/tools:" + os.environ["PATH"]}, check=False, timeout=20)
+        self.assertEqual(box.read("/tmp/done"), "--no-block restart heatmeterd@11.service\n")
+
+
 class UnderDash(Healing, start_script.Dash, box.Test):
     pass
 
