@@ -111,7 +111,7 @@ class Readme(box.Test):
         for option in re.findall(r"`(HEATMETERD_\w+)`", self.readme):
             self.assertRegex(document("CMakeLists.txt"), rf'option\({option} ".*" OFF\)')
         more = quoted(re.search(r"More of `./check`:([^(]*)", self.readme)[1])
-        self.assertEqual({*more, "all"}, set(re.findall(r"^  ([a-z]+)", said(f"{ROOT}/check", "--help"), re.M)))
+        self.assertEqual({*more, "all"}, set(re.findall(r"^  ([a-z]+) ", said(f"{ROOT}/check", "--help"), re.M)))
         for word in more:
             self.assertIn(f"\n    {word})", document("check"))
         self.assertIn(said(f"{self.build}/heatmeterd", "-v"), self.readme)
