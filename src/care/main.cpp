@@ -15,6 +15,7 @@
 #include "care/pid_file.h"
 #include "care/port_file.h"
 #include "care/terminals.h"
+#include "core/gateway.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ namespace {
 enum Status { Done = 0, Failed = 1, BadUsage = 2, NotConfigured = 6 };
 
 constexpr unsigned ServicePatience = 60;  // seconds
+constexpr unsigned EndPatience = 3;       // seconds
 
 int usage() {
     std::cerr << "Usage: heatmeterd-care ports FOLDER [PORT]...\n"
@@ -68,8 +70,23 @@ Words words_of(const std::filesystem::path& file) {
     return found->second.words;
 }
 
+/// False, and told, while another process reads one of the meters: a port's file may have got another name. One that
+/// is about to end is waited for.
+bool nobody_reads(const Words& words, const std::string& file, const std::string& program) {
+    pid_t pid = 0;
+    for (unsigned second = 0; (pid = reader_of(meters_of(words), program)) != 0; ++second) {
+        if (second == EndPatience) {
+            std::cerr << "heatmeterd: process " << pid << " reads a meter of " << file << " already\n";
+            return false;
+        }
+        gateway().sleep(1);
+    }
+    return true;
+}
+
 int wait(const std::string& file) {
     const Words words = words_of(file);
+    if (!nobody_reads(words, file, "heatmeterd")) return Failed;
     if (wait_for_devices(words, ServicePatience)) return Done;
     std::cerr << "heatmeterd: the configuration service has not answered for " << ServicePatience << " s\n";
     return Failed;
@@ -89,6 +106,7 @@ int keep(const std::string& file, const std::string& program, const std::string&
     ::umask(022);
     ::closefrom(STDERR_FILENO + 1);  // a lock or pipe of whoever starts it, which would wait for ever
     PidFile pid_file(pid_path);
+    if (!nobody_reads(words, file, std::filesystem::path(program).filename().string())) return Failed;
     if (!pid_file.hold()) {
         std::cerr << "heatmeterd: " << pid_path << " cannot be written, or another keeper has it\n";
         return Failed;

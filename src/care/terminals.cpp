@@ -66,6 +66,13 @@ double age_of(pid_t pid) {
     return static_cast<double>(now.tv_sec) - ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
+Words command_line_of(pid_t pid) {
+    std::ifstream file(proc(pid, "cmdline"), std::ios::binary);
+    Words words;
+    for (std::string word; std::getline(file, word, '\0');) words.push_back(word);
+    return words;
+}
+
 std::string device_in(const Json::Value& answer) {
     const Json::Value* value = &answer;
     for (const char* key : {"result", "port_params", "name"}) {
@@ -147,12 +154,23 @@ std::optional<Devices> wait_for_devices(const Words& words, unsigned seconds) {
     }
 }
 
+pid_t reader_of(const Words& meters, const std::string& program) {
+    for (const std::string& name : names_in("/proc")) {
+        pid_t pid = 0;
+        std::from_chars(name.data(), name.data() + name.size(), pid);
+        Words words = pid > 0 ? command_line_of(pid) : Words();
+        if (words.empty() || words[0].substr(words[0].rfind('/') + 1) != program) continue;
+        words.erase(words.begin());
+        const Words its = meters_of(words);
+        if (std::find_first_of(its.begin(), its.end(), meters.begin(), meters.end()) != its.end()) return pid;
+    }
+    return 0;
+}
+
 bool port_is_fine(pid_t pid) {
     if (look_at_port(pid, {}) == PortLook::Gone) return false;
     while (runs(pid) && age_of(pid) < SecondsToOpen) gateway().sleep(1);
-    std::ifstream file(proc(pid, "cmdline"), std::ios::binary);
-    Words words;
-    for (std::string word; std::getline(file, word, '\0');) words.push_back(word);
+    Words words = command_line_of(pid);
     if (!words.empty()) words.erase(words.begin());  // the program itself
     // A new process would not come far without the service.
     const auto devices = configured_devices(words);

@@ -28,5 +28,8 @@ std::optional<Devices> configured_devices(const Words& words);
 /// The same, but waits until the service answers, at most so many seconds.
 std::optional<Devices> wait_for_devices(const Words& words, unsigned seconds);
 
+/// A running process of a program by its name, without folders, that reads one of the meters; 0 without any.
+pid_t reader_of(const Words& meters, const std::string& program);
+
 /// For a process that this program has not started: false when it wants to be started again.
 bool port_is_fine(pid_t pid);

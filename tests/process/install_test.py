@@ -44,6 +44,20 @@ class Installation:
         self.assertEqual(self.script("stop"), (0, ""))
         self.assertEqual(self.daemons(), set())
 
+    def test_a_meter_that_is_read_under_an_old_name_of_its_port_gets_no_second_reader(self):
+        self.sim("--meter", "uuid=m1")
+        self.configure(a="m1")
+        self.script("start")
+        self.wait_for_daemons(1)
+        first = self.process_of("m1")
+        os.rename(f"{CONFIG}/a.conf", f"{CONFIG}/c.conf")
+        self.assertEqual(self.script("start"), (1, f"heatmeterd: process {first} reads a meter of {CONFIG}/c.conf already\n"))
+        self.assertEqual(self.daemons(), {first})
+        self.assertEqual(self.script("status", "c")[0], 3)
+        self.assertEqual(self.script("restart"), (0, ""))
+        self.wait_for(lambda: self.process_of("m1") not in (None, first), "the new name")
+        self.assertEqual(len(self.daemons()), 1)
+
     def test_words_behind_the_action_are_ports(self):
         self.sim("--meter", "uuid=m1", "--meter", "uuid=m2")
         self.configure(a="m1", b="m2")
