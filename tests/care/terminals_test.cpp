@@ -134,6 +134,21 @@ TEST(PortLook, IsClosedWithoutADeviceAndFineWithoutAProcess) {
     EXPECT_EQ(look_at_port(pid, {"/dev/no-such"}), PortLook::Fine);
 }
 
+TEST(Reader, IsAProcessOfThatNameWithOneOfTheMeters) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::execl("/bin/sh", "/x/reading-test", "-c", "kill -STOP $$", "u1", "u2", nullptr);
+        ::_exit(1);
+    }
+    ::waitpid(pid, nullptr, WUNTRACED);
+    EXPECT_EQ(reader_of({"other", "u2"}, "reading-test"), pid);
+    EXPECT_EQ(reader_of({"u3"}, "reading-test"), 0);
+    EXPECT_EQ(reader_of({"u1"}, "x"), 0);
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+    EXPECT_EQ(reader_of({"u1"}, "reading-test"), 0);
+}
+
 TEST(StateOfDevices, TellsOneFromAnother) {
     const Pty one;
     const Pty two;
