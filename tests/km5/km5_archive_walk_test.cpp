@@ -40,7 +40,7 @@ TEST_F(Km5Walk, AnUnreadArchiveIsReadFromItsFirstRecord) {
     start_described(meter);
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(archive("A12"), "1709366400,192,2.000000\n1709370000,192,1.000000\n1709373600,192,0.000000\n");
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten);
+    EXPECT_EQ(progress().last_request_HOUR, Ten);
     // Events, count, last, first, three records, events.
     const std::vector<std::vector<int>> wanted = {{51, 4}, {51, 4}, {51, 4}, {55, 4}, {51, 0}, {51, 0}, {51, 0},
                                                   {65, 0}, {65, 0}, {65, 0}, {51, 4}, {51, 4}, {51, 4}, {55, 4}};
@@ -50,8 +50,8 @@ TEST_F(Km5Walk, AnUnreadArchiveIsReadFromItsFirstRecord) {
 TEST_F(Km5Walk, AReadArchiveIsReadFromTheRecordOfTheRememberedHour) {
     sim::Km5Meter meter({.model = 2});
     store_hours(meter, 5);
+    leave_hours_until(Ten - 2 * Hour);
     start_described(meter);
-    driver->last_request_HOUR[0] = Ten - 2 * Hour;
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), (std::vector<int>{2, 3, 4}));
     EXPECT_EQ(archive("A12"), "1709370000,192,1.000000\n1709373600,192,0.000000\n")
@@ -63,8 +63,8 @@ TEST_F(Km5Walk, AReadArchiveIsReadFromTheRecordOfTheRememberedHour) {
 TEST_F(Km5Walk, TheRememberedHourIsAskedForInLocalTime) {
     sim::Km5Meter meter({.model = 2});
     store_hours(meter, 1);
+    leave_hours_until(Ten - 13 * Hour);  // 2024-03-01 21:00
     start_described(meter);
-    driver->last_request_HOUR[0] = Ten - 13 * Hour;  // 2024-03-01 21:00
     driver->get_archives(0);
     EXPECT_EQ(asked(requests().at(6), 5), (std::vector<int>{0x34, 0, 0x01, 0x03, 0x24, 0x21}));
 }
@@ -81,13 +81,13 @@ TEST_F(Km5Walk, ARingThatHasTurnedIsReadToItsCountAndOnFromZero) {
     // 789 hours in a ring of 768: the oldest stands at 21, the newest at 20.
     sim::Km5Meter meter({.model = 2, .capacity = {.hourly = 768}});
     store_hours(meter, 789);
+    leave_hours_until(meter.records(Km5Archive::Hourly).at(100).time);
     start_described(meter);
-    driver->last_request_HOUR[0] = meter.records(Km5Archive::Hourly).at(100).time;
     EXPECT_TRUE(driver->get_archives(0));
     auto wanted = numbers(100, 768);  // 768 is asked for: the bound is inclusive
     for (const int index : numbers(0, 20)) wanted.push_back(index);
     EXPECT_EQ(indices(), wanted);
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten);
+    EXPECT_EQ(progress().last_request_HOUR, Ten);
     const std::string lines = archive("A12");
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 688);
 }
@@ -117,7 +117,7 @@ TEST_F(Km5Walk, ACountInFrontOfTheFirstIndexLeavesNothingToRead) {
     meter.claim_bounds(Km5Archive::Hourly, sim::Km5Bounds{.flag = 0, .first = 5, .last = 4, .count = 2});
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), std::vector<int>{});
-    EXPECT_EQ(driver->last_request_HOUR[0], 0);
+    EXPECT_EQ(progress().last_request_HOUR, 0);
 }
 
 TEST_F(Km5Walk, AnEmptyArchiveIsReadAtIndexZero) {
@@ -126,7 +126,7 @@ TEST_F(Km5Walk, AnEmptyArchiveIsReadAtIndexZero) {
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), std::vector<int>{0});
     EXPECT_EQ(archive("A12"), "") << "erased memory has no sane date";
-    EXPECT_EQ(driver->last_request_HOUR[0], 0);
+    EXPECT_EQ(progress().last_request_HOUR, 0);
 }
 
 TEST_F(Km5Walk, AnEmptyArchiveWhoseIndexZeroHoldsASaneDateIsStored) {
@@ -159,7 +159,7 @@ TEST_F(Km5Walk, AnUnknownTypeActsAsHourly) {
     EXPECT_EQ(meter.heard().back().command(), 55) << "events are read behind the records";
     EXPECT_EQ(meter.requests(55), 1U) << "and not in front of them";
     EXPECT_EQ(archive("A12"), "1709373600,192,0.000000\n");
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten);
+    EXPECT_EQ(progress().last_request_HOUR, Ten);
     EXPECT_EQ(logged("messages", "Type: NOT TYPE, WARNING, choose HOURLY"), 1);
 }
 
@@ -167,12 +167,11 @@ TEST_F(Km5Walk, EachSubsystemReadsItsOwnArchiveIntoItsOwnFiles) {
     sim::Km5Meter meter({.km56i = true, .subsystems = 3});
     meter.store_hourly({.at = Ten, .IM1 = 3.0F}, 2);
     start_described(meter, {.km56i = true, .systems = {"heat", "heat", "heat"}});
-    driver->subsystem = 2;
-    driver->get_netaddr_from_config();
-    EXPECT_TRUE(driver->get_archives(0));
+    EXPECT_TRUE(driver->get_archives(0)) << "of the last subsystem, which is at work";
     EXPECT_EQ(archive("A12", 3), "1709373600,192,3.000000\n");
     EXPECT_EQ(archive("A12", 1), "");
-    EXPECT_EQ(driver->last_request_HOUR, (KM5::PerSubsystem{0, 0, Ten}));
+    EXPECT_EQ(progress(0).last_request_HOUR, 0);
+    EXPECT_EQ(progress(2).last_request_HOUR, Ten);
     EXPECT_EQ(item("_DriverStatus", 3), "5") << "the events come last";
 }
 
@@ -190,19 +189,19 @@ TEST_F(Km5Walk, ABoundThatCannotBeReadEndsThePassWithoutChange) {
         EXPECT_FALSE(driver->get_archives(1)) << good;
         EXPECT_EQ(meter.requests(51), good + 21);
         EXPECT_EQ(meter.requests(65), 0U);
-        EXPECT_EQ(driver->last_request_DAY[0], 0);
+        EXPECT_EQ(progress().last_request_DAY, 0);
     }
 }
 
 TEST_F(Km5Walk, ADateThatIsNotAnsweredEndsThePassWithoutChange) {
     sim::Km5Meter meter({.model = 2});
     store_hours(meter, 2);
+    leave_hours_until(Ten - Hour);
     start_described(meter);
-    driver->last_request_HOUR[0] = Ten - Hour;
     meter.misbehave_next(21, sim::km5_silence().on(52));
     EXPECT_FALSE(driver->get_archives(0));
     EXPECT_EQ(meter.requests(65), 0U);
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten - Hour);
+    EXPECT_EQ(progress().last_request_HOUR, Ten - Hour);
 }
 
 TEST_F(Km5Walk, ARecordThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
@@ -224,7 +223,7 @@ TEST_F(Km5Walk, ARecordThatFailsOnceMoreEndsThePassAndNothingIsRemembered) {
     EXPECT_FALSE(driver->get_archives(0));
     EXPECT_EQ(meter.requests(65), 1U + 21 * 21);
     EXPECT_EQ(archive("A12"), "1709366400,192,2.000000\n") << "what is written stays written";
-    EXPECT_EQ(driver->last_request_HOUR[0], 0);
+    EXPECT_EQ(progress().last_request_HOUR, 0);
 }
 
 TEST_F(Km5Walk, APassThatFailedWritesItsRecordsOnceMoreAtTheNextTry) {
@@ -247,7 +246,7 @@ TEST_F(Km5Walk, TheCounterOfFailuresBeginsAnewWithEachRecord) {
         meter.misbehave_next(1, sim::km5_good().on(65));
     }
     EXPECT_TRUE(driver->get_archives(0));
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten);
+    EXPECT_EQ(progress().last_request_HOUR, Ten);
 }
 
 TEST_F(Km5Walk, AModelWithoutATableIsReadWithoutALineAndRememberedAllTheSame) {
@@ -257,7 +256,7 @@ TEST_F(Km5Walk, AModelWithoutATableIsReadWithoutALineAndRememberedAllTheSame) {
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(meter.requests(65), 2U);
     EXPECT_EQ(archive_names(), std::vector<std::string>{"_EXISTS_FIRST_RECORD"});
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten);
+    EXPECT_EQ(progress().last_request_HOUR, Ten);
 }
 
 TEST_F(Km5Walk, APauseFlagHoldsTheReadingWhereItStandsAndItGoesOnThere) {
@@ -276,7 +275,7 @@ TEST_F(Km5Walk, APauseFlagHoldsTheReadingWhereItStandsAndItGoesOnThere) {
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(machine.sleeps().size(), 10U) << "ten seconds at a time, for 95 seconds";
     EXPECT_EQ(indices(), numbers(0, 5)) << "nothing is asked twice, nothing left out";
-    EXPECT_EQ(driver->last_request_HOUR[0], Ten);
+    EXPECT_EQ(progress().last_request_HOUR, Ten);
 }
 
 TEST_F(Km5Walk, AFileThatCannotBeOpenedLosesItsValueAndNoOther) {

@@ -185,7 +185,7 @@ TEST_F(Km5Due, AKm56iIsProbedAtTheSubsystemReadLast) {
     sim::Km5Meter i6({.serial = 22345678, .km56i = true, .subsystems = 3});
     machine.connect(Port, i6);
     start_driver({.serial = 22345678, .km56i = true, .systems = {"heat", "heat", "heat"}});
-    driver->subsystem = 2;
+    driver->run_main();
     EXPECT_TRUE(driver->is_update_due());
     EXPECT_EQ(i6.heard().back().subsystem, 2U);
 }
@@ -216,10 +216,11 @@ TEST_F(Km5Due, CurrentValuesWouldBeLookedForAfterMoreThanTenSeconds) {
 TEST_F(Km5Due, TheDescriptionWouldBeLookedForHourlyAndAllTheTimeWhileUnknown) {
     EXPECT_TRUE(driver->need_update_info());
     EXPECT_TRUE(driver->need_update_info());
-    driver->model = 2;
+    driver->getModel();
     EXPECT_TRUE(driver->need_update_info()) << "no firmware yet";
-    driver->version = 2.0F;
-    machine.sleep(3600);
+    const std::time_t last = machine.now();
+    driver->get_version();
+    machine.sleep(static_cast<unsigned>(last + 3600 - machine.now()));
     EXPECT_FALSE(driver->need_update_info());
     machine.sleep(1);
     EXPECT_TRUE(driver->need_update_info());

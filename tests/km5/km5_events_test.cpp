@@ -27,7 +27,7 @@ TEST_F(Km5Events, AnEventIsOneLineWithItsCodeAndItsStateAsQuality) {
     start_described(meter);
     EXPECT_TRUE(driver->get_error_archives());
     EXPECT_EQ(archive(Events), "1709373598,192,5.000000\n1709373601,0,5.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709373601);
+    EXPECT_EQ(progress().last_request_ERROR, 1709373601);
     EXPECT_EQ(state(), "end error archives");
     EXPECT_EQ(item("_DriverStatus"), "5");
 }
@@ -60,12 +60,12 @@ TEST_F(Km5Events, ReadingGoesOnFromTheHourOfTheLastEvent) {
     meter.store_event("2024-03-02 08:10:00", 0x81);
     meter.store_event("2024-03-02 09:10:00", 0x82);
     meter.store_event("2024-03-02 09:10:01", 0x83);
+    leave_archive(Events, "1709370600,192,2.000000\n");  // 09:10:00
     start_described(meter);
-    driver->last_request_ERROR[0] = 1709370600;  // 09:10:00
     driver->get_error_archives();
     EXPECT_EQ(asked(requests().at(2), 5), (std::vector<int>{0x34, 4, 0x02, 0x03, 0x24, 0x09}));
     EXPECT_EQ(indices(), (std::vector<int>{1, 2}));
-    EXPECT_EQ(archive(Events), "1709370601,192,3.000000\n");
+    EXPECT_EQ(archive(Events), "1709370600,192,2.000000\n1709370601,192,3.000000\n");
 }
 
 TEST_F(Km5Events, EventsOfOneSecondAreAllStoredWhenReadTogether) {
@@ -117,7 +117,7 @@ TEST_F(Km5Events, AnEventMoreThanAnHourAheadIsNotStoredButItsDateIsTaken) {
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(archive(Events), "1709373600,192,1.000000\n1709377500,192,2.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709379000) << "the last one read, stored or not";
+    EXPECT_EQ(progress().last_request_ERROR, 1709379000) << "the last one read, stored or not";
 }
 
 TEST_F(Km5Events, AnErasedEventIsNotStoredAndTheNextOneIs) {
@@ -138,7 +138,7 @@ TEST_F(Km5Events, BehindAnErasedLastEventTheOldDateIsKept) {
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(archive(Events), "1709366400,192,1.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 0) << "the last date read was none";
+    EXPECT_EQ(progress().last_request_ERROR, 0) << "the last date read was none";
 }
 
 TEST_F(Km5Events, AnEmptyLogOfEventsStoresNothing) {
@@ -158,7 +158,7 @@ TEST_F(Km5Events, ARingOfEventsThatHasTurnedIsReadOnFromZero) {
     EXPECT_EQ(indices(), (std::vector<int>{2, 3, 4, 0, 1}));
     EXPECT_EQ(archive(Events),
               "1709370120,0,2.000000\n1709370180,0,3.000000\n1709370240,0,4.000000\n1709370300,0,5.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709370300);
+    EXPECT_EQ(progress().last_request_ERROR, 1709370300);
 }
 
 TEST_F(Km5Events, ABoundThatCannotBeReadEndsTheReading) {
@@ -171,15 +171,15 @@ TEST_F(Km5Events, ABoundThatCannotBeReadEndsTheReading) {
         meter.misbehave_next(21, sim::km5_silence().on(51));
         EXPECT_FALSE(driver->get_error_archives()) << good;
         EXPECT_EQ(meter.requests(55), 0U);
-        EXPECT_EQ(driver->last_request_ERROR[0], 0);
+        EXPECT_EQ(progress().last_request_ERROR, 0);
     }
 }
 
 TEST_F(Km5Events, ADateThatIsNotAnsweredEndsTheReading) {
     sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 1);
+    leave_archive(Events, "1709370000,0,1.000000\n");
     start_described(meter);
-    driver->last_request_ERROR[0] = 1709370000;
     meter.misbehave_next(21, sim::km5_silence().on(52));
     EXPECT_FALSE(driver->get_error_archives());
     EXPECT_EQ(meter.requests(55), 0U);
@@ -205,7 +205,7 @@ TEST_F(Km5Events, AnEventThatCannotBeReadEndsTheReadingAndTheLastDateReadIsTaken
     driver->get_error_archives();
     EXPECT_EQ(meter.requests(55), 1U + 21 * 21);
     EXPECT_EQ(archive(Events), "1709370000,192,1.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709370000);
+    EXPECT_EQ(progress().last_request_ERROR, 1709370000);
     EXPECT_EQ(state(), "end error archives");
     driver->get_error_archives();
     EXPECT_EQ(archive(Events), "1709370000,192,1.000000\n1709371800,192,2.000000\n1709372400,192,3.000000\n");
@@ -215,12 +215,11 @@ TEST_F(Km5Events, TheEventsOfASubsystemStandInItsOwnFile) {
     sim::Km5Meter meter({.km56i = true, .subsystems = 2});
     meter.store_event("2024-03-02 09:00", 0x81, 1);
     start_described(meter, {.km56i = true, .systems = {"heat", "heat"}});
-    driver->subsystem = 1;
-    driver->get_netaddr_from_config();
     driver->get_error_archives();
     EXPECT_EQ(archive(Events, 2), "1709370000,192,1.000000\n");
     EXPECT_EQ(archive(Events, 1), "");
-    EXPECT_EQ(driver->last_request_ERROR, (KM5::PerSubsystem{0, 1709370000, 0}));
+    EXPECT_EQ(progress(0).last_request_ERROR, 0);
+    EXPECT_EQ(progress(1).last_request_ERROR, 1709370000);
 }
 
 TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
@@ -236,12 +235,12 @@ TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
 TEST_F(Km5Events, AnEventInSummerBehindOneInWinterIsDatedBySummerTime) {
     sim::Km5Meter meter;
     meter.store_event("2023-07-01 12:00", 0x81);
+    leave_archive(Events, "1673776800,192,1.000000\n");  // 2023-01-15
     start_described(meter);
     ::setenv("TZ", Berlin, 1);
     ::tzset();
-    driver->last_request_ERROR[0] = 1673776800;  // 2023-01-15
     driver->get_error_archives();
-    EXPECT_EQ(archive(Events), "1688205600,192,1.000000\n");
+    EXPECT_EQ(archive(Events), "1673776800,192,1.000000\n1688205600,192,1.000000\n");
 }
 
 TEST_F(Km5Events, TheReadingIsToldInTheMessagesLog) {

@@ -192,7 +192,7 @@ TEST_F(Km5Requests, AnAnswerOfOneByteIsAskedForAgain) {
 
 TEST_F(Km5Requests, SilenceIsNoAnswerEvenWhereTheSumsHold) {
     // To the address 0 the request of command 0 is sixteen zeros, and so are the sums that silence is checked against.
-    driver->netaddr = {};
+    start_driver({.serial = 100000000});
     meter.keep_silent().say(answer(0));
     EXPECT_TRUE(ask(0));
     EXPECT_EQ(meter.heard.size(), 2U);
@@ -256,7 +256,8 @@ TEST_F(Km5Requests, AFailedWriteCountsAsNoAnswer) {
 TEST_F(Km5Requests, TheAddressIsTakenFromTheDriverAtEachRequest) {
     meter.say(good).say(good);
     ask(8);
-    driver->netaddr = {1, 2, 3, 4};
+    set_serial(*driver, 4030201);
+    driver->get_netaddr_from_config();
     ask(8);
     EXPECT_EQ(meter.heard[1], km5_frames::request({1, 2, 3, 4}, 8));
 }
@@ -293,10 +294,10 @@ TEST_F(Km5Requests, ThePauseOfAllHoldsEveryDriver) {
 class Km5Address : public Km5Bench {
   protected:
     std::array<std::uint8_t, 4> of(unsigned serial, bool km56i = false, int subsystem = 0) {
-        start_driver({.serial = serial, .km56i = km56i});
-        driver->subsystem = subsystem;
+        start_driver({.serial = serial, .km56i = km56i, .systems = Texts(static_cast<std::size_t>(subsystem) + 1)});
+        driver->get_description();  // nobody answers, but the last system is at work then
         EXPECT_EQ(driver->get_netaddr_from_config(), 1);
-        return driver->netaddr;
+        return carried().netaddr;
     }
     using Bytes4 = std::array<std::uint8_t, 4>;
 };
@@ -313,10 +314,10 @@ TEST_F(Km5Address, DigitsBeyondTheEighthAreDropped) {
 }
 
 TEST_F(Km5Address, SerialZeroHasNoAddress) {
-    start_driver({.serial = 0});
-    driver->netaddr = {1, 2, 3, 4};
+    of(4030201);
+    set_serial(*driver, 0);
     EXPECT_EQ(driver->get_netaddr_from_config(), -1);
-    EXPECT_EQ(driver->netaddr, (Bytes4{1, 2, 3, 4}));
+    EXPECT_EQ(carried().netaddr, (Bytes4{1, 2, 3, 4})) << "the address of before";
     EXPECT_GE(logged("debug", "tc_tmp_sernum = 0, ERROR."), 1);
 }
 
