@@ -67,14 +67,6 @@ TEST(Km5Frame, ARequestIsAddressCommandArgumentsAndTwoSums) {
     EXPECT_EQ(req.CS2, 0x5B);
 }
 
-TEST(Km5Frame, TheLowestRequestIsSixteenZeros) {
-    KM5_request req;
-    init_request(req);
-    build_frame(req);
-    sync_send_buffer(req);
-    EXPECT_EQ(req.send_buf, Frame{});
-}
-
 TEST(Km5Frame, TheHighestRequestHasASumModulo256) {
     KM5_request req;
     init_request(req);
@@ -203,16 +195,6 @@ TEST(Km5Frame, FieldsBehindTheLongestAnswerAreZero) {
     EXPECT_EQ(fields, (std::array<std::uint8_t, 4>{0xFF, 0, 0, 0})) << "position 71 is the last";
 }
 
-TEST(Km5Frame, ABcdByteIsTensAndUnits) {
-    EXPECT_EQ(bcd_to_int(0x00), 0);
-    EXPECT_EQ(bcd_to_int(0x09), 9);
-    EXPECT_EQ(bcd_to_int(0x10), 10);
-    EXPECT_EQ(bcd_to_int(0x59), 59);
-    EXPECT_EQ(bcd_to_int(0x99), 99);
-    EXPECT_EQ(bcd_to_int(0x0A), 10) << "digits above nine are not refused";
-    EXPECT_EQ(bcd_to_int(0xFF), 165);
-}
-
 std::tm date_of(const std::array<std::uint8_t, 8>& block) {
     std::vector<std::uint8_t> bytes = {0, 0, 0, 0, 0x2C};
     bytes.insert(bytes.end(), block.begin(), block.end());
@@ -275,14 +257,6 @@ TEST(Km5Frame, DigitsThatDoNotFitAreDropped) {
     EXPECT_EQ(bcd_bytes(7, 0), (std::vector<int>{}));
 }
 
-TEST(Km5Frame, EveryNumberOfTwoDigitsComesBackFromBcd) {
-    for (std::uint32_t value = 0; value < 100; ++value) {
-        std::uint8_t byte = 0;
-        int_to_bcd(&byte, value, 1);
-        EXPECT_EQ(bcd_to_int(byte), static_cast<int>(value));
-    }
-}
-
 TEST(Km5Frame, AVersionIsADecimalNumberBehindBlanks) {
     EXPECT_EQ(parse_version(bytes_of("\t2.15")), 2.15F);
     EXPECT_EQ(parse_version(bytes_of("\t1.57")), 1.57F);
@@ -306,20 +280,6 @@ TEST(Km5Frame, FirmwareTwoPointTenIsHeldBelowTwoPointOne) {
     EXPECT_FALSE(static_cast<double>(parse_version(bytes_of("\t1.58"))) < 1.58);
     EXPECT_FALSE(static_cast<double>(parse_version(bytes_of("\t1.59"))) < 1.59);
     EXPECT_FALSE(static_cast<double>(parse_version(bytes_of("\t1.86"))) < 1.86);
-}
-
-TEST(Km5Frame, TheCommandsAreTheMetersOwn) {
-    EXPECT_EQ(CmdIdentity, 0);
-    EXPECT_EQ(CmdStatus, 8);
-    EXPECT_EQ(CmdVersion, 9);
-    EXPECT_EQ(CmdReadEeprom, 14);
-    EXPECT_EQ(CmdCurrent, 44);
-    EXPECT_EQ(CmdCurrentNewer, 123);
-    EXPECT_EQ(CmdIntegralsNewer, 95);
-    EXPECT_EQ(CmdArchiveBounds, 51);
-    EXPECT_EQ(CmdIndexByDate, 52);
-    EXPECT_EQ(CmdArchiveRecord, 65);
-    EXPECT_EQ(CmdErrorRecord, 55);
 }
 
 }  // namespace

@@ -128,14 +128,6 @@ TEST(Km5Tables, RecordValuesHaveTheirHourlyAndDailyFiles) {
     }
 }
 
-TEST(Km5Tables, TheFilesThatTellHowFarAMeterHasBeenRead) {
-    const std::vector<std::string> hourly(hourly_integrals.begin(), hourly_integrals.end());
-    const std::vector<std::string> daily(daily_integrals.begin(), daily_integrals.end());
-    EXPECT_EQ(hourly, (std::vector<std::string>{"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}));
-    EXPECT_EQ(daily, (std::vector<std::string>{"A29", "A32", "A34", "A40", "A42"}));
-    EXPECT_EQ(std::string(EventArchive), "_A57");
-}
-
 TEST(Km5Tables, ArchiveTypesHaveTextsAndAnUnknownOneIsHourly) {
     const char* const texts[] = {"Hourly", "Daily", "Monthly", "Yearly", "Errors_db"};
     for (int type = 0; type < 5; ++type) EXPECT_EQ(std::string(archive_type_name(type)), texts[type]);
