@@ -24,20 +24,24 @@ class Km5Walk : public Km5Bench {
         return all;
     }
     /// Hourly records of the hours up to and with ten o'clock, the oldest first.
-    static void store_hours(sim::Km5Meter& meter, int count) {
+    void store_hours(int count) {
         for (int i = count - 1; i >= 0; --i) meter.store_hourly({.at = Ten - i * Hour, .IM1 = static_cast<float>(i)});
+    }
+    KM5& start_with_hours(int count) {
+        store_hours(count);
+        return start_described(meter);
     }
     static std::vector<int> numbers(int first, int last) {
         std::vector<int> all;
         for (int i = first; i <= last; ++i) all.push_back(i);
         return all;
     }
+
+    sim::Km5Meter meter{{.model = 2}};
 };
 
 TEST_F(Km5Walk, AnUnreadArchiveIsReadFromItsFirstRecord) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 3);
-    start_described(meter);
+    start_with_hours(3);
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(archive("A12"), "1709366400,192,2.000000\n1709370000,192,1.000000\n1709373600,192,0.000000\n");
     EXPECT_EQ(progress().last_request_HOUR, Ten);
@@ -48,10 +52,8 @@ TEST_F(Km5Walk, AnUnreadArchiveIsReadFromItsFirstRecord) {
 }
 
 TEST_F(Km5Walk, AReadArchiveIsReadFromTheRecordOfTheRememberedHour) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 5);
     leave_hours_until(Ten - 2 * Hour);
-    start_described(meter);
+    start_with_hours(5);
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), (std::vector<int>{2, 3, 4}));
     EXPECT_EQ(archive("A12"), "1709370000,192,1.000000\n1709373600,192,0.000000\n")
@@ -61,26 +63,22 @@ TEST_F(Km5Walk, AReadArchiveIsReadFromTheRecordOfTheRememberedHour) {
 }
 
 TEST_F(Km5Walk, TheRememberedHourIsAskedForInLocalTime) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 1);
     leave_hours_until(Ten - 13 * Hour);  // 2024-03-01 21:00
-    start_described(meter);
+    start_with_hours(1);
     driver->get_archives(0);
     EXPECT_EQ(asked(requests().at(6), 5), (std::vector<int>{0x34, 0, 0x01, 0x03, 0x24, 0x21}));
 }
 
 TEST_F(Km5Walk, AllThatIsNewIsReadInOnePass) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 400);
-    start_described(meter);
+    start_with_hours(400);
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), numbers(0, 399));
 }
 
 TEST_F(Km5Walk, ARingThatHasTurnedIsReadToItsCountAndOnFromZero) {
     // 789 hours in a ring of 768: the oldest stands at 21, the newest at 20.
-    sim::Km5Meter meter({.model = 2, .capacity = {.hourly = 768}});
-    store_hours(meter, 789);
+    meter.swap_for({.model = 2, .capacity = {.hourly = 768}});
+    store_hours(789);
     leave_hours_until(meter.records(Km5Archive::Hourly).at(100).time);
     start_described(meter);
     EXPECT_TRUE(driver->get_archives(0));
@@ -93,18 +91,14 @@ TEST_F(Km5Walk, ARingThatHasTurnedIsReadToItsCountAndOnFromZero) {
 }
 
 TEST_F(Km5Walk, ARingTurnsOnlyOnce) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 6);
-    start_described(meter);
+    start_with_hours(6);
     meter.claim_bounds(Km5Archive::Hourly, sim::Km5Bounds{.flag = 0, .first = 2, .last = 1, .count = 3});
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), (std::vector<int>{2, 3, 0, 1}));
 }
 
 TEST_F(Km5Walk, ARingWhoseNewestRecordStandsAtZeroEndsThere) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 6);
-    start_described(meter);
+    start_with_hours(6);
     meter.claim_bounds(Km5Archive::Hourly, sim::Km5Bounds{.flag = 0, .first = 3, .last = 0, .count = 4});
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), (std::vector<int>{3, 4, 0}));
@@ -113,9 +107,7 @@ TEST_F(Km5Walk, ARingWhoseNewestRecordStandsAtZeroEndsThere) {
 }
 
 TEST_F(Km5Walk, ACountInFrontOfTheFirstIndexLeavesNothingToRead) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 6);
-    start_described(meter);
+    start_with_hours(6);
     meter.claim_bounds(Km5Archive::Hourly, sim::Km5Bounds{.flag = 0, .first = 5, .last = 4, .count = 2});
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), std::vector<int>{});
@@ -123,7 +115,6 @@ TEST_F(Km5Walk, ACountInFrontOfTheFirstIndexLeavesNothingToRead) {
 }
 
 TEST_F(Km5Walk, AnEmptyArchiveIsReadAtIndexZero) {
-    sim::Km5Meter meter({.model = 2});
     start_described(meter);
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(indices(), std::vector<int>{0});
@@ -132,9 +123,7 @@ TEST_F(Km5Walk, AnEmptyArchiveIsReadAtIndexZero) {
 }
 
 TEST_F(Km5Walk, AnEmptyArchiveWhoseIndexZeroHoldsASaneDateIsStored) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 1);
-    start_described(meter);
+    start_with_hours(1);
     meter.claim_bounds(Km5Archive::Hourly, sim::Km5Bounds{.flag = 0x80, .first = 0, .last = 0, .count = 0});
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(archive("A12"), "1709373600,192,0.000000\n");
@@ -142,8 +131,7 @@ TEST_F(Km5Walk, AnEmptyArchiveWhoseIndexZeroHoldsASaneDateIsStored) {
 }
 
 TEST_F(Km5Walk, AGapOfErasedMemoryIsPassedOver) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 5);
+    store_hours(5);
     meter.erase_record(Km5Archive::Hourly, 2);
     start_described(meter);
     EXPECT_TRUE(driver->get_archives(0));
@@ -152,8 +140,7 @@ TEST_F(Km5Walk, AGapOfErasedMemoryIsPassedOver) {
 }
 
 TEST_F(Km5Walk, AnUnknownTypeActsAsHourly) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 1);
+    store_hours(1);
     meter.store_event("2024-03-02 09:10:00", 0x81);
     start_described(meter);
     EXPECT_TRUE(driver->get_archives(9));
@@ -166,7 +153,7 @@ TEST_F(Km5Walk, AnUnknownTypeActsAsHourly) {
 }
 
 TEST_F(Km5Walk, EachSubsystemReadsItsOwnArchiveIntoItsOwnFiles) {
-    sim::Km5Meter meter({.km56i = true, .subsystems = 3});
+    meter.swap_for({.km56i = true, .subsystems = 3});
     meter.store_hourly({.at = Ten, .IM1 = 3.0F}, 2);
     start_described(meter, {.km56i = true, .systems = {"heat", "heat", "heat"}});
     EXPECT_TRUE(driver->get_archives(0)) << "of the last subsystem, which is at work";
@@ -182,10 +169,10 @@ TEST_F(Km5Walk, EachSubsystemReadsItsOwnArchiveIntoItsOwnFiles) {
 TEST_F(Km5Walk, ABoundThatCannotBeReadEndsThePassWithoutChange) {
     // Of the three questions for bounds the first, the second or the third is never answered.
     for (std::size_t good = 0; good < 3; ++good) {
-        sim::Km5Meter meter({.model = 2});
-        store_hours(meter, 2);
+        meter.swap_for({.model = 2});
+        meter.forget_requests();
         machine.disconnect_all(Port);
-        start_described(meter);
+        start_with_hours(2);
         meter.misbehave_next(good, sim::km5_good().on(51, 1));
         meter.misbehave_next(21, sim::km5_silence().on(51, 1));
         EXPECT_FALSE(driver->get_archives(1)) << good;
@@ -196,10 +183,8 @@ TEST_F(Km5Walk, ABoundThatCannotBeReadEndsThePassWithoutChange) {
 }
 
 TEST_F(Km5Walk, ADateThatIsNotAnsweredEndsThePassWithoutChange) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 2);
     leave_hours_until(Ten - Hour);
-    start_described(meter);
+    start_with_hours(2);
     meter.misbehave_next(21, sim::km5_silence().on(52));
     EXPECT_FALSE(driver->get_archives(0));
     EXPECT_EQ(meter.requests(65), 0U);
@@ -207,9 +192,7 @@ TEST_F(Km5Walk, ADateThatIsNotAnsweredEndsThePassWithoutChange) {
 }
 
 TEST_F(Km5Walk, ARecordThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 2);
-    start_described(meter);
+    start_with_hours(2);
     meter.misbehave_next(20 * 21, sim::km5_wrong_cs1().on(65));
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(meter.requests(65), 20U * 21 + 2);
@@ -217,9 +200,7 @@ TEST_F(Km5Walk, ARecordThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
 }
 
 TEST_F(Km5Walk, ARecordThatFailsOnceMoreEndsThePassAndNothingIsRemembered) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 3);
-    start_described(meter);
+    start_with_hours(3);
     meter.misbehave_next(1, sim::km5_good().on(65));
     meter.misbehave_next(21 * 21, sim::km5_silence().on(65));
     EXPECT_FALSE(driver->get_archives(0));
@@ -229,9 +210,7 @@ TEST_F(Km5Walk, ARecordThatFailsOnceMoreEndsThePassAndNothingIsRemembered) {
 }
 
 TEST_F(Km5Walk, APassThatFailedWritesItsRecordsOnceMoreAtTheNextTry) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 2);
-    start_described(meter);
+    start_with_hours(2);
     meter.misbehave_next(1, sim::km5_good().on(65));
     meter.misbehave_next(21 * 21, sim::km5_silence().on(65));
     EXPECT_FALSE(driver->get_archives(0));
@@ -240,9 +219,7 @@ TEST_F(Km5Walk, APassThatFailedWritesItsRecordsOnceMoreAtTheNextTry) {
 }
 
 TEST_F(Km5Walk, TheCounterOfFailuresBeginsAnewWithEachRecord) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 3);
-    start_described(meter);
+    start_with_hours(3);
     for (int i = 0; i < 3; ++i) {
         meter.misbehave_next(11 * 20, sim::km5_error().on(65));
         meter.misbehave_next(1, sim::km5_good().on(65));
@@ -252,9 +229,8 @@ TEST_F(Km5Walk, TheCounterOfFailuresBeginsAnewWithEachRecord) {
 }
 
 TEST_F(Km5Walk, AModelWithoutATableIsReadWithoutALineAndRememberedAllTheSame) {
-    sim::Km5Meter meter({.model = 2, .model_index = 255});
-    store_hours(meter, 2);
-    start_described(meter);
+    meter.swap_for({.model = 2, .model_index = 255});
+    start_with_hours(2);
     EXPECT_TRUE(driver->get_archives(0));
     EXPECT_EQ(meter.requests(65), 2U);
     EXPECT_EQ(archive_names(), std::vector<std::string>{"_EXISTS_FIRST_RECORD"});
@@ -262,8 +238,7 @@ TEST_F(Km5Walk, AModelWithoutATableIsReadWithoutALineAndRememberedAllTheSame) {
 }
 
 TEST_F(Km5Walk, APauseFlagHoldsTheReadingWhereItStandsAndItGoesOnThere) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 6);
+    store_hours(6);
     WatchedMeter watched(meter, [this](std::span<const std::uint8_t> request) {
         const bool third_record = request[4] == 65 && request[6] == 2;
         if (third_record && machine.sleeps().empty()) {
@@ -281,9 +256,7 @@ TEST_F(Km5Walk, APauseFlagHoldsTheReadingWhereItStandsAndItGoesOnThere) {
 }
 
 TEST_F(Km5Walk, AFileThatCannotBeOpenedLosesItsValueAndNoOther) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 1);
-    start_described(meter);
+    start_with_hours(1);
     scene.make_tree("m1");
     scene.write("/mnt/storage/m1/1/tc_archives/A14/in_the_way", "");
     EXPECT_TRUE(driver->get_archives(0));
@@ -293,9 +266,7 @@ TEST_F(Km5Walk, AFileThatCannotBeOpenedLosesItsValueAndNoOther) {
 }
 
 TEST_F(Km5Walk, TheWalkIsToldInTheMessagesLog) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 2);
-    start_described(meter);
+    start_with_hours(2);
     driver->get_archives(0);
     for (const char* line : {"Starts get archives. ", "Type: Hourly. ", "Archive date: 02.03.2024 10:00:00"}) {
         EXPECT_GE(logged_parts("messages", {line}), 1) << line;
@@ -312,7 +283,6 @@ TEST_F(Km5Walk, TheWalkIsToldInTheMessagesLog) {
 }
 
 TEST_F(Km5Walk, EachTypeIsNamedInTheLogAndHourlyAndDailyShowInTheStatus) {
-    sim::Km5Meter meter({.model = 2});
     start_described(meter);
     const char* const texts[] = {"Type: Hourly. ", "Type: Daily. ", "Type: Monthly. ", "Type: Yearly. ",
                                  "Type: Errors. "};
@@ -326,8 +296,7 @@ TEST_F(Km5Walk, EachTypeIsNamedInTheLogAndHourlyAndDailyShowInTheStatus) {
 }
 
 TEST_F(Km5Walk, WhileHourlyRecordsAreReadTheStatusIsThree) {
-    sim::Km5Meter meter({.model = 2});
-    store_hours(meter, 1);
+    store_hours(1);
     std::string seen;
     WatchedMeter watched(meter, [&](std::span<const std::uint8_t> request) {
         if (request[4] == 65) seen += item("_DriverStatus");

@@ -18,10 +18,11 @@ class Km5Events : public Km5Bench {
         }
         return all;
     }
+
+    sim::Km5Meter meter;
 };
 
 TEST_F(Km5Events, AnEventIsOneLineWithItsCodeAndItsStateAsQuality) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:59:58", 0x85);
     meter.store_event("2024-03-02 10:00:01", 0x05);
     start_described(meter);
@@ -33,7 +34,6 @@ TEST_F(Km5Events, AnEventIsOneLineWithItsCodeAndItsStateAsQuality) {
 }
 
 TEST_F(Km5Events, TheLowestAndTheHighestCode) {
-    sim::Km5Meter meter;
     int minute = 0;
     for (const int code : {0x00, 0x7F, 0x80, 0xFF}) {
         meter.store_event("2024-03-02 09:0" + std::to_string(minute++), static_cast<std::uint8_t>(code));
@@ -45,7 +45,6 @@ TEST_F(Km5Events, TheLowestAndTheHighestCode) {
 }
 
 TEST_F(Km5Events, AnEventIsAskedForByItsIndex) {
-    sim::Km5Meter meter;
     for (int i = 0; i < 3; ++i) meter.store_event("2024-03-02 09:00:00", 1);
     start_described(meter);
     driver->get_error_archives();
@@ -56,7 +55,6 @@ TEST_F(Km5Events, AnEventIsAskedForByItsIndex) {
 }
 
 TEST_F(Km5Events, ReadingGoesOnFromTheHourOfTheLastEvent) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 08:10:00", 0x81);
     meter.store_event("2024-03-02 09:10:00", 0x82);
     meter.store_event("2024-03-02 09:10:01", 0x83);
@@ -69,7 +67,6 @@ TEST_F(Km5Events, ReadingGoesOnFromTheHourOfTheLastEvent) {
 }
 
 TEST_F(Km5Events, EventsOfOneSecondAreAllStoredWhenReadTogether) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:10:00", 0x81);
     meter.store_event("2024-03-02 09:10:00", 0x02);
     start_described(meter);
@@ -78,7 +75,6 @@ TEST_F(Km5Events, EventsOfOneSecondAreAllStoredWhenReadTogether) {
 }
 
 TEST_F(Km5Events, AnHourlyPassReadsEventsBeforeAndAfterItsRecordsWithoutDoublingThem) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:10:00", 0x81);
     meter.store_hourly({.at = "2024-03-02 10:00"});
     start_described(meter);
@@ -89,7 +85,6 @@ TEST_F(Km5Events, AnHourlyPassReadsEventsBeforeAndAfterItsRecordsWithoutDoubling
 }
 
 TEST_F(Km5Events, AnEventThatHappensDuringAnHourlyPassIsReadAtItsEnd) {
-    sim::Km5Meter meter;
     meter.store_hourly({.at = "2024-03-02 10:00"});
     WatchedMeter watched(meter, [&](std::span<const std::uint8_t> request) {
         if (request[4] == 65) meter.store_event("2024-03-02 10:05:01", 0x81);
@@ -102,7 +97,6 @@ TEST_F(Km5Events, AnEventThatHappensDuringAnHourlyPassIsReadAtItsEnd) {
 }
 
 TEST_F(Km5Events, ADailyPassReadsNoEvents) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:10:00", 0x81);
     start_described(meter);
     driver->get_archives(1);
@@ -110,7 +104,6 @@ TEST_F(Km5Events, ADailyPassReadsNoEvents) {
 }
 
 TEST_F(Km5Events, AnEventMoreThanAnHourAheadIsNotStoredButItsDateIsTaken) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 10:00:00", 0x81);
     meter.store_event("2024-03-02 11:05:00", 0x82);  // an hour ahead of 10:05, no more
     meter.store_event("2024-03-02 11:30:00", 0x83);
@@ -121,7 +114,6 @@ TEST_F(Km5Events, AnEventMoreThanAnHourAheadIsNotStoredButItsDateIsTaken) {
 }
 
 TEST_F(Km5Events, AnErasedEventIsNotStoredAndTheNextOneIs) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 08:00:00", 0x81);
     meter.store_event("2024-03-02 09:00:00", 0x82);
     meter.erase_record(sim::Km5Archive::Errors, 0);
@@ -131,7 +123,6 @@ TEST_F(Km5Events, AnErasedEventIsNotStoredAndTheNextOneIs) {
 }
 
 TEST_F(Km5Events, BehindAnErasedLastEventTheOldDateIsKept) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 08:00:00", 0x81);
     meter.store_event("2024-03-02 09:00:00", 0x82);
     meter.erase_record(sim::Km5Archive::Errors, 1);
@@ -142,7 +133,6 @@ TEST_F(Km5Events, BehindAnErasedLastEventTheOldDateIsKept) {
 }
 
 TEST_F(Km5Events, AnEmptyLogOfEventsStoresNothing) {
-    sim::Km5Meter meter;
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(indices(), std::vector<int>{0});
@@ -151,7 +141,7 @@ TEST_F(Km5Events, AnEmptyLogOfEventsStoresNothing) {
 }
 
 TEST_F(Km5Events, ARingOfEventsThatHasTurnedIsReadOnFromZero) {
-    sim::Km5Meter meter({.capacity = {.errors = 4}});
+    meter.swap_for({.capacity = {.errors = 4}});
     for (int i = 0; i < 6; ++i) meter.store_event("2024-03-02 09:0" + std::to_string(i), static_cast<std::uint8_t>(i));
     start_described(meter);
     driver->get_error_archives();
@@ -163,7 +153,8 @@ TEST_F(Km5Events, ARingOfEventsThatHasTurnedIsReadOnFromZero) {
 
 TEST_F(Km5Events, ABoundThatCannotBeReadEndsTheReading) {
     for (std::size_t good = 0; good < 3; ++good) {
-        sim::Km5Meter meter;
+        meter.swap_for({});
+        meter.forget_requests();
         meter.store_event("2024-03-02 09:00", 1);
         machine.disconnect_all(Port);
         start_described(meter);
@@ -176,7 +167,6 @@ TEST_F(Km5Events, ABoundThatCannotBeReadEndsTheReading) {
 }
 
 TEST_F(Km5Events, ADateThatIsNotAnsweredEndsTheReading) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 1);
     leave_archive(Events, "1709370000,0,1.000000\n");
     start_described(meter);
@@ -186,7 +176,6 @@ TEST_F(Km5Events, ADateThatIsNotAnsweredEndsTheReading) {
 }
 
 TEST_F(Km5Events, AnEventThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x81);
     start_described(meter);
     meter.misbehave_next(20 * 21, sim::km5_wrong_echo().on(55));
@@ -195,7 +184,6 @@ TEST_F(Km5Events, AnEventThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
 }
 
 TEST_F(Km5Events, AnEventThatCannotBeReadEndsTheReadingAndTheLastDateReadIsTaken) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x81);
     meter.store_event("2024-03-02 09:30", 0x82);
     meter.store_event("2024-03-02 09:40", 0x83);
@@ -212,7 +200,7 @@ TEST_F(Km5Events, AnEventThatCannotBeReadEndsTheReadingAndTheLastDateReadIsTaken
 }
 
 TEST_F(Km5Events, TheEventsOfASubsystemStandInItsOwnFile) {
-    sim::Km5Meter meter({.km56i = true, .subsystems = 2});
+    meter.swap_for({.km56i = true, .subsystems = 2});
     meter.store_event("2024-03-02 09:00", 0x81, 1);
     start_described(meter, {.km56i = true, .systems = {"heat", "heat"}});
     driver->get_error_archives();
@@ -223,7 +211,6 @@ TEST_F(Km5Events, TheEventsOfASubsystemStandInItsOwnFile) {
 }
 
 TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
-    sim::Km5Meter meter;
     meter.store_event("2024-01-15 12:00", 0x81);
     start_described(meter);
     ::setenv("TZ", Berlin, 1);
@@ -233,7 +220,6 @@ TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
 }
 
 TEST_F(Km5Events, AnEventInSummerBehindOneInWinterIsDatedBySummerTime) {
-    sim::Km5Meter meter;
     meter.store_event("2023-07-01 12:00", 0x81);
     leave_archive(Events, "1673776800,192,1.000000\n");  // 2023-01-15
     start_described(meter);
@@ -244,7 +230,6 @@ TEST_F(Km5Events, AnEventInSummerBehindOneInWinterIsDatedBySummerTime) {
 }
 
 TEST_F(Km5Events, TheReadingIsToldInTheMessagesLog) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x85);
     start_described(meter);
     driver->get_error_archives();
@@ -264,7 +249,6 @@ TEST_F(Km5Events, TheReadingIsToldInTheMessagesLog) {
 }
 
 TEST_F(Km5Events, TheStateFileSaysThatEventsAreRead) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x85);
     std::string seen;
     WatchedMeter watched(meter, [&](std::span<const std::uint8_t> request) {
