@@ -10,7 +10,6 @@
 namespace {
 
 using km5_frames::answer;
-using km5_frames::with_sums;
 using sim::ByteVector;
 
 class Km5Requests : public Km5Bench {

@@ -30,8 +30,7 @@ class KM5 final : public HCDBaseDriver {
 
     /// What one reading leaves for the next, and why it must.
     struct Carried {
-        KM5_meter
-            meter;  ///< asked for once; a description that breaks off keeps what it has learned, and what was known
+        KM5_meter meter;                  ///< asked for once; a description that breaks off keeps what was known
         bool has_description = false;     ///< a meter that is refused later keeps the description that it has
         int subsystem = 0;                ///< at work, 0..2: between passes the probe goes to the one read last
         KM5_netaddr netaddr{};            ///< stays while getModel finds out whether it is the address of a KM5-6i

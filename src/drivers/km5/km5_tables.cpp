@@ -225,6 +225,6 @@ std::size_t archive_index(int type) {
 }
 
 const char* archive_type_name(int type) {
-    constexpr std::array<const char*, 5> Names = {"Hourly", "Daily", "Monthly", "Yearly", "Errors_db"};
+    constexpr const char* Names[] = {"Hourly", "Daily", "Monthly", "Yearly", "Errors_db"};
     return Names[archive_index(type)];
 }

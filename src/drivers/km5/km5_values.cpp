@@ -27,9 +27,7 @@ void KM5::gen_pack_current(KM5_pack& pack) {
     log_line(messages_log.get(), "Start generate pack with commands. ");
     pack.requests.clear();
     const auto add = [&pack](std::uint8_t cmd, int page) {
-        init_request(pack.requests.emplace_back());
-        pack.requests.back().cmd = cmd;
-        pack.requests.back().data[0] = static_cast<std::uint8_t>(page);
+        pack.requests.push_back({.cmd = cmd, .data = {static_cast<std::uint8_t>(page)}});
     };
     for (int page = 0; page < CurrentPages; ++page) add(CmdCurrent, page);
     add(CmdCurrentNewer, 0);
