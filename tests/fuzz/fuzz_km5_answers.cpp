@@ -15,11 +15,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <deque>
 #include <filesystem>
 #include <limits>
-#include <numeric>
+#include <utility>
 
 #include "archive/archive_holder.h"
+#include "core/files.h"
 #include "core/local_time.h"
 #include "drivers/km5/km5.h"
 #include "fuzz_ground.h"
@@ -50,6 +52,9 @@ class ScriptedLine final : public FuzzGateway {
     ScriptedLine(const std::string& root, FuzzInput& input, int most_exchanges)
         : FuzzGateway(root), input_(input), exchanges_left_(most_exchanges) {}
 
+    /// Payloads of the answers that come in front of the input's.
+    void answer_first(std::deque<std::vector<std::uint8_t>> payloads) { first_ = std::move(payloads); }
+
     ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> request) override {
         expect(request.size() == RequestBytes, "a request has 16 bytes");
         if (exchanges_left_-- == 0) throw RunEnded{};
@@ -67,6 +72,13 @@ class ScriptedLine final : public FuzzGateway {
 
   private:
     std::vector<std::uint8_t> next_answer(std::span<const std::uint8_t> request) {
+        std::vector<std::uint8_t> frame(request.begin(), request.begin() + 5);
+        if (!first_.empty()) {
+            frame.insert(frame.end(), first_.front().begin(), first_.front().end());
+            first_.pop_front();
+            append_sums(frame);
+            return frame;
+        }
         if (silent_ > 0) {
             --silent_;
             return {};
@@ -77,13 +89,10 @@ class ScriptedLine final : public FuzzGateway {
             silent_ = head - 0xE0;
             return {};
         }
-        std::vector<std::uint8_t> frame;
         if (head >= 0x80 && head < 0xD0) {
             const auto bytes = input_.bytes(head - 0x80U);
-            frame.assign(bytes.begin(), bytes.end());
-            return frame;
+            return {bytes.begin(), bytes.end()};
         }
-        frame.assign(request.begin(), request.begin() + 5);
         if (head >= 0xD0) {
             frame[4] = ErrorCodes[head % ErrorCodes.size()];
         } else {
@@ -95,6 +104,7 @@ class ScriptedLine final : public FuzzGateway {
     }
 
     FuzzInput& input_;
+    std::deque<std::vector<std::uint8_t>> first_;
     std::vector<std::uint8_t> answer_;
     std::size_t read_ = 0;
     int silent_ = 0;
@@ -117,21 +127,32 @@ struct Scene {
     bool is_att() const { return (flags & 0x40) != 0; }
     bool is_patient() const { return (flags & 0x80) != 0; }
 
-    void prepare(KM5& driver) const {
+    /// What an earlier run has left in the files.
+    void leave_files() const {
+        if (!has_files() || !has_read_before()) return;
+        const std::string line = std::to_string(newest_record) + ",192,1.000000\n";
+        for (int n = 1; n <= KM5::MaxSubsystems; ++n) {
+            for (const char* name : {"A1", "A29", "_A57"}) {
+                append_file(archive_path(FuzzUuid, n, "tc_archives", name), line);
+            }
+        }
+    }
+
+    void prepare(KM5& driver, ScriptedLine& line) const {
         MeterSettings settings{.tc_sernum = 12345678, .subsystem_count = km56i() ? 3 : 1};
         settings.system_type.fill(system_type);
         driver.take_settings(settings);
         driver.set_tty_fd(Descriptor);
-        driver.isATT = is_att();
-        if (is_described()) {
-            driver.model = model % 9;  // 1 to 7 are models
-            driver.version = static_cast<float>(version) / 64.0F;
-        }
-        if (!has_read_before()) return;
-        for (auto* last : {&driver.last_request_HOUR, &driver.last_request_DAY, &driver.last_request_MONTH,
-                           &driver.last_request_YEAR, &driver.last_request_ERROR}) {
-            last->fill(newest_record);
-        }
+        if (!is_described() && !is_att()) return;
+        const auto index = static_cast<std::uint8_t>(model % 9 - 1);  // 0 to 6 are models
+        const std::string letters = is_att() ? "ATT3" : km56i() ? "KM5I" : "KM52";
+        std::string text = std::to_string(version / 64.0F).substr(0, 4) + std::string(2, '\0') + letters;
+        const std::vector<std::uint8_t> told(text.begin(), text.end());
+        line.answer_first({{0, 0, 0, 0, index}, told});
+        driver.getModel();
+        line.answer_first({told});
+        if (is_described()) driver.get_version();
+        line.answer_first({});
     }
 
     std::uint8_t flags;
@@ -168,45 +189,56 @@ void check_decoders(FuzzInput& input) {
     expect(isError(req) == (std::count(ErrorCodes.begin(), ErrorCodes.end(), req.recv_buf[4]) != 0),
            "four codes are error answers");
 
-    std::tm tm{};
-    take_date_block(req, tm);
+    std::tm tm = decode_date(req.recv_buf);
     expect(tm.tm_mday >= 0 && tm.tm_mday <= 165 && tm.tm_mon >= -1 && tm.tm_mon <= 164, "a nibble is at most 15");
     expect(tm.tm_year >= 100 && tm.tm_year <= 265, "a year belongs to this century, or the next");
-    tm.tm_isdst = -1;
     const std::time_t time = make_time(tm);
     expect(time >= std::numeric_limits<std::int32_t>::min() && time <= std::numeric_limits<std::int32_t>::max(),
            "a date fits 32 bits or is -1");
 
-    for (int position = 0; position < 256; position += 5) {
-        answer_float(position, req);
-        const int word = answer_u16(position, req);
-        expect((word & 0xFF) == answer_byte(position, req), "a word begins with its low byte");
+    const Bytes answer = Bytes(req.recv_buf).first(req.RcvLng);
+    const int mode = decode_status(answer).TSMode;
+    expect(mode >= 0 && mode <= 4, "TSMode is 0 to 4");
+    const KM5_bounds bounds = decode_bounds(answer);
+    for (const int word : {bounds.first, bounds.last, bounds.count, decode_index(answer)}) {
+        expect(word >= 0 && word <= 65535, "an index has sixteen bits");
     }
+    expect(decode_event(answer).code <= 127, "a code has seven bits");
+    const KM5_meter meter{.model = req.data[0] % 9, .version = 3.0F};
+    decode_page(req.cmd, 0, answer, meter, true);
+    const KM5_sorted sorted = sort_record(decode_record(answer), meter.model, false);
+    expect(sorted.totals.size() + sorted.averages.size() <= 12, "two positions belong to no model");
     std::array<std::uint8_t, 5> text{};
     answer_bytes(1, 5, text.data(), req);
     expect(std::isfinite(parse_version(text)), "a version is a number");
 }
 
 struct Marks {
-    explicit Marks(const KM5& driver)
-        : hour(driver.last_request_HOUR), day(driver.last_request_DAY), event(driver.last_request_ERROR) {}
+    explicit Marks(const KM5& driver) : marks{driver.get_progress(0), driver.get_progress(1), driver.get_progress(2)} {}
 
     void check(const KM5& driver, std::time_t now) const {
-        for (std::size_t s = 0; s < hour.size(); ++s) {
-            expect(driver.last_request_HOUR[s] >= hour[s] && driver.last_request_DAY[s] >= day[s] &&
-                       driver.last_request_ERROR[s] >= event[s],
+        for (int s = 0; s < KM5::MaxSubsystems; ++s) {
+            const KM5Progress& before = marks[s];
+            const KM5Progress& after = driver.get_progress(s);
+            expect(after.last_request_HOUR >= before.last_request_HOUR &&
+                       after.last_request_DAY >= before.last_request_DAY &&
+                       after.last_request_ERROR >= before.last_request_ERROR,
                    "what has been read is not forgotten");
-            expect(driver.last_request_HOUR[s] <= std::max(hour[s], now + 3600), "no hour of the future is read");
-            expect(driver.last_request_DAY[s] <= std::max(day[s], now + 86400), "no day of the future is read");
+            expect(after.last_request_HOUR <= std::max(before.last_request_HOUR, now + 3600),
+                   "no hour of the future is read");
+            expect(after.last_request_DAY <= std::max(before.last_request_DAY, now + 86400),
+                   "no day of the future is read");
         }
     }
 
-    KM5::PerSubsystem hour, day, event;
+    KM5Progress marks[KM5::MaxSubsystems];
 };
 
 void operate(KM5& driver, FuzzInput& input) {
     float value = 0.0F;
     KM5_pack pack;
+    KM5_status status;
+    MeterSettings settings = driver.settings();
     switch (input.byte() % 15) {
         case 0:
             check_decoders(input);
@@ -218,12 +250,11 @@ void operate(KM5& driver, FuzzInput& input) {
             driver.get_version();
             break;
         case 3:
-            driver.get_status();
+            driver.get_status(status);
             break;
         case 4:
             driver.get_all_current_values();
             driver.flush_instant_data();
-            expect(driver.instant_values.empty(), "values are published once");
             break;
         case 5:
             driver.get_archives(ArchiveHourly);
@@ -256,7 +287,9 @@ void operate(KM5& driver, FuzzInput& input) {
             driver.run_main();
             break;
         default:
-            driver.subsystem = input.byte() % KM5::MaxSubsystems;
+            // The next description or pass ends at another subsystem.
+            settings.subsystem_count = 1 + input.byte() % KM5::MaxSubsystems;
+            driver.take_settings(settings);
             break;
     }
 }
@@ -285,16 +318,17 @@ void check_archives() {
     }
 }
 
-void run(const Scene& scene, FuzzInput& input) {
+void run(const Scene& scene, ScriptedLine& line, FuzzInput& input) {
+    scene.leave_files();
     KM5 driver(FuzzUuid, scene.km56i(), scene.att_must_be());
-    scene.prepare(driver);
+    scene.prepare(driver, line);
     try {
         while (!input.empty()) {
             const Marks marks(driver);
             operate(driver, input);
             marks.check(driver, gateway().now());
-            expect(driver.subsystem >= 0 && driver.subsystem < KM5::MaxSubsystems, "there are three subsystems");
-            for (const int mode : driver.TSMode) expect(mode >= -1 && mode <= 4, "TSMode is -1 to 4");
+            const int subsystem = driver.get_carried().subsystem;
+            expect(subsystem >= 0 && subsystem < KM5::MaxSubsystems, "there are three subsystems");
         }
     } catch (const RunEnded&) {
         return;
@@ -314,7 +348,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     use_time_zone(scene.has_summer_time() ? "EET-2EEST,M3.5.0/3,M10.5.0/4" : "UTC0");
     ScriptedLine line(scene.has_files() ? full_root() : empty_root(), input,
                       scene.is_patient() ? MostOfPatientScene : MostExchanges);
-    run(scene, input);
+    run(scene, line, input);
     if (!scene.has_files()) return 0;
     check_archives();
     empty_directories();

@@ -22,6 +22,13 @@ class Km5Lines : public Km5Bench {
         }
         return all;
     }
+    /// A new driver reads the archive.
+    void read(int type, const Km5Setup& setup = {}) {
+        start_described(meter, setup);
+        ASSERT_TRUE(driver->get_archives(type));
+    }
+
+    sim::Km5Meter meter{{.model = 6}};
 };
 
 const sim::Km5Record Record = {.at = "2024-03-02 10:00",
@@ -47,10 +54,9 @@ sim::Km5Record dated(const char* at) {
 }
 
 TEST_F(Km5Lines, AnHourlyRecordOfModel2IsTenLinesAndItsAveragesAreAnHourEarlier) {
-    sim::Km5Meter meter({.model = 2});
+    meter.swap_for({.model = 2});
     meter.store_hourly(Record);
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(lines(), (std::vector<std::string>{"A1 1709373600,192,13.000000\n", "A12 1709373600,192,8.000000\n",
                                                  "A14 1709373600,192,9.000000\n", "A17 1709370000,192,2.000000\n",
                                                  "A18 1709370000,192,3.000000\n", "A20 1709370000,192,5.000000\n",
@@ -59,10 +65,9 @@ TEST_F(Km5Lines, AnHourlyRecordOfModel2IsTenLinesAndItsAveragesAreAnHourEarlier)
 }
 
 TEST_F(Km5Lines, ADailyRecordsAveragesAreADayEarlier) {
-    sim::Km5Meter meter({.model = 2});
+    meter.swap_for({.model = 2});
     meter.store_daily(dated("2024-03-02 00:00"));
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(1));
+    read(1);
     EXPECT_EQ(lines(), (std::vector<std::string>{"A29 1709337600,192,13.000000\n", "A32 1709337600,192,14.000000\n",
                                                  "A34 1709337600,192,11.000000\n", "A36 1709337600,192,12.000000\n",
                                                  "A40 1709337600,192,8.000000\n", "A42 1709337600,192,9.000000\n",
@@ -74,50 +79,46 @@ TEST_F(Km5Lines, AMonthlyOrYearlyRecordKeepsItsNamesAndOneDate) {
     for (const int type : {2, 3}) {
         scene.remove("/mnt/storage/m1");
         scene.make_tree(Uuid);
-        sim::Km5Meter meter({.model = 6});
+        meter.swap_for({.model = 6});
+        meter.forget_requests();
         meter.store_monthly(dated("2024-01-01 00:00"));
         meter.store_yearly(dated("2024-01-01 00:00"));
         machine.disconnect_all(Port);
-        start_described(meter);
-        ASSERT_TRUE(driver->get_archives(type));
+        read(type);
         EXPECT_EQ(lines(), (std::vector<std::string>{"IM1 1704067200,192,8.000000\n", "IM2 1704067200,192,9.000000\n",
                                                      "IQ 1704067200,192,13.000000\n", "IT 1704067200,192,14.000000\n",
                                                      "P1 1704067200,192,2.000000\n", "P2 1704067200,192,3.000000\n",
                                                      "T1 1704067200,192,5.000000\n", "T2 1704067200,192,6.000000\n"}));
         EXPECT_EQ(meter.requests(55), 0U) << "events are read with the hourly archive";
     }
-    EXPECT_EQ(driver->last_request_MONTH[0], 0);
-    EXPECT_EQ(driver->last_request_YEAR[0], 1704067200);
+    EXPECT_EQ(progress().last_request_MONTH, 0);
+    EXPECT_EQ(progress().last_request_YEAR, 1704067200);
 }
 
 TEST_F(Km5Lines, OnHotWaterModel1StoresT2AndP2UnderThirdNames) {
-    sim::Km5Meter meter({.model = 1});
+    meter.swap_for({.model = 1});
     meter.store_hourly(Record);
-    start_described(meter, {.systems = {"gvs1"}});
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0, {.systems = {"gvs1"}});
     EXPECT_EQ(archive("A19"), "1709370000,192,3.000000\n");
     EXPECT_EQ(archive("A22"), "1709370000,192,6.000000\n");
     EXPECT_EQ(archive("A18") + archive("A21"), "");
 }
 
 TEST_F(Km5Lines, OnHotWaterAnotherModelKeepsItsNames) {
-    sim::Km5Meter meter({.model = 2});
+    meter.swap_for({.model = 2});
     meter.store_hourly(Record);
-    start_described(meter, {.systems = {"gvs1"}});
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0, {.systems = {"gvs1"}});
     EXPECT_EQ(archive("A18"), "1709370000,192,3.000000\n");
     EXPECT_EQ(archive("A19") + archive("A22"), "");
 }
 
 TEST_F(Km5Lines, AModel7StoresT3OnHotWaterOnly) {
-    sim::Km5Meter meter({.km56i = true, .subsystems = 2});
+    meter.swap_for({.km56i = true, .subsystems = 2});
     meter.store_hourly(Record, 0);
     meter.store_hourly(Record, 1);
     start_described(meter, {.km56i = true, .systems = {"gvs", "heat"}});
-    for (driver->subsystem = 0; driver->subsystem < 2; ++driver->subsystem) {
-        driver->get_netaddr_from_config();
-        ASSERT_TRUE(driver->get_archives(0));
-    }
+    machine.sleep(1801);
+    run();
     EXPECT_EQ(archive("A22", 1), "1709370000,192,7.000000\n");
     EXPECT_EQ(archive("A22", 2), "");
     EXPECT_EQ(archive("A21", 2), "1709370000,192,6.000000\n");
@@ -125,19 +126,17 @@ TEST_F(Km5Lines, AModel7StoresT3OnHotWaterOnly) {
 }
 
 TEST_F(Km5Lines, Model3sSecondVolumeGoesToTheThirdFile) {
-    sim::Km5Meter meter({.model = 3});
+    meter.swap_for({.model = 3});
     meter.store_hourly(Record);
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A10"), "1709373600,192,12.000000\n");
     EXPECT_EQ(archive("A8"), "");
 }
 
 TEST_F(Km5Lines, ValuesAreWrittenWithSixDigitsOfTheirSinglePrecision) {
-    sim::Km5Meter meter({.model = 2});
+    meter.swap_for({.model = 2});
     meter.store_hourly({.at = "2024-03-02 10:00", .P1 = -0.1F, .T1 = 1e10F, .IM1 = 16777217.0F});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A17"), "1709370000,192,-0.100000\n");
     EXPECT_EQ(archive("A20"), "1709370000,192,10000000000.000000\n");
     EXPECT_EQ(archive("A12"), "1709373600,192,16777216.000000\n");
@@ -146,57 +145,45 @@ TEST_F(Km5Lines, ValuesAreWrittenWithSixDigitsOfTheirSinglePrecision) {
 // ---- dates that are passed over
 
 TEST_F(Km5Lines, AnHourlyRecordMoreThanAnHourAheadIsPassedOverAndTheReadingGoesOn) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2024-03-02 09:00", "2024-03-02 11:06:30", "2024-03-02 11:05:00", "2024-03-02 10:00"}) {
         meter.store_hourly({.at = at});
     }
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A12"), "1709370000,192,0.000000\n1709377500,192,0.000000\n1709373600,192,0.000000\n");
 }
 
 TEST_F(Km5Lines, ADailyRecordMoreThanADayAheadIsPassedOver) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2024-03-04 00:00", "2024-03-03 10:05:00", "2024-03-02 00:00"})
         meter.store_daily({.at = at});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(1));
+    read(1);
     EXPECT_EQ(archive("A40"), "1709460300,192,0.000000\n1709337600,192,0.000000\n");
 }
 
 TEST_F(Km5Lines, AMonthlyRecordMayLieInTheFuture) {
-    sim::Km5Meter meter({.model = 6});
     meter.store_monthly({.at = "2030-01-01 00:00"});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(2));
+    read(2);
     EXPECT_EQ(archive("IM1"), "1893456000,192,0.000000\n");
 }
 
 TEST_F(Km5Lines, TheDateOfTheRecordStoredLastIsRemembered) {
-    sim::Km5Meter meter({.model = 6});
     meter.store_hourly({.at = "2024-03-02 10:00"});
     meter.store_hourly({.at = "2024-03-02 08:00"});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
-    EXPECT_EQ(driver->last_request_HOUR[0], 1709366400);
+    read(0);
+    EXPECT_EQ(progress().last_request_HOUR, 1709366400);
 }
 
 TEST_F(Km5Lines, ANonsenseDateIsPassedOver) {
-    sim::Km5Meter meter({.model = 6});
     meter.store_hourly({.at = "2024-03-02 08:00"});
     meter.misbehave_next(1, sim::km5_erased().on(65));
     meter.store_hourly({.at = "2024-03-02 09:00"});
     meter.store_hourly({.at = "2024-03-02 10:00"});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A12"), "1709370000,192,0.000000\n1709373600,192,0.000000\n");
 }
 
 TEST_F(Km5Lines, ADateThatNoCalendarHoldsIsCarriedOver) {
-    sim::Km5Meter meter({.model = 6});
     meter.store_hourly({.at = "2024-02-30 25:00"});  // the 1st of March, and one hour of the 2nd
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A12"), "1709341200,192,0.000000\n");
 }
 
@@ -211,7 +198,6 @@ class Km5Ahead : public Km5Lines {
         machine.connect(Port, held);
     }
 
-    sim::Km5Meter meter{{.model = 6}};
     WatchedMeter held{meter, [this](std::span<const std::uint8_t> request) {
                           const bool reads = request[4] == 65 || request[4] == 55;
                           if (reads) machine.step_clock(static_cast<double>(Now) - machine.seconds());
@@ -248,23 +234,19 @@ class Km5Edge2038 : public Km5Lines {
 };
 
 TEST_F(Km5Edge2038, RecordsBeyondTheEdgeOf2038ArePassedOver) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2038-01-19 02:00", "2038-01-19 03:00", "2038-01-19 03:14:07", "2038-01-19 03:14:08",
                            "2038-01-19 04:00", "2099-12-31 23:00"}) {
         meter.store_hourly({.at = at});
     }
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A12"), "2147479200,192,0.000000\n2147482800,192,0.000000\n2147483647,192,0.000000\n");
-    EXPECT_EQ(driver->last_request_HOUR[0], 2147483647);
+    EXPECT_EQ(progress().last_request_HOUR, 2147483647);
 }
 
 TEST_F(Km5Edge2038, DailyRecordsBeyondTheEdgeOf2038ArePassedOver) {
-    sim::Km5Meter meter({.model = 6});
     meter.store_daily({.at = "2038-01-19 00:00"});
     meter.store_daily({.at = "2038-01-20 00:00"});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(1));
+    read(1);
     EXPECT_EQ(archive("A40"), "2147472000,192,0.000000\n");
     EXPECT_EQ(archive("A45"), "2147385600,192,0.000000\n");
 }
@@ -277,21 +259,17 @@ class Km5Spring : public Km5Lines {
 };
 
 TEST_F(Km5Spring, TheAveragesOfTheDayOf23HoursAreDatedAtItsMidnight) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2024-03-31 00:00", "2024-04-01 00:00", "2024-04-02 00:00"}) meter.store_daily({.at = at});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(1));
+    read(1);
     EXPECT_EQ(archive("A40"), "1711839600,192,0.000000\n1711922400,192,0.000000\n1712008800,192,0.000000\n");
     EXPECT_EQ(archive("A45"), "1711753200,192,0.000000\n1711839600,192,0.000000\n1711922400,192,0.000000\n")
         << "midnights of the 30th, the 31st and the 1st";
 }
 
 TEST_F(Km5Spring, TheHourBehindTheGapHasItsAveragesAtTheHourInFrontOfIt) {
-    sim::Km5Meter meter({.model = 6});
     meter.store_hourly({.at = "2024-03-31 01:00"});
     meter.store_hourly({.at = "2024-03-31 03:00"});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     EXPECT_EQ(archive("A12"), "1711843200,192,0.000000\n1711846800,192,0.000000\n");
     EXPECT_EQ(archive("A17"), "1711839600,192,0.000000\n1711843200,192,0.000000\n");
 }
@@ -302,10 +280,8 @@ class Km5Autumn : public Km5Lines {
 };
 
 TEST_F(Km5Autumn, TheAveragesOfTheDayOf25HoursAreDatedOneHourBeforeItsEnd) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2024-10-27 00:00", "2024-10-28 00:00", "2024-10-29 00:00"}) meter.store_daily({.at = at});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(1));
+    read(1);
     EXPECT_EQ(archive("A40"), "1729980000,192,0.000000\n1730070000,192,0.000000\n1730156400,192,0.000000\n");
     // A day back from the 28th is 01:00 of the 27th, by summer time. Midnight of the day after it, still by summer
     // time, is 23:00 of the 27th.
@@ -313,12 +289,10 @@ TEST_F(Km5Autumn, TheAveragesOfTheDayOf25HoursAreDatedOneHourBeforeItsEnd) {
 }
 
 TEST_F(Km5Autumn, BothRecordsOfTheDoubledHourAreStored) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2024-10-27 01:00", "2024-10-27 02:00", "2024-10-27 02:00", "2024-10-27 03:00"}) {
         meter.store_hourly({.at = at});
     }
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(0));
+    read(0);
     const std::string totals = archive("A12");
     EXPECT_EQ(std::count(totals.begin(), totals.end(), '\n'), 4);
     EXPECT_TRUE(totals.starts_with("1729983600,192,0.000000\n")) << totals;
@@ -338,10 +312,8 @@ class Km5Moscow : public Km5Lines {
 };
 
 TEST_F(Km5Moscow, TheLastChangesOfMoscowTimeMoveTheAveragesOfTheirDays) {
-    sim::Km5Meter meter({.model = 6});
     for (const char* at : {"2010-03-29 00:00", "2011-03-28 00:00", "2014-10-27 00:00"}) meter.store_daily({.at = at});
-    start_described(meter);
-    ASSERT_TRUE(driver->get_archives(1));
+    read(1);
     EXPECT_EQ(archive("A40"), "1269806400,192,0.000000\n1301256000,192,0.000000\n1414357200,192,0.000000\n");
     // Into summer time, and into the time that was meant to stay for ever: midnight of the day before. Back for good in
     // 2014, without summer time on either side: a day back is 01:00, and midnight of the day after it the record's own.

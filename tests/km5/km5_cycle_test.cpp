@@ -33,13 +33,10 @@ class Km5Cycle : public Km5Bench {
         machine.sleep(1801);
         driver->run_main();
     }
-    /// A poll that finds the archives read so far, and the meter's clock last seen like this.
-    void compare(std::time_t clock, std::time_t hour, std::time_t day) {
-        driver->param_MDateTime = clock;
-        driver->last_request_HOUR[0] = hour;
-        driver->last_request_DAY[0] = day;
-        meter.misbehave_next(21, sim::km5_silence().on(44, 0));
-        driver->run_main();
+    /// What an earlier run has left in the files of system `n`.
+    void leave_read(std::time_t hour, std::time_t day, int n = 1) {
+        leave_hours_until(hour, n);
+        leave_archive("A40", stored_line(day, 192, 0) + "\n", n);
     }
 
     sim::Km5Meter meter{{.model = 2}};
@@ -162,10 +159,10 @@ TEST_F(Km5Cycle, WithoutASerialNumberThePassEndsAtOnce) {
 
 TEST_F(Km5Cycle, AMeterThatIsNoKm56iIsReadAsOneSystemWhateverIsConfigured) {
     start_described(meter, {.systems = {"heat", "gvs", "heat"}});
-    driver->subsystem = 2;
+    EXPECT_EQ(carried().subsystem, 2);
     driver->run_main();
     EXPECT_EQ(requests().size(), 12U);
-    EXPECT_EQ(driver->subsystem, 0);
+    EXPECT_EQ(carried().subsystem, 0);
     EXPECT_EQ(item("_DriverStatus", 2), "(none)");
 }
 
@@ -173,6 +170,9 @@ class Km56iCycle : public Km5Cycle {
   protected:
     Km56iCycle() { meter.swap_for({.km56i = true, .subsystems = 3}); }
 
+    void set_systems(int count) {
+        reconfigure(*driver, [count](MeterSettings& settings) { settings.subsystem_count = count; });
+    }
     std::vector<unsigned> asked_subsystems() const {
         std::vector<unsigned> all;
         for (const auto& heard : meter.heard()) {
@@ -240,45 +240,24 @@ TEST_F(Km56iCycle, OfMoreThanThreeSystemsTheFirstThreeAreReadAndTheGeneralLogSay
     EXPECT_EQ(item("MeterModel", 4), "(none)");
     EXPECT_EQ(item("_DriverStatus", 4), "(none)");
     EXPECT_FALSE(driver->is_all_archives_ok());
-    driver->archives_ok = {true, true, true};
-    EXPECT_TRUE(driver->is_all_archives_ok());
     EXPECT_EQ(logged_parts("general", {"three"}), 1);
 }
 
 // ---- the comparison of archive times
 
-constexpr std::time_t Clock = 1709375000;
-
-TEST_F(Km5Cycle, HourlyRecordsExactlyFourHoursBehindAreOk) {
-    start_described(meter);
-    compare(Clock, Clock - 14400, Clock);
-    EXPECT_TRUE(driver->archives_ok[0]);
-    EXPECT_EQ(logged("general", "Archives are OK. Start EXTDS"), 1);
-}
-
-TEST_F(Km5Cycle, HourlyRecordsMoreThanFourHoursBehindAreNotOk) {
-    start_described(meter);
-    compare(Clock, Clock - 14401, Clock);
-    EXPECT_FALSE(driver->archives_ok[0]);
-    EXPECT_EQ(logged("messages", "Difftime very large. Need stop EXTDS"), 1);
-}
-
-TEST_F(Km5Cycle, DailyRecordsExactlyOneDayBehindAreNotOk) {
-    start_described(meter);
-    compare(Clock, Clock, Clock - 86400);
-    EXPECT_FALSE(driver->archives_ok[0]);
-}
-
-TEST_F(Km5Cycle, DailyRecordsLessThanADayBehindAreOk) {
-    start_described(meter);
-    compare(Clock, Clock, Clock - 86399);
-    EXPECT_TRUE(driver->archives_ok[0]);
-}
-
-TEST_F(Km5Cycle, RecordsAheadOfTheMetersClockAreOk) {
-    start_described(meter);
-    compare(Clock, Clock + 100000, Clock + 100000);
-    EXPECT_TRUE(driver->archives_ok[0]);
+TEST(Km5Lag, HourlyRecordsMayBeFourHoursBehindAndDailyOnesNotQuiteADay) {
+    constexpr std::time_t Clock = 1709375000;
+    const auto is_behind = [](std::time_t hour, std::time_t day) {
+        KM5Progress progress;
+        progress.last_request_HOUR = hour;
+        progress.last_request_DAY = day;
+        return progress.is_behind(Clock);
+    };
+    EXPECT_FALSE(is_behind(Clock - 14400, Clock));
+    EXPECT_TRUE(is_behind(Clock - 14401, Clock));
+    EXPECT_FALSE(is_behind(Clock, Clock - 86399));
+    EXPECT_TRUE(is_behind(Clock, Clock - 86400));
+    EXPECT_FALSE(is_behind(Clock + 100000, Clock + 100000)) << "ahead of the meter's clock";
 }
 
 TEST_F(Km5Cycle, BeforeAnyArchiveWasReadTheArchivesAreNotOk) {
@@ -289,12 +268,14 @@ TEST_F(Km5Cycle, BeforeAnyArchiveWasReadTheArchivesAreNotOk) {
 }
 
 TEST_F(Km5Cycle, ASilentMeterDoesNotFallBehindByItself) {
+    leave_read(machine.now(), machine.now());
     start_described(meter);
-    compare(Clock, Clock, Clock);
+    driver->run_main();
+    EXPECT_EQ(logged("general", "Archives are OK. Start EXTDS"), 1);
     machine.disconnect_all(Port);
     machine.sleep(200000);
     driver->run_main();
-    EXPECT_TRUE(driver->archives_ok[0]);
+    EXPECT_TRUE(driver->is_all_archives_ok());
 }
 
 TEST_F(Km5Cycle, TheComparisonIsToldInAllLogs) {
@@ -302,6 +283,7 @@ TEST_F(Km5Cycle, TheComparisonIsToldInAllLogs) {
     driver->run_main();
     EXPECT_EQ(logged("messages", "Comapare archive times for regularing EXTDS"), 1);
     EXPECT_EQ(logged_parts("messages", {"param_MDateTime = 17093"}), 1);
+    EXPECT_EQ(logged("messages", "Difftime very large. Need stop EXTDS"), 1);
     EXPECT_EQ(logged("messages", "last Hour request for 0 subsystem = 0"), 1);
     EXPECT_EQ(logged("messages", "last Day request for 0 subsystem = 0"), 1);
     for (const char* kind : {"general", "messages", "debug"}) {
@@ -309,23 +291,29 @@ TEST_F(Km5Cycle, TheComparisonIsToldInAllLogs) {
     }
 }
 
-TEST_F(Km5Cycle, AllConfiguredSystemsMustHaveCaughtUp) {
-    start_driver({.systems = {"heat", "heat"}});
-    EXPECT_TRUE(driver->is_all_archives_ok());
-    driver->archives_ok = {true, true, false};
-    EXPECT_TRUE(driver->is_all_archives_ok()) << "a third system is not configured";
-    driver->archives_ok = {true, false, true};
+TEST_F(Km56iCycle, AllConfiguredSystemsMustHaveCaughtUp) {
+    leave_read(machine.now(), machine.now());
+    leave_read(machine.now(), machine.now(), 3);
+    start_described(meter, {.km56i = true, .systems = {"heat", "heat", "heat"}});
+    driver->run_main();
+    EXPECT_FALSE(driver->is_all_archives_ok()) << "the second system has not";
+    set_systems(2);
     EXPECT_FALSE(driver->is_all_archives_ok());
+    set_systems(1);
+    EXPECT_TRUE(driver->is_all_archives_ok()) << "the second system is not configured";
+    set_systems(0);
+    EXPECT_TRUE(driver->is_all_archives_ok()) << "nor is any";
     for (const char* kind : {"messages", "debug"}) {
         EXPECT_EQ(logged(kind, "KM5::is_all_archives_ok, fResult = true"), 2);
-        EXPECT_EQ(logged(kind, "KM5::is_all_archives_ok, fResult = false"), 1);
+        EXPECT_EQ(logged(kind, "KM5::is_all_archives_ok, fResult = false"), 2);
     }
 }
 
-TEST_F(Km5Cycle, WithoutSystemsAllArchivesAreOk) {
-    start_driver({.systems = {}});
-    driver->archives_ok = {false, false, false};
-    EXPECT_TRUE(driver->is_all_archives_ok());
+TEST_F(Km56iCycle, EachSubsystemHasItsOwnTimesOfLookingIntoTheArchives) {
+    start_described(meter, {.km56i = true, .systems = {"heat", "heat", "heat"}});
+    poll_with_archives();
+    EXPECT_EQ(logged("general", "Need update hourly DB"), 3);
+    EXPECT_EQ(logged("general", "Need update daily DB"), 3);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ TEST_F(Km5Description, ADescriptionIsPublished) {
     EXPECT_EQ(item("NumStopBits"), "1");
     EXPECT_EQ(item("NumDataBits"), "8");
     EXPECT_EQ(connected(), "111111");
-    EXPECT_TRUE(driver->has_description);
+    EXPECT_TRUE(carried().has_description);
     EXPECT_FALSE(driver->need_init());
     EXPECT_EQ(state(), "get description");
     EXPECT_EQ(logged("messages", "Start get description."), 1);
@@ -111,7 +111,7 @@ TEST_F(Km5Description, AnAttIsRefusedWhereAKm5IsWanted) {
     EXPECT_FALSE(describe(meter));
     EXPECT_EQ(connected(), "000000");
     EXPECT_EQ(item("MeterModel"), "(none)");
-    EXPECT_FALSE(driver->has_description);
+    EXPECT_FALSE(carried().has_description);
     EXPECT_EQ(requests().size(), 2U) << "at once";
     EXPECT_EQ(logged("messages", "isATT_mustbe = no, isATT = yes"), 1);
 }
@@ -129,7 +129,7 @@ TEST_F(Km5Description, ARefusalLeavesAnEarlierDescriptionStanding) {
     EXPECT_TRUE(describe(meter));
     meter.set_type(true, false);
     EXPECT_FALSE(driver->get_description());
-    EXPECT_TRUE(driver->has_description);
+    EXPECT_TRUE(carried().has_description);
 }
 
 TEST_F(Km5Description, AMeterWhoseModelIsUnknownIsNotDescribed) {
@@ -141,7 +141,7 @@ TEST_F(Km5Description, AMeterWhoseModelIsUnknownIsNotDescribed) {
     EXPECT_EQ(item("SerialNumber"), "12345678");
     EXPECT_EQ(logged("messages", "ERROR: KM5 model: unknown!"), 1);
     EXPECT_EQ(logged("messages", "KM5 version: 2.150000"), 1);
-    EXPECT_FALSE(driver->has_description);
+    EXPECT_FALSE(carried().has_description);
     EXPECT_TRUE(driver->need_init());
 }
 
@@ -173,7 +173,7 @@ TEST_F(Km5Description, TheLastSubsystemDecidesWhetherThereIsADescription) {
     EXPECT_TRUE(describe(meter, {.km56i = true, .systems = {"heat", "heat"}}));
     EXPECT_EQ(item("Firmware", 1), "(none)");
     EXPECT_EQ(item("Firmware", 2), "2.150000");
-    EXPECT_TRUE(driver->has_description);
+    EXPECT_TRUE(carried().has_description);
 }
 
 TEST_F(Km5Description, ADescriptionThatFailsLaterIsGone) {
@@ -182,21 +182,21 @@ TEST_F(Km5Description, ADescriptionThatFailsLaterIsGone) {
     meter.misbehave_next(1, sim::km5_good().on(9));
     meter.misbehave_next(21, sim::km5_silence().on(9));
     EXPECT_FALSE(driver->get_description()) << "although the firmware is known from before";
-    EXPECT_FALSE(driver->has_description);
+    EXPECT_FALSE(carried().has_description);
 }
 
 TEST_F(Km5Description, WithoutSystemsThereIsNoDescription) {
     sim::Km5Meter meter;
     EXPECT_FALSE(describe(meter, {.systems = {}}));
     EXPECT_TRUE(requests().empty());
-    EXPECT_FALSE(driver->has_description);
+    EXPECT_FALSE(carried().has_description);
 }
 
 TEST_F(Km5Description, WithoutASerialNumberTheMeterIsNotAsked) {
     sim::Km5Meter meter;
     EXPECT_FALSE(describe(meter, {.serial = 0}));
     EXPECT_TRUE(requests().empty());
-    EXPECT_FALSE(driver->has_description);
+    EXPECT_FALSE(carried().has_description);
 }
 
 TEST_F(Km5Description, ALongSerialNumberIsCutToNineCharacters) {

@@ -18,22 +18,22 @@ class Km5Events : public Km5Bench {
         }
         return all;
     }
+
+    sim::Km5Meter meter;
 };
 
 TEST_F(Km5Events, AnEventIsOneLineWithItsCodeAndItsStateAsQuality) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:59:58", 0x85);
     meter.store_event("2024-03-02 10:00:01", 0x05);
     start_described(meter);
     EXPECT_TRUE(driver->get_error_archives());
     EXPECT_EQ(archive(Events), "1709373598,192,5.000000\n1709373601,0,5.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709373601);
+    EXPECT_EQ(progress().last_request_ERROR, 1709373601);
     EXPECT_EQ(state(), "end error archives");
     EXPECT_EQ(item("_DriverStatus"), "5");
 }
 
 TEST_F(Km5Events, TheLowestAndTheHighestCode) {
-    sim::Km5Meter meter;
     int minute = 0;
     for (const int code : {0x00, 0x7F, 0x80, 0xFF}) {
         meter.store_event("2024-03-02 09:0" + std::to_string(minute++), static_cast<std::uint8_t>(code));
@@ -45,7 +45,6 @@ TEST_F(Km5Events, TheLowestAndTheHighestCode) {
 }
 
 TEST_F(Km5Events, AnEventIsAskedForByItsIndex) {
-    sim::Km5Meter meter;
     for (int i = 0; i < 3; ++i) meter.store_event("2024-03-02 09:00:00", 1);
     start_described(meter);
     driver->get_error_archives();
@@ -56,20 +55,18 @@ TEST_F(Km5Events, AnEventIsAskedForByItsIndex) {
 }
 
 TEST_F(Km5Events, ReadingGoesOnFromTheHourOfTheLastEvent) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 08:10:00", 0x81);
     meter.store_event("2024-03-02 09:10:00", 0x82);
     meter.store_event("2024-03-02 09:10:01", 0x83);
+    leave_archive(Events, "1709370600,192,2.000000\n");  // 09:10:00
     start_described(meter);
-    driver->last_request_ERROR[0] = 1709370600;  // 09:10:00
     driver->get_error_archives();
     EXPECT_EQ(asked(requests().at(2), 5), (std::vector<int>{0x34, 4, 0x02, 0x03, 0x24, 0x09}));
     EXPECT_EQ(indices(), (std::vector<int>{1, 2}));
-    EXPECT_EQ(archive(Events), "1709370601,192,3.000000\n");
+    EXPECT_EQ(archive(Events), "1709370600,192,2.000000\n1709370601,192,3.000000\n");
 }
 
 TEST_F(Km5Events, EventsOfOneSecondAreAllStoredWhenReadTogether) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:10:00", 0x81);
     meter.store_event("2024-03-02 09:10:00", 0x02);
     start_described(meter);
@@ -78,7 +75,6 @@ TEST_F(Km5Events, EventsOfOneSecondAreAllStoredWhenReadTogether) {
 }
 
 TEST_F(Km5Events, AnHourlyPassReadsEventsBeforeAndAfterItsRecordsWithoutDoublingThem) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:10:00", 0x81);
     meter.store_hourly({.at = "2024-03-02 10:00"});
     start_described(meter);
@@ -89,7 +85,6 @@ TEST_F(Km5Events, AnHourlyPassReadsEventsBeforeAndAfterItsRecordsWithoutDoubling
 }
 
 TEST_F(Km5Events, AnEventThatHappensDuringAnHourlyPassIsReadAtItsEnd) {
-    sim::Km5Meter meter;
     meter.store_hourly({.at = "2024-03-02 10:00"});
     WatchedMeter watched(meter, [&](std::span<const std::uint8_t> request) {
         if (request[4] == 65) meter.store_event("2024-03-02 10:05:01", 0x81);
@@ -102,7 +97,6 @@ TEST_F(Km5Events, AnEventThatHappensDuringAnHourlyPassIsReadAtItsEnd) {
 }
 
 TEST_F(Km5Events, ADailyPassReadsNoEvents) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:10:00", 0x81);
     start_described(meter);
     driver->get_archives(1);
@@ -110,18 +104,16 @@ TEST_F(Km5Events, ADailyPassReadsNoEvents) {
 }
 
 TEST_F(Km5Events, AnEventMoreThanAnHourAheadIsNotStoredButItsDateIsTaken) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 10:00:00", 0x81);
     meter.store_event("2024-03-02 11:05:00", 0x82);  // an hour ahead of 10:05, no more
     meter.store_event("2024-03-02 11:30:00", 0x83);
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(archive(Events), "1709373600,192,1.000000\n1709377500,192,2.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709379000) << "the last one read, stored or not";
+    EXPECT_EQ(progress().last_request_ERROR, 1709379000) << "the last one read, stored or not";
 }
 
 TEST_F(Km5Events, AnErasedEventIsNotStoredAndTheNextOneIs) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 08:00:00", 0x81);
     meter.store_event("2024-03-02 09:00:00", 0x82);
     meter.erase_record(sim::Km5Archive::Errors, 0);
@@ -131,18 +123,16 @@ TEST_F(Km5Events, AnErasedEventIsNotStoredAndTheNextOneIs) {
 }
 
 TEST_F(Km5Events, BehindAnErasedLastEventTheOldDateIsKept) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 08:00:00", 0x81);
     meter.store_event("2024-03-02 09:00:00", 0x82);
     meter.erase_record(sim::Km5Archive::Errors, 1);
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(archive(Events), "1709366400,192,1.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 0) << "the last date read was none";
+    EXPECT_EQ(progress().last_request_ERROR, 0) << "the last date read was none";
 }
 
 TEST_F(Km5Events, AnEmptyLogOfEventsStoresNothing) {
-    sim::Km5Meter meter;
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(indices(), std::vector<int>{0});
@@ -151,19 +141,20 @@ TEST_F(Km5Events, AnEmptyLogOfEventsStoresNothing) {
 }
 
 TEST_F(Km5Events, ARingOfEventsThatHasTurnedIsReadOnFromZero) {
-    sim::Km5Meter meter({.capacity = {.errors = 4}});
+    meter.swap_for({.capacity = {.errors = 4}});
     for (int i = 0; i < 6; ++i) meter.store_event("2024-03-02 09:0" + std::to_string(i), static_cast<std::uint8_t>(i));
     start_described(meter);
     driver->get_error_archives();
     EXPECT_EQ(indices(), (std::vector<int>{2, 3, 4, 0, 1}));
     EXPECT_EQ(archive(Events),
               "1709370120,0,2.000000\n1709370180,0,3.000000\n1709370240,0,4.000000\n1709370300,0,5.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709370300);
+    EXPECT_EQ(progress().last_request_ERROR, 1709370300);
 }
 
 TEST_F(Km5Events, ABoundThatCannotBeReadEndsTheReading) {
     for (std::size_t good = 0; good < 3; ++good) {
-        sim::Km5Meter meter;
+        meter.swap_for({});
+        meter.forget_requests();
         meter.store_event("2024-03-02 09:00", 1);
         machine.disconnect_all(Port);
         start_described(meter);
@@ -171,22 +162,20 @@ TEST_F(Km5Events, ABoundThatCannotBeReadEndsTheReading) {
         meter.misbehave_next(21, sim::km5_silence().on(51));
         EXPECT_FALSE(driver->get_error_archives()) << good;
         EXPECT_EQ(meter.requests(55), 0U);
-        EXPECT_EQ(driver->last_request_ERROR[0], 0);
+        EXPECT_EQ(progress().last_request_ERROR, 0);
     }
 }
 
 TEST_F(Km5Events, ADateThatIsNotAnsweredEndsTheReading) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 1);
+    leave_archive(Events, "1709370000,0,1.000000\n");
     start_described(meter);
-    driver->last_request_ERROR[0] = 1709370000;
     meter.misbehave_next(21, sim::km5_silence().on(52));
     EXPECT_FALSE(driver->get_error_archives());
     EXPECT_EQ(meter.requests(55), 0U);
 }
 
 TEST_F(Km5Events, AnEventThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x81);
     start_described(meter);
     meter.misbehave_next(20 * 21, sim::km5_wrong_echo().on(55));
@@ -195,7 +184,6 @@ TEST_F(Km5Events, AnEventThatFailsTwentyTimesIsReadAtTheTwentyFirst) {
 }
 
 TEST_F(Km5Events, AnEventThatCannotBeReadEndsTheReadingAndTheLastDateReadIsTaken) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x81);
     meter.store_event("2024-03-02 09:30", 0x82);
     meter.store_event("2024-03-02 09:40", 0x83);
@@ -205,26 +193,24 @@ TEST_F(Km5Events, AnEventThatCannotBeReadEndsTheReadingAndTheLastDateReadIsTaken
     driver->get_error_archives();
     EXPECT_EQ(meter.requests(55), 1U + 21 * 21);
     EXPECT_EQ(archive(Events), "1709370000,192,1.000000\n");
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709370000);
+    EXPECT_EQ(progress().last_request_ERROR, 1709370000);
     EXPECT_EQ(state(), "end error archives");
     driver->get_error_archives();
     EXPECT_EQ(archive(Events), "1709370000,192,1.000000\n1709371800,192,2.000000\n1709372400,192,3.000000\n");
 }
 
 TEST_F(Km5Events, TheEventsOfASubsystemStandInItsOwnFile) {
-    sim::Km5Meter meter({.km56i = true, .subsystems = 2});
+    meter.swap_for({.km56i = true, .subsystems = 2});
     meter.store_event("2024-03-02 09:00", 0x81, 1);
     start_described(meter, {.km56i = true, .systems = {"heat", "heat"}});
-    driver->subsystem = 1;
-    driver->get_netaddr_from_config();
     driver->get_error_archives();
     EXPECT_EQ(archive(Events, 2), "1709370000,192,1.000000\n");
     EXPECT_EQ(archive(Events, 1), "");
-    EXPECT_EQ(driver->last_request_ERROR, (KM5::PerSubsystem{0, 1709370000, 0}));
+    EXPECT_EQ(progress(0).last_request_ERROR, 0);
+    EXPECT_EQ(progress(1).last_request_ERROR, 1709370000);
 }
 
 TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
-    sim::Km5Meter meter;
     meter.store_event("2024-01-15 12:00", 0x81);
     start_described(meter);
     ::setenv("TZ", Berlin, 1);
@@ -234,18 +220,16 @@ TEST_F(Km5Events, AnEventInWinterIsDatedByWinterTime) {
 }
 
 TEST_F(Km5Events, AnEventInSummerBehindOneInWinterIsDatedBySummerTime) {
-    sim::Km5Meter meter;
     meter.store_event("2023-07-01 12:00", 0x81);
+    leave_archive(Events, "1673776800,192,1.000000\n");  // 2023-01-15
     start_described(meter);
     ::setenv("TZ", Berlin, 1);
     ::tzset();
-    driver->last_request_ERROR[0] = 1673776800;  // 2023-01-15
     driver->get_error_archives();
-    EXPECT_EQ(archive(Events), "1688205600,192,1.000000\n");
+    EXPECT_EQ(archive(Events), "1673776800,192,1.000000\n1688205600,192,1.000000\n");
 }
 
 TEST_F(Km5Events, TheReadingIsToldInTheMessagesLog) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x85);
     start_described(meter);
     driver->get_error_archives();
@@ -265,7 +249,6 @@ TEST_F(Km5Events, TheReadingIsToldInTheMessagesLog) {
 }
 
 TEST_F(Km5Events, TheStateFileSaysThatEventsAreRead) {
-    sim::Km5Meter meter;
     meter.store_event("2024-03-02 09:00", 0x85);
     std::string seen;
     WatchedMeter watched(meter, [&](std::span<const std::uint8_t> request) {

@@ -34,7 +34,6 @@ class Km5Models : public Km5Bench {
         meter.say(identity(index)).say(version("2.15", letters));
         return driver->getModel();
     }
-    std::string name() const { return model_name(driver->km56i_mode, driver->isATT, driver->model); }
 
     Km5Script meter;
 };
@@ -42,11 +41,10 @@ class Km5Models : public Km5Bench {
 TEST_F(Km5Models, TheModelIsTheIndexPlusOne) {
     for (int index = 0; index < 6; ++index) {
         EXPECT_TRUE(recognise(static_cast<std::uint8_t>(index), "KM51"));
-        EXPECT_EQ(driver->model, index + 1);
-        EXPECT_EQ(name(), "KM5-" + std::to_string(index + 1));
+        EXPECT_EQ(carried().meter.model, index + 1);
     }
-    EXPECT_FALSE(driver->km56i_mode);
-    EXPECT_FALSE(driver->isATT);
+    EXPECT_FALSE(carried().meter.km56i_mode);
+    EXPECT_FALSE(carried().meter.isATT);
 }
 
 TEST_F(Km5Models, RecognisingAMeterTakesTwoRequestsAndLeavesConnectedAlone) {
@@ -57,66 +55,59 @@ TEST_F(Km5Models, RecognisingAMeterTakesTwoRequestsAndLeavesConnectedAlone) {
 
 TEST_F(Km5Models, TheLettersKM5IMakeAKm56iOfModel7) {
     EXPECT_TRUE(recognise(2, "KM5I"));
-    EXPECT_TRUE(driver->km56i_mode);
-    EXPECT_EQ(driver->model, 7);
-    EXPECT_EQ(name(), "KM5-6и");
+    EXPECT_TRUE(carried().meter.km56i_mode);
+    EXPECT_EQ(carried().meter.model, 7);
 }
 
 TEST_F(Km5Models, LettersLikeKM5IAreNotEnough) {
     for (const char* letters : {"KM5i", "km5I", "KM5J", " KM5"}) {
         EXPECT_TRUE(recognise(2, letters));
-        EXPECT_FALSE(driver->km56i_mode) << letters;
-        EXPECT_EQ(driver->model, 3);
+        EXPECT_FALSE(carried().meter.km56i_mode) << letters;
+        EXPECT_EQ(carried().meter.model, 3);
     }
 }
 
 TEST_F(Km5Models, TheLettersATTMakeAnAttWhateverTheFourth) {
     EXPECT_TRUE(recognise(1, "ATTx"));
-    EXPECT_TRUE(driver->isATT);
-    EXPECT_EQ(driver->model, 2);
-    EXPECT_EQ(name(), "AT-T-2");
+    EXPECT_TRUE(carried().meter.isATT);
+    EXPECT_EQ(carried().meter.model, 2);
     EXPECT_EQ(logged("messages", "isATT! "), 1);
 }
 
 TEST_F(Km5Models, AnAttStaysOneAlthoughTheLettersChange) {
     EXPECT_TRUE(recognise(1, "ATT2"));
     EXPECT_TRUE(recognise(1, "KM52"));
-    EXPECT_TRUE(driver->isATT);
+    EXPECT_TRUE(carried().meter.isATT);
 }
 
 TEST_F(Km5Models, AKm56iIsForgottenWhenTheLettersChange) {
     EXPECT_TRUE(recognise(0, "KM5I"));
     EXPECT_TRUE(recognise(0, "KM51"));
-    EXPECT_FALSE(driver->km56i_mode);
-    EXPECT_EQ(driver->model, 1);
+    EXPECT_FALSE(carried().meter.km56i_mode);
+    EXPECT_EQ(carried().meter.model, 1);
 }
 
 TEST_F(Km5Models, Index255IsModel256WhichNobodyKnows) {
     EXPECT_TRUE(recognise(255, "KM51"));
-    EXPECT_EQ(driver->model, 256);
-    EXPECT_EQ(name(), "-1");
-    EXPECT_EQ(find_model_table(driver->model), nullptr);
+    EXPECT_EQ(carried().meter.model, 256);
 }
 
 TEST_F(Km5Models, Index6WithoutTheLettersIsAModel7WithoutAName) {
     EXPECT_TRUE(recognise(6, "KM57"));
-    EXPECT_EQ(driver->model, 7);
-    EXPECT_FALSE(driver->km56i_mode);
-    EXPECT_EQ(name(), "-1");
-    EXPECT_NE(find_model_table(driver->model), nullptr);
+    EXPECT_EQ(carried().meter.model, 7);
+    EXPECT_FALSE(carried().meter.km56i_mode);
 }
 
 TEST_F(Km5Models, AnAttOfIndex7IsAModel8WithoutANumber) {
     EXPECT_TRUE(recognise(7, "ATT8"));
-    EXPECT_EQ(driver->model, 8);
-    EXPECT_EQ(name(), "AT-T-0");
+    EXPECT_EQ(carried().meter.model, 8);
 }
 
 TEST_F(Km5Models, WithoutAnIdentityNothingIsLearned) {
     EXPECT_TRUE(recognise(3, "KM5I"));
     EXPECT_FALSE(driver->getModel());
-    EXPECT_EQ(driver->model, 7);
-    EXPECT_TRUE(driver->km56i_mode);
+    EXPECT_EQ(carried().meter.model, 7);
+    EXPECT_TRUE(carried().meter.km56i_mode);
     EXPECT_EQ(meter.heard.size(), 2U + 21U);
     EXPECT_EQ(connected(), "(none)(none)(none)(none)(none)(none)");
 }
@@ -125,8 +116,8 @@ TEST_F(Km5Models, WithoutLettersTheModelIsKeptAndTheModeIsClear) {
     EXPECT_TRUE(recognise(3, "KM5I"));
     meter.say(identity(4));
     EXPECT_FALSE(driver->getModel());
-    EXPECT_EQ(driver->model, 5);
-    EXPECT_FALSE(driver->km56i_mode);
+    EXPECT_EQ(carried().meter.model, 5);
+    EXPECT_FALSE(carried().meter.km56i_mode);
 }
 
 TEST_F(Km5Models, TheRawLettersAreLoggedWhateverTheOutcome) {
@@ -150,16 +141,16 @@ TEST_F(Km5Models, LettersThatDoNotComeAreThoseOfTheAnswerBefore) {
     meter.say(answer(0, {0x78, 0x56, 0x34, 0x12, 2, 0, 'A', 'T', 'T', 'x'}));
     EXPECT_FALSE(driver->getModel());
     EXPECT_EQ(logged("messages", "raw model_type: ATTx"), 1);
-    EXPECT_FALSE(driver->isATT) << "logged, and not believed";
+    EXPECT_FALSE(carried().meter.isATT) << "logged, and not believed";
 }
 
 // ---- firmware
 
 TEST_F(Km5Models, TheFirmwareIsTheNumberBehindTheEchoedCommand) {
-    EXPECT_EQ(driver->version, -1.0F);
+    EXPECT_EQ(carried().meter.version, -1.0F);
     meter.say(version("1.86", "KM51"));
     EXPECT_TRUE(driver->get_version());
-    EXPECT_EQ(driver->version, 1.86F);
+    EXPECT_EQ(carried().meter.version, 1.86F);
     EXPECT_EQ(connected(), "111111");
     EXPECT_EQ(logged("messages", "Start get version..."), 1);
     EXPECT_EQ(logged("messages", "Get version: 1.860000"), 1);
@@ -168,12 +159,12 @@ TEST_F(Km5Models, TheFirmwareIsTheNumberBehindTheEchoedCommand) {
 TEST_F(Km5Models, AFirmwareTextWithoutDigitsIsZero) {
     meter.say(version("v--.", "KM51"));
     EXPECT_TRUE(driver->get_version());
-    EXPECT_EQ(driver->version, 0.0F);
+    EXPECT_EQ(carried().meter.version, 0.0F);
 }
 
 TEST_F(Km5Models, AFirmwareThatIsNotToldLeavesTheOldOne) {
     EXPECT_FALSE(driver->get_version());
-    EXPECT_EQ(driver->version, -1.0F);
+    EXPECT_EQ(carried().meter.version, -1.0F);
     EXPECT_EQ(logged("messages", "Get version: -1.000000, FAIL"), 1);
     EXPECT_EQ(connected(), "000000");
 }

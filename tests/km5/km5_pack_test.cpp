@@ -37,7 +37,6 @@ TEST_F(Km5Packs, AllRequestsOfAPackAreAnswered) {
     EXPECT_EQ(asked(requests()), (std::vector<std::vector<int>>{{8, 0}, {9, 0}, {0, 0}}));
     EXPECT_EQ(meter.heard[0], km5_frames::request(Address, 8));
     EXPECT_EQ(connected(), "111111");
-    EXPECT_TRUE(driver->Connected);
     EXPECT_EQ(logged("debug", "Start 3 requests."), 1);
     EXPECT_EQ(logged("debug", "Request #0, cmd: 8 : Success."), 1);
     EXPECT_EQ(logged("debug", "Request #2, cmd: 0 : Success."), 1);
@@ -68,7 +67,6 @@ TEST_F(Km5Packs, ASilentMeterStopsThePackAtItsFirstRequest) {
     EXPECT_EQ(meter.heard.size(), 22U) << "one exchange, and another for each of 21 errors";
     for (const ByteVector& request : meter.heard) EXPECT_EQ(request[4], 8);
     EXPECT_EQ(connected(), "000000");
-    EXPECT_FALSE(driver->Connected);
     EXPECT_EQ(logged("debug", "Request #0, cmd: 8 : BRAKE. "), 1);
     EXPECT_EQ(logged("debug", "Do_request: return false"), 1);
 }
@@ -104,16 +102,15 @@ TEST_F(Km5Packs, AGoodAnswerBehindTheLastErrorComesTooLate) {
 TEST_F(Km5Packs, AMeterThatFallsSilentIsNoLongerConnected) {
     meter.say(answer(8)).say(answer(9)).say(answer(0));
     ASSERT_TRUE(driver->do_request(pack));
-    ASSERT_TRUE(driver->Connected);
+    ASSERT_EQ(connected(), "111111");
     pack.requests.resize(1);
     EXPECT_FALSE(driver->do_request(pack));
-    EXPECT_FALSE(driver->Connected);
     EXPECT_EQ(connected(), "000000");
 }
 
 TEST_F(Km5Packs, SilenceThatPassesTheSumsIsNamedAsSuch) {
     // To the address 0 the request of command 0 is sixteen zeros, and so are the sums that silence is checked against.
-    driver->netaddr = {};
+    start_driver({.serial = 100000000});
     pack.requests.resize(1);
     init_request(pack.requests[0]);
     meter.keep_silent().say(answer(0));
@@ -129,17 +126,17 @@ TEST_F(Km5Packs, AnEmptyPackIsAnsweredAndConnected) {
 }
 
 TEST_F(Km5Packs, AMeterTellsItsAddressItself) {
-    driver->netaddr = {};
+    start_driver({.serial = 100000000});
     meter.say(answer(0, {0x21, 0x43, 0x05, 0x07, 1}));
     EXPECT_TRUE(driver->get_netaddr());
-    EXPECT_EQ(driver->netaddr, (std::array<std::uint8_t, 4>{0x21, 0x43, 0x05, 0x07}));
+    EXPECT_EQ(carried().netaddr, (std::array<std::uint8_t, 4>{0x21, 0x43, 0x05, 0x07}));
     EXPECT_EQ(logged("debug", "Start get netaddr(auto recieve serial number)"), 1);
     EXPECT_EQ(logged("debug", "Your network address: 21 43 05 07"), 1);
 }
 
 TEST_F(Km5Packs, AMeterThatDoesNotTellItsAddressLeavesTheOldOne) {
     EXPECT_FALSE(driver->get_netaddr());
-    EXPECT_EQ(driver->netaddr, Address);
+    EXPECT_EQ(carried().netaddr, Address);
 }
 
 }  // namespace

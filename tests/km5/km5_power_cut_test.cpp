@@ -82,7 +82,7 @@ class Km5PowerCut : public Km5Bench, public ::testing::WithParamInterface<Unsync
         machine.disconnect_all(Port);
         machine.connect(Port, meter);
         start_driver();
-        driver->model = 2;
+        driver->getModel();
     }
     /// False when the power failed.
     bool archive_pass() {

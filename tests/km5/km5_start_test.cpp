@@ -1,18 +1,13 @@
 // A new driver: what it is, what it logs, and how far it finds its meter read in the files.
 
+#include <algorithm>
 #include <string>
-#include <vector>
 
 #include "support/km5_scene.h"
 
 namespace {
 
-class Km5Start : public Km5Bench {
-  protected:
-    void lines(const std::string& name, const std::string& text, int n = 1) {
-        scene.write("/mnt/storage/m1/" + std::to_string(n) + "/tc_archives/" + name, text);
-    }
-};
+class Km5Start : public Km5Bench {};
 
 TEST_F(Km5Start, ADriverIsAKm5WithoutDescription) {
     start_driver();
@@ -21,20 +16,18 @@ TEST_F(Km5Start, ADriverIsAKm5WithoutDescription) {
     EXPECT_EQ(driver->get_buffer_limit(), 768);
     EXPECT_EQ(driver->get_uuid(), Uuid);
     EXPECT_TRUE(driver->need_init());
-    EXPECT_EQ(driver->model, -1);
-    EXPECT_EQ(driver->version, -1.0F);
-    EXPECT_FALSE(driver->isATT);
-    EXPECT_EQ(driver->subsystem, 0);
-    EXPECT_EQ(driver->TSMode, (std::array<int, 3>{-1, -1, -1}));
-    EXPECT_EQ(driver->param_MDateTime, 0);
-    EXPECT_EQ(driver->archives_ok, (std::array<bool, 3>{true, true, true}));
-    EXPECT_TRUE(driver->instant_values.empty());
+    EXPECT_EQ(carried().meter.model, -1);
+    EXPECT_EQ(carried().meter.version, -1.0F);
+    EXPECT_FALSE(carried().meter.isATT);
+    EXPECT_EQ(carried().subsystem, 0);
+    EXPECT_EQ(carried().param_MDateTime, 0);
+    for (int s = 0; s < 3; ++s) EXPECT_TRUE(progress(s).archives_ok);
     driver->on_tick(1);
 }
 
 TEST_F(Km5Start, TheModeOfAKm56iComesFromTheConstructor) {
-    EXPECT_FALSE(KM5(Uuid, false, false).km56i_mode);
-    EXPECT_TRUE(KM5(Uuid, true, false).km56i_mode);
+    EXPECT_FALSE(KM5(Uuid, false, false).get_carried().meter.km56i_mode);
+    EXPECT_TRUE(KM5(Uuid, true, false).get_carried().meter.km56i_mode);
 }
 
 TEST_F(Km5Start, ADriverHasThreeLogsAndTellsOfItsBirth) {
@@ -53,90 +46,60 @@ TEST_F(Km5Start, ADriverHasThreeLogsAndTellsOfItsBirth) {
 
 TEST_F(Km5Start, WithoutFilesNothingHasBeenRead) {
     start_driver();
-    EXPECT_EQ(driver->last_request_HOUR, (KM5::PerSubsystem{}));
-    EXPECT_EQ(driver->last_request_DAY, (KM5::PerSubsystem{}));
-    EXPECT_EQ(driver->last_request_ERROR, (KM5::PerSubsystem{}));
     for (const char* line : {"last_request_HOUR[0] = 0", "last_request_DAY[1] = 0", "last_request_ERROR[2] = 0"}) {
         EXPECT_EQ(logged("general", line), 1) << line;
     }
 }
 
-TEST_F(Km5Start, AnyFileOfATotalTellsHowFarHourlyReadingHasCome) {
-    for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}) {
-        lines(name, "1709370000,192,1.000000\n");
+TEST_F(Km5Start, FilesOfTotalsAndOfEventsTellHowFarReadingHasCome) {
+    const Texts hourly = {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"};
+    const Texts daily = {"A29", "A32", "A34", "A40", "A42"};
+    const auto holds = [](const Texts& names, const std::string& name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    Texts names = {"IM1", "_A56", "_A57"};
+    for (int i = 1; i <= 57; ++i) names.push_back("A" + std::to_string(i));
+    for (const std::string& name : names) {
+        leave_archive(name, "1709370123,192,1.000000\n");
         start_driver();
-        EXPECT_EQ(driver->last_request_HOUR[0], 1709370000) << name;
-        EXPECT_EQ(driver->last_request_DAY[0], 0);
-        scene.remove(std::string("/mnt/storage/m1/1/tc_archives/") + name);
+        EXPECT_EQ(progress().last_request_HOUR, holds(hourly, name) ? 1709370123 : 0) << name;
+        EXPECT_EQ(progress().last_request_DAY, holds(daily, name) ? 1709370123 : 0) << name;
+        EXPECT_EQ(progress().last_request_ERROR, name == "_A57" ? 1709370123 : 0) << name;
+        EXPECT_EQ(progress().last_request_MONTH + progress().last_request_YEAR, 0) << name;
+        scene.remove("/mnt/storage/m1/1/tc_archives/" + name);
     }
-}
-
-TEST_F(Km5Start, FiveFilesTellHowFarDailyReadingHasCome) {
-    for (const char* name : {"A29", "A32", "A34", "A40", "A42"}) {
-        lines(name, "1709337600,192,1.000000\n");
-        start_driver();
-        EXPECT_EQ(driver->last_request_DAY[0], 1709337600) << name;
-        EXPECT_EQ(driver->last_request_HOUR[0], 0);
-        scene.remove(std::string("/mnt/storage/m1/1/tc_archives/") + name);
-    }
-}
-
-TEST_F(Km5Start, OtherFilesTellNothing) {
-    for (const char* name :
-         {"A17", "A18", "A19", "A20", "A21", "A22", "A28", "A36", "A38", "A44", "A45", "A49", "A56", "IM1", "_A56"}) {
-        lines(name, "1709370000,192,1.000000\n");
-    }
-    start_driver();
-    EXPECT_EQ(driver->last_request_HOUR[0], 0);
-    EXPECT_EQ(driver->last_request_DAY[0], 0);
-    EXPECT_EQ(driver->last_request_ERROR[0], 0);
-}
-
-TEST_F(Km5Start, TheFileOfEventsTellsHowFarEventsHaveBeenRead) {
-    lines("_A57", "1709370123,0,5.000000\n");
-    start_driver();
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709370123);
-    EXPECT_EQ(logged("general", "last_request_ERROR[0] = 1709370123"), 1);
 }
 
 TEST_F(Km5Start, TheGreatestTimeOfAllFilesCounts) {
-    lines("A1", "1709370000,192,1.000000\n1709373600,192,1.000000\n1709366400,192,1.000000\n");
-    lines("A12", "1709362800,192,1.000000\n");
+    leave_archive("A1", "1709370000,192,1.000000\n1709373600,192,1.000000\n1709366400,192,1.000000\n");
+    leave_archive("A12", "1709362800,192,1.000000\n");
     start_driver();
-    EXPECT_EQ(driver->last_request_HOUR[0], 1709373600);
+    EXPECT_EQ(progress().last_request_HOUR, 1709373600);
 }
 
 TEST_F(Km5Start, EachSubsystemIsResumedFromItsOwnFiles) {
-    lines("A1", "1709370000,192,1.000000\n", 1);
-    lines("A1", "1709366400,192,1.000000\n", 2);
-    lines("A40", "1709337600,192,1.000000\n", 3);
+    leave_archive("A1", "1709370000,192,1.000000\n", 1);
+    leave_archive("A1", "1709366400,192,1.000000\n", 2);
+    leave_archive("A40", "1709337600,192,1.000000\n", 3);
+    leave_archive("_A57", "1709366399,0,5.000000\n", 2);
     start_driver();
-    EXPECT_EQ(driver->last_request_HOUR, (KM5::PerSubsystem{1709370000, 1709366400, 0}));
-    EXPECT_EQ(driver->last_request_DAY, (KM5::PerSubsystem{0, 0, 1709337600}));
-    EXPECT_EQ(logged("general", "last_request_HOUR[1] = 1709366400"), 1);
+    for (const char* line : {"last_request_HOUR[0] = 1709370000", "last_request_HOUR[1] = 1709366400",
+                             "last_request_HOUR[2] = 0", "last_request_DAY[0] = 0", "last_request_DAY[1] = 0",
+                             "last_request_DAY[2] = 1709337600", "last_request_ERROR[1] = 1709366399"}) {
+        EXPECT_EQ(logged("general", line), 1) << line;
+    }
 }
 
 TEST_F(Km5Start, FilesThatAreOlderThanWhatIsRememberedDoNotLowerIt) {
+    leave_hours_until(1709373600);
     start_driver();
-    driver->last_request_HOUR[0] = 1709373600;
-    lines("A1", "1709370000,192,1.000000\n");
+    scene.remove("/mnt/storage/m1/1/tc_archives/A16");
+    leave_archive("A1", "1709370000,192,1.000000\n");
     driver->set_uuid(Uuid);
-    EXPECT_EQ(driver->last_request_HOUR[0], 1709373600);
-    lines("A4", "1709377200,192,1.000000\n");
+    EXPECT_EQ(progress().last_request_HOUR, 1709373600);
+    leave_archive("A4", "1709377200,192,1.000000\n");
     driver->set_uuid(Uuid);
-    EXPECT_EQ(driver->last_request_HOUR[0], 1709377200);
-}
-
-TEST_F(Km5Start, WhatIsNoLineTellsNothing) {
-    lines("A1", std::string("1709370000,192,1.000000\n") + std::string(24, '\0') + "\n1809370000,192\nnonsense\n");
-    start_driver();
-    EXPECT_EQ(driver->last_request_HOUR[0], 1709370000);
-}
-
-TEST_F(Km5Start, StagedFilesTellNothing) {
-    scene.write("/mnt/storage/m1/1/tmp_archives/A1", "1709370000,192,1.000000\n");
-    start_driver();
-    EXPECT_EQ(driver->last_request_HOUR[0], 0);
+    EXPECT_EQ(progress().last_request_HOUR, 1709377200);
 }
 
 TEST_F(Km5Start, ARestartResumesFromTheFilesAlone) {
@@ -151,22 +114,15 @@ TEST_F(Km5Start, ARestartResumesFromTheFilesAlone) {
     scene.make_tree(Uuid);
     machine.disconnect_all(Port);
     start_described(meter);
-    EXPECT_EQ(driver->last_request_HOUR[0], 1709370000);
-    EXPECT_EQ(driver->last_request_DAY[0], 1709337600);
-    EXPECT_EQ(driver->last_request_ERROR[0], 1709371800);
+    EXPECT_EQ(progress().last_request_HOUR, 1709370000);
+    EXPECT_EQ(progress().last_request_DAY, 1709337600);
+    EXPECT_EQ(progress().last_request_ERROR, 1709371800);
     meter.store_hourly({.at = "2024-03-02 10:00"});
     driver->get_archives(0);
     driver->get_archives(1);
     EXPECT_EQ(archive("A12"), "1709370000,192,0.000000\n1709373600,192,0.000000\n");
     EXPECT_EQ(archive("A40"), "1709337600,192,0.000000\n");
     EXPECT_EQ(archive("_A57"), "1709371800,192,1.000000\n");
-}
-
-TEST_F(Km5Start, MonthlyAndYearlyReadingBeginsFromTheFirstRecordAfterEachRestart) {
-    lines("IM1", "1709370000,192,1.000000\n");
-    start_driver();
-    EXPECT_EQ(driver->last_request_MONTH[0], 0);
-    EXPECT_EQ(driver->last_request_YEAR[0], 0);
 }
 
 }  // namespace

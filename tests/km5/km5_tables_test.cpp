@@ -52,24 +52,36 @@ TEST(Km5Tables, NoOtherModelHasATable) {
 
 TEST(Km5Tables, EachModelHasItsNameByTypeLetters) {
     struct Row {
-        bool km56i_mode;
-        bool isATT;
-        int model;
+        KM5_meter meter;
         const char* name;
     };
     const Row rows[] = {
-        {true, false, 7, "KM5-6и"},  {true, true, 7, "KM5-6и"},    {false, true, 1, "AT-T-1"},
-        {false, true, 2, "AT-T-2"},  {false, true, 3, "AT-T-3"},   {false, true, 4, "AT-T-4"},
-        {false, true, 5, "AT-T-5"},  {false, true, 6, "AT-T-6"},   {false, true, 7, "AT-T-7"},
-        {false, true, 8, "AT-T-0"},  {false, true, 256, "AT-T-0"}, {false, true, 0, "AT-T-0"},
-        {false, true, -1, "AT-T-0"}, {false, false, 1, "KM5-1"},   {false, false, 2, "KM5-2"},
-        {false, false, 3, "KM5-3"},  {false, false, 4, "KM5-4"},   {false, false, 5, "KM5-5"},
-        {false, false, 6, "KM5-6"},  {false, false, 7, "-1"},      {false, false, 0, "-1"},
-        {false, false, 256, "-1"},   {false, false, -1, "-1"},
+        {{.model = 7, .km56i_mode = true}, "KM5-6и"},
+        {{.model = 7, .isATT = true, .km56i_mode = true}, "KM5-6и"},
+        {{.model = 1, .isATT = true}, "AT-T-1"},
+        {{.model = 2, .isATT = true}, "AT-T-2"},
+        {{.model = 3, .isATT = true}, "AT-T-3"},
+        {{.model = 4, .isATT = true}, "AT-T-4"},
+        {{.model = 5, .isATT = true}, "AT-T-5"},
+        {{.model = 6, .isATT = true}, "AT-T-6"},
+        {{.model = 7, .isATT = true}, "AT-T-7"},
+        {{.model = 8, .isATT = true}, "AT-T-0"},
+        {{.model = 256, .isATT = true}, "AT-T-0"},
+        {{.model = 0, .isATT = true}, "AT-T-0"},
+        {{.model = -1, .isATT = true}, "AT-T-0"},
+        {{.model = 1}, "KM5-1"},
+        {{.model = 2}, "KM5-2"},
+        {{.model = 3}, "KM5-3"},
+        {{.model = 4}, "KM5-4"},
+        {{.model = 5}, "KM5-5"},
+        {{.model = 6}, "KM5-6"},
+        {{.model = 7}, "-1"},
+        {{.model = 0}, "-1"},
+        {{.model = 256}, "-1"},
+        {{.model = -1}, "-1"},
     };
     for (const Row& row : rows) {
-        EXPECT_EQ(model_name(row.km56i_mode, row.isATT, row.model), row.name)
-            << row.km56i_mode << row.isATT << row.model;
+        EXPECT_EQ(model_name(row.meter), row.name) << row.meter.km56i_mode << row.meter.isATT << row.meter.model;
     }
 }
 
@@ -114,14 +126,6 @@ TEST(Km5Tables, RecordValuesHaveTheirHourlyAndDailyFiles) {
         EXPECT_EQ(opc_name(opc_hourly_names, row.driver), row.hourly);
         EXPECT_EQ(opc_name(opc_daily_names, row.driver), row.daily);
     }
-}
-
-TEST(Km5Tables, TheFilesThatTellHowFarAMeterHasBeenRead) {
-    const std::vector<std::string> hourly(hourly_integrals.begin(), hourly_integrals.end());
-    const std::vector<std::string> daily(daily_integrals.begin(), daily_integrals.end());
-    EXPECT_EQ(hourly, (std::vector<std::string>{"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}));
-    EXPECT_EQ(daily, (std::vector<std::string>{"A29", "A32", "A34", "A40", "A42"}));
-    EXPECT_EQ(std::string(EventArchive), "_A57");
 }
 
 TEST(Km5Tables, ArchiveTypesHaveTextsAndAnUnknownOneIsHourly) {
@@ -193,7 +197,6 @@ TEST_P(Km5FilesOfModel, AnHourlyRecordOfAModelGoesToTheFilesOfItsValues) {
     sim::Km5Meter meter({.model = GetParam()});
     meter.store_hourly({.at = "2024-03-02 10:00"});
     start_described(meter);
-    driver->model = GetParam();
     ASSERT_TRUE(driver->get_archives(0));
     EXPECT_EQ(files(), HourlyFiles[GetParam()]);
 }

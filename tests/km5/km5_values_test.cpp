@@ -10,27 +10,19 @@ namespace {
 
 using sim::ByteVector;
 
-/// Answers every page with sixteen floats that tell where they stand: command * 1000 + page * 100 + position.
-class PageMeter final : public sim::SimMeter {
-  public:
-    sim::Answer hear(std::span<const std::uint8_t> request, std::time_t /*now*/) override {
-        ByteVector payload;
-        if (request[4] == 8) {
-            payload.resize(7, 0);
-        } else if (request[4] == 44 && request[5] == 0) {
-            payload = {0, 0x02, 0x03, 0x24, 0, 0x10, 0x30, 0x15};
-        } else {
-            for (unsigned position = 5; position <= 65; position += 4) {
-                km5_frames::put_float(payload, position, place(request[4], request[5], position));
-            }
-        }
-        return {{.delay_seconds = 0.02, .bytes = km5_frames::answer(request[4], payload)}};
-    }
+/// What stands at a position of the pages below.
+float place(unsigned command, unsigned page, unsigned position) {
+    return static_cast<float>(command * 1000 + page * 100 + position);
+}
 
-    static float place(unsigned command, unsigned page, unsigned position) {
-        return static_cast<float>(command * 1000 + page * 100 + position);
+/// A page of sixteen floats that tell where they stand.
+ByteVector page_of_places(std::uint8_t command, unsigned page) {
+    ByteVector payload;
+    for (unsigned position = 5; position <= 65; position += 4) {
+        km5_frames::put_float(payload, position, place(command, page, position));
     }
-};
+    return km5_frames::answer(command, payload);
+}
 
 /// The firmware in hundredths.
 struct Kind {
@@ -45,7 +37,7 @@ std::map<std::string, std::string> expected_items(const Kind& kind) {
     std::map<std::string, std::string> items;
     const auto page = [&items](unsigned command, unsigned number, std::map<unsigned, const char*> names) {
         for (const auto& [position, name] : names) {
-            items[name] = std::to_string(PageMeter::place(command, number, position));
+            items[name] = std::to_string(place(command, number, position));
         }
     };
     const bool gvs = kind.gvs && kind.model == 1;
@@ -78,35 +70,26 @@ std::map<std::string, std::string> expected_items(const Kind& kind) {
     return items;
 }
 
-class Km5Values : public Km5Bench {
-  protected:
-    Km5Values() { machine.connect(Port, meter); }
+/// What the driver makes of the pages, decoded in their order and under the names outside.
+std::map<std::string, std::string> published(const Kind& kind) {
+    const KM5_meter meter{.model = kind.model, .version = static_cast<float>(kind.firmware / 100.0), .isATT = kind.att};
+    std::map<std::string, float> values;
+    const auto decode = [&](std::uint8_t command, int page) {
+        const ByteVector answer = page_of_places(command, static_cast<unsigned>(page));
+        for (const auto& [name, value] : decode_page(command, page, answer, meter, kind.gvs)) values[name] = value;
+    };
+    for (int page = 1; page <= 8; ++page) decode(44, page);
+    decode(123, 0);
+    decode(95, 0);
+    std::map<std::string, std::string> items;
+    for (const auto& [name, value] : values) items[opc_name(opc_moment_names, name)] = std::to_string(value);
+    return items;
+}
 
-    std::map<std::string, std::string> published(const Kind& kind) {
-        scene.remove("/tmp/m1/1/tc_items");
-        scene.make_tree(Uuid);
-        if (!driver) start_driver();
-        driver->model = kind.model;
-        driver->version = static_cast<float>(kind.firmware / 100.0);
-        driver->isATT = kind.att;
-        driver->set_system_type(0, kind.gvs ? "gvs_open" : "heat");
-        EXPECT_TRUE(driver->get_all_current_values());
-        driver->flush_instant_data();
-        std::map<std::string, std::string> items;
-        for (const std::string& name : scene.list("/tmp/m1/1/tc_items")) items[name] = item(name);
-        for (const char* other : {"Connected", "EG", "ER", "MDateTime", "SC", "TSMode", "_DriverStatus"}) {
-            EXPECT_EQ(items.erase(other), 1U) << other;
-        }
-        return items;
-    }
-
-    PageMeter meter;
-};
-
-class Km5ValuesOfModel : public Km5Values, public ::testing::WithParamInterface<int> {};
+class Km5ValuesOfModel : public ::testing::TestWithParam<int> {};
 
 TEST_P(Km5ValuesOfModel, EachPageFeedsItsItemsAsTheFirmwareAllows) {
-    for (const int firmware : {100, 157, 158, 159, 185, 186, 209, 210, 211, 300}) {
+    for (const int firmware : {0, 100, 157, 158, 159, 185, 186, 209, 210, 211, 300}) {
         for (const bool gvs : {false, true}) {
             const Kind kind{.model = GetParam(), .firmware = firmware, .att = false, .gvs = gvs};
             EXPECT_EQ(published(kind), expected_items(kind)) << "firmware " << firmware << ", gvs " << gvs;
@@ -123,76 +106,35 @@ TEST_P(Km5ValuesOfModel, AnAttHasNoGatesAtAll) {
 
 INSTANTIATE_TEST_SUITE_P(Models, Km5ValuesOfModel, ::testing::Values(1, 2, 3, 4, 5, 6, 7, 256));
 
-TEST_F(Km5Values, Firmware157YieldsOnlyQ1OfPage5AndNothingOfTheNewerPages) {
-    const auto items = published({.model = 2, .firmware = 157, .att = false, .gvs = false});
-    EXPECT_EQ(items, (std::map<std::string, std::string>{{"IE1", "44105.000000"},
-                                                         {"IM1", "44205.000000"},
-                                                         {"IM2", "44305.000000"},
-                                                         {"IT1", "44405.000000"},
-                                                         {"Q1", "44505.000000"},
-                                                         {"M1", "44605.000000"}}));
-}
+// ---- a pass over the pages
 
-TEST_F(Km5Values, OnHotWaterP3AndT3StandInThePlacesOfP2AndT2) {
-    const auto items = published({.model = 1, .firmware = 158, .att = false, .gvs = true});
-    EXPECT_EQ(items.at("P3"), "44517.000000");
-    EXPECT_EQ(items.at("T3"), "44525.000000");
-    EXPECT_EQ(items.at("GVSConversion"), "1.000000");
-    EXPECT_FALSE(items.contains("P2"));
-    EXPECT_FALSE(items.contains("T2"));
-}
-
-TEST_F(Km5Values, OnHotWaterTheNewerPageSwapsT2AndT3) {
-    const auto items = published({.model = 1, .firmware = 159, .att = false, .gvs = true});
-    EXPECT_EQ(items.at("T3"), "123021.000000");
-    EXPECT_EQ(items.at("T2"), "123025.000000");
-    EXPECT_EQ(items.at("P3"), "123037.000000");
-    EXPECT_FALSE(items.contains("P2"));
-}
-
-TEST_F(Km5Values, OnlyModel1KnowsHotWaterAndOnlyByTheFirstThreeLetters) {
-    EXPECT_FALSE(published({.model = 2, .firmware = 158, .att = false, .gvs = true}).contains("GVSConversion"));
-    driver->model = 1;
-    for (const char* type : {"", "gv", "GVS", "heat_gvs"}) {
-        driver->set_system_type(0, type);
-        driver->get_all_current_values();
-        EXPECT_FALSE(driver->instant_values.contains("GVSConversion")) << type;
-        driver->instant_values.clear();
+class Km5ValuePass : public Km5Bench {
+  protected:
+    void publish() {
+        EXPECT_TRUE(driver->get_all_current_values());
+        driver->flush_instant_data();
     }
-    driver->set_system_type(0, "gvs");
-    driver->get_all_current_values();
-    EXPECT_EQ(driver->instant_values.at("GVSConversion"), 1.0F);
+};
+
+TEST_F(Km5ValuePass, OnlyModel1KnowsHotWaterAndOnlyByTheFirstThreeLetters) {
+    for (const int model : {1, 2}) {
+        for (const char* type : {"", "gv", "GVS", "heat_gvs", "gvs", "gvs_open"}) {
+            scene.remove("/tmp/m1/1/tc_items");
+            scene.make_tree(Uuid);
+            sim::Km5Meter meter({.model = model});
+            machine.disconnect_all(Port);
+            start_described(meter, {.systems = {type}});
+            publish();
+            const bool hot_water = model == 1 && std::string(type).starts_with("gvs");
+            EXPECT_EQ(item("GVSConversion"), hot_water ? "1.000000" : "(none)") << model << type;
+        }
+    }
 }
 
-TEST_F(Km5Values, Model6HasNoViButIE4IM4AndIM5) {
-    const auto items = published({.model = 6, .firmware = 211, .att = false, .gvs = false});
-    EXPECT_FALSE(items.contains("Vi"));
-    EXPECT_EQ(items.at("IE4"), "95021.000000");
-    EXPECT_EQ(items.at("IM4"), "95025.000000");
-    EXPECT_EQ(items.at("IM5"), "95029.000000");
-}
-
-TEST_F(Km5Values, AFirmwareWithoutDigitsIsRefusedByEveryGate) {
-    const auto items = published({.model = 2, .firmware = 0, .att = false, .gvs = false});
-    EXPECT_EQ(items.size(), 6U);
-}
-
-TEST_F(Km5Values, TheItemIT1EndsWithTheValueOfTp) {
-    const auto items = published({.model = 2, .firmware = 211, .att = false, .gvs = false});
-    EXPECT_EQ(items.at("IT1"), "95037.000000");
-    EXPECT_FALSE(items.contains("Tp"));
-}
-
-TEST_F(Km5Values, AnAttWhoseFirmwareIsUnreadStillGivesTheLastPage) {
-    start_driver();
-    driver->isATT = true;
-    EXPECT_EQ(driver->version, -1.0F);
-    driver->get_all_current_values();
-    EXPECT_EQ(driver->instant_values.at("Tp"), 95037.0F);
-}
-
-TEST_F(Km5Values, AllPagesAreAskedForInTheirOrderWhateverTheFirmware) {
-    published({.model = 1, .firmware = 100, .att = false, .gvs = false});
+TEST_F(Km5ValuePass, AllPagesAreAskedForInTheirOrderWhateverTheFirmware) {
+    sim::Km5Meter meter({.firmware = "1.00"});
+    start_described(meter);
+    publish();
     EXPECT_EQ(asked(requests()), (std::vector<std::vector<int>>{{8, 0},
                                                                 {44, 0},
                                                                 {44, 1},
@@ -207,45 +149,37 @@ TEST_F(Km5Values, AllPagesAreAskedForInTheirOrderWhateverTheFirmware) {
                                                                 {95, 0}}));
 }
 
-TEST_F(Km5Values, ThePackOfAPassIsElevenRequestsAndIsLogged) {
-    start_driver();
-    KM5_pack pack;
-    driver->gen_pack_current(pack);
-    EXPECT_EQ(pack.count(), 11U);
-    for (const KM5_request& req : pack.requests) EXPECT_EQ(req.RcvLng, 32);
-    EXPECT_EQ(logged("messages", "Start generate pack with commands. "), 1);
-    EXPECT_EQ(logged("messages", "Commands list: "), 1);
-    EXPECT_EQ(logged("messages", "0. Cmd: 44, data: 0"), 1);
-    EXPECT_EQ(logged("messages", "8. Cmd: 44, data: 8"), 1);
-    EXPECT_EQ(logged("messages", "9. Cmd: 123, data: 0"), 1);
-    EXPECT_EQ(logged("messages", "10. Cmd: 95, data: 0"), 1);
-}
-
-TEST_F(Km5Values, APassOverThePagesIsLogged) {
-    published({.model = 1, .firmware = 211, .att = false, .gvs = false});
-    EXPECT_EQ(logged("messages", "Get all current values start."), 1);
-    EXPECT_EQ(logged("messages", "Do request for get all parameters"), 1);
-    EXPECT_EQ(logged("messages", "Count commands = 11"), 1);
-    EXPECT_EQ(logged("messages", "Q1 = 44505.000000"), 1);
+TEST_F(Km5ValuePass, APassOverThePagesIsLogged) {
+    sim::Km5Meter meter({.model = 2});
+    meter.set_value("Q1", 7.5F);
+    start_described(meter);
+    publish();
+    for (const char* line :
+         {"Get all current values start.", "Start generate pack with commands. ",
+          "Commands list: ", "0. Cmd: 44, data: 0", "8. Cmd: 44, data: 8", "9. Cmd: 123, data: 0",
+          "10. Cmd: 95, data: 0", "Do request for get all parameters", "Count commands = 11", "Q1 = 7.500000"}) {
+        EXPECT_EQ(logged("messages", line), 1) << line;
+    }
     EXPECT_EQ(item("_DriverStatus"), "2");
     EXPECT_EQ(state(), "get all");
 }
 
-TEST_F(Km5Values, ValuesOfAMeterThatIsNoKm56iGoToTheFirstSystem) {
-    start_driver();
-    driver->subsystem = 2;
-    driver->instant_values = {{"T1", 71.25F}};
-    driver->flush_instant_data();
-    EXPECT_EQ(item("T1", 1), "71.250000");
+TEST_F(Km5ValuePass, ValuesOfAMeterThatIsNoKm56iGoToTheFirstSystem) {
+    sim::Km5Meter meter({.model = 2});
+    meter.set_value("T1", 71.25F);
+    start_described(meter, {.systems = {"heat", "heat", "heat"}});
+    publish();
+    EXPECT_EQ(item("T1", 1), "71.250000") << "although the third system is at work";
     EXPECT_EQ(item("T1", 3), "(none)");
-    EXPECT_TRUE(driver->instant_values.empty());
 }
 
-TEST_F(Km5Values, ValuesOfAKm56iGoToTheSystemAtWork) {
-    start_driver({.km56i = true});
-    driver->subsystem = 2;
-    driver->instant_values = {{"T1", 0.1F}, {"Tp", 5.0F}, {"IT1", 4.0F}};
-    driver->flush_instant_data();
+TEST_F(Km5ValuePass, ValuesOfAKm56iGoToTheSystemAtWork) {
+    sim::Km5Meter meter({.km56i = true, .subsystems = 3});
+    meter.set_value("T1", 0.1F, 2);
+    meter.set_value("Tp", 5.0F, 2);
+    meter.set_value("IT1", 4.0F, 2);
+    start_described(meter, {.km56i = true, .systems = {"heat", "heat", "heat"}});
+    publish();
     EXPECT_EQ(item("T1", 3), "0.100000");
     EXPECT_EQ(item("IT1", 3), "5.000000") << "Tp sorts behind IT1";
     EXPECT_EQ(item("T1", 1), "(none)");
@@ -253,7 +187,7 @@ TEST_F(Km5Values, ValuesOfAKm56iGoToTheSystemAtWork) {
     EXPECT_EQ(logged("messages", "Tp = 5.000000, subsystem = 2"), 1) << "the log has the meter's own name";
 }
 
-TEST_F(Km5Values, PublishingNothingChangesNothing) {
+TEST_F(Km5ValuePass, PublishingNothingChangesNothing) {
     start_driver();
     driver->flush_instant_data();
     EXPECT_TRUE(scene.list("/tmp/m1/1/tc_items").empty());

@@ -31,8 +31,6 @@ KM5& Km5Bench::start_described(sim::Km5Meter& meter, const Km5Setup& setup) {
     machine.connect(Port, meter);
     start_driver(setup);
     EXPECT_TRUE(driver->get_description());
-    driver->subsystem = 0;
-    driver->get_netaddr_from_config();
     meter.forget_requests();
     machine.forget_exchanges();
     return *driver;

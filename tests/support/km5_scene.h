@@ -28,8 +28,13 @@ class Km5Bench : public DriverBench<KM5> {
 
     /// A new driver with its settings, on the open line, as after the start of the daemon.
     KM5& start_driver(const Km5Setup& setup = {});
-    /// start_driver, then the description, and nothing heard so far.
+    /// start_driver, then the description, and nothing heard so far. The last system is at work then.
     KM5& start_described(sim::Km5Meter& meter, const Km5Setup& setup = {});
+
+    const KM5Progress& progress(int subsystem = 0) const { return driver->get_progress(subsystem); }
+    const KM5::Carried& carried() const { return driver->get_carried(); }
+    /// An earlier run has left the hourly archive read until `time`, in a file that no model writes.
+    void leave_hours_until(std::time_t time, int n = 1) { leave_archive("A16", stored_line(time, 192, 0) + "\n", n); }
 
     /// The text of the state file behind the name.
     std::string state() const;

@@ -10,152 +10,67 @@
 namespace {
 
 constexpr int MaxRetries = 20;
-constexpr int HourSeconds = 3600;
-constexpr int DaySeconds = 86400;
-constexpr int FirstValuePosition = 13;  // of the fourteen floats in a record
-constexpr std::uint8_t NoFirstRecordFlag = 0x80;
+constexpr double HourSeconds = 3600.0;
+constexpr double DaySeconds = 86400.0;
 
-/// How long after the last look the next one is due, seconds. A daily record is looked for every hour, too.
-double update_period(int type) {
-    switch (type) {
-        case ArchiveMonthly:
-            return 2592000.0;
-        case ArchiveYearly:
-            return 31104000.0;
-        default:
-            return HourSeconds;
-    }
-}
+// By archive type.
+constexpr std::array<const char*, 5> NeedUpdateTexts = {"hourly.", "daily.", "monthly.", "yearly.", "errors."};
+constexpr std::array<const char*, 5> TypeTexts = {"Type: Hourly. ", "Type: Daily. ", "Type: Monthly. ",
+                                                  "Type: Yearly. ", "Type: Errors. "};
 
-const char* need_update_text(int type) {
-    switch (type) {
-        case ArchiveDaily:
-            return "daily.";
-        case ArchiveMonthly:
-            return "monthly.";
-        case ArchiveYearly:
-            return "yearly.";
-        case ArchiveErrors:
-            return "errors.";
-        default:
-            return "hourly.";
-    }
-}
-
-const char* type_text(int type) {
-    switch (type) {
-        case ArchiveHourly:
-            return "Type: Hourly. ";
-        case ArchiveDaily:
-            return "Type: Daily. ";
-        case ArchiveMonthly:
-            return "Type: Monthly. ";
-        case ArchiveYearly:
-            return "Type: Yearly. ";
-        case ArchiveErrors:
-            return "Type: Errors. ";
-        default:
-            return "Type: NOT TYPE, WARNING, choose HOURLY";
-    }
-}
-
-/// The date of a record's averages: one period before its totals.
-std::tm average_tm(std::time_t rec_time, int type) {
-    if (type == ArchiveHourly) return local_time(rec_time - HourSeconds);
-    if (type != ArchiveDaily) return local_time(rec_time);
-    std::tm tm = local_time(rec_time - DaySeconds);
-    if (tm.tm_hour != 0 || tm.tm_min != 0 || tm.tm_sec != 0) {
-        // Summer time changed in between.
-        tm.tm_mday += 1;
-        tm.tm_hour = tm.tm_min = tm.tm_sec = 0;
-    }
-    return tm;
+bool is_from_the_future(int type, std::time_t rec_time) {
+    const double ahead = std::difftime(rec_time, gateway().now());
+    return (type == ArchiveDaily && ahead > DaySeconds) || (type == ArchiveHourly && ahead > HourSeconds);
 }
 
 }  // namespace
 
-std::time_t& KM5::last_request(int type) {
-    const auto s = static_cast<std::size_t>(subsystem);
-    switch (type) {
-        case ArchiveDaily:
-            return last_request_DAY[s];
-        case ArchiveMonthly:
-            return last_request_MONTH[s];
-        case ArchiveYearly:
-            return last_request_YEAR[s];
-        case ArchiveErrors:
-            return last_request_ERROR[s];
-        default:
-            return last_request_HOUR[s];
-    }
-}
-
-std::time_t& KM5::check_time(int type) {
-    const auto s = static_cast<std::size_t>(subsystem);
-    switch (type) {
-        case ArchiveDaily:
-            return check_time_DAY[s];
-        case ArchiveMonthly:
-            return check_time_MONTH[s];
-        case ArchiveYearly:
-            return check_time_YEAR[s];
-        case ArchiveErrors:
-            return check_time_ERROR[s];
-        default:
-            return check_time_HOUR[s];
-    }
-}
-
 bool KM5::need_update_archives(int type) {
     enter_state("need update archives ? ");
-    log_line(messages_log.get(), "Need update archives, type: ", need_update_text(type));
+    log_line(messages_log.get(), "Need update archives, type: ", NeedUpdateTexts[archive_index(type)]);
     const std::time_t now = gateway().now();
-    std::time_t& checked = check_time(type);
-    const std::time_t before = checked;
-    const bool due = std::difftime(now, checked) > update_period(type);
-    if (due) checked = now;
+    const std::time_t before = progress_here().check_time(type);
+    const bool due = progress_here().take_turn(type, now);
     log_line(messages_log.get(), "Now = ", now, ", last_request = ", before, ", fRes = ", int{due});
     return due;
 }
 
-int KM5::ask_bounds(int type, int position, const char* state, const char* begin_text, const char* result_text) {
+bool KM5::ask_bounds(int type, const char* state, const char* begin_text, KM5_bounds& out) {
     enter_state(state);
     log_line(messages_log.get(), "Archive : ", archive_type_name(type), begin_text);
-    KM5_request req;
-    init_request(req);
-    req.cmd = CmdArchiveBounds;
-    req.data[0] = static_cast<std::uint8_t>(type);
-    if (!request(req, true)) return -1;
-    if (position == 26) write_first_record_marker(answer_byte(5, req));
-    const int value = answer_u16(position, req);
-    log_line(messages_log.get(), "Archive : ", archive_type_name(type), result_text, value);
-    return value;
+    KM5_request req{.cmd = CmdArchiveBounds, .data = {static_cast<std::uint8_t>(type)}};
+    if (!request(req, true)) return false;
+    out = decode_bounds(req.recv_buf);
+    return true;
 }
 
 int KM5::get_first_record_idx(int type) {
-    return ask_bounds(type, 6, "get first record idx for archives", ". Get first record idx.", ". First record idx = ");
+    KM5_bounds bounds{};
+    if (!ask_bounds(type, "get first record idx for archives", ". Get first record idx.", bounds)) return -1;
+    log_line(messages_log.get(), "Archive : ", archive_type_name(type), ". First record idx = ", bounds.first);
+    return bounds.first;
 }
 
 int KM5::get_last_record_idx(int type) {
-    return ask_bounds(type, 16, "get last record idx for archives", ". Get last record idx.", ". Last record idx = ");
+    KM5_bounds bounds{};
+    if (!ask_bounds(type, "get last record idx for archives", ". Get last record idx.", bounds)) return -1;
+    log_line(messages_log.get(), "Archive : ", archive_type_name(type), ". Last record idx = ", bounds.last);
+    return bounds.last;
 }
 
 int KM5::get_record_count(int type) {
-    return ask_bounds(type, 26, "get record count for archives", ". Get records count. ", ". Records count = ");
-}
-
-void KM5::write_first_record_marker(std::uint8_t flags) {
-    overwrite_file(archive_path(uuid, subsystem + 1, "tc_archives", "_EXISTS_FIRST_RECORD"),
-                   (flags & NoFirstRecordFlag) != 0 ? "0" : "1");
+    KM5_bounds bounds{};
+    if (!ask_bounds(type, "get record count for archives", ". Get records count. ", bounds)) return -1;
+    overwrite_file(archive_path(uuid, carried.subsystem + 1, "tc_archives", "_EXISTS_FIRST_RECORD"),
+                   bounds.has_first_record ? "1" : "0");
+    log_line(messages_log.get(), "Archive : ", archive_type_name(type), ". Records count = ", bounds.count);
+    return bounds.count;
 }
 
 int KM5::get_string_by_date(int type, int day, int tm_mon, int tm_year, int hour) {
     enter_state("get string by date for archives");
     log_line(messages_log.get(), "Archive : ", archive_type_name(type), ". Get string number by date : ");
-    KM5_request req;
-    init_request(req);
-    req.cmd = CmdIndexByDate;
-    req.data[0] = static_cast<std::uint8_t>(type);
+    KM5_request req{.cmd = CmdIndexByDate, .data = {static_cast<std::uint8_t>(type)}};
     int_to_bcd(&req.data[1], static_cast<std::uint32_t>(day), 1);
     // The month is coded first and raised afterwards, so October goes out as 0x0A. The meters know no other request.
     int_to_bcd(&req.data[2], static_cast<std::uint32_t>(tm_mon), 1);
@@ -163,13 +78,14 @@ int KM5::get_string_by_date(int type, int day, int tm_mon, int tm_year, int hour
     int_to_bcd(&req.data[3], static_cast<std::uint32_t>(std::max(tm_year - 100, 0)), 1);
     int_to_bcd(&req.data[4], static_cast<std::uint32_t>(hour), 1);
     if (!request(req, true)) return -1;
-    const int idx = answer_u16(6, req);
+    const int idx = decode_index(req.recv_buf);
     log_line(messages_log.get(), day, ".", tm_mon + 1, ".", tm_year + 1900, " at ", hour,
              ", string number at archive database => ", idx);
     return idx;
 }
 
-void KM5::log_bounds(const KM5_ring& ring, int count, std::time_t last) {
+KM5_ring KM5::begin_walk(int first_idx, int last_idx, int count, std::time_t last) {
+    const KM5_ring ring(first_idx, last_idx, count);
     UniLog* const log = messages_log.get();
     log_line(log, "First archive string: ", ring.begin);
     log_line(log, "Last archive string: ", ring.end);
@@ -177,6 +93,8 @@ void KM5::log_bounds(const KM5_ring& ring, int count, std::time_t last) {
     log_line(log, "Last idx : ", ring.last_idx);
     log_line(log, "Records count : ", count);
     log_line(log, "Last_request_date: ", last);
+    close_default_files();
+    return ring;
 }
 
 bool KM5::read_indexed(KM5_request& req, std::uint8_t cmd, int type, int idx) {
@@ -190,23 +108,18 @@ bool KM5::read_indexed(KM5_request& req, std::uint8_t cmd, int type, int idx) {
     }
 }
 
-bool KM5::is_from_the_future(int type, std::time_t rec_time) const {
-    const double ahead = std::difftime(rec_time, gateway().now());
-    return (type == ArchiveDaily && ahead > DaySeconds) || (type == ArchiveHourly && ahead > HourSeconds);
-}
-
 bool KM5::get_archives(int type) {
     enter_state("get archives");
     log_line(messages_log.get(), "Starts get archives. ");
     if (type == ArchiveHourly) get_error_archives();
 
-    const char* const text = type_text(type);
-    if (type < ArchiveHourly || type > ArchiveErrors) type = ArchiveHourly;
-    std::time_t& last = last_request(type);
+    const bool unknown = type < ArchiveHourly || type > ArchiveErrors;
+    if (unknown) type = ArchiveHourly;
+    std::time_t& last = progress_here().last_request(type);
     if (type == ArchiveHourly) publish_item("_DriverStatus", int{StatusHourlyArchive});
     if (type == ArchiveDaily) publish_item("_DriverStatus", int{StatusDailyArchive});
     if (type == ArchiveErrors) publish_item("_DriverStatus", int{StatusErrorArchive});
-    log_line(messages_log.get(), text);
+    log_line(messages_log.get(), unknown ? "Type: NOT TYPE, WARNING, choose HOURLY" : TypeTexts[archive_index(type)]);
 
     const int count = get_record_count(type);
     if (count == -1) return false;
@@ -223,25 +136,21 @@ bool KM5::get_archives(int type) {
     }
     if (first_idx == -1) return false;
 
-    KM5_ring ring(first_idx, last_idx, count);
-    log_bounds(ring, count, last);
-    close_default_files();
+    KM5_ring ring = begin_walk(first_idx, last_idx, count, last);
     std::tm newest_tm = last_tm;
     for (int idx = ring.begin; idx <= ring.end; idx = ring.next(idx)) {
         KM5_request req;
         if (!read_indexed(req, CmdArchiveRecord, type, idx)) return false;
-        std::tm record_tm{};
-        take_date_block(req, record_tm);
-        record_tm.tm_isdst = -1;
-        const std::time_t rec_time = make_time(record_tm);
+        KM5_record record = decode_record(req.recv_buf);
+        const std::time_t rec_time = make_time(record.date);
         log_line(messages_log.get(), "Begin = ", ring.begin, ", end = ", ring.end, ", idx = ", idx, " ",
-                 asctime_text(record_tm));
+                 asctime_text(record.date));
         if (rec_time <= last) {
             log_line(messages_log.get(), "last request day|hour(", last, ") > record day(", rec_time,
                      ") => continue\n");
         } else if (!is_from_the_future(type, rec_time)) {
-            store_record(req, type, record_tm);
-            newest_tm = record_tm;
+            store_record(record, type);
+            newest_tm = record.date;
             log_line(messages_log.get(), "Archives end: last_request_date: ", last, " => ", date_text(newest_tm));
         }
         pending_double.clear();
@@ -252,36 +161,17 @@ bool KM5::get_archives(int type) {
     return true;
 }
 
-void KM5::store_record(const KM5_request& req, int type, std::tm record_tm) {
-    using NamedValue = std::pair<std::string, float>;
-    std::vector<NamedValue> totals;
-    std::vector<NamedValue> averages;
-    const KM5_model_table* const table = find_model_table(model);
-    const bool heating = !system_type[static_cast<std::size_t>(subsystem)].starts_with("gvs");
-    for (std::size_t k = 0; table != nullptr && k < table->params.size(); ++k) {
-        const KM5_param& param = table->params[k];
-        if (!param.enabled) continue;
-        const float value = answer_float(FirstValuePosition + 4 * static_cast<int>(k), req);
-        std::string name = param.name;
-        if (param.integrating == 1) {
-            totals.emplace_back(name, value);
-            continue;
-        }
-        if (is_gvs() && name == "T2") name = "T3";
-        if (is_gvs() && name == "P2") name = "P3";
-        if (model == 7 && heating && (name == "T3" || name == "P3")) continue;
-        averages.emplace_back(name, value);
-    }
-
-    const auto add = [this, type](const std::vector<NamedValue>& values) {
+void KM5::store_record(const KM5_record& record, int type) {
+    const auto add = [this, type](const std::vector<KM5_value>& values) {
         for (const auto& [name, value] : values) add_value(archive_name_for_opc(name, type), value);
     };
-    add(totals);
-    log_line(messages_log.get(), "Archive date: ", date_text(record_tm));
+    const KM5_sorted sorted = sort_record(record, carried.meter.model, is_hot_water());
+    add(sorted.totals);
+    log_line(messages_log.get(), "Archive date: ", date_text(record.date));
     for (const auto& [name, value] : pending_double) log_line(messages_log.get(), name, " = ", value);
-    flush_values(record_tm, type, QualityGood, subsystem + 1, 0);
-    add(averages);
-    flush_values(average_tm(make_time(record_tm), type), type, QualityGood, subsystem + 1, 0);
+    flush_values(record.date, type, QualityGood, carried.subsystem + 1, 0);
+    add(sorted.averages);
+    flush_values(average_date(record.date, type), type, QualityGood, carried.subsystem + 1, 0);
 }
 
 std::string KM5::archive_name_for_opc(const std::string& name, int type) {

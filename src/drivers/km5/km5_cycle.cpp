@@ -9,52 +9,61 @@
 
 namespace {
 
-constexpr int FirstArchiveLead = 1800;       // the first archive pass comes this much earlier, seconds
 constexpr double HourBorderSeconds = 300.0;  // silence after a probe that met the hour change
-constexpr double HourlyLagLimit = 14400.0;
-constexpr double DailyLagLimit = 86400.0;
 constexpr std::size_t LogCommandBytes = 256;
 constexpr std::size_t TraceCommandBytes = 128;
 
 }  // namespace
 
 KM5::KM5(const std::string& meter, bool km56i, bool isATT_mustbe_)
-    : km56i_mode(km56i),
-      isATT_mustbe(isATT_mustbe_),
+    : isATT_mustbe(isATT_mustbe_),
       messages_log(open_meter_log(meter, "messages.txt")),
       debug_log(open_meter_log(meter, "debug.txt")),
-      general_log(open_meter_log(meter, "general.txt")) {
+      general_log(open_meter_log(meter, "general.txt")),
+      link(
+          debug_log.get(),
+          [this](Bytes tx, ExchangeAnswer& rx, int rx_max) { send_receive(tx, rx, rx_max, use_pause_flag); },
+          [this](bool connected) { setConnected(connected, uuid); }) {
     uuid = meter;
+    carried.meter.km56i_mode = km56i;
     log_both("KM5 driver creating.");
-    const std::time_t now = gateway().now();
-    check_time_HOUR.fill(now - FirstArchiveLead);
-    check_time_DAY.fill(now - FirstArchiveLead);
-    check_time_MONTH.fill(now);
-    check_time_YEAR.fill(now);
-    check_time_ERROR.fill(now);
+    progress.fill(KM5Progress(gateway().now()));
     log_both("Forming driver names for OPC.");
-    for (subsystem = 0; subsystem < MaxSubsystems; ++subsystem) KM5::set_uuid(meter);
-    subsystem = 0;
+    for (int& s = carried.subsystem; s < MaxSubsystems; ++s) KM5::set_uuid(meter);
+    carried.subsystem = 0;
     log_both("subsystem_count = ", subsystem_count);
 }
 
 void KM5::set_uuid(const std::string& meter) {
     uuid = meter;
     enter_state("Set uuid");
-    const auto raise = [this](std::time_t& last, const char* name) {
-        last = std::max(last, last_record_time(name, subsystem + 1, "tc_archives"));
-    };
-    for (const char* name : daily_integrals) raise(last_request(ArchiveDaily), name);
-    for (const char* name : hourly_integrals) raise(last_request(ArchiveHourly), name);
-    raise(last_request(ArchiveErrors), EventArchive);
-    log_line(general_log.get(), "last_request_HOUR[", subsystem, "] = ", last_request(ArchiveHourly));
-    log_line(general_log.get(), "last_request_DAY[", subsystem, "] = ", last_request(ArchiveDaily));
-    log_line(general_log.get(), "last_request_ERROR[", subsystem, "] = ", last_request(ArchiveErrors));
+    const int s = carried.subsystem;
+    KM5Progress& here = progress_here();
+    here.load(*this, s + 1);
+    log_line(general_log.get(), "last_request_HOUR[", s, "] = ", here.last_request_HOUR);
+    log_line(general_log.get(), "last_request_DAY[", s, "] = ", here.last_request_DAY);
+    log_line(general_log.get(), "last_request_ERROR[", s, "] = ", here.last_request_ERROR);
 }
 
 void KM5::set_tty(int fd) {
     log_both("KM5::set_tty, tty_fd = ", fd);
     tty_fd = fd;
+}
+
+int KM5::get_netaddr_from_config() {
+    if (tc_sernum == 0) {
+        log_line(debug_log.get(), "tc_tmp_sernum = 0, ERROR.");
+        return -1;
+    }
+    KM5_netaddr& netaddr = carried.netaddr;
+    int_to_bcd(netaddr.data(), tc_sernum, netaddr.size());
+    if (carried.meter.km56i_mode) {
+        log_line(debug_log.get(), "Its KM5-6i, select subsystem");
+        netaddr[3] = static_cast<std::uint8_t>((netaddr[3] & 0xF0) | carried.subsystem);
+    }
+    log_line(debug_log.get(), "Subsystem = ", carried.subsystem,
+             ", netaddr = ", format_cut(12, "%X_%X_%X_%X", netaddr[0], netaddr[1], netaddr[2], netaddr[3]));
+    return 1;
 }
 
 int KM5::served_subsystems() {
@@ -68,8 +77,8 @@ int KM5::served_subsystems() {
 }
 
 bool KM5::is_all_archives_ok() {
-    const bool result = std::all_of(archives_ok.begin(), archives_ok.begin() + served_subsystems(),
-                                    [](bool caught_up) { return caught_up; });
+    const bool result = std::all_of(progress.begin(), progress.begin() + served_subsystems(),
+                                    [](const KM5Progress& each) { return each.archives_ok; });
     log_both("KM5::is_all_archives_ok, fResult = ", result ? "true" : "false");
     return result;
 }
@@ -88,12 +97,9 @@ bool KM5::is_update_due() {
         return false;
     }
 
-    KM5_request req;
-    init_request(req);
-    req.cmd = CmdCurrent;
+    KM5_request req{.cmd = CmdCurrent};
     if (!request(req, false)) return false;
-    std::tm clock{};
-    take_date_block(req, clock);
+    const std::tm clock = decode_date(req.recv_buf);
     log_line(messages_log.get(), "HeatMeter datetime => ", clock.tm_mday, ".", clock.tm_mon + 1, ".",
              clock.tm_year + 1900, " ", clock.tm_hour, ":", clock.tm_min, ":", clock.tm_sec);
     if (clock.tm_min >= 1 && clock.tm_min <= 56) {
@@ -106,13 +112,13 @@ bool KM5::is_update_due() {
 
 void KM5::run_main() {
     log_line(general_log.get(), "START: RUN_MAIN");
-    if (km56i_mode) {
+    if (carried.meter.km56i_mode) {
         enter_state("run main km56i");
         log_line(messages_log.get(), "Start main function, km5-6i");
         const int count = served_subsystems();
         for (int s = 0; s < count; ++s) {
             log_line(general_log.get(), "START ", s, "subsystem read");
-            subsystem = s;
+            carried.subsystem = s;
             log_line(messages_log.get(), "Set subsystem = ", s);
             read_pass();
             log_line(general_log.get(), "END ", s, "subsystem read");
@@ -120,7 +126,7 @@ void KM5::run_main() {
     } else {
         enter_state("run main");
         log_line(messages_log.get(), "Start main function");
-        subsystem = 0;
+        carried.subsystem = 0;
         read_pass();
     }
     log_line(general_log.get(), "END: RUN_MAIN");
@@ -152,20 +158,30 @@ void KM5::read_pass() {
 }
 
 void KM5::compare_archive_times() {
-    const std::time_t hour = last_request(ArchiveHourly);
-    const std::time_t day = last_request(ArchiveDaily);
+    KM5Progress& here = progress_here();
+    const int s = carried.subsystem;
     log_line(messages_log.get(), "Comapare archive times for regularing EXTDS");
-    log_line(messages_log.get(), "param_MDateTime = ", param_MDateTime);
-    log_line(messages_log.get(), "last Hour request for ", subsystem, " subsystem = ", hour);
-    log_line(messages_log.get(), "last Day request for ", subsystem, " subsystem = ", day);
-    // Lopsided on purpose: strict for the hour, not strict for the day.
-    const bool behind =
-        std::difftime(param_MDateTime, hour) > HourlyLagLimit || std::difftime(param_MDateTime, day) >= DailyLagLimit;
-    if (behind) log_line(messages_log.get(), "Difftime very large. Need stop EXTDS");
-    archives_ok[static_cast<std::size_t>(subsystem)] = !behind;
-    const char* const text = behind ? "Archives are not OK. Stop EXTDS" : "Archives are OK. Start EXTDS";
+    log_line(messages_log.get(), "param_MDateTime = ", carried.param_MDateTime);
+    log_line(messages_log.get(), "last Hour request for ", s, " subsystem = ", here.last_request_HOUR);
+    log_line(messages_log.get(), "last Day request for ", s, " subsystem = ", here.last_request_DAY);
+    here.archives_ok = !here.is_behind(carried.param_MDateTime);
+    if (!here.archives_ok) log_line(messages_log.get(), "Difftime very large. Need stop EXTDS");
+    const char* const text = here.archives_ok ? "Archives are OK. Start EXTDS" : "Archives are not OK. Stop EXTDS";
     log_line(general_log.get(), text);
     log_both(text);
+}
+
+// What follows has no caller.
+
+bool KM5::get_netaddr() {
+    log_line(debug_log.get(), "Start get netaddr(auto recieve serial number)");
+    KM5_request req{.cmd = CmdIdentity};
+    if (!request(req, true)) return false;
+    KM5_netaddr& netaddr = carried.netaddr;
+    answer_bytes(2, 5, netaddr.data(), req);
+    log_line(debug_log.get(), "Your network address: ",
+             format_cut(12, "%.2X %.2X %.2X %.2X", netaddr[0], netaddr[1], netaddr[2], netaddr[3]));
+    return true;
 }
 
 bool KM5::time_check(double period, std::time_t& stamp, bool update) {
@@ -177,7 +193,7 @@ bool KM5::time_check(double period, std::time_t& stamp, bool update) {
 
 bool KM5::need_update_error_archives() {
     log_line(messages_log.get(), "Need update error archives");
-    return time_check(3600.0, check_time(ArchiveErrors), false);
+    return time_check(3600.0, progress_here().check_time_ERROR, false);
 }
 
 bool KM5::need_update_current() {
@@ -187,7 +203,7 @@ bool KM5::need_update_current() {
 }
 
 bool KM5::need_update_info() {
-    if (version == -1.0F || model == -1) check_time_info = 0;
+    if (carried.meter.version == -1.0F || carried.meter.model == -1) check_time_info = 0;
     const bool due = time_check(3600.0, check_time_info, true);
     log_line(messages_log.get(), "Need update info? ", due ? "Yes" : "No");
     return due;

@@ -21,54 +21,46 @@ constexpr LimitParameters Km56iLimits[KM5::MaxSubsystems] = {
 
 constexpr LimitParameters PlainLimits = {70, 68, 75, 73};
 
-std::string as_text(Bytes bytes) {
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
 }  // namespace
-
-void KM5::do_init() {
-    get_description();
-}
 
 bool KM5::getModel() {
     log_both("Start getModel");
-    KM5_request req;
-    init_request(req);
-    req.cmd = CmdIdentity;
+    KM5_meter& meter = carried.meter;
+    KM5_request req{.cmd = CmdIdentity};
     if (!request(req, false)) return false;
-    model = answer_byte(9, req) + 1;
-    km56i_mode = false;
+    meter.model = u8_at(req.recv_buf, 9) + 1;
+    meter.km56i_mode = false;
 
     req.cmd = CmdVersion;
     const bool ok = request(req, false);
+    std::array<std::uint8_t, 4> model_type{};
     answer_bytes(8, 11, model_type.data(), req);
-    const std::string letters = as_text(model_type);
+    const std::string letters(model_type.begin(), model_type.end());
     log_both("raw model_type: ", letters);
     if (!ok) return false;
 
     if (letters == "KM5I") {
-        km56i_mode = true;
-        model = 7;
+        meter.km56i_mode = true;
+        meter.model = 7;
     } else if (letters.starts_with("ATT")) {
-        isATT = true;
+        meter.isATT = true;
         log_both("isATT! ");
     }
-    log_both("Model = ", model);
+    log_both("Model = ", meter.model);
     log_both("EEPROM_MODEL = ", 0);
     return true;
 }
 
 bool KM5::get_version() {
     log_line(messages_log.get(), "Start get version...");
-    KM5_request req;
-    init_request(req);
-    req.cmd = CmdVersion;
+    float& version = carried.meter.version;
+    KM5_request req{.cmd = CmdVersion};
     if (!request(req, true)) {
         log_line(messages_log.get(), "Get version: ", version, ", FAIL");
         return false;
     }
     // The first byte is the echoed command 9, a tab to the number's reader.
+    std::array<std::uint8_t, 5> version_text{};
     answer_bytes(1, 5, version_text.data(), req);
     version = parse_version(version_text);
     log_line(messages_log.get(), "Get version: ", version);
@@ -77,18 +69,15 @@ bool KM5::get_version() {
 
 bool KM5::read_EEPROM(int number, int length, float& out) {
     log_line(messages_log.get(), "Start read EEPROM");
-    KM5_request req;
-    init_request(req);
-    req.cmd = CmdReadEeprom;
-    req.data[0] = static_cast<std::uint8_t>(number);
-    req.data[1] = static_cast<std::uint8_t>(length);
+    KM5_request req{.cmd = CmdReadEeprom,
+                    .data = {static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(length)}};
     const bool ok = request(req, true);
-    out = answer_float(5, req);
+    out = le_float(req.recv_buf, 5);
     return ok;
 }
 
 std::array<float, 4> KM5::read_flow_limits() {
-    const LimitParameters& numbers = km56i_mode ? Km56iLimits[subsystem] : PlainLimits;
+    const LimitParameters& numbers = carried.meter.km56i_mode ? Km56iLimits[carried.subsystem] : PlainLimits;
     const auto read = [this](int number) {
         float value = 0.0F;
         return read_EEPROM(number, EepromValueBytes, value) ? value : 0.0F;
@@ -114,20 +103,21 @@ void KM5::publish_description(const std::string& serial, const std::array<float,
 
 bool KM5::get_description() {
     bool ok = false;
+    const KM5_meter& meter = carried.meter;
     const int count = served_subsystems();
     for (int s = 0; s < count; ++s) {
-        subsystem = s;
+        carried.subsystem = s;
         enter_state("get description");
         log_line(messages_log.get(), "Start get description.");
         const std::string serial = format_cut(SerialTextBytes, "%d", static_cast<std::int32_t>(tc_sernum));
         if (get_netaddr_from_config() == -1) return false;
 
         if (getModel()) {
-            const std::string name = model_name(km56i_mode, isATT, model);
-            if (isATT) log_line(messages_log.get(), "model is ", name);
+            const std::string name = model_name(meter);
+            if (meter.isATT) log_line(messages_log.get(), "model is ", name);
             log_line(messages_log.get(), "isATT_mustbe = ", isATT_mustbe ? "yes" : "no",
-                     ", isATT = ", isATT ? "yes" : "no");
-            if (isATT != isATT_mustbe) {
+                     ", isATT = ", meter.isATT ? "yes" : "no");
+            if (meter.isATT != isATT_mustbe) {
                 setConnected(false, uuid);
                 return false;
             }
@@ -135,23 +125,23 @@ bool KM5::get_description() {
         }
 
         ok = get_version();
-        if (ok) publish_item("Firmware", static_cast<double>(version));
+        if (ok) publish_item("Firmware", static_cast<double>(meter.version));
         const std::array<float, 4> limits = read_flow_limits();
         if (ok) publish_description(serial, limits);
 
-        if (model == -1) {
+        if (meter.model == -1) {
             log_line(messages_log.get(), "ERROR: KM5 model: unknown!");
             ok = false;
         } else {
-            log_line(messages_log.get(), "KM5 model: ", model);
+            log_line(messages_log.get(), "KM5 model: ", meter.model);
         }
-        if (version == -1.0F) {
+        if (meter.version == -1.0F) {
             log_line(messages_log.get(), "ERROR: KM5 version: unknown!");
             ok = false;
         } else {
-            log_line(messages_log.get(), "KM5 version: ", version);
+            log_line(messages_log.get(), "KM5 version: ", meter.version);
         }
     }
-    has_description = ok;
+    carried.has_description = ok;
     return ok;
 }

@@ -7,7 +7,6 @@
 namespace {
 
 constexpr double FutureSeconds = 3600.0;
-constexpr std::uint8_t StateBit = 0x80;
 constexpr int QualityStateClear = 0;
 
 }  // namespace
@@ -16,14 +15,14 @@ bool KM5::get_error_archives() {
     publish_item("_DriverStatus", int{StatusErrorArchive});
     enter_state("get error archives");
     log_line(messages_log.get(), "Start get error archives. ");
-    std::time_t& last = last_request(ArchiveErrors);
+    std::time_t& last = progress_here().last_request_ERROR;
     std::tm tm = local_time(last);
 
     const int count = get_record_count(ArchiveErrors);
     if (count == -1) return false;
     const int last_idx = get_last_record_idx(ArchiveErrors);
     if (last_idx == -1) return false;
-    log_line(messages_log.get(), "Last request error[ ", subsystem, " ] = ", last);
+    log_line(messages_log.get(), "Last request error[ ", carried.subsystem, " ] = ", last);
     int first_idx = 0;
     if (last != 0) {
         log_line(messages_log.get(), "last_request_ERROR[subsystem] != 0");
@@ -34,17 +33,15 @@ bool KM5::get_error_archives() {
     }
     if (first_idx == -1) return false;
 
-    KM5_ring ring(first_idx, last_idx, count);
-    log_bounds(ring, count, last);
-    close_default_files();
+    KM5_ring ring = begin_walk(first_idx, last_idx, count, last);
     for (int idx = ring.begin; idx <= ring.end; idx = ring.next(idx)) {
         enter_state("get error archives");
         KM5_request req;
         if (!read_indexed(req, CmdErrorRecord, ArchiveErrors, idx)) break;
-        take_date_block(req, tm);
-        tm.tm_isdst = -1;
-        const std::time_t rec_time = make_time(tm);
-        if (rec_time > last && std::difftime(rec_time, gateway().now()) <= FutureSeconds) store_event(req, tm);
+        KM5_event event = decode_event(req.recv_buf);
+        const std::time_t rec_time = make_time(event.date);
+        if (rec_time > last && std::difftime(rec_time, gateway().now()) <= FutureSeconds) store_event(event);
+        tm = event.date;
         clear_values();
     }
 
@@ -56,11 +53,9 @@ bool KM5::get_error_archives() {
     return true;
 }
 
-void KM5::store_event(const KM5_request& req, const std::tm& tm) {
-    const std::uint8_t raw = answer_byte(5, req);
-    const int code = raw & ~StateBit;
-    add_value(EventArchive, code);
-    log_line(messages_log.get(), "GetErrorArchives: Hourly ER: ", code);
-    log_line(messages_log.get(), "GetErrorArchives: Daily ER: ", code);
-    flush_values(tm, 1, (raw & StateBit) != 0 ? QualityGood : QualityStateClear, subsystem + 1, 0);
+void KM5::store_event(const KM5_event& event) {
+    add_value(EventArchive, event.code);
+    log_line(messages_log.get(), "GetErrorArchives: Hourly ER: ", event.code);
+    log_line(messages_log.get(), "GetErrorArchives: Daily ER: ", event.code);
+    flush_values(event.date, 1, event.state ? QualityGood : QualityStateClear, carried.subsystem + 1, 0);
 }

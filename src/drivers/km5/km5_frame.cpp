@@ -66,37 +66,10 @@ void answer_bytes(int first, int last, std::uint8_t* dst, const KM5_request& req
     }
 }
 
-float answer_float(int position, const KM5_request& request) {
-    std::array<std::uint8_t, 4> bytes{};
-    answer_bytes(position - FieldToPosition, position - FieldToPosition + 3, bytes.data(), request);
-    return le_float(bytes, 0);
-}
-
-int answer_u16(int position, const KM5_request& request) {
-    std::array<std::uint8_t, 2> bytes{};
-    answer_bytes(position - FieldToPosition, position - FieldToPosition + 1, bytes.data(), request);
-    return le_u16(bytes, 0);
-}
-
-std::uint8_t answer_byte(int position, const KM5_request& request) {
-    std::uint8_t byte = 0;
-    answer_bytes(position - FieldToPosition, position - FieldToPosition, &byte, request);
-    return byte;
-}
-
 void int_to_bcd(std::uint8_t* dst, std::uint32_t value, std::size_t size) {
     std::uint64_t bcd = 0;
     for (int shift = 0; value != 0; value /= 10, shift += 4) bcd |= static_cast<std::uint64_t>(value % 10) << shift;
     for (std::size_t i = 0; i < size; ++i) dst[i] = i < sizeof(bcd) ? static_cast<std::uint8_t>(bcd >> (8 * i)) : 0;
-}
-
-void take_date_block(const KM5_request& request, std::tm& tm) {
-    tm.tm_mday = bcd_to_int(answer_byte(6, request));
-    tm.tm_mon = bcd_to_int(answer_byte(7, request)) - 1;
-    tm.tm_year = bcd_to_int(answer_byte(8, request)) + 100;
-    tm.tm_hour = bcd_to_int(answer_byte(10, request));
-    tm.tm_min = bcd_to_int(answer_byte(11, request));
-    tm.tm_sec = bcd_to_int(answer_byte(12, request));
 }
 
 float parse_version(Bytes text) {

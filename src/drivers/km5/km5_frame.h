@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <ctime>
 #include <vector>
 
 #include "core/bytes.h"
@@ -33,13 +32,16 @@ enum KM5_archive : int {
     ArchiveErrors = 4,
 };
 
+/// A meter's address on the line.
+using KM5_netaddr = std::array<std::uint8_t, 4>;
+
 constexpr std::size_t RequestBytes = 16;
 constexpr std::size_t AnswerBytes = 72;
 
 /// One exchange: the fields of the request, the frame as sent, the answer as received. Reused from one exchange to the
 /// next; an answer that does not come leaves the bytes of the one before.
 struct KM5_request {
-    std::array<std::uint8_t, 4> netaddr{};
+    KM5_netaddr netaddr{};
     std::uint8_t cmd = 0;
     std::array<std::uint8_t, 9> data{};
     std::uint8_t CS1 = 0;
@@ -76,17 +78,8 @@ bool isError(const KM5_request& request);
 /// Copies the answer's fields `first` to `last`, counted from 1 at the command byte, which stands at position 4.
 void answer_bytes(int first, int last, std::uint8_t* dst, const KM5_request& request);
 
-/// Numbers at a position of the answer, little-endian.
-float answer_float(int position, const KM5_request& request);
-int answer_u16(int position, const KM5_request& request);
-std::uint8_t answer_byte(int position, const KM5_request& request);
-
 /// Writes `value` as packed BCD into `size` bytes, little-endian.
 void int_to_bcd(std::uint8_t* dst, std::uint32_t value, std::size_t size);
-
-/// Puts day, month, year and time of day of the answer's date block (positions 5..12, BCD, local time of the meter)
-/// into `tm`. Nonsense digits are not refused: the caller's range tests decide.
-void take_date_block(const KM5_request& request, std::tm& tm);
 
 /// The firmware version out of its text: blanks, then a decimal number; 0 for a text without digits.
 float parse_version(Bytes text);

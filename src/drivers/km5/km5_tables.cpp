@@ -1,129 +1,54 @@
 #include "drivers/km5/km5_tables.h"
 
 #include <algorithm>
+#include <string_view>
+
+#include "drivers/km5/km5_frame.h"
 
 // clang-format off
-const std::array<KM5_model_table, 7> KM5_PARAMS = {{
-    {1, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  false, "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  false, "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, true,  "IV1", 1},
-        {12, false, "IV2", 1},
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-    {2, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  false, "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  false, "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, true,  "IV1", 1},
-        {12, true,  "IV2", 1},
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-    {3, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  true,  "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  true,  "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, true,  "IV1", 1},
-        {12, true,  "IV3", 1},  // the second volume total of this model goes to the third file
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-    {4, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  true,  "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  true,  "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, true,  "IV1", 1},
-        {12, true,  "IV2", 1},
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-    {5, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  false, "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  true,  "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, true,  "IV1", 1},
-        {12, true,  "IV2", 1},
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-    {6, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  false, "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  false, "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, false, "IV1", 1},
-        {12, false, "IV2", 1},
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-    {7, {{
-        // id enabled name  integrating
-        {1,  false, "ta",  0},
-        {2,  true,  "P1",  0},
-        {3,  true,  "P2",  0},
-        {4,  false, "P3",  0},
-        {5,  true,  "T1",  0},
-        {6,  true,  "T2",  0},
-        {7,  true,  "T3",  0},
-        {8,  true,  "IM1", 1},
-        {9,  true,  "IM2", 1},
-        {10, false, "Vi",  1},
-        {11, true,  "IV1", 1},
-        {12, true,  "IV2", 1},
-        {13, true,  "IQ",  1},
-        {14, true,  "IT",  1},
-    }}},
-}};
+namespace {
+
+struct Position {
+    const char* name;
+    int integrating;
+    std::string_view models;  ///< that fill it
+};
+
+constexpr Position Positions[] = {
+    {"ta",  0, ""},
+    {"P1",  0, "1234567"},
+    {"P2",  0, "1234567"},
+    {"P3",  0, "34"},
+    {"T1",  0, "1234567"},
+    {"T2",  0, "1234567"},
+    {"T3",  0, "3457"},
+    {"IM1", 1, "1234567"},
+    {"IM2", 1, "1234567"},
+    {"Vi",  1, ""},
+    {"IV1", 1, "123457"},
+    {"IV2", 1, "23457"},
+    {"IQ",  1, "1234567"},
+    {"IT",  1, "1234567"},
+};
+
+constexpr std::array<KM5_model_table, 7> model_tables() {
+    std::array<KM5_model_table, 7> tables{};
+    for (int model = 1; KM5_model_table& table : tables) {
+        table.model = model;
+        for (int id = 1; KM5_param& param : table.params) {
+            const Position& position = Positions[id - 1];
+            const bool enabled = position.models.find(static_cast<char>('0' + model)) != std::string_view::npos;
+            param = {id++, enabled, position.name, position.integrating};
+        }
+        ++model;
+    }
+    tables[2].params[11].name = "IV3";  // the second volume of model 3 goes to the third file
+    return tables;
+}
+
+}  // namespace
+
+constexpr std::array<KM5_model_table, 7> KM5_PARAMS = model_tables();
 
 // Tp replaces what another page of the same pass has written as IT1; that is wanted.
 const std::array<KM5_name, 34> opc_moment_names = {{
@@ -204,61 +129,69 @@ const std::array<const char*, 5> daily_integrals = {"A29", "A32", "A34", "A40", 
 
 namespace {
 
-using Row = KM5_page_value;
+constexpr bool Always(int /*model*/, bool /*gvs*/) { return true; }
+constexpr bool Gvs(int /*model*/, bool gvs) { return gvs; }
+constexpr bool NotGvs(int /*model*/, bool gvs) { return !gvs; }
+constexpr bool Model3(int model, bool /*gvs*/) { return model == 3; }
+constexpr bool NotModel3(int model, bool /*gvs*/) { return model != 3; }
+constexpr bool Model6(int model, bool /*gvs*/) { return model == 6; }
+constexpr bool NotModel6(int model, bool /*gvs*/) { return model != 6; }
+constexpr bool Model5or6(int model, bool /*gvs*/) { return model == 5 || model == 6; }
+constexpr bool NotModel5or6(int model, bool /*gvs*/) { return model != 5 && model != 6; }
 
 // A version is held in single precision, so firmware 2.10 is below the gate of 2.1; it stays without the last page.
 constexpr KM5_page_value PageValues[] = {
     // cmd  page from  position      name             condition
-    {0x2C, 1, 0.0,  5,            "IE1",            Row::Always},
-    {0x2C, 2, 0.0,  5,            "IM1",            Row::Always},
-    {0x2C, 3, 0.0,  5,            "IM2",            Row::Always},
-    {0x2C, 4, 0.0,  5,            "IT1",            Row::Always},
-    {0x2C, 5, 0.0,  5,            "Q1",             Row::Always},
-    {0x2C, 5, 1.58, 9,            "M1",             Row::Always},
-    {0x2C, 5, 1.58, 13,           "P1",             Row::Always},
-    {0x2C, 5, 1.58, 17,           "P3",             Row::Gvs},
-    {0x2C, 5, 1.58, 17,           "P2",             Row::NotGvs},
-    {0x2C, 5, 1.58, 21,           "T1",             Row::Always},
-    {0x2C, 5, 1.58, 25,           "T3",             Row::Gvs},
-    {0x2C, 5, 1.58, 25,           "T2",             Row::NotGvs},
-    {0x2C, 5, 1.58, ConstantOne,  "GVSConversion",  Row::Gvs},
-    {0x2C, 6, 0.0,  5,            "M1",             Row::Always},
-    {0x2C, 7, 1.59, 5,            "Q2",             Row::Always},
-    {0x2C, 7, 1.59, 9,            "M2",             Row::Always},
-    {0x2C, 7, 1.59, 13,           "Q4",             Row::Always},
-    {0x2C, 7, 1.59, 17,           "M4",             Row::Always},
-    {0x2C, 7, 1.59, 21,           "T5",             Row::Always},
-    {0x2C, 7, 1.59, 25,           "T4",             Row::Always},
-    {0x2C, 8, 1.86, 9,            "M5",             Row::Always},
-    {0x7B, 0, 1.59, 5,            "M1",             Row::Always},
-    {0x7B, 0, 1.59, 9,            "M2",             Row::Always},
-    {0x7B, 0, 1.59, 13,           "M4",             Row::Always},
-    {0x7B, 0, 1.59, 17,           "T1",             Row::Always},
-    {0x7B, 0, 1.59, 21,           "T3",             Row::Gvs},
-    {0x7B, 0, 1.59, 21,           "T2",             Row::NotGvs},
-    {0x7B, 0, 1.59, 25,           "T2",             Row::Gvs},
-    {0x7B, 0, 1.59, 25,           "T3",             Row::NotGvs},
-    {0x7B, 0, 1.59, ConstantOne,  "GVSConversion",  Row::Gvs},
-    {0x7B, 0, 1.59, 29,           "Ta",             Row::Always},
-    {0x7B, 0, 1.59, 33,           "P1",             Row::Always},
-    {0x7B, 0, 1.59, 37,           "P3",             Row::Gvs},
-    {0x7B, 0, 1.59, 37,           "P2",             Row::NotGvs},
-    {0x7B, 0, 1.59, 41,           "P4",             Row::Always},
-    {0x7B, 0, 1.59, 49,           "T4",             Row::Always},
-    {0x7B, 0, 1.59, 53,           "T5",             Row::Always},
-    {0x7B, 0, 1.59, 61,           "IE2",            Row::Always},
-    {0x7B, 0, 1.59, 65,           "T6",             Row::Always},
-    {0x5F, 0, 2.1,  13,           "IM1",            Row::Always},
-    {0x5F, 0, 2.1,  17,           "IM3",            Row::Model3},
-    {0x5F, 0, 2.1,  17,           "IM2",            Row::NotModel3},
-    {0x5F, 0, 2.1,  21,           "IE4",            Row::Model5or6},
-    {0x5F, 0, 2.1,  21,           "Vi",             Row::NotModel5or6},
-    {0x5F, 0, 2.1,  25,           "IM4",            Row::Model6},
-    {0x5F, 0, 2.1,  25,           "IQ1",            Row::NotModel6},
-    {0x5F, 0, 2.1,  29,           "IM5",            Row::Model6},
-    {0x5F, 0, 2.1,  29,           "IQ2",            Row::NotModel6},
-    {0x5F, 0, 2.1,  33,           "IE1",            Row::Always},
-    {0x5F, 0, 2.1,  37,           "Tp",             Row::Always},
+    {0x2C, 1, 0.0,  5,            "IE1",            Always},
+    {0x2C, 2, 0.0,  5,            "IM1",            Always},
+    {0x2C, 3, 0.0,  5,            "IM2",            Always},
+    {0x2C, 4, 0.0,  5,            "IT1",            Always},
+    {0x2C, 5, 0.0,  5,            "Q1",             Always},
+    {0x2C, 5, 1.58, 9,            "M1",             Always},
+    {0x2C, 5, 1.58, 13,           "P1",             Always},
+    {0x2C, 5, 1.58, 17,           "P3",             Gvs},
+    {0x2C, 5, 1.58, 17,           "P2",             NotGvs},
+    {0x2C, 5, 1.58, 21,           "T1",             Always},
+    {0x2C, 5, 1.58, 25,           "T3",             Gvs},
+    {0x2C, 5, 1.58, 25,           "T2",             NotGvs},
+    {0x2C, 5, 1.58, ConstantOne,  "GVSConversion",  Gvs},
+    {0x2C, 6, 0.0,  5,            "M1",             Always},
+    {0x2C, 7, 1.59, 5,            "Q2",             Always},
+    {0x2C, 7, 1.59, 9,            "M2",             Always},
+    {0x2C, 7, 1.59, 13,           "Q4",             Always},
+    {0x2C, 7, 1.59, 17,           "M4",             Always},
+    {0x2C, 7, 1.59, 21,           "T5",             Always},
+    {0x2C, 7, 1.59, 25,           "T4",             Always},
+    {0x2C, 8, 1.86, 9,            "M5",             Always},
+    {0x7B, 0, 1.59, 5,            "M1",             Always},
+    {0x7B, 0, 1.59, 9,            "M2",             Always},
+    {0x7B, 0, 1.59, 13,           "M4",             Always},
+    {0x7B, 0, 1.59, 17,           "T1",             Always},
+    {0x7B, 0, 1.59, 21,           "T3",             Gvs},
+    {0x7B, 0, 1.59, 21,           "T2",             NotGvs},
+    {0x7B, 0, 1.59, 25,           "T2",             Gvs},
+    {0x7B, 0, 1.59, 25,           "T3",             NotGvs},
+    {0x7B, 0, 1.59, ConstantOne,  "GVSConversion",  Gvs},
+    {0x7B, 0, 1.59, 29,           "Ta",             Always},
+    {0x7B, 0, 1.59, 33,           "P1",             Always},
+    {0x7B, 0, 1.59, 37,           "P3",             Gvs},
+    {0x7B, 0, 1.59, 37,           "P2",             NotGvs},
+    {0x7B, 0, 1.59, 41,           "P4",             Always},
+    {0x7B, 0, 1.59, 49,           "T4",             Always},
+    {0x7B, 0, 1.59, 53,           "T5",             Always},
+    {0x7B, 0, 1.59, 61,           "IE2",            Always},
+    {0x7B, 0, 1.59, 65,           "T6",             Always},
+    {0x5F, 0, 2.1,  13,           "IM1",            Always},
+    {0x5F, 0, 2.1,  17,           "IM3",            Model3},
+    {0x5F, 0, 2.1,  17,           "IM2",            NotModel3},
+    {0x5F, 0, 2.1,  21,           "IE4",            Model5or6},
+    {0x5F, 0, 2.1,  21,           "Vi",             NotModel5or6},
+    {0x5F, 0, 2.1,  25,           "IM4",            Model6},
+    {0x5F, 0, 2.1,  25,           "IQ1",            NotModel6},
+    {0x5F, 0, 2.1,  29,           "IM5",            Model6},
+    {0x5F, 0, 2.1,  29,           "IQ2",            NotModel6},
+    {0x5F, 0, 2.1,  33,           "IE1",            Always},
+    {0x5F, 0, 2.1,  37,           "Tp",             Always},
 };
 
 }  // namespace
@@ -266,29 +199,6 @@ constexpr KM5_page_value PageValues[] = {
 
 std::span<const KM5_page_value> page_values() {
     return PageValues;
-}
-
-bool condition_holds(KM5_page_value::Condition when, int model, bool gvs) {
-    switch (when) {
-        case KM5_page_value::Gvs:
-            return gvs;
-        case KM5_page_value::NotGvs:
-            return !gvs;
-        case KM5_page_value::Model3:
-            return model == 3;
-        case KM5_page_value::NotModel3:
-            return model != 3;
-        case KM5_page_value::Model5or6:
-            return model == 5 || model == 6;
-        case KM5_page_value::NotModel5or6:
-            return model != 5 && model != 6;
-        case KM5_page_value::Model6:
-            return model == 6;
-        case KM5_page_value::NotModel6:
-            return model != 6;
-        default:
-            return true;
-    }
 }
 
 const KM5_model_table* find_model_table(int model) {
@@ -303,13 +213,18 @@ std::string opc_name(std::span<const KM5_name> names, const std::string& name) {
     return row != names.end() ? row->opc_name : name;
 }
 
-std::string model_name(bool km56i_mode, bool isATT, int model) {
-    if (km56i_mode) return model == 7 ? "KM5-6и" : "-1";
-    if (isATT) return "AT-T-" + std::to_string(model >= 1 && model <= 7 ? model : 0);
+std::string model_name(const KM5_meter& meter) {
+    const int model = meter.model;
+    if (meter.km56i_mode) return model == 7 ? "KM5-6и" : "-1";
+    if (meter.isATT) return "AT-T-" + std::to_string(model >= 1 && model <= 7 ? model : 0);
     return model >= 1 && model <= 6 ? "KM5-" + std::to_string(model) : "-1";
 }
 
+std::size_t archive_index(int type) {
+    return type >= ArchiveHourly && type <= ArchiveErrors ? static_cast<std::size_t>(type) : 0;
+}
+
 const char* archive_type_name(int type) {
-    constexpr std::array<const char*, 5> Names = {"Hourly", "Daily", "Monthly", "Yearly", "Errors_db"};
-    return type >= 0 && type < static_cast<int>(Names.size()) ? Names[static_cast<std::size_t>(type)] : Names[0];
+    constexpr const char* Names[] = {"Hourly", "Daily", "Monthly", "Yearly", "Errors_db"};
+    return Names[archive_index(type)];
 }

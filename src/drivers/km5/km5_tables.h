@@ -3,8 +3,17 @@
 // which names values leave the driver, which archive files tell how far a meter has been read.
 
 #include <array>
+#include <cstddef>
 #include <span>
 #include <string>
+
+/// What a meter has said of itself so far.
+struct KM5_meter {
+    int model = -1;
+    float version = -1.0F;  ///< firmware
+    bool isATT = false;     ///< never taken back
+    bool km56i_mode = false;
+};
 
 /// One value position of an archive record.
 struct KM5_param {
@@ -42,7 +51,10 @@ extern const std::array<const char*, 5> daily_integrals;   ///< the same for dai
 constexpr const char* EventArchive = "_A57";
 
 /// The meter's model as published; "-1" for a combination that no meter has.
-std::string model_name(bool km56i_mode, bool isATT, int model);
+std::string model_name(const KM5_meter& meter);
+
+/// The place of an archive type in a list of the five; that of the hourly one for any other value.
+std::size_t archive_index(int type);
 
 /// "Hourly", "Daily", ... of an archive type, for log lines; "Hourly" for any other value.
 const char* archive_type_name(int type);
@@ -54,13 +66,10 @@ struct KM5_page_value {
     double from_version;  ///< read only from this firmware on; 0 for all
     int position;         ///< in the answer; ConstantOne: no position, the value is 1.0
     const char* name;
-    enum Condition { Always, Gvs, NotGvs, Model3, NotModel3, Model5or6, NotModel5or6, Model6, NotModel6 } when;
+    bool (*when)(int model, bool gvs);  ///< `gvs`: a model 1 on hot water
 };
 
 constexpr int ConstantOne = 0;
 
 /// All values of all pages, page by page, in the order in which a later value replaces an earlier one.
 std::span<const KM5_page_value> page_values();
-
-/// Whether a row's condition holds for a model; `gvs` is the hot-water test of the configured system type.
-bool condition_holds(KM5_page_value::Condition when, int model, bool gvs);
