@@ -24,7 +24,7 @@ class Sa94Errors : public Sa94Bench {
     explicit Sa94Errors(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
         : Sa94Bench(start, zone) {
         identify(11);
-        for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
+        clear_logs();
     }
 
     bool parse(const std::vector<Sa94Bytes>& records) {
@@ -101,23 +101,23 @@ TEST_F(Sa94Errors, AnErasedRecordEndsTheRun) {
 }
 
 TEST_F(Sa94Errors, AnEventThatIsNotNewerThanWhatIsStoredEndsTheRun) {
-    driver->LastTimestampError = EventTime;
+    resume(0, 0, EventTime);
     EXPECT_FALSE(parse({event(1, 2, 3, 24), event(2, 2, 3, 24, 9)}));
     EXPECT_EQ(archive("_A57"), "");
     EXPECT_EQ(newest, 0);
     EXPECT_EQ(logged("debug", "New record time less LastTimestamp, return STOP"), 1);
     EXPECT_EQ(logged("debug", "LastTimestampError = 1709367330, new record time = 1709367330"), 1);
-    driver->LastTimestampError = EventTime - 1;
+    resume(0, 0, EventTime - 1);
     EXPECT_FALSE(parse({event(1, 2, 3, 24)}));
     EXPECT_EQ(archive("_A57"), at(EventTime, 192, 1)) << "nothing of the refused event has stayed";
 }
 
 TEST_F(Sa94Errors, AllEventsOfARunAreComparedWithTheSameTime) {
-    driver->LastTimestampError = EventTime - Day;
+    resume(0, 0, EventTime - Day);
     EXPECT_FALSE(parse({event(1, 2, 3, 24, 9), event(2, 2, 3, 24, 8)}));
     EXPECT_EQ(archive("_A57"), at(EventTime + 3600, 192, 1) + at(EventTime, 192, 2));
     EXPECT_EQ(newest, EventTime + 3600);
-    EXPECT_EQ(driver->LastTimestampError, EventTime - Day);
+    EXPECT_EQ(driver->progress().LastTimestampError, EventTime - Day);
 }
 
 TEST_F(Sa94Errors, AnImpossibleDateEndsTheBlockAndNotTheRun) {
@@ -172,16 +172,6 @@ TEST_F(Sa94Errors, TheParserMayBeCalledByItself) {
         driver->ErrorArchiveParsing(sa94_bytes::reply_of({event(9, 2, 3, 24), event(5, 2, 3, 24)}), 1, newest));
     EXPECT_EQ(archive("_A57"), at(EventTime, 192, 5));
     EXPECT_EQ(logged("debug", "Start block parsing"), 0);
-}
-
-class Sa94ErrorsInSummer : public Sa94Errors {
-  protected:
-    Sa94ErrorsInSummer() : Sa94Errors("2024-07-15 12:05:00", "CET-1CEST,M3.5.0,M10.5.0/3") {}
-};
-
-TEST_F(Sa94ErrorsInSummer, EventsAreStandardTimeInSummerToo) {
-    parse({event(5, 15, 7, 24, 10, 0, 0)});
-    EXPECT_EQ(archive("_A57"), at(1721034000, 192, 5)) << "2024-07-15 09:00 UTC";
 }
 
 }  // namespace

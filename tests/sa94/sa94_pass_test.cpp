@@ -1,5 +1,6 @@
 // Whole passes over a simulated meter of every firmware: what ought to be in the files is there, once.
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <map>
@@ -75,6 +76,41 @@ TEST_P(Sa94PassOf, FilesEveryRecordOnce) {
     EXPECT_EQ(filed(), expected(simulated)) << "nothing is new";
     EXPECT_EQ(connected(), "111111");
     EXPECT_EQ(item("_DriverStatus"), "6");
+}
+
+TEST_P(Sa94PassOf, PublishesEachParameterInItsUnitInTheOrderOfTheCodes) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = GetParam().firmware, .status = GetParam().status});
+    const bool t3 = (GetParam().status & 4) != 0;
+    const bool volumes = (GetParam().status & 0x44) == 0x44;
+    std::map<std::string, std::string> wanted;
+    std::set<unsigned> codes;
+    for (const sim::Sa94Parameter& parameter : simulated.firmware().parameters) {
+        if (parameter.name == "p3") continue;
+        const std::string name(parameter.name);
+        const float bare = 10.5F + static_cast<float>(parameter.code);
+        simulated.set_value(name, bare);
+        codes.insert({parameter.code, sim::sa94_code_of_time, sim::sa94_code_of_date});
+        if (name == "T3" && !t3) continue;
+        char text[64];
+        std::snprintf(text, sizeof(text), "%f", static_cast<double>(parameter.scale.filed(bare)));
+        wanted[name[0] == 'p' ? (volumes ? "IQ" : "IM") + name.substr(1) : name] = text;
+    }
+    connect(simulated);
+    ASSERT_TRUE(driver->getDescription());
+    const Texts before = items();
+    simulated.forget_requests();
+    driver->getCurrentParameters();
+    std::map<std::string, std::string> found;
+    for (const std::string& name : items()) {
+        if (std::find(before.begin(), before.end(), name) == before.end()) found[name] = item(name);
+    }
+    EXPECT_EQ(found.erase("MDateTime"), codes.empty() ? 0U : 1U);
+    EXPECT_EQ(found, wanted);
+    std::vector<unsigned> asked;
+    for (const sim::Sa94Heard& heard : simulated.heard()) {
+        if (heard.request.kind == sim::Sa94Kind::Parameter) asked.push_back(heard.request.code);
+    }
+    EXPECT_EQ(asked, std::vector(codes.begin(), codes.end()));
 }
 
 TEST_P(Sa94PassOf, FilesWhatIsNewAfterARestart) {
@@ -162,9 +198,9 @@ TEST_F(Sa94PassInSummer, FilesEveryRecordOnceByStandardTime) {
     connect(simulated);
     pass_with_archives();
     EXPECT_EQ(filed(), expected(simulated));
-    EXPECT_EQ(driver->LastTimestampHourly, 1721034000) << "2024-07-15 10:00 by the meter, 09:00 UTC";
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1721034000) << "2024-07-15 10:00 by the meter, 09:00 UTC";
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, 1721034000);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1721034000);
     pass_with_archives();
     EXPECT_EQ(filed(), expected(simulated));
 }

@@ -5,6 +5,14 @@
 #include "core/local_time.h"
 #include "drivers/sa94/sa94_values.h"
 
+namespace {
+
+bool is_erased(Bytes bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+}  // namespace
+
 const char* archive_name(int archive_type) {
     switch (archive_type) {
         case HOURLY_DB:
@@ -52,8 +60,30 @@ std::uint32_t first_usable_block(int archive_type) {
     return archive_type == ERROR_DB ? 2 : 0;
 }
 
-bool is_erased(Bytes bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+std::size_t SA94Memory::recordSize(int archive_type) const {
+    switch (archive_type) {
+        case HOURLY_DB:
+        case DAILY_DB:
+            return extended ? 64 : 32;
+        case ERROR_DB:
+            return 8;
+        default:
+            return 0;
+    }
+}
+
+int SA94Memory::recordsPerBlock(int archive_type) const {
+    const std::size_t size = recordSize(archive_type);
+    return size == 0 ? 0 : static_cast<int>(blockSize() / size);
+}
+
+bool SA94Memory::isNullRecord(int archive_type, Bytes record) const {
+    return is_erased(part_of(record, 0, static_cast<int>(recordSize(archive_type))));
+}
+
+Bytes SA94Memory::record_at(int archive_type, Bytes block, int position) const {
+    const std::size_t size = recordSize(archive_type);
+    return part_of(block, static_cast<std::size_t>(position) * size, static_cast<int>(size));
 }
 
 bool isNullBlock(Bytes reply) {
