@@ -16,8 +16,7 @@ constexpr int Daily = 1;
 /// Firmware 10 unless a test says otherwise: records of 32 bytes, four in a block.
 class Sa94Records : public Sa94Bench {
   protected:
-    explicit Sa94Records(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
-        : Sa94Bench(start, zone) {
+    explicit Sa94Records(const std::string& start = "2024-03-02 10:05:00") : Sa94Bench(start) {
         identify(10);
         clear_logs();
     }
@@ -89,26 +88,6 @@ TEST_F(Sa94Records, TheTestForATotalGoesByTheNewName) {
     EXPECT_EQ(archive("A6"), at(Midnight + 9 * Hour, "2.500000"));
     EXPECT_EQ(archive("A8"), at(Midnight + 9 * Hour, "3.500000"));
     EXPECT_EQ(archive("A12"), "");
-}
-
-TEST_F(Sa94Records, AWordThatIsDroppedKeepsItsPlace) {
-    identify(10, 0x00);
-    parse(Hourly, {hourly(2, 3, 24, 8).word(20, 500).word(22, 3600).word(24, 1800)});
-    EXPECT_EQ(archive("A22"), "");
-    EXPECT_EQ(archive("A26"), at(Midnight + 8 * Hour, "2.000000"));
-    EXPECT_EQ(archive("A25"), at(Midnight + 8 * Hour, "1.000000"));
-}
-
-TEST_F(Sa94Records, AWordHasNoSignSoTheThirdTemperatureIsNeverTooLow) {
-    parse(Hourly, {hourly(2, 3, 24, 8).word(20, 0xFFFF)});
-    // 0.00999999977648 * 65535 in single precision.
-    EXPECT_EQ(archive("A22"), at(Midnight + 8 * Hour, "655.349976"));
-}
-
-TEST_F(Sa94Records, TheThirdTemperatureInAFloatIsTakenAsItComes) {
-    identify(6, 0x00);
-    parse(Hourly, {Sa94Bytes(64).date(2, 3, 24).hour(8).real(24, -100.0F)});
-    EXPECT_EQ(archive("A22"), at(Midnight + 8 * Hour, "-100.000000"));
 }
 
 // ---- where the data end

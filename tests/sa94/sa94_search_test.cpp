@@ -87,6 +87,9 @@ TEST(Sa94Geometry, OtherArchivesHaveNoRecords) {
     EXPECT_STREQ(archive_name(HOURLY_DB), "Hourly");
     EXPECT_STREQ(archive_name(DAILY_DB), "Daily");
     EXPECT_STREQ(archive_name(ERROR_DB), "Error");
+    EXPECT_STREQ(archive_word(HOURLY_DB), "HOURLY_DB");
+    EXPECT_STREQ(archive_word(DAILY_DB), "DAILY_DB");
+    EXPECT_STREQ(archive_word(ERROR_DB), "ERROR_DB");
 }
 
 TEST(Sa94Geometry, SegmentsOfAnArchiveArePairs) {
