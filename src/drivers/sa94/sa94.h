@@ -66,8 +66,8 @@ class SA94 final : public HCDBaseDriver {
                               int& position) const {
         return search().getRecordByTimestamp(archive_type, timestamp, segment, block, position);
     }
-    bool needUpdateArchives(int archive_type) { return read.needUpdateArchives(archive_type); }
-    const SA94Progress& progress() const { return read; }
+    bool needUpdateArchives(int archive_type) { return stored.needUpdateArchives(archive_type); }
+    const SA94Progress& progress() const { return stored; }
 
   private:
     /// What reaches from one pass into the next.
@@ -100,7 +100,7 @@ class SA94 final : public HCDBaseDriver {
 
     const SA94Logs logs;
     const SA94Link link;
-    SA94Progress read;
+    SA94Progress stored;
     SA94Status status;
     Carried carried;
 };

@@ -39,15 +39,15 @@ SA94::SA94(const std::string& meter, SA94Logs logs_)
     set_tty_send(exchange_read_bytes, 0);
     logs.general("SA94::SA94");
     logs.general("UUID = ", uuid);
-    read.load(*this, uuid);
-    logs.general("Last update hourly db : ", asctime_text(read.last_update_hourly));
-    logs.general("Last update daily db : ", asctime_text(read.last_update_daily));
+    stored.load(*this, uuid);
+    logs.general("Last update hourly db : ", asctime_text(stored.last_update_hourly));
+    logs.general("Last update daily db : ", asctime_text(stored.last_update_daily));
     const auto log_last = [this](const char* text, std::time_t time) {
         logs.general(text, time, " => ", asctime_text(time));
     };
-    log_last("Last timestamp for DAILY_DB: ", read.LastTimestampDaily);
-    log_last("Last timestamp for HOURLY_DB: ", read.LastTimestampHourly);
-    log_last("Last timestamp for ERROR_DB: ", read.LastTimestampError);
+    log_last("Last timestamp for DAILY_DB: ", stored.LastTimestampDaily);
+    log_last("Last timestamp for HOURLY_DB: ", stored.LastTimestampHourly);
+    log_last("Last timestamp for ERROR_DB: ", stored.LastTimestampError);
 }
 
 void SA94::open_tty() {
@@ -94,8 +94,8 @@ void SA94::waitNextPass() {
 }
 
 bool SA94::checkArchiveLag() {
-    const bool lag = std::difftime(carried.meter_time, read.LastTimestampHourly) > HourlyLagLimit ||
-                     std::difftime(carried.meter_time, read.LastTimestampDaily) > DailyLagLimit;
+    const bool lag = std::difftime(carried.meter_time, stored.LastTimestampHourly) > HourlyLagLimit ||
+                     std::difftime(carried.meter_time, stored.LastTimestampDaily) > DailyLagLimit;
     regulate_extds(!lag, ExtdsSeconds);
     return lag;
 }
@@ -136,7 +136,7 @@ bool SA94::getArchives(int archive_type) {
     logs.messages("Archives type : ");
     logs.messages(archive_word(archive_type));
     publish_item("_DriverStatus", driver_status(archive_type));
-    std::time_t& last = read.last_timestamp(archive_type);
+    std::time_t& last = stored.last_timestamp(archive_type);
     logs.both("*last_timestamp = ", last);
     std::time_t newest = last;
     int segment = 0;

@@ -36,7 +36,7 @@ bool is_possible_date(int archive_type, std::time_t date) {
 bool SA94::parseBlock(int archive_type, const SA94Request& request, int& position, std::time_t& newest) {
     logs.debug("Start block parsing");
     if (archive_type == ERROR_DB) return ErrorArchiveParsing(request, position, newest);
-    const std::time_t last = read.last_timestamp(archive_type);
+    const std::time_t last = stored.last_timestamp(archive_type);
     logs.debug(archive_type == HOURLY_DB ? "Last timestamp HOURLY_DB: " : "Last timestamp DAILY_DB: ", last);
     for (int pos = position; pos < memory().recordsPerBlock(archive_type); ++pos) {
         const Bytes bytes = memory().record_at(archive_type, request.response, pos);
@@ -64,11 +64,11 @@ void SA94::write_record(int archive_type, const SA94Record& record) {
     for (const auto& [name, number] : record.values) {
         double value = number;
         if (archive_type == HOURLY_DB && name == EnergyHourly) {
-            SA94Progress::carryEnergy(value, read.hPrevE);
-            read.savePrevEnergy(HOURLY_DB, read.hPrevE);
+            SA94Progress::carryEnergy(value, stored.hPrevE);
+            stored.savePrevEnergy(HOURLY_DB, stored.hPrevE);
         } else if (archive_type == DAILY_DB && name == EnergyDaily) {
-            SA94Progress::carryEnergy(value, read.dPrevE);
-            read.savePrevEnergy(DAILY_DB, read.dPrevE);
+            SA94Progress::carryEnergy(value, stored.dPrevE);
+            stored.savePrevEnergy(DAILY_DB, stored.dPrevE);
         }
         write_archive_line(archive_type, name, value, record.tm);
     }
@@ -99,8 +99,8 @@ bool SA94::ErrorArchiveParsing(const SA94Request& request, int position, std::ti
                    " :: ", asctime_text(event.tm));
         const std::time_t t = time_of(event.tm);
         if (std::abs(std::difftime(t, gateway().now())) > FarthestEvent) return true;
-        logs.debug("LastTimestampError = ", read.LastTimestampError, ", new record time = ", t);
-        if (t <= read.LastTimestampError) {
+        logs.debug("LastTimestampError = ", stored.LastTimestampError, ", new record time = ", t);
+        if (t <= stored.LastTimestampError) {
             logs.debug("New record time less LastTimestamp, return STOP");
             return false;
         }
