@@ -36,11 +36,6 @@ class Sa94ErrorWalk : public Sa94ArchiveBench {
         }
         return text;
     }
-    void start_behind(std::time_t last) {
-        leave_archive("_A57", sa94_line(last, 192, 1.0));
-        start_described(meter);
-        leave_archive("_A57", "");
-    }
 
     sim::Sa94Meter meter{{.firmware = "M300"}};
 };
@@ -77,14 +72,14 @@ TEST_F(Sa94ErrorWalk, StartedAndStoppedErrorsHaveTheirQuality) {
 
 TEST_F(Sa94ErrorWalk, GoesOnBehindTheLastStoredError) {
     fill(20);
-    start_behind(Newest - 9 * Minute);  // the eleventh, at position 10 of the first block
+    start_behind(meter, "_A57", Newest - 9 * Minute);  // the eleventh, at position 10 of the first block
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57").substr(0, errors(11, 16).size()), errors(11, 16));
 }
 
 TEST_F(Sa94ErrorWalk, EachLaterBlockOfARunLosesAsManyRecordsAsTheFirst) {
     fill(16 * 3 + 14);
-    start_behind(Newest - (16 * 3 + 14 - 1 - 10) * Minute);  // the eleventh again
+    start_behind(meter, "_A57", Newest - (16 * 3 + 14 - 1 - 10) * Minute);  // the eleventh again
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(11, 16) + errors(16 + 11, 32) + errors(32 + 11, 48) + errors(48 + 11, 62))
         << "what stands in front of position 11 is passed over";
@@ -93,7 +88,7 @@ TEST_F(Sa94ErrorWalk, EachLaterBlockOfARunLosesAsManyRecordsAsTheFirst) {
 
 TEST_F(Sa94ErrorWalk, BehindTheLastPlaceOfABlockNothingIsLost) {
     fill(16 * 3);
-    start_behind(Newest - (16 * 2) * Minute);  // the sixteenth
+    start_behind(meter, "_A57", Newest - (16 * 2) * Minute);  // the sixteenth
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(16, 48));
 }
@@ -123,7 +118,7 @@ TEST_F(Sa94ErrorWalk, TwoErrorsOfOneSecondLoseTheSecondOneWhenTheRunsMeetBetween
 
 TEST_F(Sa94ErrorWalk, ErrorsOlderThanTheLastOneEndTheRun) {
     fill(3);
-    start_behind(Newest - Minute);
+    start_behind(meter, "_A57", Newest - Minute);
     meter.start_error(9, "2024-03-02 08:00");  // the meter's clock was set back
     meter.start_error(10, "2024-03-02 09:30");
     EXPECT_TRUE(pass());
@@ -155,7 +150,7 @@ TEST_F(Sa94ErrorWalk, SilenceInTheMiddleWritesTwiceWhatWasReadBefore) {
 
 TEST_F(Sa94ErrorWalk, TheLastErrorNotInTheMeterEndsTheRunWithoutADisconnect) {
     fill(40);
-    start_behind(Newest - 90);
+    start_behind(meter, "_A57", Newest - 90);
     EXPECT_FALSE(pass());
     EXPECT_EQ(meter.requests(Sa94Kind::Disconnect), 0U);
     EXPECT_EQ(archive("_A57"), "");
@@ -169,12 +164,6 @@ class Sa94OddWalk : public Sa94ArchiveBench {
         : Sa94ArchiveBench(start, zone) {}
     void fill(std::size_t records) {
         meter.fill(Sa94Archive::Hourly, {.records = records, .newest = "2024-03-02 09:00"});
-    }
-    /// The files have told that the hours are read up to `last`, and are gone since.
-    void start_behind(sim::Sa94Meter& described, std::time_t last) {
-        leave_archive("A2", sa94_line(last, 192, 1.0));
-        start_described(described);
-        leave_archive("A2", "");
     }
     void put_year(std::size_t k, std::uint8_t year) {
         const auto records = meter.records(Sa94Archive::Hourly);
@@ -196,8 +185,8 @@ TEST_F(Sa94OddWalk, AnOldDateDropsTheRestOfItsBlock) {
 
 TEST_F(Sa94OddWalk, AnOldDateInTheBlockOfTheResumeIsPassedOverInTheNextBlockToo) {
     fill(14);
-    start_behind(meter, Newest - 12 * Hour);  // the second record
-    put_year(2, 0x20);                        // and the third has no date
+    start_behind(meter, "A2", Newest - 12 * Hour);  // the second record
+    put_year(2, 0x20);                              // and the third has no date
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
     LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 6, 14);  // the second block is read from its third place as well
@@ -261,7 +250,7 @@ TEST_F(Sa94OddWalk, ARingWithoutANullBlockGivesTheFirstReadingNoEnd) {
 TEST_F(Sa94OddWalk, InARingWithoutANullBlockTheOldTailEndsALaterReading) {
     sim::Sa94Meter full({.firmware = "M300", .turning = sim::Sa94Turning::Overwrite});
     full.fill(Sa94Archive::Hourly, {.records = 1024 + 512, .newest = "2024-03-02 09:00"});
-    start_behind(full, Newest - 3 * Hour);
+    start_behind(full, "A2", Newest - 3 * Hour);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
     EXPECT_EQ(driver->progress().LastTimestampHourly, Newest);
     LineCounts expected;

@@ -246,9 +246,7 @@ TEST_F(Sa94Walk, AFutureLastTimeLeavesItOutOfReachToo) {
 
 TEST_F(Sa94Walk, ALastTimeOfZeroOrBelowIsNone) {
     fill_hours(3);
-    leave_archive("A16", sa94_line(77, 192, 1.0));  // a total of the first hour of all, which began before it
-    start_described(meter);
-    leave_archive("A16", "");
+    start_behind(meter, "A16", 77);  // a total of the first hour of all, which began before it
     EXPECT_LT(driver->progress().LastTimestampHourly, 0);
     EXPECT_TRUE(pass());
     EXPECT_EQ(file_lines("A1"), 3U);
@@ -326,9 +324,7 @@ TEST_F(Sa94Walk, SilenceAtTheConnectOrInTheSearchEndsTheRun) {
     meter.misbehave_next(Tries, sim::sa94_silence().on(Sa94Kind::Block, 3, 0));
     EXPECT_FALSE(pass());
     EXPECT_EQ(item("_DriverStatus"), "3");
-    leave_archive("A2", sa94_line(Newest - 3 * Hour, 192, 1.0));
-    start_described(meter);
-    leave_archive("A2", "");
+    start_behind(meter, "A2", Newest - 3 * Hour);
     meter.misbehave_next(Tries, sim::sa94_silence().on(Sa94Kind::Block, 2, 64));
     EXPECT_FALSE(pass());
     EXPECT_EQ(disconnects(), 0U);

@@ -155,6 +155,13 @@ SA94& Sa94ArchiveBench::start_described(sim::Sa94Meter& meter) {
     return *driver;
 }
 
+SA94& Sa94ArchiveBench::start_behind(sim::Sa94Meter& meter, const std::string& file, std::time_t last) {
+    leave_archive(file, sa94_line(last, 192, 1.0));
+    start_described(meter);
+    leave_archive(file, "");
+    return *driver;
+}
+
 LineCounts Sa94ArchiveBench::lines() const {
     LineCounts counts;
     for (const std::string& name : scene.list(std::string("/mnt/storage/") + Uuid + "/1/tc_archives")) {

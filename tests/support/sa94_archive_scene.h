@@ -120,6 +120,8 @@ class Sa94ArchiveBench : public DriverBench<SA94> {
     SA94& start_driver(const sim::Sa94Meter& meter);
     /// start_driver with the meter alone on the line, then the description, and nothing heard so far.
     SA94& start_described(sim::Sa94Meter& meter);
+    /// The same, with this time in this file, which is empty since.
+    SA94& start_behind(sim::Sa94Meter& meter, const std::string& file, std::time_t last);
     std::unique_ptr<SA94> new_driver() const;
     /// Drivers from now on write no logs: a long test takes half the time without them.
     void mute_logs() { muted_ = true; }
