@@ -16,6 +16,7 @@
 #include <ctime>
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "drivers/sa94/sa94.h"
@@ -40,8 +41,16 @@ class ScriptedLine final : public FuzzGateway {
     ssize_t write_port(int fd, std::span<const std::uint8_t> request) override;
     ssize_t read_port(int fd, std::span<std::uint8_t> into) override;
 
+    /// What the meter has called itself last.
+    const SA94Version* version = nullptr;
+    std::uint8_t status = 0;
+
+    /// The meter tells a driver all this, and nothing is taken from the input for that.
+    void introduce(SA94& driver);
+
   private:
     FuzzInput& input_;
+    bool introducing_ = false;
     std::vector<std::uint8_t> answer_;
     std::size_t read_ = 0;
     int exchanges_left_ = MostExchanges;
@@ -56,6 +65,12 @@ std::vector<std::uint8_t> block_of(FuzzInput& input, std::uint8_t count) {
 
 ssize_t ScriptedLine::write_port(int /*fd*/, std::span<const std::uint8_t> request) {
     expect(!request.empty() && request.size() <= 3, "a request has one to three bytes");
+    if (introducing_) {
+        answer_ = {status};
+        answer_.insert(answer_.end(), version->name.begin(), version->name.end());
+        read_ = 0;
+        return static_cast<ssize_t>(request.size());
+    }
     if (exchanges_left_-- == 0 || input_.empty()) throw RunEnded{};
     read_ = 0;
     const bool is_block = request[0] >= 0xA0 && request[0] < 0xC0;
@@ -65,6 +80,10 @@ ssize_t ScriptedLine::write_port(int /*fd*/, std::span<const std::uint8_t> reque
     if (is_block) {
         expect(request[0] != 0xB7 || (request.size() == 3 && request[1] < 0x80 && request[2] < 0x40), "a long request");
         expect(request[0] == 0xB7 || (request.size() == 2 && request[0] < 0xA8 && request[1] < 0x80), "a short one");
+    }
+    if (request[0] == 0xA0 && request[1] == 2 && !answer_.empty()) {
+        const SA94Version* const found = find_version(firmware_text(answer_));
+        if (found != nullptr) version = found;
     }
     return static_cast<ssize_t>(request.size());
 }
@@ -105,22 +124,20 @@ void check_decoders(std::span<const std::uint8_t> block) {
 
 // ---- the driver
 
-void prepare(SA94& driver, int firmware_id, std::uint8_t status) {
+void ScriptedLine::introduce(SA94& driver) {
     driver.take_settings({.tc_sernum = 1});
     driver.set_tty_fd(Descriptor);
-    driver.firmware_id = firmware_id;
-    driver.status_byte = status & 0x7F;
-    driver.support_t3 = (status & 4) != 0;
-    constexpr std::array ShortMemories = {0, 1, 3, 5, 8, 10};
-    driver.extended = std::find(ShortMemories.begin(), ShortMemories.end(), firmware_id) == ShortMemories.end();
+    introducing_ = true;
+    expect(driver.getFirmware() && driver.getStatus(), "a meter that says who it is is known");
+    introducing_ = false;
 }
 
 /// Bytes between the start of a record and the place where its time stands are the archive's own affair.
-void check_times(const SA94& driver, Bytes block) {
+void check_times(SA94Memory memory, Bytes block) {
     constexpr std::time_t Latest = std::numeric_limits<std::int32_t>::max();
     for (const int archive : Archives) {
-        for (int position = 0; position < driver.recordsPerBlock(archive); ++position) {
-            const Bytes record = block.subspan(static_cast<std::size_t>(position) * driver.recordSize(archive));
+        for (int position = 0; position < memory.recordsPerBlock(archive); ++position) {
+            const Bytes record = memory.record_at(archive, block, position);
             const std::time_t time = recordTime(archive, record);
             expect(time >= -1 && time <= Latest, "a time fits 32 bits");
             if (record[3] == 0xFF) expect(time == -1, "what was never written has no time");
@@ -131,67 +148,27 @@ void check_times(const SA94& driver, Bytes block) {
         "a null block is one");
 }
 
-void parse(SA94& driver, FuzzInput& input) {
+void parse(SA94& driver, const SA94Version& version, FuzzInput& input) {
+    const SA94Memory memory{version.extended};
     const int archive = Archives[input.byte() % Archives.size()];
     SA94Request request(1);
     const auto block = block_of(input, input.byte());
     check_decoders(block);
-    check_times(driver, block);
+    check_times(memory, block);
     std::copy(block.begin(), block.end(), request.response.begin());
     request.recv_length = BlockBytes;
-    const int begin = input.byte() % driver.recordsPerBlock(archive);
+    const int begin = input.byte() % memory.recordsPerBlock(archive);
     int position = begin;
     const std::time_t before = 1600000000;
     std::time_t newest = before;
     const bool goes_on = driver.parseBlock(archive, request, position, newest);
     constexpr std::array WithoutLayout = {1, 2, 8, 13};
-    const bool has_layout = archive == ERROR_DB || std::find(WithoutLayout.begin(), WithoutLayout.end(),
-                                                             driver.firmware_id) == WithoutLayout.end();
+    const bool has_layout =
+        archive == ERROR_DB || std::find(WithoutLayout.begin(), WithoutLayout.end(), version.id) == WithoutLayout.end();
     expect(position == begin || (position == 0 && goes_on), "the place is kept, or begins anew in the next block");
     expect(newest >= before && newest <= gateway().now() + 745L * 86400, "the newest record is one of this time");
     expect(has_layout || (!goes_on && newest == before), "without a layout the first record ends the run");
     if (isNullBlock(request.response)) expect(!goes_on && newest == before, "behind the end nothing is read");
-}
-
-void operate(SA94& driver, FuzzInput& input) {
-    std::time_t time = 0;
-    int segment = 0;
-    std::uint32_t block = 0;
-    int position = 0;
-    const std::uint8_t operation = input.byte();
-    const int archive = Archives[operation / 8 % Archives.size()];
-    switch (operation % 8) {
-        case 0:
-            driver.LastTimestampHourly = FuzzGateway::Start - 3600 * input.byte();
-            driver.LastTimestampDaily = FuzzGateway::Start - 86400 * input.byte();
-            driver.LastTimestampError = FuzzGateway::Start - 60 * input.byte();
-            break;
-        case 1:
-            driver.getArchives(archive);
-            break;
-        case 2:
-            if (!driver.getRecordByTimestamp(archive, FuzzGateway::Start - 3600 * input.byte(), segment, block,
-                                             position))
-                break;
-            expect(segment == -1 || (segment / 2 * 2 == low_segment(archive) && block < driver.blocksPerSegment() &&
-                                     position >= 0 && position < driver.recordsPerBlock(archive)),
-                   "a find lies in the archive");
-            break;
-        case 3:
-            if (driver.getFirstRecordInfo(archive, time, segment, block))
-                expect(otherSegment(segment) >= 2, "an archive begins in one of its segments");
-            break;
-        case 4:
-            driver.getDescription();
-            break;
-        case 5:
-            driver.getCurrentParameters();
-            break;
-        default:
-            parse(driver, input);
-            break;
-    }
-    expect(driver.current_values.empty(), "values do not wait for the next pass");
 }
 
 // ---- the files
@@ -247,6 +224,62 @@ void check_lines() {
     }
 }
 
+// ---- the driver, from file to file
+
+/// A new process, whose files tell how far its meter was read.
+void restart(std::optional<SA94>& process, ScriptedLine& line, FuzzInput& input) {
+    check_lines();
+    empty_directories();
+    const auto put_line = [](const char* name, std::time_t time) {
+        put_file(name, std::to_string(time) + ",192,1.000000\n");
+    };
+    put_line("A2", FuzzGateway::Start - 3600 * input.byte());
+    put_line("A34", FuzzGateway::Start - 86400 * (input.byte() - 1));  // a total of a day is dated by its end
+    put_line("_A57", FuzzGateway::Start - 60 * input.byte());
+    process.emplace(FuzzUuid);
+    line.introduce(*process);
+}
+
+void operate(std::optional<SA94>& process, ScriptedLine& line, FuzzInput& input) {
+    SA94& driver = *process;
+    std::time_t time = 0;
+    int segment = 0;
+    std::uint32_t block = 0;
+    int position = 0;
+    const SA94Memory memory{line.version->extended};
+    const std::uint8_t operation = input.byte();
+    const int archive = Archives[operation / 8 % Archives.size()];
+    switch (operation % 8) {
+        case 0:
+            restart(process, line, input);
+            break;
+        case 1:
+            driver.getArchives(archive);
+            break;
+        case 2:
+            if (!driver.getRecordByTimestamp(archive, FuzzGateway::Start - 3600 * input.byte(), segment, block,
+                                             position))
+                break;
+            expect(segment == -1 || (segment / 2 * 2 == low_segment(archive) && block < memory.blocksPerSegment() &&
+                                     position >= 0 && position < memory.recordsPerBlock(archive)),
+                   "a find lies in the archive");
+            break;
+        case 3:
+            if (driver.getFirstRecordInfo(archive, time, segment, block))
+                expect(otherSegment(segment) >= 2, "an archive begins in one of its segments");
+            break;
+        case 4:
+            driver.getDescription();
+            break;
+        case 5:
+            driver.getCurrentParameters();
+            break;
+        default:
+            parse(driver, *line.version, input);
+            break;
+    }
+}
+
 }  // namespace
 
 int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
@@ -274,12 +307,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     put_file("_dPrevE", daily);
     const bool placeless = (scene & 2) != 0;
     ScriptedLine line(placeless ? empty_root() : full_root(), input);
-    SA94 driver(FuzzUuid);
-    expect(is_same(driver.hPrevE, placeless ? 0.0 : reference_energy(hourly)), "the energy of an hour is read");
-    expect(is_same(driver.dPrevE, placeless ? 0.0 : reference_energy(daily)), "and that of a day");
-    prepare(driver, firmware_id, status);
+    std::optional<SA94> process(FuzzUuid);
+    expect(is_same(process->progress().hPrevE, placeless ? 0.0 : reference_energy(hourly)),
+           "the energy of an hour is read");
+    expect(is_same(process->progress().dPrevE, placeless ? 0.0 : reference_energy(daily)), "and that of a day");
+    line.version =
+        std::find_if(Versions.begin(), Versions.end(), [=](const auto& row) { return row.id == firmware_id; });
+    line.status = status;
+    line.introduce(*process);
     try {
-        while (!input.empty()) operate(driver, input);
+        while (!input.empty()) operate(process, line, input);
     } catch (const RunEnded&) {
         input.bytes(size);
     }

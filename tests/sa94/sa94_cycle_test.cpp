@@ -29,7 +29,7 @@ class Sa94Cycle : public Sa94Bench {
         meter.put_tubes({2, 3, 4}, {2, 3, 4});
         meter.put_parameter(10, {0x00, 0x10, 0x04, 0x58});
         meter.put_parameter(11, {0x00, 0x02, 0x03, 0x24});
-        for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
+        clear_logs();
     }
 
     /// Each value that a pass gives to `_DriverStatus`.
@@ -167,13 +167,11 @@ TEST_F(Sa94Cycle, AFailedArchiveWaitsForItsNextTurn) {
 TEST_F(Sa94Cycle, AnotherMeterOnTheLineIsRecognisedInTheNextPass) {
     driver->run_main();
     EXPECT_EQ(item("MeterModel"), "SA94/2M");
-    EXPECT_FALSE(driver->extended);
     meter.put_firmware("M461-m");
     meter.status = 0x54;
     driver->run_main();
     EXPECT_EQ(item("MeterModel"), "SA94/3A");
-    EXPECT_TRUE(driver->extended);
-    EXPECT_EQ(driver->status_byte, 0x54);
+    EXPECT_EQ(item("IQ1"), "0.000000") << "by its own status";
 }
 
 TEST_F(Sa94Cycle, AFirmwareWithoutAnyRowGivesEventsOnly) {
@@ -185,37 +183,27 @@ TEST_F(Sa94Cycle, AFirmwareWithoutAnyRowGivesEventsOnly) {
     driver->run_main();
     EXPECT_EQ(archive_names(), Texts{"_A57"});
     EXPECT_EQ(item("MDateTime"), "(none)");
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
-    EXPECT_EQ(driver->LastTimestampError, 1709366400);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampError, 1709366400);
     EXPECT_EQ(item("_DriverStatus"), "6");
-}
-
-TEST_F(Sa94Cycle, CurrentValuesAreEmptyBetweenPasses) {
-    driver->run_main();
-    EXPECT_TRUE(driver->current_values.empty());
 }
 
 // ---- what is due
 
-TEST_F(Sa94Cycle, ArchivesAreDueWhenMoreThanAnHourIsOver) {
-    for (const int type : {0, 1}) {
-        std::time_t& last = type == 0 ? driver->last_update_hourly : driver->last_update_daily;
-        last = machine.now() - 3600;
-        EXPECT_FALSE(driver->needUpdateArchives(type)) << "exactly an hour";
-        EXPECT_EQ(last, machine.now() - 3600);
-        machine.sleep(1);
-        EXPECT_TRUE(driver->needUpdateArchives(type));
-        EXPECT_EQ(last, machine.now());
-        EXPECT_FALSE(driver->needUpdateArchives(type));
-    }
-}
-
-TEST_F(Sa94Cycle, HourlyAndDailyArchivesAreDueEachForItself) {
-    driver->last_update_hourly = machine.now() - 4000;
-    driver->last_update_daily = machine.now();
+TEST_F(Sa94Cycle, ArchivesAreDueWhenMoreThanAnHourIsOverEachForItself) {
+    machine.sleep(700);
     EXPECT_TRUE(driver->needUpdateArchives(0));
+    EXPECT_EQ(driver->progress().last_update_hourly, machine.now());
+    machine.sleep(100);
+    EXPECT_TRUE(driver->needUpdateArchives(1));
+    EXPECT_EQ(driver->progress().last_update_hourly, machine.now() - 100);
+    EXPECT_EQ(driver->progress().last_update_daily, machine.now());
+    machine.sleep(3500);
+    EXPECT_FALSE(driver->needUpdateArchives(0)) << "exactly an hour";
+    machine.sleep(1);
+    EXPECT_TRUE(driver->needUpdateArchives(0));
+    EXPECT_FALSE(driver->needUpdateArchives(0));
     EXPECT_FALSE(driver->needUpdateArchives(1));
-    EXPECT_EQ(driver->last_update_daily, machine.now());
 }
 
 TEST_F(Sa94Cycle, TheFirstArchivesAreDueTenMinutesAfterTheStart) {

@@ -30,6 +30,13 @@ class Sa94EnergyOfRecords : public Sa94Bench {
         identify(10);
         newest = 0;
     }
+    /// A driver that has found these totals.
+    void remember(const std::string& hourly, const std::string& daily) {
+        leave_archive("_hPrevE", hourly);
+        leave_archive("_dPrevE", daily);
+        start_driver();
+        identify(10);
+    }
     static Sa94Bytes hourly(int day, int month, int year, int hour) {
         return Sa94Bytes(32).date(day, month, year).hour(hour);
     }
@@ -47,20 +54,20 @@ class Sa94EnergyOfRecords : public Sa94Bench {
 };
 
 TEST_F(Sa94EnergyOfRecords, ATotalOfZeroGivesWayToTheLastOneThatWasNot) {
-    driver->hPrevE = 1234.5;
+    remember("1234.5", "");
     EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 7).real(28, 0.0F), hourly(2, 3, 24, 8).real(28, 1300.0F),
                                 hourly(2, 3, 24, 9).real(28, 0.0F)}));
     EXPECT_EQ(archive("A1"), at(Midnight + 8 * Hour, "1234.500000") + at(Midnight + 9 * Hour, "1300.000000") +
                                  at(Midnight + 10 * Hour, "1300.000000"));
-    EXPECT_EQ(driver->hPrevE, 1300.0);
+    EXPECT_EQ(driver->progress().hPrevE, 1300.0);
     EXPECT_EQ(archive("_hPrevE"), "1300.000000");
 }
 
 TEST_F(Sa94EnergyOfRecords, TheEnergyFileIsWrittenForEveryRecordChangedOrNot) {
-    driver->hPrevE = 1234.5;
+    remember("1234.5", "");
     parse(Hourly, {hourly(2, 3, 24, 7).real(28, 0.0F)});
     EXPECT_EQ(archive("_hPrevE"), "1234.500000") << "no line end";
-    EXPECT_EQ(driver->hPrevE, 1234.5);
+    EXPECT_EQ(driver->progress().hPrevE, 1234.5);
 }
 
 TEST_F(Sa94EnergyOfRecords, ATotalIsInItsEnergyFileBeforeItsLineIsWritten) {
@@ -89,14 +96,13 @@ TEST_F(Sa94EnergyOfRecords, ATotalIsInItsEnergyFileBeforeItsLineIsWritten) {
 }
 
 TEST_F(Sa94EnergyOfRecords, DailyEnergyHasAMemoryOfItsOwn) {
-    driver->hPrevE = 1.0;
-    driver->dPrevE = 2.0;
+    remember("1.0", "2.0");
     parse(Daily, {daily(29, 2, 24).real(28, 0.0F), daily(1, 3, 24).real(28, 3.0F)});
     EXPECT_EQ(archive("A29"), at(Midnight - Day, "2.000000") + at(Midnight, "3.000000"));
     EXPECT_EQ(archive("_dPrevE"), "3.000000");
-    EXPECT_EQ(archive("_hPrevE"), "");
-    EXPECT_EQ(driver->hPrevE, 1.0);
-    EXPECT_EQ(driver->dPrevE, 3.0);
+    EXPECT_EQ(archive("_hPrevE"), "1.0");
+    EXPECT_EQ(driver->progress().hPrevE, 1.0);
+    EXPECT_EQ(driver->progress().dPrevE, 3.0);
 }
 
 TEST_F(Sa94EnergyOfRecords, DailyEnergyIsRememberedBehindItsScale) {
@@ -116,7 +122,7 @@ TEST_F(Sa94EnergyOfRecords, RecordsWithoutEnergyDoNotTouchItsMemory) {
 TEST_F(Sa94EnergyOfRecords, AnEnergyFileThatCannotBeWrittenLeavesTheMemory) {
     scene.remove("/mnt/storage/m1/1/tc_archives");
     EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8).real(28, 7.0F), hourly(2, 3, 24, 9).real(28, 0.0F)}));
-    EXPECT_EQ(driver->hPrevE, 7.0);
+    EXPECT_EQ(driver->progress().hPrevE, 7.0);
     EXPECT_EQ(newest, Midnight + 9 * Hour) << "lost without notice";
     EXPECT_TRUE(archive_names().empty());
 }
@@ -131,52 +137,52 @@ TEST_F(Sa94EnergyOfRecords, AnArchiveFileThatCannotBeOpenedLosesItsValueAlone) {
 TEST(Sa94Energy, AValueThatIsNotZeroIsRemembered) {
     double value = 5.0;
     double previous = 4.0;
-    SA94::carryEnergy(value, previous);
+    SA94Progress::carryEnergy(value, previous);
     EXPECT_EQ(value, 5.0);
     EXPECT_EQ(previous, 5.0);
     value = 0.0;
-    SA94::carryEnergy(value, previous);
+    SA94Progress::carryEnergy(value, previous);
     EXPECT_EQ(value, 5.0);
     EXPECT_EQ(previous, 5.0);
     value = -1.0;
-    SA94::carryEnergy(value, previous);
+    SA94Progress::carryEnergy(value, previous);
     EXPECT_EQ(previous, -1.0);
     value = 1e-300;
-    SA94::carryEnergy(value, previous);
+    SA94Progress::carryEnergy(value, previous);
     EXPECT_EQ(previous, 1e-300) << "exactly zero only";
 }
 
 TEST_F(Sa94EnergyOfRecords, EnergyFilesAreKeptByTheirArchive) {
-    driver->savePrevEnergy(Hourly, 12.25);
-    driver->savePrevEnergy(Daily, -0.5);
-    driver->savePrevEnergy(4, 9.0);
+    driver->progress().savePrevEnergy(Hourly, 12.25);
+    driver->progress().savePrevEnergy(Daily, -0.5);
+    driver->progress().savePrevEnergy(4, 9.0);
     EXPECT_EQ(archive_names(), (Texts{"_dPrevE", "_hPrevE"}));
     EXPECT_EQ(archive("_hPrevE"), "12.250000");
     EXPECT_EQ(archive("_dPrevE"), "-0.500000");
-    EXPECT_EQ(driver->loadPrevEnergy(Hourly), 12.25);
-    EXPECT_EQ(driver->loadPrevEnergy(Daily), -0.5);
-    EXPECT_EQ(driver->loadPrevEnergy(4), 0.0);
-    driver->savePrevEnergy(Hourly, 1.0);
+    EXPECT_EQ(driver->progress().loadPrevEnergy(Hourly), 12.25);
+    EXPECT_EQ(driver->progress().loadPrevEnergy(Daily), -0.5);
+    EXPECT_EQ(driver->progress().loadPrevEnergy(4), 0.0);
+    driver->progress().savePrevEnergy(Hourly, 1.0);
     EXPECT_EQ(archive("_hPrevE"), "1.000000") << "replaced whole";
 }
 
 TEST_F(Sa94EnergyOfRecords, AnEnergyFileThatIsNotThereIsZero) {
-    EXPECT_EQ(driver->loadPrevEnergy(Hourly), 0.0);
-    EXPECT_EQ(driver->loadPrevEnergy(Daily), 0.0);
+    EXPECT_EQ(driver->progress().loadPrevEnergy(Hourly), 0.0);
+    EXPECT_EQ(driver->progress().loadPrevEnergy(Daily), 0.0);
 }
 
 TEST_F(Sa94EnergyOfRecords, AnEnergyFileIsReadAsFarAsANumberGoes) {
     const std::pair<const char*, double> texts[] = {
         {"", 0.0}, {"nothing", 0.0}, {"1.5\n2.5\n", 1.5}, {" 7 apples", 7.0}, {"\n3.0", 0.0}};
     for (const auto& [text, value] : texts) {
-        lines("_hPrevE", text);
-        EXPECT_EQ(driver->loadPrevEnergy(Hourly), value) << text;
+        leave_archive("_hPrevE", text);
+        EXPECT_EQ(driver->progress().loadPrevEnergy(Hourly), value) << text;
     }
 }
 
 TEST_F(Sa94EnergyOfRecords, OfAnEnergyFile31CharactersAreRead) {
-    lines("_hPrevE", "00000000000000000000000000000123456");
-    EXPECT_EQ(driver->loadPrevEnergy(Hourly), 12.0);
+    leave_archive("_hPrevE", "00000000000000000000000000000123456");
+    EXPECT_EQ(driver->progress().loadPrevEnergy(Hourly), 12.0);
 }
 
 }  // namespace

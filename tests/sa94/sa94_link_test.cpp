@@ -15,9 +15,7 @@ using Sent = std::vector<std::string>;
 
 class Sa94Link : public Sa94Bench {
   protected:
-    Sa94Link() {
-        for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
-    }
+    Sa94Link() { clear_logs(); }
 
     const termios& open(int baud, int parity) {
         reconfigure(*driver, [&](MeterSettings& settings) {
@@ -291,13 +289,13 @@ TEST_F(Sa94Link, ADisconnectSaysThatItWaitsForNothing) {
 // ---- a block
 
 TEST_F(Sa94Link, AMeterWithShortSegmentsIsAskedInTheShortForm) {
-    driver->extended = false;
+    identify(10);
     EXPECT_TRUE(driver->ReadArchiveRecord(request, 3, 127));
     EXPECT_EQ(sent(), (Sent{"A3 7F"}));
 }
 
 TEST_F(Sa94Link, AMeterWithLongSegmentsIsAskedInTheLongForm) {
-    driver->extended = true;
+    identify(11);
     EXPECT_TRUE(driver->ReadArchiveRecord(request, 5, 511));
     EXPECT_EQ(sent(), (Sent{"B7 6F 3F"}));
 }

@@ -31,6 +31,7 @@ class Sa94Month : public Sa94ArchiveBench {
   protected:
     Sa94Month() : Sa94ArchiveBench("2024-03-05 09:40:00", Berlin) {
         scene.service.set_meter(Uuid, {.serial = meter.config().address, .port_name = Port, .manufacturer = "SA94"});
+        mute_logs();
         scene.clear_tmp();  // no items either: nobody looks at them here
         meter.fill(Sa94Archive::Hourly, {.records = 24 * 30, .newest = "2024-03-05 08:00"});
         meter.fill(Sa94Archive::Daily, {.records = 30, .newest = "2024-03-04 00:00"});
@@ -55,10 +56,9 @@ class Sa94Month : public Sa94ArchiveBench {
         go_on(hours);
     }
     void start() {
-        driver = std::make_unique<SA94>(Uuid);
+        driver = new_driver();
         read_driver_config(*driver);
         driver->open_tty();
-        mute_logs();
     }
     /// The process lives on.
     void go_on(double hours) {
@@ -97,9 +97,9 @@ class Sa94Month : public Sa94ArchiveBench {
     LineCounts expected() const {
         LineCounts counts;
         for (const auto& [archive, files] : seen_) {
-            const std::time_t last = archive == Sa94Archive::Errors  ? driver->LastTimestampError
-                                     : archive == Sa94Archive::Daily ? driver->LastTimestampDaily
-                                                                     : driver->LastTimestampHourly;
+            const std::time_t last = archive == Sa94Archive::Errors  ? driver->progress().LastTimestampError
+                                     : archive == Sa94Archive::Daily ? driver->progress().LastTimestampDaily
+                                                                     : driver->progress().LastTimestampHourly;
             for (const auto& [file, lines_of_file] : files) {
                 for (const auto& [line, time] : lines_of_file) {
                     if (time <= last) ++counts[file][line];
@@ -152,8 +152,8 @@ TEST_F(Sa94Month, EveryRecordIsInTheFilesOnce) {
     }
     EXPECT_GT(meter.faults_made(), 1000U);
     EXPECT_EQ(difference(lines(), expected()), passed_over) << "summer has begun, the ring has turned";
-    EXPECT_GE(driver->LastTimestampHourly, machine.now() - 13 * Hour);
-    EXPECT_GE(driver->LastTimestampDaily, machine.now() - 3 * Day);
+    EXPECT_GE(driver->progress().LastTimestampHourly, machine.now() - 13 * Hour);
+    EXPECT_GE(driver->progress().LastTimestampDaily, machine.now() - 3 * Day);
     EXPECT_LT(meter.records(Sa94Archive::Hourly).size(), 1024U);
     EXPECT_GT(machine.now(), 1711846800 + Day) << "2024-03-31 01:00 UTC";
 }
@@ -165,7 +165,7 @@ TEST_F(Sa94Month, ASilenceInTheMiddleOfARunDoublesWhatItHadReadSoFar) {
     start();
     meter.catch_up(machine.now());
     const auto records = meter.records(Sa94Archive::Hourly);
-    const std::time_t last = driver->LastTimestampHourly;
+    const std::time_t last = driver->progress().LastTimestampHourly;
     const auto next =
         std::find_if(records.begin(), records.end(), [last](const auto& each) { return each.time > last; });
     ASSERT_GT(records.end() - next, 60);
@@ -175,7 +175,7 @@ TEST_F(Sa94Month, ASilenceInTheMiddleOfARunDoublesWhatItHadReadSoFar) {
     meter.forget_requests();
     go_on(1);
     ASSERT_EQ(meter.scripted_faults_left(), 0U);
-    EXPECT_EQ(driver->LastTimestampHourly, last);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, last);
     go_on(3);
     LineCounts twice = expected();
     int doubled = 0;

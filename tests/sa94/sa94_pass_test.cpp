@@ -7,54 +7,35 @@
 #include <string>
 #include <vector>
 
-#include "sa94_meter.h"
-#include "support/sa94_scene.h"
+#include "support/sa94_archive_scene.h"
 
 namespace {
 
-using Files = std::map<std::string, std::multiset<std::string>>;
-
-class Sa94Pass : public Sa94Bench {
+class Sa94Pass : public Sa94ArchiveBench {
   protected:
-    explicit Sa94Pass(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
-        : Sa94Bench(start, zone) {
-        machine.disconnect_all(Port);
+    using Sa94ArchiveBench::Sa94ArchiveBench;
+
+    void connect(sim::Sa94Meter& simulated) {
+        machine.connect(Port, simulated);
+        start_driver(simulated);
     }
-
-    void connect(sim::Sa94Meter& simulated) { machine.connect(Port, simulated); }
-
     /// A pass at which the archives are due.
     void pass_with_archives() {
         machine.sleep(3601);
         driver->run_main();
     }
-    Files filed() const {
-        Files files;
-        for (const std::string& name : archive_names()) {
-            if (name == "_hPrevE" || name == "_dPrevE") continue;
-            std::string text = archive(name);
-            for (std::size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
-                files[name].insert(text.substr(0, end));
-            }
+    static LineCounts expected(const sim::Sa94Meter& simulated) {
+        LineCounts all;
+        for (const auto archive : {sim::Sa94Archive::Hourly, sim::Sa94Archive::Daily, sim::Sa94Archive::Errors}) {
+            all.merge(all_lines(simulated, archive));
         }
-        return files;
+        return all;
     }
-    static Files expected(const sim::Sa94Meter& simulated) {
-        Files files;
-        for (const sim::Sa94Archive archive :
-             {sim::Sa94Archive::Hourly, sim::Sa94Archive::Daily, sim::Sa94Archive::Errors}) {
-            for (const sim::Sa94StoredRecord& record : simulated.records(archive)) {
-                for (const sim::Sa94FileValue& value : simulated.record_files(archive, record)) {
-                    char line[128];
-                    std::snprintf(line, sizeof(line), "%ld,%d,%f", static_cast<long>(value.time), value.quality,
-                                  value.value);
-                    files[value.file].insert(line);
-                }
-            }
-        }
-        return files;
-    }
+    /// What is in the files too often or too seldom.
+    std::string wrong(const sim::Sa94Meter& simulated) const { return difference(lines(), expected(simulated)); }
 };
+
+constexpr const char* Items = "/tmp/m1/1/tc_items";
 
 struct Kind {
     const char* firmware;
@@ -70,11 +51,46 @@ TEST_P(Sa94PassOf, FilesEveryRecordOnce) {
     simulated.fill(sim::Sa94Archive::Errors, {.records = 40, .newest = "2024-03-02 08:00"});
     connect(simulated);
     pass_with_archives();
-    EXPECT_EQ(filed(), expected(simulated));
+    EXPECT_EQ(wrong(simulated), "");
     pass_with_archives();
-    EXPECT_EQ(filed(), expected(simulated)) << "nothing is new";
+    EXPECT_EQ(wrong(simulated), "") << "nothing is new";
     EXPECT_EQ(connected(), "111111");
     EXPECT_EQ(item("_DriverStatus"), "6");
+}
+
+TEST_P(Sa94PassOf, PublishesEachParameterInItsUnitInTheOrderOfTheCodes) {
+    sim::Sa94Meter simulated({.address = 0x12345, .firmware = GetParam().firmware, .status = GetParam().status});
+    const bool t3 = (GetParam().status & 4) != 0;
+    const bool volumes = (GetParam().status & 0x44) == 0x44;
+    std::map<std::string, std::string> wanted;
+    std::set<unsigned> codes;
+    for (const sim::Sa94Parameter& parameter : simulated.firmware().parameters) {
+        if (parameter.name == "p3") continue;
+        const std::string name(parameter.name);
+        const float bare = 10.5F + static_cast<float>(parameter.code);
+        simulated.set_value(name, bare);
+        codes.insert({parameter.code, sim::sa94_code_of_time, sim::sa94_code_of_date});
+        if (name == "T3" && !t3) continue;
+        char text[64];
+        std::snprintf(text, sizeof(text), "%f", static_cast<double>(parameter.scale.filed(bare)));
+        wanted[name[0] == 'p' ? (volumes ? "IQ" : "IM") + name.substr(1) : name] = text;
+    }
+    connect(simulated);
+    ASSERT_TRUE(driver->getDescription());
+    scene.remove(Items);
+    scene.make_tree(Uuid);
+    simulated.forget_requests();
+    driver->getCurrentParameters();
+    std::map<std::string, std::string> found;
+    for (const std::string& name : scene.list(Items)) found[name] = item(name);
+    EXPECT_EQ(found.erase("MDateTime"), codes.empty() ? 0U : 1U);
+    EXPECT_EQ(found.erase("Connected") + found.erase("_DriverStatus"), 2U);
+    EXPECT_EQ(found, wanted);
+    std::vector<unsigned> asked;
+    for (const sim::Sa94Heard& heard : simulated.heard()) {
+        if (heard.request.kind == sim::Sa94Kind::Parameter) asked.push_back(heard.request.code);
+    }
+    EXPECT_EQ(asked, std::vector(codes.begin(), codes.end()));
 }
 
 TEST_P(Sa94PassOf, FilesWhatIsNewAfterARestart) {
@@ -83,11 +99,11 @@ TEST_P(Sa94PassOf, FilesWhatIsNewAfterARestart) {
     simulated.fill(sim::Sa94Archive::Daily, {.records = 5, .newest = "2024-03-01 00:00"});
     connect(simulated);
     pass_with_archives();
-    start_driver();
+    start_driver(simulated);
     simulated.record_archives(true, "2024-03-02 10:00");
     machine.sleep(2 * 86400);
     pass_with_archives();
-    EXPECT_EQ(filed(), expected(simulated));
+    EXPECT_EQ(wrong(simulated), "");
 }
 
 constexpr Kind Kinds[] = {{"M461-m 1.0", 0x06},  {"M461-m 1.0", 0x44}, {"M451-m 1.0", 0x06}, {"M461 1.0", 0x00},
@@ -122,7 +138,8 @@ TEST_F(Sa94Pass, CurrentValuesOfAMeterAreInTheItems) {
 
 TEST_F(Sa94Pass, AMeterOfAnotherAddressKeepsSilent) {
     sim::Sa94Meter simulated({.address = 0x12346});
-    connect(simulated);
+    machine.connect(Port, simulated);
+    start_driver(sim::Sa94Meter({.address = 0x12345}));
     driver->run_main();
     EXPECT_EQ(connected(), "000000");
     EXPECT_EQ(item("_DriverStatus"), "6");
@@ -132,7 +149,7 @@ TEST_F(Sa94Pass, AMeterOfAnotherAddressKeepsSilent) {
 TEST_F(Sa94Pass, OneOfSeveralMetersOnTheLineIsRead) {
     sim::Sa94Meter other({.address = 7, .firmware = "M461 1.0"});
     sim::Sa94Meter simulated({.address = 0x12345, .firmware = "200"});
-    connect(other);
+    machine.connect(Port, other);
     connect(simulated);
     driver->run_main();
     EXPECT_EQ(item("MeterModel"), "SA94/2");
@@ -145,7 +162,7 @@ TEST_F(Sa94Pass, ALostAnswerNowAndThenCostsATryAndNothingElse) {
     simulated.misbehave_each(5, sim::sa94_lost());
     connect(simulated);
     pass_with_archives();
-    EXPECT_EQ(filed(), expected(simulated));
+    EXPECT_EQ(wrong(simulated), "");
     EXPECT_GT(simulated.faults_made(), 10U);
     EXPECT_EQ(connected(), "111111");
 }
@@ -161,12 +178,12 @@ TEST_F(Sa94PassInSummer, FilesEveryRecordOnceByStandardTime) {
     simulated.fill(sim::Sa94Archive::Daily, {.records = 150, .newest = "2024-07-14 00:00"});
     connect(simulated);
     pass_with_archives();
-    EXPECT_EQ(filed(), expected(simulated));
-    EXPECT_EQ(driver->LastTimestampHourly, 1721034000) << "2024-07-15 10:00 by the meter, 09:00 UTC";
-    start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, 1721034000);
+    EXPECT_EQ(wrong(simulated), "");
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1721034000) << "2024-07-15 10:00 by the meter, 09:00 UTC";
+    start_driver(simulated);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1721034000);
     pass_with_archives();
-    EXPECT_EQ(filed(), expected(simulated));
+    EXPECT_EQ(wrong(simulated), "");
 }
 
 }  // namespace

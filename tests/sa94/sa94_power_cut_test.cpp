@@ -80,8 +80,8 @@ class Sa94PowerCut : public Sa94ArchiveBench, public ::testing::WithParamInterfa
 
     void start(sim::Sa94Meter& meter) {
         scene.clear_tmp();  // and with it the place of all items
-        start_described(meter);
         mute_logs();
+        start_described(meter);
     }
     /// The archives in the order of a pass. False when the power failed.
     bool archive_pass() {
@@ -278,7 +278,7 @@ class Sa94TornLine : public Sa94ArchiveBench {
                                 .values = {{"IM1", static_cast<double>(hour)}, {"IE", static_cast<double>(hour)}}});
         }
         start_described(meter);
-        last_at_start = driver->LastTimestampHourly;
+        last_at_start = driver->progress().LastTimestampHourly;
         ASSERT_TRUE(driver->getArchives(HOURLY_DB));
     }
     sim::Sa94Meter meter{{.firmware = "M300"}};
@@ -316,7 +316,7 @@ TEST_F(Sa94TornLine, OfAnErrorIsEndedAndTheErrorReadAgain) {
     meter.stop_error(5, "2024-03-02 08:20");
     leave_archive("_A57", "1709367000,192,5.000000\n1709367600,0");
     start_described(meter);
-    EXPECT_EQ(driver->LastTimestampError, 1709367000);
+    EXPECT_EQ(driver->progress().LastTimestampError, 1709367000);
     ASSERT_TRUE(driver->getArchives(ERROR_DB));
     EXPECT_EQ(archive("_A57"), "1709367000,192,5.000000\n1709367600,0\n1709367600,0,5.000000\n");
 }
@@ -325,7 +325,7 @@ TEST_F(Sa94TornLine, OfAnEnergyTotalIsANumberAsFarAsItGoes) {
     leave_archive("_hPrevE", "12");  // of 1234.500000
     meter.store_hourly({.at = "2024-03-02 09:00"});
     start_described(meter);
-    EXPECT_EQ(driver->hPrevE, 12.0);
+    EXPECT_EQ(driver->progress().hPrevE, 12.0);
     ASSERT_TRUE(driver->getArchives(HOURLY_DB));
     EXPECT_EQ(archive("A1"), "1709373600,192,12.000000\n");
 }

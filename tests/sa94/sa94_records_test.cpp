@@ -16,12 +16,16 @@ constexpr int Daily = 1;
 /// Firmware 10 unless a test says otherwise: records of 32 bytes, four in a block.
 class Sa94Records : public Sa94Bench {
   protected:
-    explicit Sa94Records(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
-        : Sa94Bench(start, zone) {
+    explicit Sa94Records(const std::string& start = "2024-03-02 10:05:00") : Sa94Bench(start) {
         identify(10);
-        for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
+        clear_logs();
     }
 
+    /// As if the archives were stored up to here.
+    void behind(std::time_t hourly, std::time_t daily = 0) {
+        resume(hourly, daily);
+        identify(10);
+    }
     static Sa94Bytes hourly(int day, int month, int year, int hour) {
         return Sa94Bytes(32).date(day, month, year).hour(hour);
     }
@@ -77,52 +81,16 @@ TEST_F(Sa94Records, ADailyRecordByHand) {
     EXPECT_EQ(newest, Midnight - Day);
 }
 
-TEST_F(Sa94Records, ARecordOfHour14IsStampedWithHour15OnlyInItsTotals) {
-    machine.sleep(3600 * 6);
-    parse(Hourly, {hourly(2, 3, 24, 14).real(8, 1.5F).word(16, 100)});
-    EXPECT_EQ(archive("A12"), at(Midnight + 15 * Hour, "1.500000"));
-    EXPECT_EQ(archive("_A20"), at(Midnight + 14 * Hour, "1.000000"));
-}
-
 TEST_F(Sa94Records, TheTestForATotalGoesByTheNewName) {
-    identify(15);
+    identify(15, 0x44);
     const Sa94Bytes record = Sa94Bytes(64).date(2, 3, 24).hour(8).real(8, 2.5F).real(12, 3.5F);
-    driver->status_byte = 0x44;
     parse(Hourly, {record});
     EXPECT_EQ(archive("A6"), at(Midnight + 9 * Hour, "2.500000"));
     EXPECT_EQ(archive("A8"), at(Midnight + 9 * Hour, "3.500000"));
     EXPECT_EQ(archive("A12"), "");
 }
 
-TEST_F(Sa94Records, AWordThatIsDroppedKeepsItsPlace) {
-    driver->support_t3 = false;
-    parse(Hourly, {hourly(2, 3, 24, 8).word(20, 500).word(22, 3600).word(24, 1800)});
-    EXPECT_EQ(archive("A22"), "");
-    EXPECT_EQ(archive("A26"), at(Midnight + 8 * Hour, "2.000000"));
-    EXPECT_EQ(archive("A25"), at(Midnight + 8 * Hour, "1.000000"));
-}
-
-TEST_F(Sa94Records, AWordHasNoSignSoTheThirdTemperatureIsNeverTooLow) {
-    parse(Hourly, {hourly(2, 3, 24, 8).word(20, 0xFFFF)});
-    // 0.00999999977648 * 65535 in single precision.
-    EXPECT_EQ(archive("A22"), at(Midnight + 8 * Hour, "655.349976"));
-}
-
-TEST_F(Sa94Records, TheThirdTemperatureInAFloatIsTakenAsItComes) {
-    identify(6);
-    driver->support_t3 = false;
-    parse(Hourly, {Sa94Bytes(64).date(2, 3, 24).hour(8).real(24, -100.0F)});
-    EXPECT_EQ(archive("A22"), at(Midnight + 8 * Hour, "-100.000000"));
-}
-
 // ---- where the data end
-
-TEST_F(Sa94Records, ABlockOfTwoGoodRecordsAndTwoErasedOnesEndsTheRun) {
-    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8).word(16, 100), hourly(2, 3, 24, 9).word(16, 200)}));
-    EXPECT_EQ(archive("_A20"), at(Midnight + 8 * Hour, "1.000000") + at(Midnight + 9 * Hour, "2.000000"));
-    EXPECT_EQ(newest, Midnight + 9 * Hour);
-    EXPECT_EQ(logged("debug", "Is null record"), 1);
-}
 
 TEST_F(Sa94Records, ThePositionStaysWhenTheRunEnds) {
     position = 1;
@@ -140,52 +108,27 @@ TEST_F(Sa94Records, AWholeBlockOfNewRecordsPutsThePositionBackToTheStart) {
         << "from the position on";
 }
 
-TEST_F(Sa94Records, ABlockOfAMeterWithLongSegmentsHasTwoRecords) {
-    identify(11);
-    EXPECT_TRUE(parse(Hourly, {Sa94Bytes(64).date(2, 3, 24).hour(7).word(16, 300),
-                               Sa94Bytes(64).date(2, 3, 24).hour(8).word(16, 400)}));
-    EXPECT_EQ(archive("_A20"), at(Midnight + 7 * Hour, "3.000000") + at(Midnight + 8 * Hour, "4.000000"));
-}
-
 TEST_F(Sa94Records, ARecordThatIsNotNewerThanWhatIsStoredEndsTheRun) {
-    driver->LastTimestampHourly = Midnight + 8 * Hour;
+    behind(Midnight + 8 * Hour);
     EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8), hourly(2, 3, 24, 9)}));
     EXPECT_TRUE(archive_names().empty());
     EXPECT_EQ(newest, 0);
-    driver->LastTimestampHourly = Midnight + 8 * Hour - 1;
+    behind(Midnight + 8 * Hour - 1);
     EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8), hourly(2, 3, 24, 7)}));
     EXPECT_EQ(archive("A3"), at(Midnight + 8 * Hour, "0.000000"));
     EXPECT_EQ(newest, Midnight + 8 * Hour);
 }
 
 TEST_F(Sa94Records, DailyRecordsAreComparedWithTheDailyTime) {
-    driver->LastTimestampHourly = Midnight;
-    driver->LastTimestampDaily = Midnight - 2 * Day;
+    behind(Midnight, Midnight - 2 * Day);
     EXPECT_FALSE(parse(Daily, {daily(1, 3, 24), daily(29, 2, 24)}));
     EXPECT_EQ(archive("_A48"), at(Midnight - Day, "0.000000"));
-}
-
-TEST_F(Sa94Records, AllRecordsOfARunAreComparedWithTheSameTime) {
-    parse(Hourly, {hourly(2, 3, 24, 8), hourly(2, 3, 24, 6), hourly(2, 3, 24, 7)});
-    EXPECT_EQ(archive("A3"), at(Midnight + 8 * Hour, "0.000000") + at(Midnight + 6 * Hour, "0.000000") +
-                                 at(Midnight + 7 * Hour, "0.000000"))
-        << "a record older than its neighbour, but newer than what is stored";
-    EXPECT_EQ(newest, Midnight + 8 * Hour);
-    EXPECT_EQ(driver->LastTimestampHourly, 0) << "that is for the caller to move on";
 }
 
 TEST_F(Sa94Records, TheNewestTimeIsNeverLowered) {
     newest = Midnight + 20 * Hour;
     parse(Hourly, {hourly(2, 3, 24, 8)});
     EXPECT_EQ(newest, Midnight + 20 * Hour);
-}
-
-TEST_F(Sa94Records, AFirmwareWithoutARowEndsTheRunAtItsFirstRecord) {
-    identify(8);
-    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 8)}));
-    EXPECT_FALSE(parse(Daily, {daily(1, 3, 24)}));
-    EXPECT_TRUE(archive_names().empty());
-    EXPECT_EQ(newest, 0);
 }
 
 TEST_F(Sa94Records, OnlyARecordOfNothingBut0xffIsErased) {
@@ -198,14 +141,6 @@ TEST_F(Sa94Records, OnlyARecordOfNothingBut0xffIsErased) {
 }
 
 // ---- impossible dates
-
-TEST_F(Sa94Records, ADateAHundredYearsOffEndsTheBlockAndNotTheRun) {
-    position = 1;
-    EXPECT_TRUE(parse(Hourly, {hourly(2, 3, 24, 6), hourly(2, 3, 24, 7).word(16, 100), hourly(2, 3, 99, 8),
-                               hourly(2, 3, 24, 9).word(16, 200)}));
-    EXPECT_EQ(archive("_A20"), at(Midnight + 7 * Hour, "1.000000")) << "the rest of the block is dropped";
-    EXPECT_EQ(position, 1) << "as it was";
-}
 
 TEST_F(Sa94Records, ADateThatNoCalendarHoldsIsImpossible) {
     Sa94Bytes record = hourly(2, 3, 24, 8);
@@ -265,24 +200,10 @@ TEST_F(Sa94RecordsAtMidnight, TheBoundsThemselvesArePossible) {
     EXPECT_TRUE(parse(Daily, {daily(24, 2, 23)}));
 }
 
-TEST_F(Sa94Records, ADayThatTheMonthDoesNotHaveIsTheNextOne) {
-    EXPECT_FALSE(parse(Daily, {daily(30, 2, 24)}));
-    EXPECT_EQ(archive("_A48"), at(Midnight - Day, "0.000000")) << "1 March";
-}
-
-TEST_F(Sa94Records, ValuesOfADroppedRecordDoNotReachTheNextOne) {
-    Sa94Bytes bad = hourly(2, 3, 99, 8).word(16, 100);
-    EXPECT_TRUE(parse(Hourly, {bad}));
-    driver->LastTimestampHourly = Midnight + 8 * Hour;
-    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 7).word(16, 200)}));
-    EXPECT_FALSE(parse(Hourly, {hourly(2, 3, 24, 9).word(16, 300)}));
-    EXPECT_EQ(archive("_A20"), at(Midnight + 9 * Hour, "3.000000"));
-}
-
 // ---- the log
 
 TEST_F(Sa94Records, ABlockIsToldInTheDebugLog) {
-    driver->LastTimestampHourly = 77;
+    behind(77);
     parse(Hourly, {hourly(2, 3, 24, 8).real(8, 1.5F)});
     EXPECT_TRUE(logged_in_order("debug", {"Start block parsing", "Last timestamp HOURLY_DB: 77", "Position = 0",
                                           "Dumping packet:", "Choice model", "Position = 1", "Is null record"}));
@@ -294,14 +215,13 @@ TEST_F(Sa94Records, ABlockIsToldInTheDebugLog) {
 }
 
 TEST_F(Sa94Records, ADailyBlockNamesItsArchive) {
-    driver->LastTimestampDaily = 78;
+    behind(0, 78);
     parse(Daily, {});
     EXPECT_EQ(logged("debug", "Last timestamp DAILY_DB: 78"), 1);
 }
 
 TEST_F(Sa94Records, ValuesAreWrittenInTheOrderOfTheirColumnsUnderTheirNewNames) {
-    identify(17);
-    driver->status_byte = 0x44;
+    identify(17, 0x44);
     parse(Hourly, {Sa94Bytes(64).date(2, 3, 24).hour(8)});
     Texts names;
     const std::string start = "New archive record => ";
@@ -310,35 +230,6 @@ TEST_F(Sa94Records, ValuesAreWrittenInTheOrderOfTheirColumnsUnderTheirNewNames) 
     }
     EXPECT_EQ(names,
               (Texts{"A6", "A8", "_A20", "_A21", "A22", "A26", "A25", "A24", "A1", "A17", "A18", "A10", "A4", "A19"}));
-}
-
-// ---- standard time
-
-class Sa94RecordsInSummer : public Sa94Records {
-  protected:
-    // Summer time: the clock of the gateway is two hours ahead of UTC, that of the meter one.
-    Sa94RecordsInSummer() : Sa94Records("2024-07-15 12:05:00", "CET-1CEST,M3.5.0,M10.5.0/3") {}
-};
-
-TEST_F(Sa94RecordsInSummer, TimesAreStandardTimeInSummerToo) {
-    parse(Hourly, {hourly(15, 7, 24, 10).real(8, 1.5F).word(16, 100)});
-    EXPECT_EQ(archive("_A20"), at(1721034000, "1.000000")) << "2024-07-15 09:00 UTC";
-    EXPECT_EQ(archive("A12"), at(1721037600, "1.500000"));
-    EXPECT_EQ(newest, 1721034000);
-}
-
-TEST_F(Sa94RecordsInSummer, DaysBeginAtMidnightOfStandardTime) {
-    parse(Daily, {daily(14, 7, 24).real(4, 1.5F).word(16, 100)});
-    EXPECT_EQ(archive("_A48"), at(1720911600, "1.000000")) << "2024-07-13 23:00 UTC";
-    EXPECT_EQ(archive("A32"), at(1720998000, "1.500000"));
-}
-
-TEST_F(Sa94RecordsInSummer, TheHoursOfTheDayOfAChangeAreAllThere) {
-    // 31 March 2024: the gateway's clocks jump from 2 to 3.
-    EXPECT_TRUE(
-        parse(Hourly, {hourly(31, 3, 24, 1), hourly(31, 3, 24, 2), hourly(31, 3, 24, 3), hourly(31, 3, 24, 4)}));
-    EXPECT_EQ(archive("A3"), at(1711843200, "0.000000") + at(1711846800, "0.000000") + at(1711850400, "0.000000") +
-                                 at(1711854000, "0.000000"));
 }
 
 }  // namespace

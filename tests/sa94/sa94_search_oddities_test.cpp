@@ -212,8 +212,8 @@ TEST_F(Sa94Oddities, BytesBehindABlockDoNotCount) {
 TEST_F(Sa94Oddities, WithTheShortFormALongMemoryLooksLikeItsFirst128Blocks) {
     Sa94Ring ring(Sa94Archive::Errors, Large);
     ring.append(16 * 60 + 7);
-    ring.driver->extended = false;  // as when the firmware text was garbled
-    EXPECT_EQ(ring.find(ring.at(16 * 50 + 2)), ring.place_of(16 * 50 + 2));
+    const SA94Search search = ring.search_in({Small});  // as when the firmware text was garbled
+    EXPECT_EQ(ring.find(search, ring.at(16 * 50 + 2)), ring.place_of(16 * 50 + 2));
 }
 
 }  // namespace

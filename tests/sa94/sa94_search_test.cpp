@@ -29,7 +29,7 @@ struct Beginning {
 Beginning beginning_of(Sa94Ring& ring) {
     Beginning all;
     ring.meter.forget_requests();
-    all.found = ring.driver->getFirstRecordInfo(ring.type(), all.time, all.segment, all.block);
+    all.found = ring.search.getFirstRecordInfo(ring.type(), all.time, all.segment, all.block);
     return all;
 }
 
@@ -54,40 +54,42 @@ void expect_each_lost_read_ends(Sa94Ring& ring, Operation operation) {
 // ---- geometry
 
 TEST(Sa94Geometry, AShortMemoryHasSegmentsOf128BlocksAndRecordsOf32Bytes) {
-    const Sa94Ring ring(Sa94Archive::Hourly, Small);
-    EXPECT_EQ(ring.driver->blocksPerSegment(), 128U);
-    EXPECT_EQ(ring.driver->blockSize(), 128U);
+    const SA94Memory memory{Small};
+    EXPECT_EQ(memory.blocksPerSegment(), 128U);
+    EXPECT_EQ(memory.blockSize(), 128U);
     for (const int type : {HOURLY_DB, DAILY_DB}) {
-        EXPECT_EQ(ring.driver->recordSize(type), 32U);
-        EXPECT_EQ(ring.driver->recordsPerBlock(type), 4);
+        EXPECT_EQ(memory.recordSize(type), 32U);
+        EXPECT_EQ(memory.recordsPerBlock(type), 4);
     }
-    EXPECT_EQ(ring.driver->recordSize(ERROR_DB), 8U);
-    EXPECT_EQ(ring.driver->recordsPerBlock(ERROR_DB), 16);
+    EXPECT_EQ(memory.recordSize(ERROR_DB), 8U);
+    EXPECT_EQ(memory.recordsPerBlock(ERROR_DB), 16);
 }
 
 TEST(Sa94Geometry, ALongMemoryHasSegmentsOf512BlocksAndRecordsOf64Bytes) {
-    const Sa94Ring ring(Sa94Archive::Hourly, Large);
-    EXPECT_EQ(ring.driver->blocksPerSegment(), 512U);
-    EXPECT_EQ(ring.driver->blockSize(), 128U);
+    const SA94Memory memory{Large};
+    EXPECT_EQ(memory.blocksPerSegment(), 512U);
+    EXPECT_EQ(memory.blockSize(), 128U);
     for (const int type : {HOURLY_DB, DAILY_DB}) {
-        EXPECT_EQ(ring.driver->recordSize(type), 64U);
-        EXPECT_EQ(ring.driver->recordsPerBlock(type), 2);
+        EXPECT_EQ(memory.recordSize(type), 64U);
+        EXPECT_EQ(memory.recordsPerBlock(type), 2);
     }
-    EXPECT_EQ(ring.driver->recordSize(ERROR_DB), 8U);
-    EXPECT_EQ(ring.driver->recordsPerBlock(ERROR_DB), 16);
+    EXPECT_EQ(memory.recordSize(ERROR_DB), 8U);
+    EXPECT_EQ(memory.recordsPerBlock(ERROR_DB), 16);
 }
 
 TEST(Sa94Geometry, OtherArchivesHaveNoRecords) {
-    const Sa94Ring ring(Sa94Archive::Hourly, Large);
     for (const int type : {-1, 2, 3, 5, 99}) {
-        EXPECT_EQ(ring.driver->recordSize(type), 0U);
-        EXPECT_EQ(ring.driver->recordsPerBlock(type), 0);
+        EXPECT_EQ(SA94Memory{Large}.recordSize(type), 0U);
+        EXPECT_EQ(SA94Memory{Large}.recordsPerBlock(type), 0);
         EXPECT_STREQ(archive_name(type), "unknown");
         EXPECT_STREQ(archive_word(type), "unknown");
     }
     EXPECT_STREQ(archive_name(HOURLY_DB), "Hourly");
     EXPECT_STREQ(archive_name(DAILY_DB), "Daily");
     EXPECT_STREQ(archive_name(ERROR_DB), "Error");
+    EXPECT_STREQ(archive_word(HOURLY_DB), "HOURLY_DB");
+    EXPECT_STREQ(archive_word(DAILY_DB), "DAILY_DB");
+    EXPECT_STREQ(archive_word(ERROR_DB), "ERROR_DB");
 }
 
 TEST(Sa94Geometry, SegmentsOfAnArchiveArePairs) {
@@ -112,19 +114,17 @@ TEST(Sa94Nulls, ABlockIsNullWhenNoneOfIts128BytesIsWritten) {
 }
 
 TEST(Sa94Nulls, ARecordIsNullByItsOwnSize) {
-    Sa94Ring ring(Sa94Archive::Hourly, Small);
     std::array<std::uint8_t, 128> bytes{};
     bytes.fill(0xFF);
     bytes[32] = 0;
-    EXPECT_TRUE(ring.driver->isNullRecord(HOURLY_DB, bytes));
-    EXPECT_TRUE(ring.driver->isNullRecord(DAILY_DB, bytes));
-    ring.driver->extended = true;
-    EXPECT_FALSE(ring.driver->isNullRecord(HOURLY_DB, bytes));
-    EXPECT_FALSE(ring.driver->isNullRecord(DAILY_DB, bytes));
+    for (const int type : {HOURLY_DB, DAILY_DB}) {
+        EXPECT_TRUE(SA94Memory{Small}.isNullRecord(type, bytes));
+        EXPECT_FALSE(SA94Memory{Large}.isNullRecord(type, bytes));
+    }
     bytes[8] = 0;
-    EXPECT_TRUE(ring.driver->isNullRecord(ERROR_DB, bytes));
+    EXPECT_TRUE(SA94Memory{Large}.isNullRecord(ERROR_DB, bytes));
     bytes[7] = 0;
-    EXPECT_FALSE(ring.driver->isNullRecord(ERROR_DB, bytes));
+    EXPECT_FALSE(SA94Memory{Large}.isNullRecord(ERROR_DB, bytes));
 }
 
 class Sa94Times : public ::testing::Test {
@@ -346,7 +346,7 @@ TEST(Sa94End, EachLostReadEndsTheSearch) {
     Sa94Ring ring(Sa94Archive::Hourly, Small);
     const auto find_end = [&ring] {
         Sa94Place end;
-        return ring.driver->findArchiveEnd(HOURLY_DB, end.segment, end.block, end.position);
+        return ring.search.findArchiveEnd(HOURLY_DB, end.segment, end.block, end.position);
     };
     ring.append(19);
     expect_each_lost_read_ends(ring, find_end);

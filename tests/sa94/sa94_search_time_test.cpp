@@ -180,7 +180,7 @@ TEST(Sa94Search, EachLostReadEndsTheSearchWithoutADisconnect) {
             ring.meter.misbehave_next(Tries, sim::sa94_silence());
             Sa94Place place;
             EXPECT_FALSE(
-                ring.driver->getRecordByTimestamp(HOURLY_DB, wanted, place.segment, place.block, place.position));
+                ring.search.getRecordByTimestamp(HOURLY_DB, wanted, place.segment, place.block, place.position));
             EXPECT_EQ(ring.reads(), n + Tries) << n;
             EXPECT_EQ(ring.meter.requests(sim::Sa94Kind::Disconnect), 0U);
         }

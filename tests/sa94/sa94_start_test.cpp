@@ -16,7 +16,9 @@ class Sa94Start : public Sa94Bench {
     using Sa94Bench::Sa94Bench;
 
     /// A file with one line of this time.
-    void stored(const std::string& name, std::time_t time) { lines(name, std::to_string(time) + ",192,1.000000\n"); }
+    void stored(const std::string& name, std::time_t time) {
+        leave_archive(name, std::to_string(time) + ",192,1.000000\n");
+    }
     void nothing_stored() {
         scene.remove("/mnt/storage/m1");
         scene.make_tree(Uuid);
@@ -30,24 +32,15 @@ TEST_F(Sa94Start, ADriverKnowsNothingOfItsMeterYet) {
     EXPECT_EQ(driver->get_log_name(), "NO_DRIVER_NAME");
     EXPECT_FALSE(driver->need_init());
     EXPECT_TRUE(driver->is_all_archives_ok());
-    EXPECT_EQ(driver->subsystem_type, 2);
-    EXPECT_TRUE(driver->current_values.empty());
-    EXPECT_EQ(driver->FirmwareText, "");
-    EXPECT_EQ(driver->meter_time, 0);
-    EXPECT_EQ(driver->model, "");
-    EXPECT_EQ(driver->status_byte, 0);
-    EXPECT_FALSE(driver->extended);
-    EXPECT_EQ(driver->sc_flag, 0);
-    EXPECT_TRUE(driver->support_t3);
-    EXPECT_EQ(driver->dPrevE, 0.0);
-    EXPECT_EQ(driver->hPrevE, 0.0);
+    EXPECT_EQ(driver->progress().dPrevE, 0.0);
+    EXPECT_EQ(driver->progress().hPrevE, 0.0);
     EXPECT_TRUE(sent().empty());
     EXPECT_EQ(items(), Texts{}) << "nothing is published";
 }
 
 TEST_F(Sa94Start, TheArchivesAreDueFiftyMinutesEarlierTheFirstTime) {
-    EXPECT_EQ(driver->last_update_hourly, Now - 3000);
-    EXPECT_EQ(driver->last_update_daily, Now - 3000);
+    EXPECT_EQ(driver->progress().last_update_hourly, Now - 3000);
+    EXPECT_EQ(driver->progress().last_update_daily, Now - 3000);
 }
 
 TEST_F(Sa94Start, ADriverHasThreeLogs) {
@@ -88,9 +81,9 @@ TEST_F(Sa94Start, TheLastTimesAreToldDailyHourlyErrors) {
 // ---- resuming
 
 TEST_F(Sa94Start, WithoutFilesNothingHasBeenRead) {
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
-    EXPECT_EQ(driver->LastTimestampDaily, 0);
-    EXPECT_EQ(driver->LastTimestampError, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampDaily, 0);
+    EXPECT_EQ(driver->progress().LastTimestampError, 0);
 }
 
 TEST_F(Sa94Start, EachOfSixteenFilesTellsHowFarHourlyReadingHasCome) {
@@ -100,8 +93,8 @@ TEST_F(Sa94Start, EachOfSixteenFilesTellsHowFarHourlyReadingHasCome) {
         nothing_stored();
         stored("A" + std::to_string(number), Now);
         start_driver();
-        EXPECT_EQ(driver->LastTimestampHourly, total ? Now - Hour : Now) << number;
-        EXPECT_EQ(driver->LastTimestampDaily, 0) << number;
+        EXPECT_EQ(driver->progress().LastTimestampHourly, total ? Now - Hour : Now) << number;
+        EXPECT_EQ(driver->progress().LastTimestampDaily, 0) << number;
     }
 }
 
@@ -110,8 +103,8 @@ TEST_F(Sa94Start, EachOfFiveFilesTellsHowFarDailyReadingHasCome) {
         nothing_stored();
         stored(name, Now);
         start_driver();
-        EXPECT_EQ(driver->LastTimestampDaily, Now - Day) << name;
-        EXPECT_EQ(driver->LastTimestampHourly, 0) << name;
+        EXPECT_EQ(driver->progress().LastTimestampDaily, Now - Day) << name;
+        EXPECT_EQ(driver->progress().LastTimestampHourly, 0) << name;
     }
 }
 
@@ -121,30 +114,30 @@ TEST_F(Sa94Start, OtherFilesTellNothing) {
         stored(name, Now);
     }
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
-    EXPECT_EQ(driver->LastTimestampDaily, 0);
-    EXPECT_EQ(driver->LastTimestampError, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampDaily, 0);
+    EXPECT_EQ(driver->progress().LastTimestampError, 0);
 }
 
 TEST_F(Sa94Start, ErrorsHaveAFileOfTheirOwn) {
     stored("_A57", Now);
     start_driver();
-    EXPECT_EQ(driver->LastTimestampError, Now);
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampError, Now);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
 }
 
 TEST_F(Sa94Start, TheNewestLineOfTheNewestFileCounts) {
-    lines("A2", "1709366400,192,1.000000\n1709370000,192,1.000000\n1709362800,192,1.000000\n");
+    leave_archive("A2", "1709366400,192,1.000000\n1709370000,192,1.000000\n1709362800,192,1.000000\n");
     stored("A3", 1709362800);
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, 1709370000);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1709370000);
 }
 
 TEST_F(Sa94Start, ATotalAndAMeanOfTheSameRecordAgree) {
     stored("A1", 1709373600);  // by the end of its hour
     stored("A3", 1709370000);  // by the start
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, 1709370000);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1709370000);
 }
 
 TEST_F(Sa94Start, ATotalIsComparedAsItStandsAndTakenAnHourEarlier) {
@@ -152,36 +145,36 @@ TEST_F(Sa94Start, ATotalIsComparedAsItStandsAndTakenAnHourEarlier) {
     stored("A2", Now - Hour / 2);
     stored("A4", Now);
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, Now - Hour) << "earlier than A2";
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Now - Hour) << "earlier than A2";
 }
 
 TEST_F(Sa94Start, ALaterFileMayTakeTheTimeOfAnEarlierOneBack) {
     stored("A40", Now);
     stored("A42", Now - Day / 2);
     start_driver();
-    EXPECT_EQ(driver->LastTimestampDaily, Now - Day / 2 - Day);
+    EXPECT_EQ(driver->progress().LastTimestampDaily, Now - Day / 2 - Day);
 }
 
 TEST_F(Sa94Start, ATimeEqualToTheOneSoFarChangesNothing) {
     stored("A3", Now);
     stored("A4", Now);
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, Now);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Now);
 }
 
 TEST_F(Sa94Start, OtherSubsystemsAndStagedFilesTellNothing) {
     scene.write("/mnt/storage/m1/2/tc_archives/A3", "1709370000,192,1.000000\n");
     scene.write("/mnt/storage/m1/1/tmp_archives/A3", "1709370000,192,1.000000\n");
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
 }
 
 TEST_F(Sa94Start, TheLastEnergyComesFromItsFiles) {
-    lines("_hPrevE", "1234.500000");
-    lines("_dPrevE", "77.250000");
+    leave_archive("_hPrevE", "1234.500000");
+    leave_archive("_dPrevE", "77.250000");
     start_driver();
-    EXPECT_EQ(driver->hPrevE, 1234.5);
-    EXPECT_EQ(driver->dPrevE, 77.25);
+    EXPECT_EQ(driver->progress().hPrevE, 1234.5);
+    EXPECT_EQ(driver->progress().dPrevE, 77.25);
 }
 
 TEST_F(Sa94Start, ARestartGoesOnWhereTheFilesEnd) {
@@ -192,8 +185,8 @@ TEST_F(Sa94Start, ARestartGoesOnWhereTheFilesEnd) {
     std::time_t newest = 0;
     driver->parseBlock(0, request, position, newest);
     start_driver();
-    EXPECT_EQ(driver->LastTimestampHourly, newest);
-    EXPECT_EQ(driver->hPrevE, 6.5);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, newest);
+    EXPECT_EQ(driver->progress().hPrevE, 6.5);
     identify(10);
     position = 1;
     EXPECT_FALSE(driver->parseBlock(0, request, position, newest)) << "stored already";

@@ -12,32 +12,6 @@ namespace {
 
 constexpr std::uint8_t AnyStatus[] = {0x00, 0x02, 0x04, 0x08, 0x20, 0x40, 0x44, 0x7F, 0x3B, 0x15};
 
-// ---- firmwares
-
-TEST(Sa94Tables, FirmwaresStandInTheOrderOfTheirSearch) {
-    struct Row {
-        int id;
-        const char* name;
-        const char* model;
-        bool extended;
-    };
-    constexpr Row rows[] = {
-        {17, "M461-m", "SA94/3A", true}, {16, "M451-m", "SA94/3A", true}, {15, "M461", "SA94/3", true},
-        {14, "M451", "SA94/3", true},    {13, "M411", "SA94/3", true},    {12, "M401", "SA94/3", true},
-        {11, "M301", "SA94/2M", true},   {10, "M300", "SA94/2M", false},  {9, "301", "SA94/2M", true},
-        {8, "300", "SA94/2M", false},    {7, "MTE1", "SA94/2", true},     {6, "201", "SA94/2", true},
-        {5, "200", "SA94/2", false},     {4, "M101", "SA94/1", true},     {3, "M100", "SA94/1", false},
-        {2, "101", "SA94/1", true},      {1, "100", "SA94/1", false},     {0, "SA94_UNKNOWN", "SA94/1", false},
-    };
-    ASSERT_EQ(Versions.size(), std::size(rows));
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        EXPECT_EQ(Versions[i].id, rows[i].id) << i;
-        EXPECT_EQ(Versions[i].name, rows[i].name) << i;
-        EXPECT_EQ(Versions[i].model, rows[i].model) << i;
-        EXPECT_EQ(Versions[i].extended, rows[i].extended) << i;
-    }
-}
-
 // ---- items
 
 TEST(Sa94Tables, ItemsAreNumberedFromOne) {

@@ -36,11 +36,6 @@ class Sa94ErrorWalk : public Sa94ArchiveBench {
         }
         return text;
     }
-    void start_behind(std::time_t last) {
-        leave_archive("_A57", sa94_line(last, 192, 1.0));
-        start_described(meter);
-        leave_archive("_A57", "");
-    }
 
     sim::Sa94Meter meter{{.firmware = "M300"}};
 };
@@ -50,7 +45,7 @@ TEST_F(Sa94ErrorWalk, TheFirstTwoBlocksAreToldAndNotRead) {
     start_described(meter);
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(0, 20));
-    EXPECT_EQ(driver->LastTimestampError, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampError, Newest);
     EXPECT_EQ(item("_DriverStatus"), "5");
     // The start of the first reading is block 2 already; the next segment's first blocks are passed over.
     EXPECT_EQ(meter.requests(Sa94Kind::Block, 6, 0) + meter.requests(Sa94Kind::Block, 6, 1), 0U);
@@ -77,23 +72,23 @@ TEST_F(Sa94ErrorWalk, StartedAndStoppedErrorsHaveTheirQuality) {
 
 TEST_F(Sa94ErrorWalk, GoesOnBehindTheLastStoredError) {
     fill(20);
-    start_behind(Newest - 9 * Minute);  // the eleventh, at position 10 of the first block
+    start_behind(meter, "_A57", Newest - 9 * Minute);  // the eleventh, at position 10 of the first block
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57").substr(0, errors(11, 16).size()), errors(11, 16));
 }
 
 TEST_F(Sa94ErrorWalk, EachLaterBlockOfARunLosesAsManyRecordsAsTheFirst) {
     fill(16 * 3 + 14);
-    start_behind(Newest - (16 * 3 + 14 - 1 - 10) * Minute);  // the eleventh again
+    start_behind(meter, "_A57", Newest - (16 * 3 + 14 - 1 - 10) * Minute);  // the eleventh again
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(11, 16) + errors(16 + 11, 32) + errors(32 + 11, 48) + errors(48 + 11, 62))
         << "what stands in front of position 11 is passed over";
-    EXPECT_EQ(driver->LastTimestampError, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampError, Newest);
 }
 
 TEST_F(Sa94ErrorWalk, BehindTheLastPlaceOfABlockNothingIsLost) {
     fill(16 * 3);
-    start_behind(Newest - (16 * 2) * Minute);  // the sixteenth
+    start_behind(meter, "_A57", Newest - (16 * 2) * Minute);  // the sixteenth
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(16, 48));
 }
@@ -123,13 +118,12 @@ TEST_F(Sa94ErrorWalk, TwoErrorsOfOneSecondLoseTheSecondOneWhenTheRunsMeetBetween
 
 TEST_F(Sa94ErrorWalk, ErrorsOlderThanTheLastOneEndTheRun) {
     fill(3);
-    start_described(meter);
-    driver->LastTimestampError = Newest - Minute;
+    start_behind(meter, "_A57", Newest - Minute);
     meter.start_error(9, "2024-03-02 08:00");  // the meter's clock was set back
     meter.start_error(10, "2024-03-02 09:30");
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(2, 3));
-    EXPECT_EQ(driver->LastTimestampError, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampError, Newest);
 }
 
 TEST_F(Sa94ErrorWalk, AnOutrageousDateDropsTheRestOfItsBlock) {
@@ -146,7 +140,7 @@ TEST_F(Sa94ErrorWalk, SilenceInTheMiddleWritesTwiceWhatWasReadBefore) {
     start_described(meter);
     meter.misbehave_next(Tries, sim::sa94_silence().on(Sa94Kind::Block, 6, 4));
     EXPECT_FALSE(pass());
-    EXPECT_EQ(driver->LastTimestampError, 0);
+    EXPECT_EQ(driver->progress().LastTimestampError, 0);
     EXPECT_EQ(archive("_A57"), errors(0, 32));
     EXPECT_TRUE(pass());
     EXPECT_EQ(archive("_A57"), errors(0, 32) + errors(0, 40));
@@ -156,7 +150,7 @@ TEST_F(Sa94ErrorWalk, SilenceInTheMiddleWritesTwiceWhatWasReadBefore) {
 
 TEST_F(Sa94ErrorWalk, TheLastErrorNotInTheMeterEndsTheRunWithoutADisconnect) {
     fill(40);
-    start_behind(Newest - 90);
+    start_behind(meter, "_A57", Newest - 90);
     EXPECT_FALSE(pass());
     EXPECT_EQ(meter.requests(Sa94Kind::Disconnect), 0U);
     EXPECT_EQ(archive("_A57"), "");
@@ -191,14 +185,13 @@ TEST_F(Sa94OddWalk, AnOldDateDropsTheRestOfItsBlock) {
 
 TEST_F(Sa94OddWalk, AnOldDateInTheBlockOfTheResumeIsPassedOverInTheNextBlockToo) {
     fill(14);
-    start_described(meter);
-    driver->LastTimestampHourly = Newest - 12 * Hour;  // the second record
-    put_year(2, 0x20);                                 // and the third has no date
+    start_behind(meter, "A2", Newest - 12 * Hour);  // the second record
+    put_year(2, 0x20);                              // and the third has no date
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
     LineCounts expected;
     count(expected, meter, Sa94Archive::Hourly, 6, 14);  // the second block is read from its third place as well
     EXPECT_EQ(difference(lines(), expected), "");
-    EXPECT_EQ(driver->LastTimestampHourly, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest);
 }
 
 TEST_F(Sa94OddWalk, AllRecordsOfARunAreComparedWithTheTimeAtItsBeginning) {
@@ -209,10 +202,11 @@ TEST_F(Sa94OddWalk, AllRecordsOfARunAreComparedWithTheTimeAtItsBeginning) {
     start_described(meter);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
     EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
-    EXPECT_EQ(driver->LastTimestampHourly, Newest) << "the newest of all";
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest) << "the newest of all";
     meter.store_hourly({.at = Newest + Hour});
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    EXPECT_EQ(driver->LastTimestampHourly, Newest) << "behind the newest stands an older one, so the run ends there";
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest)
+        << "behind the newest stands an older one, so the run ends there";
 }
 
 TEST_F(Sa94OddWalk, ANullRecordEndsTheRunWhateverStandsBehindIt) {
@@ -234,7 +228,7 @@ TEST_F(Sa94OddWalk, AShortAnswerIsABlockOfZerosAndPassedOver) {
     count(expected, meter, Sa94Archive::Hourly, 0, 4);
     count(expected, meter, Sa94Archive::Hourly, 8, 14);
     EXPECT_EQ(difference(lines(), expected), "") << "what a short answer hid is lost";
-    EXPECT_EQ(driver->LastTimestampHourly, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest);
 }
 
 TEST_F(Sa94OddWalk, ARingWithoutANullBlockGivesTheFirstReadingNoEnd) {
@@ -249,17 +243,16 @@ TEST_F(Sa94OddWalk, ARingWithoutANullBlockGivesTheFirstReadingNoEnd) {
     EXPECT_FALSE(ended);
     EXPECT_GT(endless.requests(Sa94Kind::Block), 256U + 2U) << "round and round";
     EXPECT_EQ(endless.requests(Sa94Kind::Block, 2, 3), 2U);
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
     EXPECT_EQ(lines().at("A12").begin()->second, 2) << "the records of the first round are written again";
 }
 
 TEST_F(Sa94OddWalk, InARingWithoutANullBlockTheOldTailEndsALaterReading) {
     sim::Sa94Meter full({.firmware = "M300", .turning = sim::Sa94Turning::Overwrite});
     full.fill(Sa94Archive::Hourly, {.records = 1024 + 512, .newest = "2024-03-02 09:00"});
-    start_described(full);
-    driver->LastTimestampHourly = Newest - 3 * Hour;
+    start_behind(full, "A2", Newest - 3 * Hour);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    EXPECT_EQ(driver->LastTimestampHourly, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest);
     LineCounts expected;
     count(expected, full, Sa94Archive::Hourly, 1021, 1024);
     EXPECT_EQ(difference(lines(), expected), "");
@@ -279,14 +272,14 @@ TEST_F(Sa94SummerWalk, NoHourIsMissingOrDoubleAtTheChangeToSummer) {
     LineCounts expected = all_lines(meter, Sa94Archive::Hourly);
     count(expected, meter, Sa94Archive::Daily, 0, 3);
     EXPECT_EQ(difference(lines(), expected), "");
-    for (std::time_t time = driver->LastTimestampHourly - 59 * Hour; time <= driver->LastTimestampHourly;
-         time += Hour) {
+    for (std::time_t time = driver->progress().LastTimestampHourly - 59 * Hour;
+         time <= driver->progress().LastTimestampHourly; time += Hour) {
         EXPECT_NE(archive("A25").find(std::to_string(time) + ","), std::string::npos) << time;
     }
     meter.store_hourly({.at = "2024-04-01 09:00"});
     start_described(meter);
     EXPECT_TRUE(driver->getArchives(HOURLY_DB));
-    EXPECT_EQ(driver->LastTimestampHourly, 1711958400) << "2024-04-01 08:00 UTC";
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 1711958400) << "2024-04-01 08:00 UTC";
 }
 
 }  // namespace

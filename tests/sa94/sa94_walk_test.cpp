@@ -65,7 +65,7 @@ TEST_F(Sa94Walk, WithoutFilesTheArchiveIsReadFromItsOldestRecord) {
     EXPECT_EQ(blocks_read(), "2/0 3/0 2/0 2/1 2/2") << "the third block has two null records";
     EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
     EXPECT_EQ(file_lines("A1"), 10U);
-    EXPECT_EQ(driver->LastTimestampHourly, Newest);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest);
     EXPECT_EQ(disconnects(), 1U);
     EXPECT_EQ(item("_DriverStatus"), "3");
 }
@@ -88,7 +88,7 @@ TEST_F(Sa94Walk, AnEmptyArchiveIsReadByTheStartOfItsHighSegment) {
     }
     EXPECT_EQ(blocks_read(), "6/2 7/2 7/2");
     EXPECT_TRUE(lines().empty());
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
 }
 
 TEST_F(Sa94Walk, ARingThatHasTurnedIsReadFromTheOlderSegmentIntoTheYoungerOne) {
@@ -108,9 +108,9 @@ TEST_F(Sa94Walk, DaysAreReadTheSameWay) {
     EXPECT_TRUE(pass(Sa94Archive::Daily));
     EXPECT_EQ(blocks_read(), "4/0 5/0 4/0 4/1 4/2");
     EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Daily)), "");
-    EXPECT_EQ(driver->LastTimestampDaily, 1709251200);
+    EXPECT_EQ(driver->progress().LastTimestampDaily, 1709251200);
     EXPECT_EQ(item("_DriverStatus"), "4");
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
 }
 
 TEST_F(Sa94Walk, ALongMemoryIsReadByItsOwnRequests) {
@@ -132,7 +132,7 @@ TEST_F(Sa94Walk, FirmwareWithoutALayoutEndsAtItsFirstRecord) {
         EXPECT_TRUE(driver->getArchives(HOURLY_DB)) << firmware;
         EXPECT_EQ(odd.requests(Sa94Kind::Block), 3U) << firmware;
         EXPECT_EQ(odd.requests(Sa94Kind::Disconnect), 1U) << firmware;
-        EXPECT_EQ(driver->LastTimestampHourly, 0) << firmware;
+        EXPECT_EQ(driver->progress().LastTimestampHourly, 0) << firmware;
     }
     EXPECT_TRUE(lines().empty());
 }
@@ -147,7 +147,7 @@ TEST_F(Sa94Walk, GoesOnBehindTheLastStoredRecord) {
     EXPECT_TRUE(pass());
     EXPECT_EQ(last_blocks(2), "2/2 2/2") << "the block with the last record, found in it and read on in it";
     EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
-    EXPECT_EQ(driver->LastTimestampHourly, Newest + Hour);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest + Hour);
 }
 
 TEST_F(Sa94Walk, WithNothingNewWritesNothing) {
@@ -188,11 +188,11 @@ TEST_F(Sa94Walk, FromTheEndOfTheHighSegmentItGoesToTheStartOfTheLowOne) {
     leave_archive("A1", sa94_line(Newest + Hour, 192, 1.0));
     store_hour(Newest + Hour);  // the low segment begins anew
     start_described(meter);
-    ASSERT_EQ(driver->LastTimestampHourly, Newest);
+    ASSERT_EQ(driver->progress().LastTimestampHourly, Newest);
     EXPECT_TRUE(pass());
     EXPECT_EQ(last_blocks(2), "3/127 2/0");
     EXPECT_EQ(file_lines("A12"), 1U);
-    EXPECT_EQ(driver->LastTimestampHourly, Newest + Hour);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest + Hour);
 }
 
 TEST_F(Sa94Walk, FromTheBlockInFrontOfTheLastItStaysInTheSegment) {
@@ -246,8 +246,8 @@ TEST_F(Sa94Walk, AFutureLastTimeLeavesItOutOfReachToo) {
 
 TEST_F(Sa94Walk, ALastTimeOfZeroOrBelowIsNone) {
     fill_hours(3);
-    start_described(meter);
-    driver->LastTimestampHourly = -1;
+    start_behind(meter, "A16", 77);  // a total of the first hour of all, which began before it
+    EXPECT_LT(driver->progress().LastTimestampHourly, 0);
     EXPECT_TRUE(pass());
     EXPECT_EQ(file_lines("A1"), 3U);
 }
@@ -261,11 +261,11 @@ TEST_F(Sa94Walk, ARestartGoesOnFromTheFiles) {
     for (int k = 1; k <= 6; ++k) {
         store_hour(Newest + k * Hour);
         start_described(meter);
-        EXPECT_EQ(driver->LastTimestampHourly, Newest + (k - 1) * Hour);
+        EXPECT_EQ(driver->progress().LastTimestampHourly, Newest + (k - 1) * Hour);
         EXPECT_TRUE(pass());
     }
     EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
-    EXPECT_EQ(driver->LastTimestampHourly, Newest + 6 * Hour);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest + 6 * Hour);
 }
 
 TEST_F(Sa94Walk, AMeterInTheOthersPlaceIsReadOnWhereThatOneEnded) {
@@ -290,7 +290,7 @@ TEST_F(Sa94Walk, SilenceInTheMiddleEndsTheRunAndWhatItWroteIsWrittenAgain) {
     EXPECT_EQ(disconnects(), 0U);
     EXPECT_TRUE(meter.in_conversation());
     EXPECT_EQ(file_lines("A1"), 4U) << "one block";
-    EXPECT_EQ(driver->LastTimestampHourly, 0);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, 0);
     EXPECT_EQ(logged("debug", "ReadArchiveRecord false"), 1);
     EXPECT_EQ(item("Connected"), "0");
 
@@ -308,7 +308,7 @@ TEST_F(Sa94Walk, ARestartBehindSuchASilenceWritesNothingTwice) {
     meter.misbehave_next(Tries, sim::sa94_silence().on(Sa94Kind::Block, 2, 1));
     EXPECT_FALSE(pass());
     start_described(meter);
-    EXPECT_EQ(driver->LastTimestampHourly, Newest - 6 * Hour) << "the files tell of the whole block";
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest - 6 * Hour) << "the files tell of the whole block";
     EXPECT_TRUE(pass());
     EXPECT_EQ(difference(lines(), all_lines(meter, Sa94Archive::Hourly)), "");
 }
@@ -324,12 +324,12 @@ TEST_F(Sa94Walk, SilenceAtTheConnectOrInTheSearchEndsTheRun) {
     meter.misbehave_next(Tries, sim::sa94_silence().on(Sa94Kind::Block, 3, 0));
     EXPECT_FALSE(pass());
     EXPECT_EQ(item("_DriverStatus"), "3");
-    driver->LastTimestampHourly = Newest - 3 * Hour;
+    start_behind(meter, "A2", Newest - 3 * Hour);
     meter.misbehave_next(Tries, sim::sa94_silence().on(Sa94Kind::Block, 2, 64));
     EXPECT_FALSE(pass());
     EXPECT_EQ(disconnects(), 0U);
     EXPECT_TRUE(lines().empty());
-    EXPECT_EQ(driver->LastTimestampHourly, Newest - 3 * Hour);
+    EXPECT_EQ(driver->progress().LastTimestampHourly, Newest - 3 * Hour);
 }
 
 TEST_F(Sa94Walk, AnAnswerOnTheLastTryCostsNothing) {

@@ -8,18 +8,16 @@
 
 namespace {
 
-constexpr int Descriptor = 100000;            // no real descriptor is that high
-constexpr std::size_t TooLongForItems = 150;  // with such a name of a meter no item file is even tried
+constexpr int Descriptor = 100000;  // no real descriptor is that high
 constexpr int NoParity = 0;
 constexpr std::time_t Summer2023 = 1685577600;  // 2023-06-01 00:00 UTC
 constexpr std::time_t Hour = 3600;
 constexpr std::time_t Day = 24 * Hour;
 constexpr std::time_t ErrorStep = 61;  // so that seconds differ
 
-void mute(SA94& driver) {
-    for (auto* log : {&driver.log_messages, &driver.log_debug, &driver.log_general}) {
-        *log = std::make_unique<UniLog>(UniLog::Muted, "", "");
-    }
+SA94Logs muted_logs() {
+    const auto muted = [] { return std::make_unique<UniLog>(UniLog::Muted, "", ""); };
+    return {muted(), muted(), muted()};
 }
 
 std::time_t step_of(sim::Sa94Archive archive) {
@@ -56,19 +54,17 @@ std::ostream& operator<<(std::ostream& out, const Sa94Place& place) {
 Sa94Ring::Sa94Ring(sim::Sa94Archive archive_, bool extended, sim::Sa94Turning turning, const std::string& zone)
     : archive(archive_),
       scene_("2024-03-02 10:05:00", zone),
+      logs_(muted_logs()),
       meter({.firmware = extended ? "M301" : "M300", .turning = turning}),
       line(scene_.root() + "/nowhere", meter),
+      link([](Bytes tx, ExchangeAnswer& rx) { exchange_read_bytes(Descriptor, 0, tx, rx, 512, false); }, [](bool) {},
+           *logs_.log_debug),
+      search(search_in({extended})),
       begin_(archive == sim::Sa94Archive::Daily ? sim::Sa94When("2004-12-31 00:00").time() : Summer2023),
       step_(step_of(archive)) {
     set_gateway(&line);
-    driver = std::make_unique<SA94>(std::string(TooLongForItems, 'm'));
-    set_serial(*driver, meter.config().address);
-    driver->set_tty_fd(Descriptor);
-    driver->extended = extended;
-    mute(*driver);
-    SA94Request connect(static_cast<std::int32_t>(meter.config().address));
-    connect.setConnect();
-    EXPECT_TRUE(driver->Transact(connect, SA94::Attempts));
+    SA94Request connect(address());
+    EXPECT_TRUE(link.connect(connect));
     meter.forget_requests();
 }
 
@@ -102,17 +98,17 @@ Sa94Place Sa94Ring::place_of(std::size_t k) const {
             .position = static_cast<int>(within % per_block())};
 }
 
-Sa94Place Sa94Ring::find(std::time_t time) {
+Sa94Place Sa94Ring::find(const SA94Search& by, std::time_t time) {
     meter.forget_requests();
     Sa94Place place{.segment = 77, .block = 77, .position = 77};
-    EXPECT_TRUE(driver->getRecordByTimestamp(type(), time, place.segment, place.block, place.position));
+    EXPECT_TRUE(by.getRecordByTimestamp(type(), time, place.segment, place.block, place.position));
     return place;
 }
 
 Sa94Place Sa94Ring::end() {
     meter.forget_requests();
     Sa94Place place{.segment = 77, .block = 77, .position = 77};
-    EXPECT_TRUE(driver->findArchiveEnd(type(), place.segment, place.block, place.position));
+    EXPECT_TRUE(search.findArchiveEnd(type(), place.segment, place.block, place.position));
     return place;
 }
 
@@ -136,8 +132,12 @@ std::string sa94_line(const sim::Sa94FileValue& value) {
     return sa94_line(value.time, value.quality, value.value);
 }
 
+std::unique_ptr<SA94> Sa94ArchiveBench::new_driver() const {
+    return muted_ ? std::make_unique<SA94>(Uuid, muted_logs()) : std::make_unique<SA94>(Uuid);
+}
+
 SA94& Sa94ArchiveBench::start_driver(const sim::Sa94Meter& meter) {
-    driver = std::make_unique<SA94>(Uuid);
+    driver = new_driver();
     MeterSettings settings = settings_for(meter.config().address);
     settings.tc_parity = NoParity;
     driver->take_settings(settings);
@@ -155,8 +155,11 @@ SA94& Sa94ArchiveBench::start_described(sim::Sa94Meter& meter) {
     return *driver;
 }
 
-void Sa94ArchiveBench::mute_logs() {
-    mute(*driver);
+SA94& Sa94ArchiveBench::start_behind(sim::Sa94Meter& meter, const std::string& file, std::time_t last) {
+    leave_archive(file, sa94_line(last, 192, 1.0));
+    start_described(meter);
+    leave_archive(file, "");
+    return *driver;
 }
 
 LineCounts Sa94ArchiveBench::lines() const {

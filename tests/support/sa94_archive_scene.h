@@ -46,8 +46,8 @@ struct Sa94Place {
 };
 std::ostream& operator<<(std::ostream& out, const Sa94Place& place);
 
-/// A ring that is written record by record at an even step, and a driver that is in conversation with its meter. The
-/// driver's logs are muted.
+/// A ring that is written record by record at an even step, and a search that is in conversation with its meter. The
+/// logs are muted.
 class Sa94Ring {
   public:
     /// Memory of 512 or of 128 blocks a segment.
@@ -76,7 +76,8 @@ class Sa94Ring {
     sim::ByteVector record(std::time_t time) const;
 
     /// A search that must not fail, with nothing heard before it.
-    Sa94Place find(std::time_t time);
+    Sa94Place find(std::time_t time) { return find(search, time); }
+    Sa94Place find(const SA94Search& by, std::time_t time);
     /// The same of the end of the archive.
     Sa94Place end();
     /// What the search has read, as "2/64 2/32".
@@ -85,13 +86,19 @@ class Sa94Ring {
 
     const sim::Sa94Archive archive;
 
+    std::int32_t address() const { return static_cast<std::int32_t>(meter.config().address); }
+    /// A search that takes the memory for one of this size.
+    SA94Search search_in(SA94Memory memory) const { return {link, logs_, memory, address()}; }
+
   private:
     Scene scene_;
+    SA94Logs logs_;
 
   public:
     sim::Sa94Meter meter;
     Sa94FastLine line;
-    std::unique_ptr<SA94> driver;
+    const SA94Link link;
+    const SA94Search search;
 
   private:
     std::time_t begin_;
@@ -113,8 +120,11 @@ class Sa94ArchiveBench : public DriverBench<SA94> {
     SA94& start_driver(const sim::Sa94Meter& meter);
     /// start_driver with the meter alone on the line, then the description, and nothing heard so far.
     SA94& start_described(sim::Sa94Meter& meter);
-    /// Nothing goes to the driver's logs any more: a long test takes half the time without them.
-    void mute_logs();
+    /// The same, with this time in this file, which is empty since.
+    SA94& start_behind(sim::Sa94Meter& meter, const std::string& file, std::time_t last);
+    std::unique_ptr<SA94> new_driver() const;
+    /// Drivers from now on write no logs: a long test takes half the time without them.
+    void mute_logs() { muted_ = true; }
 
     /// What stands in the archive files, with the line ends; files without lines and those of the energy totals are
     /// left out.
@@ -126,4 +136,5 @@ class Sa94ArchiveBench : public DriverBench<SA94> {
 
   private:
     Sa94NamesKept names_kept_;
+    bool muted_ = false;
 };

@@ -147,10 +147,35 @@ SA94& Sa94Bench::start_driver() {
     return *driver;
 }
 
-void Sa94Bench::identify(int firmware_id) {
-    constexpr std::array ShortSegments = {0, 1, 3, 5, 8, 10};
-    driver->firmware_id = firmware_id;
-    driver->extended = std::find(ShortSegments.begin(), ShortSegments.end(), firmware_id) == ShortSegments.end();
+void Sa94Bench::identify(int firmware_id, int status) {
+    const double before = machine.seconds();
+    const std::size_t heard = meter.heard.size();
+    const Texts items_before = items();
+    meter.put_firmware(
+        std::find_if(Versions.begin(), Versions.end(), [&](const auto& row) { return row.id == firmware_id; })->name);
+    meter.status = static_cast<std::uint8_t>(status);
+    EXPECT_TRUE(driver->getFirmware() && driver->getStatus());
+    machine.step_clock(before - machine.seconds());
+    meter.heard.resize(heard);
+    for (const std::string& name : items()) {
+        const bool kept = std::find(items_before.begin(), items_before.end(), name) != items_before.end();
+        if (!kept) scene.remove("/tmp/m1/1/tc_items/" + name);
+    }
+    clear_logs();
+}
+
+void Sa94Bench::resume(std::time_t hourly, std::time_t daily, std::time_t errors) {
+    constexpr std::time_t Day = 86400;  // a total of a day is dated by its end
+    if (hourly != 0) leave_archive("A2", stored_line(hourly, 192, 1.0) + "\n");
+    if (daily != 0) leave_archive("A34", stored_line(daily + Day, 192, 1.0) + "\n");
+    if (errors != 0) leave_archive("_A57", stored_line(errors, 192, 1.0) + "\n");
+    start_driver();
+    for (const std::string& name : archive_names()) scene.remove("/mnt/storage/m1/1/tc_archives/" + name);
+    clear_logs();
+}
+
+void Sa94Bench::clear_logs() {
+    for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
 }
 
 int Sa94Bench::sent_times(const std::string& request) const {

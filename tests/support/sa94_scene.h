@@ -107,11 +107,13 @@ class Sa94Bench : public DriverBench<SA94> {
 
     /// A new driver with its settings, on the open line.
     SA94& start_driver();
-    /// What getFirmware leaves in the driver, without a word on the line.
-    void identify(int firmware_id);
+    /// The driver has learnt who its meter is, and nothing of that has left a trace: no item, no log, no time.
+    void identify(int firmware_id, int status = 0x06);
+    void clear_logs();
+    /// A new driver whose files have told that its archives are read up to these times, and are gone since.
+    void resume(std::time_t hourly, std::time_t daily = 0, std::time_t errors = 0);
 
     Texts items() const { return scene.list("/tmp/m1/1/tc_items"); }
-    void lines(const std::string& name, const std::string& text) { leave_archive(name, text); }
 
     /// The requests on the line so far.
     const Texts& sent() const { return meter.heard; }

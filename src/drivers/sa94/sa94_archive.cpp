@@ -5,43 +5,40 @@
 #include "core/local_time.h"
 #include "drivers/sa94/sa94_values.h"
 
+namespace {
+
+struct Row {
+    int archive_type;
+    const char* name;
+    const char* word;
+    int low_segment;
+};
+constexpr Row Archives[] = {
+    {HOURLY_DB, "Hourly", "HOURLY_DB", 2}, {DAILY_DB, "Daily", "DAILY_DB", 4}, {ERROR_DB, "Error", "ERROR_DB", 6}};
+constexpr Row Unknown = {-1, "unknown", "unknown", -1};
+
+const Row& row_of(int archive_type) {
+    const auto* const row = std::find_if(std::begin(Archives), std::end(Archives),
+                                         [=](const Row& each) { return each.archive_type == archive_type; });
+    return row == std::end(Archives) ? Unknown : *row;
+}
+
+bool is_erased(Bytes bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+}  // namespace
+
 const char* archive_name(int archive_type) {
-    switch (archive_type) {
-        case HOURLY_DB:
-            return "Hourly";
-        case DAILY_DB:
-            return "Daily";
-        case ERROR_DB:
-            return "Error";
-        default:
-            return "unknown";
-    }
+    return row_of(archive_type).name;
 }
 
 const char* archive_word(int archive_type) {
-    switch (archive_type) {
-        case HOURLY_DB:
-            return "HOURLY_DB";
-        case DAILY_DB:
-            return "DAILY_DB";
-        case ERROR_DB:
-            return "ERROR_DB";
-        default:
-            return "unknown";
-    }
+    return row_of(archive_type).word;
 }
 
 int low_segment(int archive_type) {
-    switch (archive_type) {
-        case HOURLY_DB:
-            return 2;
-        case DAILY_DB:
-            return 4;
-        case ERROR_DB:
-            return 6;
-        default:
-            return -1;
-    }
+    return row_of(archive_type).low_segment;
 }
 
 int otherSegment(int segment) {
@@ -52,8 +49,24 @@ std::uint32_t first_usable_block(int archive_type) {
     return archive_type == ERROR_DB ? 2 : 0;
 }
 
-bool is_erased(Bytes bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+std::size_t SA94Memory::recordSize(int archive_type) const {
+    if (archive_type == ERROR_DB) return 8;
+    if (archive_type != HOURLY_DB && archive_type != DAILY_DB) return 0;
+    return extended ? 64 : 32;
+}
+
+int SA94Memory::recordsPerBlock(int archive_type) const {
+    const std::size_t size = recordSize(archive_type);
+    return size == 0 ? 0 : static_cast<int>(blockSize() / size);
+}
+
+bool SA94Memory::isNullRecord(int archive_type, Bytes record) const {
+    return is_erased(part_of(record, 0, static_cast<int>(recordSize(archive_type))));
+}
+
+Bytes SA94Memory::record_at(int archive_type, Bytes block, int position) const {
+    const std::size_t size = recordSize(archive_type);
+    return part_of(block, static_cast<std::size_t>(position) * size, static_cast<int>(size));
 }
 
 bool isNullBlock(Bytes reply) {

@@ -31,9 +31,21 @@ int otherSegment(int segment);
 /// The first block of a segment that holds records.
 std::uint32_t first_usable_block(int archive_type);
 
-/// Nothing has been written there: all bytes are 0xFF.
-bool is_erased(Bytes bytes);
-/// The block of a reply is erased.
+/// The size of a meter's memory, which its firmware decides.
+struct SA94Memory {
+    bool extended = false;
+
+    std::uint32_t blocksPerSegment() const { return extended ? 512 : 128; }
+    std::size_t blockSize() const { return BlockBytes; }
+    /// Bytes; 0 for an archive that is none.
+    std::size_t recordSize(int archive_type) const;
+    int recordsPerBlock(int archive_type) const;
+    bool isNullRecord(int archive_type, Bytes record) const;
+    /// A record of a block.
+    Bytes record_at(int archive_type, Bytes block, int position) const;
+};
+
+/// The block of a reply is erased: nothing has been written there, all bytes are 0xFF.
 bool isNullBlock(Bytes reply);
 
 /// Day, month and year of a record; no time of day.

@@ -1,74 +1,62 @@
-// The port, one request to the meter and its tries.
+#include "drivers/sa94/sa94_link.h"
 
 #include <algorithm>
+#include <utility>
 
-#include "core/gateway.h"
-#include "driver/line_settings.h"
-#include "drivers/sa94/sa94.h"
+SA94Link::SA94Link(Exchange exchange_, Connected connected, UniLog& log_)
+    : exchange(std::move(exchange_)), set_connected(std::move(connected)), log(log_) {}
 
-void SA94::open_tty() {
-    log_line(log_general.get(), "Open port: ", port_name, ", bauds: ", tc_baud, ", parity: ", tc_parity);
-    tty_fd = gateway().open_port(port_name.c_str());
-    if (tty_fd < 1) {
-        log_line(log_general.get(), "Opening port - FAILURE");
-        return;
-    }
-    log_line(log_general.get(), "Open port - Success");
-    gateway().set_line(tty_fd, line_termios(LineOfSa94, tc_baud, tc_parity));
-}
-
-void SA94::exchangeOnce(SA94Request& request) {
+void SA94Link::exchangeOnce(SA94Request& request) const {
     ExchangeAnswer answer;
-    send_receive(request.sent(), answer, SA94Request::ResponseBytes, false);
+    exchange(request.sent(), answer);
     std::copy(answer.begin(), answer.end(), request.response.begin());
     request.recv_length = static_cast<std::uint32_t>(answer.size());
 }
 
-bool SA94::Transact(SA94Request& request, int attempts) {
-    UniLog* const log = log_debug.get();
+bool SA94Link::Transact(SA94Request& request, int attempts) const {
     bool ok = true;
     for (int attempt = 0; attempt < attempts;) {
         // No caller asks for another number than 24, so the reconnection never happens. With any other number it would
         // reconnect within itself for as long as the line is silent.
         if (attempt == attempts - 1 && attempts != Attempts) {
-            SA94Request reconnect = new_request();
+            SA94Request reconnect(request.address);
             reconnect.setConnect();
             Transact(reconnect, 2);
         }
-        log_line(log, "Send ", request.send_length, " bytes: ");
-        log->dump_packet(request.sent());
+        log_line(&log, "Send ", request.send_length, " bytes: ");
+        log.dump_packet(request.sent());
         exchangeOnce(request);
         ++attempt;
-        log_line(log, "Recv ", request.recv_length, " bytes: ");
-        log->dump_packet(request.received());
+        log_line(&log, "Recv ", request.recv_length, " bytes: ");
+        log.dump_packet(request.received());
         if (!request.must_answer) {
-            log_line(log, "Response must not be, return.");
+            log_line(&log, "Response must not be, return.");
             return true;
         }
-        log_line(log, "Must be response");
+        log_line(&log, "Must be response");
         ok = request.recv_length != 0;
         if (ok) break;
     }
-    setConnected(ok, uuid);
+    set_connected(ok);
     return ok;
 }
 
-bool SA94::connect(SA94Request& request) {
+bool SA94Link::connect(SA94Request& request) const {
     request.setConnect();
-    return Transact(request, Attempts);
+    return Transact(request);
 }
 
-void SA94::disconnect(SA94Request& request) {
+void SA94Link::disconnect(SA94Request& request) const {
     request.setDisconnect();
-    Transact(request, Attempts);
+    Transact(request);
 }
 
-bool SA94::ReadArchiveRecord(SA94Request& request, int segment, std::uint32_t block) {
+bool SA94Link::ReadArchiveRecord(SA94Request& request, bool extended, int segment, std::uint32_t block) const {
     const auto number = static_cast<std::uint32_t>(segment);
     if (extended) {
         request.setReadBlockExtended(number, block);
     } else {
         request.setReadBlock(number, block);
     }
-    return Transact(request, Attempts);
+    return Transact(request);
 }

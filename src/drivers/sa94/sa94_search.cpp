@@ -1,8 +1,6 @@
-// Where in the meter's memory does an archive begin, where does it end, and where is the record with a given time. The
-// meter tells none of this, and a block costs about a second, so the answers are found by bisection.
+#include "drivers/sa94/sa94_search.h"
 
 #include "core/local_time.h"
-#include "drivers/sa94/sa94.h"
 
 namespace {
 
@@ -16,42 +14,16 @@ std::uint32_t middle_of(std::uint32_t low, std::uint32_t high) {
 
 }  // namespace
 
-std::size_t SA94::recordSize(int archive_type) const {
-    switch (archive_type) {
-        case HOURLY_DB:
-        case DAILY_DB:
-            return extended ? 64 : 32;
-        case ERROR_DB:
-            return 8;
-        default:
-            return 0;
-    }
-}
-
-int SA94::recordsPerBlock(int archive_type) const {
-    const std::size_t size = recordSize(archive_type);
-    return size == 0 ? 0 : static_cast<int>(blockSize() / size);
-}
-
-bool SA94::isNullRecord(int archive_type, Bytes record) const {
-    return is_erased(part_of(record, 0, static_cast<int>(recordSize(archive_type))));
-}
-
-Bytes SA94::record_at(int archive_type, const SA94Request& request, int position) const {
-    const std::size_t size = recordSize(archive_type);
-    return part_of(request.response, static_cast<std::size_t>(position) * size, static_cast<int>(size));
-}
-
-bool SA94::getFirstRecordInfo(int archive_type, std::time_t& tmp_timestamp, int& first_segment,
-                              std::uint32_t& first_block) {
-    log_line(log_messages.get(), "Start Get First record info for ", archive_name(archive_type), " archives");
+bool SA94Search::getFirstRecordInfo(int archive_type, std::time_t& tmp_timestamp, int& first_segment,
+                                    std::uint32_t& first_block) const {
+    logs.messages("Start Get First record info for ", archive_name(archive_type), " archives");
     const int low_half = low_segment(archive_type);
     const int high_half = otherSegment(low_half);
     first_block = first_usable_block(archive_type);
     const auto read_time = [&](int segment, std::time_t& time) {
-        SA94Request request = new_request();
-        if (!ReadArchiveRecord(request, segment, first_block)) return false;
-        time = recordTime(archive_type, record_at(archive_type, request, 0));
+        SA94Request request(address);
+        if (!read(request, segment, first_block)) return false;
+        time = recordTime(archive_type, memory.record_at(archive_type, request.response, 0));
         return true;
     };
     std::time_t low = -1;
@@ -65,12 +37,13 @@ bool SA94::getFirstRecordInfo(int archive_type, std::time_t& tmp_timestamp, int&
     return true;
 }
 
-bool SA94::bisect_null_block(int archive_type, int segment, SA94Request& request, std::uint32_t& high_block) {
+bool SA94Search::bisect_null_block(int archive_type, int segment, SA94Request& request,
+                                   std::uint32_t& high_block) const {
     std::uint32_t low_block = first_usable_block(archive_type);
-    high_block = blocksPerSegment();
+    high_block = memory.blocksPerSegment();
     while (low_block < high_block) {
         const std::uint32_t middle = middle_of(low_block, high_block);
-        if (!ReadArchiveRecord(request, segment, middle)) return false;
+        if (!read(request, segment, middle)) return false;
         if (isNullBlock(request.response)) {
             high_block = middle;
         } else {
@@ -80,22 +53,22 @@ bool SA94::bisect_null_block(int archive_type, int segment, SA94Request& request
     return true;
 }
 
-void SA94::scan_end_position(int archive_type, const SA94Request& request, int& end_position) const {
-    for (int position = 0; position < recordsPerBlock(archive_type); ++position) {
-        if (!isNullRecord(archive_type, record_at(archive_type, request, position))) continue;
+void SA94Search::scan_end_position(int archive_type, Bytes block, int& end_position) const {
+    for (int position = 0; position < memory.recordsPerBlock(archive_type); ++position) {
+        if (!memory.isNullRecord(archive_type, memory.record_at(archive_type, block, position))) continue;
         end_position = position - 1;
         return;
     }
 }
 
-bool SA94::findArchiveEnd(int archive_type, int& end_segment, std::uint32_t& end_block, int& end_position) {
+bool SA94Search::findArchiveEnd(int archive_type, int& end_segment, std::uint32_t& end_block, int& end_position) const {
     end_segment = -1;
     end_block = NoBlock;
     end_position = -1;
-    const std::uint32_t last_block = blocksPerSegment() - 1;
+    const std::uint32_t last_block = memory.blocksPerSegment() - 1;
     const int low_half = low_segment(archive_type);
     for (const int segment : {low_half, otherSegment(low_half)}) {
-        SA94Request request = new_request();
+        SA94Request request(address);
         std::uint32_t high_block = 0;
         if (!bisect_null_block(archive_type, segment, request, high_block)) return false;
         // The block looked at is the one read last, which is not always `high_block`: where it is the written one
@@ -103,48 +76,48 @@ bool SA94::findArchiveEnd(int archive_type, int& end_segment, std::uint32_t& end
         // null records too.
         if (high_block > last_block || !isNullBlock(request.response)) continue;
         if (high_block == 0) {
-            if (!ReadArchiveRecord(request, otherSegment(segment), last_block)) return false;
+            if (!read(request, otherSegment(segment), last_block)) return false;
             if (isNullBlock(request.response)) continue;
             // What is found here is overwritten below, and so the end of an archive that fills the other segment
             // is block -1 of this one: the search then walks down to block 0.
             end_block = last_block;
             end_segment = otherSegment(segment);
-            scan_end_position(archive_type, request, end_position);
+            scan_end_position(archive_type, request.response, end_position);
         }
-        if (!ReadArchiveRecord(request, segment, high_block - 1)) return false;
+        if (!read(request, segment, high_block - 1)) return false;
         end_block = high_block - 1;
         end_segment = segment;
-        scan_end_position(archive_type, request, end_position);
+        scan_end_position(archive_type, request.response, end_position);
         return true;
     }
     return true;
 }
 
-bool SA94::narrow_to_block(int archive_type, std::time_t timestamp, int segment, SA94Request& request,
-                           std::uint32_t& last_block) {
-    UniLog* const log = log_debug.get();
+bool SA94Search::narrow_to_block(int archive_type, std::time_t timestamp, int segment, SA94Request& request,
+                                 std::uint32_t& last_block) const {
     std::uint32_t first_block = first_usable_block(archive_type);
     while (first_block < last_block) {
-        log_line(log, "first_block = ", first_block, ", last_block = ", last_block);
+        logs.debug("first_block = ", first_block, ", last_block = ", last_block);
         const std::uint32_t middle_block = middle_of(first_block, last_block);
-        log_line(log, "middle_block = ", middle_block);
-        if (!ReadArchiveRecord(request, segment, middle_block)) return false;
-        const Bytes first_record = record_at(archive_type, request, 0);
-        if (isNullRecord(archive_type, first_record)) {
-            log_line(log, "isNullBlock");
+        logs.debug("middle_block = ", middle_block);
+        if (!read(request, segment, middle_block)) return false;
+        const Bytes first_record = memory.record_at(archive_type, request.response, 0);
+        if (memory.isNullRecord(archive_type, first_record)) {
+            logs.debug("isNullBlock");
             last_block = middle_block;
             continue;
         }
         const std::time_t first_time = recordTime(archive_type, first_record);
-        log_line(log, "Found timestamp in first block's record is ", first_time, ", as ", asctime_text(first_time));
+        logs.debug("Found timestamp in first block's record is ", first_time, ", as ", asctime_text(first_time));
         if (first_time >= timestamp) {
             last_block = middle_block;
             continue;
         }
         // A block is asked for once more before its other end is looked at.
-        if (!ReadArchiveRecord(request, segment, middle_block)) return false;
-        const Bytes last_record = record_at(archive_type, request, recordsPerBlock(archive_type) - 1);
-        if (!isNullRecord(archive_type, last_record) && recordTime(archive_type, last_record) < timestamp) {
+        if (!read(request, segment, middle_block)) return false;
+        const Bytes last_record =
+            memory.record_at(archive_type, request.response, memory.recordsPerBlock(archive_type) - 1);
+        if (!memory.isNullRecord(archive_type, last_record) && recordTime(archive_type, last_record) < timestamp) {
             first_block = middle_block + 1;
         } else {
             last_block = middle_block;
@@ -153,24 +126,23 @@ bool SA94::narrow_to_block(int archive_type, std::time_t timestamp, int segment,
     return true;
 }
 
-int SA94::position_of_time(int archive_type, const SA94Request& request, std::time_t timestamp) const {
-    for (int position = 0; position < recordsPerBlock(archive_type); ++position) {
-        if (recordTime(archive_type, record_at(archive_type, request, position)) == timestamp) return position;
+int SA94Search::position_of_time(int archive_type, Bytes block, std::time_t timestamp) const {
+    for (int position = 0; position < memory.recordsPerBlock(archive_type); ++position) {
+        if (recordTime(archive_type, memory.record_at(archive_type, block, position)) == timestamp) return position;
     }
     return -1;
 }
 
-bool SA94::getRecordByTimestamp(int archive_type, std::time_t timestamp, int& segment, std::uint32_t& block,
-                                int& position) {
-    UniLog* const log = log_debug.get();
-    log_both("Start get record by timestamp for ", archive_name(archive_type), " archives");
-    *log_messages << LOG_BEGIN << "Search timestamp = " << timestamp << " => " << asctime_text(timestamp) + "\n";
+bool SA94Search::getRecordByTimestamp(int archive_type, std::time_t timestamp, int& segment, std::uint32_t& block,
+                                      int& position) const {
+    logs.both("Start get record by timestamp for ", archive_name(archive_type), " archives");
+    *logs.log_messages << LOG_BEGIN << "Search timestamp = " << timestamp << " => " << asctime_text(timestamp) + "\n";
     std::time_t tmp_timestamp = 0;
     int first_segment = 0;
     std::uint32_t first_block = 0;
     if (!getFirstRecordInfo(archive_type, tmp_timestamp, first_segment, first_block)) return false;
     if (timestamp < tmp_timestamp) {
-        log_line(log, "Timestamp( ", timestamp, " ) < tmp_timestamp( ", tmp_timestamp, " )");
+        logs.debug("Timestamp( ", timestamp, " ) < tmp_timestamp( ", tmp_timestamp, " )");
         segment = first_segment;
         block = first_block;
         position = 0;
@@ -181,21 +153,21 @@ bool SA94::getRecordByTimestamp(int archive_type, std::time_t timestamp, int& se
     std::uint32_t end_block = 0;
     int end_position = -1;
     if (!findArchiveEnd(archive_type, end_segment, end_block, end_position)) return false;
-    log_line(log, "Start search");
+    logs.debug("Start search");
     const int low_half = low_segment(archive_type);
     for (const int half : {low_half, otherSegment(low_half)}) {
-        log_line(log, "Segment_index = ", half);
-        SA94Request request = new_request();
-        std::uint32_t last_block = half == end_segment ? end_block : blocksPerSegment() - 1;
+        logs.debug("Segment_index = ", half);
+        SA94Request request(address);
+        std::uint32_t last_block = half == end_segment ? end_block : memory.blocksPerSegment() - 1;
         if (!narrow_to_block(archive_type, timestamp, half, request, last_block)) return false;
-        if (!ReadArchiveRecord(request, half, last_block)) return false;
-        log_line(log, "Searching record in block");
-        const int found = position_of_time(archive_type, request, timestamp);
-        if (found < 0 || last_block >= blocksPerSegment()) continue;
+        if (!read(request, half, last_block)) return false;
+        logs.debug("Searching record in block");
+        const int found = position_of_time(archive_type, request.response, timestamp);
+        if (found < 0 || last_block >= memory.blocksPerSegment()) continue;
         segment = half;
         block = last_block;
         position = found;
-        log_line(log, "Found record! Segment_index = ", segment, ", block_num = ", block, ", position = ", position);
+        logs.debug("Found record! Segment_index = ", segment, ", block_num = ", block, ", position = ", position);
         return true;
     }
     segment = -1;
