@@ -21,10 +21,10 @@ class ModbusArchive : public ModbusBench {
         machine.connect(Port, meter);
         start_described();
     }
-    void start_described(int system = 0) {
+    /// The polling leaves what the last heat system of the meter holds.
+    void start_described() {
         start_driver();
-        driver->selected_subsystem = system;
-        quietly([&] { ASSERT_TRUE(driver->request_batch(driver->get_tty_fd(), reqSpecs, system, true)); });
+        run();
         clear_log();
         meter.forget_requests();
         machine.forget_exchanges();
@@ -33,10 +33,10 @@ class ModbusArchive : public ModbusBench {
     void store(std::time_t at, unsigned system = 0) {
         meter.store_hourly({.at = at, .V1 = static_cast<double>(at / Hour % 24)}, system);
     }
-    bool pass() {
+    bool pass(int system = 0) {
         machine.forget_exchanges();
         bool good = false;
-        quietly([&] { good = driver->get_archive(); });
+        quietly([&] { good = driver->get_archive(system); });
         return good;
     }
     /// The records asked for, by their numbers in the ring.
@@ -78,6 +78,8 @@ TEST_F(ModbusArchive, WithoutFilesAYoungRingIsReadFromItsFirstRecord) {
         "Start get archive.. ",
         "Read archive records...",
         "Read archive header for 0 subsystem",
+        "Processing 'Архивы: заголовок архивного файла теплосистемы'",
+        "Processing archive header...",
         "Archive specs: mask = 0x7FFFFF, recs count = 10, next rec = 11, max recs count = 1536. Time: 02.03.2024 "
         "10:00:00",
         "offsetIndex > max_records",
@@ -85,6 +87,12 @@ TEST_F(ModbusArchive, WithoutFilesAYoungRingIsReadFromItsFirstRecord) {
         "recs_count( 10 ) < max_records( 1536 ) ",
         "archiveStartIndex = 1",
         "Requesting archive record #1, subsystem = 0",
+        "Processing 'Архивы: вычитка архивной записи'",
+        "Archive record initialized now, no integrators",
+        "Archive record date/time: 02.03.2024 00:00:00",
+        "Data ready. Try write.",
+        "last_request_date = 0, arch_rawtime = 1709337600",
+        "flush_archives as 1709337600",
         "Arch record OK",
         "Requesting archive record #10, subsystem = 0",
         "Arch record OK",
@@ -125,9 +133,11 @@ TEST_F(ModbusArchive, TheRecordAtTheHeadersTimeEndsTheWalk) {
     EXPECT_EQ(places(), "11");
     EXPECT_TRUE(logged_in_order({"startTimestamp = 1709373600", "Offset index = 0", "archiveStartIndex = 11",
                                  "Requesting archive record #11, subsystem = 0",
-                                 "Archive record initialized earlier, integrators included", "Arch record OK"}));
+                                 "Archive record initialized earlier, integrators included",
+                                 "Archive record date/time: 02.03.2024 10:00:00", "Data ready. Try write.",
+                                 "last_request_date = 1709370000, arch_rawtime = 1709373600", "Arch record OK"}));
+    EXPECT_EQ(logged_start("flush_archives as "), 0);
     EXPECT_EQ(staged("A5"), stored_line(Ten - Hour, 192, 1) + "\n") << "it is not filed";
-    EXPECT_FALSE(driver->arch_continue);
 }
 
 TEST_F(ModbusArchive, ARingThatHasTurnedIsReadAcrossItsEnd) {
@@ -249,6 +259,29 @@ TEST_F(ModbusArchive, BehindAnOldHeaderThePassIsAsGoodAsTheFilesAre) {
     EXPECT_EQ(meter.requests({.function = 20}), 2U);
 }
 
+TEST_F(ModbusArchive, AnOldHeaderStillTellsOfTheTimeWorked) {
+    start(10);
+    meter.set_totals({{0, 0, 0, 0, 0, 0, 12345, 0}});
+    leave_header(Ten);
+    pass();
+    EXPECT_EQ(item("IT1"), "123.450000");
+    EXPECT_EQ(logged("set_worktime_value:12345 -> 123.450000"), 1);
+    EXPECT_EQ(staged("A4"), stored_line(Ten, 192, 1) + "\n") << "and is not filed";
+    EXPECT_EQ(logged_start("Archive specs: mask = 0x7FFFFF, recs count = 10, next rec = 11, "), 1);
+}
+
+TEST_F(ModbusArchive, EachHeatSystemHasAHeaderTimeOfItsOwn) {
+    meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
+    machine.connect(Port, meter);
+    for (const unsigned s : {0U, 1U, 2U}) store(Ten - Hour, s);
+    for (const int n : {1, 3}) leave_header(Ten, n);
+    start_described();
+    for (const int s : {0, 1, 2}) pass(s);
+    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)"}));
+    EXPECT_EQ(hours_filed(2), "9");
+    for (const int n : {1, 3}) EXPECT_EQ(staged("A5", n), "");
+}
+
 TEST_F(ModbusArchive, ANewPassAfterAGoodOneReadsOnWithTheNextHour) {
     start(10);
     ASSERT_TRUE(pass());
@@ -258,6 +291,23 @@ TEST_F(ModbusArchive, ANewPassAfterAGoodOneReadsOnWithTheNextHour) {
     EXPECT_TRUE(pass());
     EXPECT_EQ(places(), "11 1");
     EXPECT_EQ(hours_filed(), "0 1 2 3 4 5 6 7 8 9 10");
+    const LineCounts before = lines_in("tmp_archives");
+    store(Ten + Hour);
+    EXPECT_TRUE(pass());
+    for (const auto& [name, lines] : lines_in("tmp_archives")) {
+        EXPECT_EQ(lines.size(), before.at(name).size() + 1)
+            << "of the record that was not filed nothing is left, " << name;
+    }
+}
+
+TEST_F(ModbusArchive, ARecordBehindTheHeadersTimeEndsTheWalkToo) {
+    start(10);
+    leave_record(Ten);
+    leave_header(Ten - Hour);
+    EXPECT_TRUE(pass());
+    EXPECT_EQ(places(), "12");
+    EXPECT_EQ(logged("Archive record initialized now, no integrators"), 1);
+    EXPECT_EQ(logged_start("flush_archives as "), 0);
 }
 
 TEST_F(ModbusArchive, AHeaderBehindTheEndOfTheGatewaysTimeIsAnOldOne) {
@@ -313,9 +363,10 @@ TEST_F(ModbusArchive, EveryLineIsThatOfTheMetersOwnTables) {
     meter.swap_for({.serial = Serial, .systems = {{}, south, {}}});
     meter.record_archives(true, "2024-03-01 22:00");
     machine.connect(Port, meter);
+    start_driver();
+    machine.sleep(601);
+    run();
     for (const unsigned system : {0U, 1U, 2U}) {
-        start_described(static_cast<int>(system));
-        EXPECT_TRUE(pass());
         LineCounts expected;
         const auto add = [&](const std::vector<sim::VistFileValue>& values) {
             for (const auto& each : values) {
@@ -360,22 +411,43 @@ TEST_F(ModbusArchive, EachHeatSystemHasItsFile) {
     meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
     store(Ten - Hour, 2);
     machine.connect(Port, meter);
-    start_described(2);
-    EXPECT_TRUE(pass());
+    start_described();
+    EXPECT_TRUE(pass(2));
     EXPECT_EQ(asked(), (Texts{"20:2/0 (48)", "20:2/1 (54)"}));
     EXPECT_EQ(hours_filed(3), "9");
     EXPECT_EQ(item("_DriverStatus", 3), "3");
     EXPECT_EQ(logged("Requesting archive record #1, subsystem = 2"), 1);
 }
 
-TEST_F(ModbusArchive, WithoutBit4InTheMaskThereIsNoTotalOfTheFirstMass) {
-    meter.swap_for({.serial = Serial, .systems = {{.told_mask = 0x007FFFFF & ~0x10U}}});
+TEST_F(ModbusArchive, OnlyTotalsThatTheMeterTellsOfAreFiled) {
+    meter.swap_for({.serial = Serial, .systems = {{.told_mask = 0x20}}});
     store(Ten - Hour);
     machine.connect(Port, meter);
     start_described();
     EXPECT_TRUE(pass());
-    EXPECT_EQ(staged("A12"), "");
-    EXPECT_NE(staged("A14"), "");
+    std::string totals;
+    for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}) {
+        if (!staged(name).empty()) totals += std::string(name) + " ";
+    }
+    EXPECT_EQ(totals, "A6 A8 A10 A14 ") << "volumes in any case";
+    EXPECT_EQ(item("IT1"), "(none)");
+    EXPECT_EQ(logged_start("set_worktime_value:"), 0);
+}
+
+TEST_F(ModbusArchive, ASystemWhoseSetupDoesNotComeIsReadByThatOfTheOneBefore) {
+    meter.swap_for({.serial = Serial, .systems = {{.told_mask = 0x20}, {}}});
+    machine.connect(Port, meter);
+    for (const unsigned s : {0U, 1U}) store(Ten - Hour, s);
+    start_driver();
+    machine.sleep(601);
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 3, .address = 284}));
+    run();
+    EXPECT_EQ(item("M1", 2) + " " + item("_HMsystem", 2), "(none) (none)");
+    EXPECT_NE(item("M2", 2), "(none)");
+    EXPECT_EQ(staged("A12", 2), "");
+    EXPECT_NE(staged("A14", 2), "");
+    run();
+    EXPECT_NE(item("M1", 2), "(none)");
 }
 
 }  // namespace
