@@ -270,18 +270,6 @@ TEST_F(ModbusArchive, AnOldHeaderStillTellsOfTheTimeWorked) {
     EXPECT_EQ(logged_start("Archive specs: mask = 0x7FFFFF, recs count = 10, next rec = 11, "), 1);
 }
 
-TEST_F(ModbusArchive, EachHeatSystemHasAHeaderTimeOfItsOwn) {
-    meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
-    machine.connect(Port, meter);
-    for (const unsigned s : {0U, 1U, 2U}) store(Ten - Hour, s);
-    for (const int n : {1, 3}) leave_header(Ten, n);
-    start_described();
-    for (const int s : {0, 1, 2}) pass(s);
-    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)"}));
-    EXPECT_EQ(hours_filed(2), "9");
-    for (const int n : {1, 3}) EXPECT_EQ(staged("A5", n), "");
-}
-
 TEST_F(ModbusArchive, ANewPassAfterAGoodOneReadsOnWithTheNextHour) {
     start(10);
     ASSERT_TRUE(pass());
@@ -320,41 +308,24 @@ TEST_F(ModbusArchive, AHeaderBehindTheEndOfTheGatewaysTimeIsAnOldOne) {
 
 // ---- summer time
 
-class ModbusArchiveInBerlin : public ModbusArchive {
+class ModbusArchiveInBerlin : public ModbusArchive, public ::testing::WithParamInterface<const char*> {
   protected:
-    explicit ModbusArchiveInBerlin(const std::string& start) : ModbusArchive(start, "CET-1CEST,M3.5.0,M10.5.0/3") {}
-
-    void expect_an_hour_between_all_records() {
-        for (int k = 12; k > 0; --k) meter.store_hourly({.at = machine.now() - k * Hour});
-        meter.system().archive_mask = 0x2;
-        machine.connect(Port, meter);
-        start_described();
-        EXPECT_TRUE(pass());
-        LineCounts expected;
-        for (int k = 12; k > 0; --k) ++expected["A5"][stored_line(machine.now() / Hour * Hour - k * Hour, 192, 0)];
-        EXPECT_EQ(lines_in("tmp_archives")["A5"], expected["A5"]);
-    }
+    ModbusArchiveInBerlin() : ModbusArchive(GetParam(), "CET-1CEST,M3.5.0,M10.5.0/3") {}
 };
 
-class ModbusArchiveInSpring : public ModbusArchiveInBerlin {
-  protected:
-    ModbusArchiveInSpring() : ModbusArchiveInBerlin("2024-03-31 09:00:00") {}
-};
-
-class ModbusArchiveInAutumn : public ModbusArchiveInBerlin {
-  protected:
-    ModbusArchiveInAutumn() : ModbusArchiveInBerlin("2024-10-27 08:00:00") {}
-};
-
-TEST_F(ModbusArchiveInSpring, TheHourThatIsLeftOutLeavesNoGap) {
-    meter.swap_for({.serial = Serial});
-    expect_an_hour_between_all_records();
+TEST_P(ModbusArchiveInBerlin, AnHourLiesBetweenAllRecordsWhetherOneOfTheDayIsLeftOutOrComesTwice) {
+    meter.swap_for({.serial = Serial, .systems = {{.archive_mask = 0x2}}});
+    for (int k = 12; k > 0; --k) meter.store_hourly({.at = machine.now() - k * Hour});
+    machine.connect(Port, meter);
+    start_described();
+    EXPECT_TRUE(pass());
+    LineCounts expected;
+    for (int k = 12; k > 0; --k) ++expected["A5"][stored_line(machine.now() / Hour * Hour - k * Hour, 192, 0)];
+    EXPECT_EQ(lines_in("tmp_archives")["A5"], expected["A5"]);
 }
 
-TEST_F(ModbusArchiveInAutumn, TheHourThatComesTwiceIsFiledTwice) {
-    meter.swap_for({.serial = Serial});
-    expect_an_hour_between_all_records();
-}
+INSTANTIATE_TEST_SUITE_P(InSpringAndAutumn, ModbusArchiveInBerlin,
+                         ::testing::Values("2024-03-31 09:00:00", "2024-10-27 08:00:00"));
 
 // ---- what is asked and filed
 
@@ -380,24 +351,6 @@ TEST_F(ModbusArchive, EveryLineIsThatOfTheMetersOwnTables) {
     }
 }
 
-TEST_F(ModbusArchive, ARecordIsAskedForWithTheSizeThatItsMaskGives) {
-    constexpr int Widths[] = {1, 4, 4, 4, 4, 4, 4, 2, 2, 2, 2, 1, 1, 1, 4, 4, 1, 1, 1, 1, 3, 1, 1};
-    start(2);
-    for (std::size_t bit = 0; bit < 32; ++bit) {
-        leave_header(Ten - Hour);
-        leave_record(Ten - 2 * Hour);
-        meter.system().archive_mask = 1U << bit;
-        pass();
-        const int width = bit < std::size(Widths) ? Widths[bit] : 0;
-        ASSERT_GE(asked().size(), 2U);
-        EXPECT_EQ(asked()[1], "20:0/2 (" + std::to_string(1 + width) + ")") << bit;
-    }
-    leave_header(Ten - Hour);
-    meter.system().archive_mask = 0xFFFFFFFF;
-    pass();
-    EXPECT_TRUE(asked()[1].ends_with(" (54)"));
-}
-
 TEST_F(ModbusArchive, AMeterThatCountsBytesInALengthIsReadAsWell) {
     meter.swap_for({.serial = Serial, .short_records = true});
     for (int k = 3; k > 0; --k) store(Ten - k * Hour);
@@ -407,13 +360,17 @@ TEST_F(ModbusArchive, AMeterThatCountsBytesInALengthIsReadAsWell) {
     EXPECT_EQ(hours_filed(), "7 8 9");
 }
 
-TEST_F(ModbusArchive, EachHeatSystemHasItsFile) {
-    meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
+TEST_F(ModbusArchive, EachHeatSystemHasItsFileItsRecordSizeAndItsHeaderTime) {
+    meter.swap_for({.serial = Serial, .systems = {{}, {}, {.archive_mask = 0x3}}});
     store(Ten - Hour, 2);
     machine.connect(Port, meter);
     start_described();
+    leave_header(Ten, 1);
+    leave_record(Ten - Hour, 1);
+    EXPECT_TRUE(pass(0));
+    EXPECT_EQ(asked(), (Texts{"20:0/0 (48)"})) << "its header is an old one";
     EXPECT_TRUE(pass(2));
-    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)", "20:2/1 (54)"}));
+    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)", "20:2/1 (6)"})) << "a sum, one byte and four";
     EXPECT_EQ(hours_filed(3), "9");
     EXPECT_EQ(item("_DriverStatus", 3), "3");
     EXPECT_EQ(logged("Requesting archive record #1, subsystem = 2"), 1);
@@ -432,22 +389,6 @@ TEST_F(ModbusArchive, OnlyTotalsThatTheMeterTellsOfAreFiled) {
     EXPECT_EQ(totals, "A6 A8 A10 A14 ") << "volumes in any case";
     EXPECT_EQ(item("IT1"), "(none)");
     EXPECT_EQ(logged_start("set_worktime_value:"), 0);
-}
-
-TEST_F(ModbusArchive, ASystemWhoseSetupDoesNotComeIsReadByThatOfTheOneBefore) {
-    meter.swap_for({.serial = Serial, .systems = {{.told_mask = 0x20}, {}}});
-    machine.connect(Port, meter);
-    for (const unsigned s : {0U, 1U}) store(Ten - Hour, s);
-    start_driver();
-    machine.sleep(601);
-    meter.misbehave_next(30, sim::modbus_silence().on({.function = 3, .address = 284}));
-    run();
-    EXPECT_EQ(item("M1", 2) + " " + item("_HMsystem", 2), "(none) (none)");
-    EXPECT_NE(item("M2", 2), "(none)");
-    EXPECT_EQ(staged("A12", 2), "");
-    EXPECT_NE(staged("A14", 2), "");
-    run();
-    EXPECT_NE(item("M1", 2), "(none)");
 }
 
 }  // namespace

@@ -120,29 +120,6 @@ TEST_F(ModbusCycle, TheStoryOfAPollingIsInTheLog) {
     EXPECT_EQ(logged_start("Start reading "), 2);
 }
 
-TEST_F(ModbusCycle, WhatTheMeterIsAndShowsGoesOutAsItems) {
-    start();
-    run();
-    const std::vector<std::pair<std::string, std::string>> items = {
-        {"Firmware", "V2.10"},
-        {"SerialNumber", "17"},
-        {"MeterModel", "VIST-TC-3"},
-        {"_HMsystem", "TS1"},
-        {"DN1", "50"},
-        {"T1", "95.500000"},
-        {"MDateTime", "1709373900"},
-        {"_DriverStatus", "6"},
-        {"_WeightedValue", "1"},
-        {"_Formula", "Q = G1 * ( T1 - T2 )"},
-    };
-    for (const auto& [name, value] : items) EXPECT_EQ(item(name), value) << name;
-    EXPECT_EQ(connected(), "111111");
-    clear_log();
-    machine.disconnect_all(Port);
-    run();
-    EXPECT_EQ(logged("T1 == 95.500000"), 0) << "what is out does not wait any more";
-}
-
 TEST_F(ModbusCycle, TheCountOfTheMeterEndsTheWalkButEveryRunBeginsWithThree) {
     start({{}, {}});
     run();
@@ -324,6 +301,19 @@ TEST_F(ModbusCycle, WhileAReportIsMadeThereIsNoPassAndNoLock) {
     EXPECT_EQ(meter.requests({.function = 20, .record = 0}), 1U);
 }
 
+TEST_F(ModbusCycle, ASystemWhoseSetupDoesNotComeIsReadByThatOfTheOneBefore) {
+    start({{.told_mask = 0x20}, {}});
+    let_archives_be_due();
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 3, .address = 284}));
+    run();
+    EXPECT_EQ(item("M1", 2) + " " + item("_HMsystem", 2), "(none) (none)");
+    EXPECT_NE(item("M2", 2), "(none)");
+    EXPECT_EQ(staged("A12", 2), "");
+    EXPECT_NE(staged("A14", 2), "");
+    run();
+    EXPECT_NE(item("M1", 2), "(none)");
+}
+
 // ---- are the archives up to date
 
 TEST_F(ModbusCycle, FourHoursBehindTheMetersClockAreNotTooMany) {
@@ -358,15 +348,6 @@ TEST_F(ModbusCycle, AfterAGoodPassTheArchivesAreUpToDate) {
     let_archives_be_due();
     run();
     EXPECT_TRUE(driver->is_all_archives_ok());
-}
-
-TEST_F(ModbusCycle, AMeterOfTheSameLineIsNotTakenForAnother) {
-    start();
-    sim::ModbusVistMeter other({.serial = 18});
-    machine.connect(Port, other);
-    run();
-    EXPECT_EQ(other.requests(), 0U);
-    EXPECT_EQ(item("SerialNumber"), "17");
 }
 
 }  // namespace

@@ -85,12 +85,6 @@ TEST_F(ModbusExchange, OnlyFunctionThreeIsShownOnStandardOutput) {
               "");
 }
 
-TEST_F(ModbusExchange, WhatLayOnTheLineBeforeTheQuestionIsDropped) {
-    machine.put_noise(Port, modbus_bytes::answer(Slave, 4, {1, 2}));
-    will_say(example());
-    EXPECT_EQ(ask_input(), 8);
-}
-
 TEST_F(ModbusExchange, WhatFollowsAnAnswerIsNotTakenForTheNextOne) {
     will_say(modbus_bytes::joined(example(), modbus_bytes::answer(Slave, 4, {1, 2})));
     will_say(example());
@@ -125,32 +119,6 @@ TEST_F(ModbusExchange, AnAnswerAfter600MillisecondsIsTooLate) {
     EXPECT_EQ(ask_input(), -1);
 }
 
-TEST_F(ModbusExchange, AnAnswerMayComeInPieces) {
-    const ByteVector whole = example();
-    sim::Answer pieces;
-    for (const std::uint8_t byte : whole) pieces.push_back({0.04, {byte}});
-    meter.will_say(pieces);
-    EXPECT_EQ(ask_input(), 8);
-    EXPECT_EQ(kept(8), (ByteVector{0x04, 0x06, 0x41, 0xAE, 0x52, 0x56, 0x40, 0x43}));
-}
-
-TEST_F(ModbusExchange, PiecesDoNotMakeTheTimeLonger) {
-    const ByteVector whole = example();
-    sim::Answer pieces;
-    for (const std::uint8_t byte : whole) pieces.push_back({0.06, {byte}});
-    meter.will_say(pieces);
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.63);
-}
-
-TEST_F(ModbusExchange, ACutAnswerIsWaitedForUntilTheTimeIsOver) {
-    ByteVector cut = example();
-    cut.pop_back();
-    will_say(cut);
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_GE(elapsed(), 0.6);
-}
-
 TEST_F(ModbusExchange, AByteCountOf251IsWaitedForUntilTheTimeIsOver) {
     ByteVector long_one = {Slave, 4, 251};
     long_one.resize(3 + 251);
@@ -159,37 +127,7 @@ TEST_F(ModbusExchange, AByteCountOf251IsWaitedForUntilTheTimeIsOver) {
     EXPECT_GE(elapsed(), 0.6);
 }
 
-TEST_F(ModbusExchange, AnAnswerBehindOneWithAWrongCrcIsTakenFromTheSameStream) {
-    ByteVector wrong = example();
-    ++wrong.back();
-    will_say(modbus_bytes::joined(wrong, example()));
-    EXPECT_EQ(ask_input(), 8);
-}
-
-TEST_F(ModbusExchange, NoiseBeforeAnAnswerIsPassedOver) {
-    will_say(modbus_bytes::joined({0x00, 0x12}, example()));
-    EXPECT_EQ(ask_input(), 8);
-}
-
-TEST_F(ModbusExchange, AnExceptionEndsTheWaitingWithoutAnAnswer) {
-    will_say(modbus_bytes::refusal(Slave, 4, 2));
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.05);
-}
-
-TEST_F(ModbusExchange, Slave300IsHeardAsIts44) {
-    will_say(modbus_bytes::answer(44, 4, {0, 7}));
-    EXPECT_EQ(read_input(fd, area, 300, 8, 8, Timeout), 4);
-    EXPECT_EQ(heard()[0], 44);
-}
-
 // ---- 300 bytes
-
-TEST_F(ModbusExchange, After300BytesNoMoreIsRead) {
-    will_say(ByteVector(400, 0x00));
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.36) << "300 bytes take 0.31 seconds";
-}
 
 TEST_F(ModbusExchange, AnAnswerThatEndsWithThe300thByteIsTaken) {
     will_say(modbus_bytes::joined(ByteVector(300 - 11, 0x00), example()));
@@ -202,20 +140,6 @@ TEST_F(ModbusExchange, AnAnswerThatEndsBehindThe300thByteIsNot) {
 }
 
 // ---- a line that fails
-
-TEST_F(ModbusExchange, AFailedWriteIsNotWaitedFor) {
-    for (const std::size_t taken : {0U, 3U}) {
-        machine.limit_writes(Port, taken);
-        EXPECT_EQ(ask_input(), -1);
-    }
-    EXPECT_LT(elapsed(), 0.01);
-}
-
-TEST_F(ModbusExchange, APortThatIsNotOpenAnswersNothing) {
-    fd = -1;
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.01);
-}
 
 // ---- the calls, one after the other
 

@@ -141,12 +141,6 @@ TEST_F(ModbusRequests, OfASlaveNumberTheLowByteIsTheMetersAddress) {
     EXPECT_EQ(meter.requests(), 0U);
 }
 
-TEST_F(ModbusRequests, EachHeatSystemHasItsRegisters) {
-    meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
-    send(reqValues[2], 2);
-    EXPECT_EQ(asked(), Texts{"4:2566+4"});
-}
-
 TEST_F(ModbusRequests, WithoutARangeTheCountGoesAsItStands) {
     ModbusRequest row = reqArchiveRecordFile;
     row.count = 7;
@@ -188,26 +182,10 @@ TEST_F(ModbusRequests, ADriverThatIsNotToBeHeldBackGoesOn) {
     EXPECT_TRUE(machine.sleeps().empty());
 }
 
-TEST_F(ModbusRequests, TheFlagForAllHoldsEveryDriver) {
-    scene.touch("/tmp/pause_tvk_all");
-    machine.at(15, [this] { scene.remove("/tmp/pause_tvk_all"); });
-    EXPECT_EQ(send(clock), 8);
-    EXPECT_EQ(machine.sleeps(), (std::vector<unsigned>{10, 10}));
-}
-
 TEST_F(ModbusRequests, AFlagBetweenTwoTriesHoldsTheNextOne) {
     meter.misbehave_next(3, sim::modbus_silence());
     machine.at(1, [this] { scene.touch("/tmp/pause_tvk_all"); });
     machine.at(5, [this] { scene.remove("/tmp/pause_tvk_all"); });
-    EXPECT_EQ(send(clock), 8);
-    EXPECT_EQ(machine.sleeps(), std::vector<unsigned>{10});
-}
-
-TEST_F(ModbusRequests, TheFirstFlagIsNotLookedAtAgainBehindTheSecond) {
-    line.use_pause_flag = true;
-    scene.touch("/tmp/pause_tvk_all");
-    machine.at(5, [this] { scene.touch("/tmp/pause_tvk"); });
-    machine.at(6, [this] { scene.remove("/tmp/pause_tvk_all"); });
     EXPECT_EQ(send(clock), 8);
     EXPECT_EQ(machine.sleeps(), std::vector<unsigned>{10});
 }
@@ -265,20 +243,6 @@ TEST_F(ModbusRequests, ARowThatFailsLeavesTheWholeTableUndecoded) {
         EXPECT_EQ(meter.requests({.function = 4, .address = row.address[0]}), row.address[0] == 518 ? 30U : 1U);
     }
     EXPECT_EQ(is_connected, true) << "the rows behind it worked";
-}
-
-TEST_F(ModbusRequests, EveryRowOfADeadMeterCosts18Seconds) {
-    machine.disconnect_all(Port);
-    EXPECT_FALSE(batch(reqSpecs));
-    EXPECT_NEAR(elapsed(), 3 * 18.0, 1.5);
-    EXPECT_TRUE(logged_in_order({"FAIL on 0 request. Over. fd = " + fd(), "FAIL on 1 request. Over. fd = " + fd(),
-                                 "FAIL on 2 request. Over. fd = " + fd()}));
-    EXPECT_EQ(is_connected, false);
-}
-
-TEST_F(ModbusRequests, ATableWithoutRowsSucceeds) {
-    EXPECT_TRUE(batch({}));
-    EXPECT_TRUE(machine.exchanges().empty());
 }
 
 }  // namespace
