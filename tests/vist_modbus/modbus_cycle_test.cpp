@@ -314,6 +314,16 @@ TEST_F(ModbusCycle, ASystemWhoseSetupDoesNotComeIsReadByThatOfTheOneBefore) {
     EXPECT_NE(item("M1", 2), "(none)");
 }
 
+TEST_F(ModbusCycle, WithoutASetupThereAreNoTotals) {
+    start();
+    let_archives_be_due();
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 3, .address = 99}));
+    run();
+    EXPECT_EQ(item("M1") + " " + item("IT1"), "(none) (none)");
+    EXPECT_EQ(staged("A6"), "");
+    EXPECT_NE(staged("A5"), "");
+}
+
 // ---- are the archives up to date
 
 TEST_F(ModbusCycle, FourHoursBehindTheMetersClockAreNotTooMany) {
@@ -339,6 +349,17 @@ TEST_F(ModbusCycle, FourHoursBehindTheMetersClockAreNotTooMany) {
     clear_log();
     run();
     EXPECT_EQ(logged("Difftime( MDateTime, last request Hour) > 4 hour"), 2) << "without a clock its last one is taken";
+}
+
+TEST_F(ModbusCycle, APassWithoutAHeaderLooksAtTheFilesAllTheSame) {
+    leave_record(machine.now() - 4 * Hour - 1800);
+    start();
+    run();
+    EXPECT_TRUE(driver->is_all_archives_ok()) << "at the start they are taken to be an hour further";
+    let_archives_be_due();
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 20, .record = 0}));
+    run();
+    EXPECT_FALSE(driver->is_all_archives_ok());
 }
 
 TEST_F(ModbusCycle, AfterAGoodPassTheArchivesAreUpToDate) {
