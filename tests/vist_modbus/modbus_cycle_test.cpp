@@ -131,6 +131,17 @@ TEST_F(ModbusCycle, TheCountOfTheMeterEndsTheWalkButEveryRunBeginsWithThree) {
     EXPECT_EQ(logged("Virtdev count = 2"), 1);
 }
 
+TEST_F(ModbusCycle, TheSettingsSayWhetherAHeldBusHoldsThePolling) {
+    start();
+    scene.touch("/tmp/pause_tvk");
+    run();
+    EXPECT_TRUE(machine.sleeps().empty());
+    set_pause_flag(*driver, true);
+    machine.at(elapsed() + 25, [this] { scene.remove("/tmp/pause_tvk"); });
+    run();
+    EXPECT_EQ(machine.sleeps(), (std::vector<unsigned>{10, 10, 10}));
+}
+
 TEST_F(ModbusCycle, AMeterThatClaimsTwoHundredSystemsIsReadForThree) {
     start({{}, {}, {}});
     meter.claim_systems(200);

@@ -99,7 +99,7 @@ void HCD_VISTmodbus::process_array32(Bytes data, char kind, Pending& pending) {
     log_line(log.get(), "Processing 32 bit array (", std::string(1, kind), ")...");
     int i = 0;
     for (auto& value : decode_array32(data, kind, pending.pointsGP, carried.specs.hasM)) {
-        const auto whole = static_cast<long>(value.second);
+        const auto whole = static_cast<long long>(value.second);
         if (kind == 'V') log_line(log.get(), "Cashing dV", i, ": ", whole);
         if (kind == 'G') log_line(log.get(), "Cashing dM", i, ": ", whole);
         if (kind == 'E') log_line(log.get(), "Cashing dEnergy", ": ", whole);
