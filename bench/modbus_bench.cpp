@@ -16,7 +16,7 @@
 #include <modbus.h>
 
 #include "driver/line_settings.h"
-#include "drivers/vist_modbus/modbus_link.h"
+#include "drivers/vist_modbus/modbus_exchange.h"
 #include "ground.h"
 #include "modbus_vist_meter.h"
 #include "pty_meter.h"

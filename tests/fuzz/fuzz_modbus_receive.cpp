@@ -10,7 +10,7 @@
 #include <bit>
 #include <vector>
 
-#include "drivers/vist_modbus/modbus_link.h"
+#include "drivers/vist_modbus/modbus_exchange.h"
 #include "modbus_line.h"
 
 namespace {
@@ -75,8 +75,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         const int first = word(input);
         const int second = word(input);
         std::vector<std::uint8_t> area(area_size == 0 ? UsualArea : area_size);
-        arch_record_size = second;
-        const int length = kind.read(ModbusScriptedLine::Descriptor, area, slave, first, second, AnswerMilliseconds);
+        const int length =
+            kind.read(ModbusScriptedLine::Descriptor, area, slave, first, second, AnswerMilliseconds, second);
         check(line, area, length, kind, slave);
     }
     return 0;

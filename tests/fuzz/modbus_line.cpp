@@ -4,7 +4,6 @@
 #include <cerrno>
 
 #include "core/bytes.h"
-#include "drivers/vist_modbus/modbus_link.h"
 
 namespace {
 
@@ -12,11 +11,11 @@ constexpr std::uint8_t FileRecord = 20;
 constexpr std::size_t MostWords = 125;
 constexpr std::size_t SumAt = 2;  // in the data of an archive record
 
-void put_record_sum(std::vector<std::uint8_t>& data) {
-    const auto summed = static_cast<std::size_t>(std::max(arch_record_size, 1) - 1);
-    if (data.size() <= SumAt) return;
+/// Of a record that was asked for with such a length.
+void put_record_sum(std::vector<std::uint8_t>& data, std::size_t length) {
+    if (data.size() <= SumAt || length == 0) return;
     const Bytes behind = Bytes(data).subspan(SumAt + 1);
-    data[SumAt] = checksum(behind.first(std::min(summed, behind.size())));
+    data[SumAt] = checksum(behind.first(std::min(length - 1, behind.size())));
 }
 
 }  // namespace
@@ -98,7 +97,9 @@ void ModbusScriptedLine::answer_rightly(std::uint8_t head) {
         const auto given = input_.bytes(2 * std::min<std::size_t>(words, MostWords));
         std::vector<std::uint8_t> data(given.begin(), given.end());
         data.resize((data.size() + 1) / 2 * 2);
-        if (request_[1] == FileRecord && words % 2 != 0) put_record_sum(data);
+        if (request_[1] == FileRecord && words % 2 != 0) {
+            put_record_sum(data, static_cast<std::size_t>(request_[8] << 8 | request_[9]));
+        }
         coming_.push_back(static_cast<std::uint8_t>(data.size()));
         coming_.insert(coming_.end(), data.begin(), data.end());
     }

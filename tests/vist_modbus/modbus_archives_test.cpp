@@ -21,10 +21,10 @@ class ModbusArchive : public ModbusBench {
         machine.connect(Port, meter);
         start_described();
     }
-    void start_described(int system = 0) {
+    /// The polling leaves what the last heat system of the meter holds.
+    void start_described() {
         start_driver();
-        driver->selected_subsystem = system;
-        quietly([&] { ASSERT_TRUE(driver->request_batch(driver->get_tty_fd(), reqSpecs, system, true)); });
+        run();
         clear_log();
         meter.forget_requests();
         machine.forget_exchanges();
@@ -33,10 +33,10 @@ class ModbusArchive : public ModbusBench {
     void store(std::time_t at, unsigned system = 0) {
         meter.store_hourly({.at = at, .V1 = static_cast<double>(at / Hour % 24)}, system);
     }
-    bool pass() {
+    bool pass(int system = 0) {
         machine.forget_exchanges();
         bool good = false;
-        quietly([&] { good = driver->get_archive(); });
+        quietly([&] { good = driver->get_archive(system); });
         return good;
     }
     /// The records asked for, by their numbers in the ring.
@@ -78,6 +78,8 @@ TEST_F(ModbusArchive, WithoutFilesAYoungRingIsReadFromItsFirstRecord) {
         "Start get archive.. ",
         "Read archive records...",
         "Read archive header for 0 subsystem",
+        "Processing 'Архивы: заголовок архивного файла теплосистемы'",
+        "Processing archive header...",
         "Archive specs: mask = 0x7FFFFF, recs count = 10, next rec = 11, max recs count = 1536. Time: 02.03.2024 "
         "10:00:00",
         "offsetIndex > max_records",
@@ -85,6 +87,12 @@ TEST_F(ModbusArchive, WithoutFilesAYoungRingIsReadFromItsFirstRecord) {
         "recs_count( 10 ) < max_records( 1536 ) ",
         "archiveStartIndex = 1",
         "Requesting archive record #1, subsystem = 0",
+        "Processing 'Архивы: вычитка архивной записи'",
+        "Archive record initialized now, no integrators",
+        "Archive record date/time: 02.03.2024 00:00:00",
+        "Data ready. Try write.",
+        "last_request_date = 0, arch_rawtime = 1709337600",
+        "flush_archives as 1709337600",
         "Arch record OK",
         "Requesting archive record #10, subsystem = 0",
         "Arch record OK",
@@ -125,9 +133,11 @@ TEST_F(ModbusArchive, TheRecordAtTheHeadersTimeEndsTheWalk) {
     EXPECT_EQ(places(), "11");
     EXPECT_TRUE(logged_in_order({"startTimestamp = 1709373600", "Offset index = 0", "archiveStartIndex = 11",
                                  "Requesting archive record #11, subsystem = 0",
-                                 "Archive record initialized earlier, integrators included", "Arch record OK"}));
+                                 "Archive record initialized earlier, integrators included",
+                                 "Archive record date/time: 02.03.2024 10:00:00", "Data ready. Try write.",
+                                 "last_request_date = 1709370000, arch_rawtime = 1709373600", "Arch record OK"}));
+    EXPECT_EQ(logged_start("flush_archives as "), 0);
     EXPECT_EQ(staged("A5"), stored_line(Ten - Hour, 192, 1) + "\n") << "it is not filed";
-    EXPECT_FALSE(driver->arch_continue);
 }
 
 TEST_F(ModbusArchive, ARingThatHasTurnedIsReadAcrossItsEnd) {
@@ -249,6 +259,17 @@ TEST_F(ModbusArchive, BehindAnOldHeaderThePassIsAsGoodAsTheFilesAre) {
     EXPECT_EQ(meter.requests({.function = 20}), 2U);
 }
 
+TEST_F(ModbusArchive, AnOldHeaderStillTellsOfTheTimeWorked) {
+    start(10);
+    meter.set_totals({{0, 0, 0, 0, 0, 0, 12345, 0}});
+    leave_header(Ten);
+    pass();
+    EXPECT_EQ(item("IT1"), "123.450000");
+    EXPECT_EQ(logged("set_worktime_value:12345 -> 123.450000"), 1);
+    EXPECT_EQ(staged("A4"), stored_line(Ten, 192, 1) + "\n") << "and is not filed";
+    EXPECT_EQ(logged_start("Archive specs: mask = 0x7FFFFF, recs count = 10, next rec = 11, "), 1);
+}
+
 TEST_F(ModbusArchive, ANewPassAfterAGoodOneReadsOnWithTheNextHour) {
     start(10);
     ASSERT_TRUE(pass());
@@ -258,6 +279,23 @@ TEST_F(ModbusArchive, ANewPassAfterAGoodOneReadsOnWithTheNextHour) {
     EXPECT_TRUE(pass());
     EXPECT_EQ(places(), "11 1");
     EXPECT_EQ(hours_filed(), "0 1 2 3 4 5 6 7 8 9 10");
+    const LineCounts before = lines_in("tmp_archives");
+    store(Ten + Hour);
+    EXPECT_TRUE(pass());
+    for (const auto& [name, lines] : lines_in("tmp_archives")) {
+        EXPECT_EQ(lines.size(), before.at(name).size() + 1)
+            << "of the record that was not filed nothing is left, " << name;
+    }
+}
+
+TEST_F(ModbusArchive, ARecordBehindTheHeadersTimeEndsTheWalkToo) {
+    start(10);
+    leave_record(Ten);
+    leave_header(Ten - Hour);
+    EXPECT_TRUE(pass());
+    EXPECT_EQ(places(), "12");
+    EXPECT_EQ(logged("Archive record initialized now, no integrators"), 1);
+    EXPECT_EQ(logged_start("flush_archives as "), 0);
 }
 
 TEST_F(ModbusArchive, AHeaderBehindTheEndOfTheGatewaysTimeIsAnOldOne) {
@@ -270,41 +308,24 @@ TEST_F(ModbusArchive, AHeaderBehindTheEndOfTheGatewaysTimeIsAnOldOne) {
 
 // ---- summer time
 
-class ModbusArchiveInBerlin : public ModbusArchive {
+class ModbusArchiveInBerlin : public ModbusArchive, public ::testing::WithParamInterface<const char*> {
   protected:
-    explicit ModbusArchiveInBerlin(const std::string& start) : ModbusArchive(start, "CET-1CEST,M3.5.0,M10.5.0/3") {}
-
-    void expect_an_hour_between_all_records() {
-        for (int k = 12; k > 0; --k) meter.store_hourly({.at = machine.now() - k * Hour});
-        meter.system().archive_mask = 0x2;
-        machine.connect(Port, meter);
-        start_described();
-        EXPECT_TRUE(pass());
-        LineCounts expected;
-        for (int k = 12; k > 0; --k) ++expected["A5"][stored_line(machine.now() / Hour * Hour - k * Hour, 192, 0)];
-        EXPECT_EQ(lines_in("tmp_archives")["A5"], expected["A5"]);
-    }
+    ModbusArchiveInBerlin() : ModbusArchive(GetParam(), "CET-1CEST,M3.5.0,M10.5.0/3") {}
 };
 
-class ModbusArchiveInSpring : public ModbusArchiveInBerlin {
-  protected:
-    ModbusArchiveInSpring() : ModbusArchiveInBerlin("2024-03-31 09:00:00") {}
-};
-
-class ModbusArchiveInAutumn : public ModbusArchiveInBerlin {
-  protected:
-    ModbusArchiveInAutumn() : ModbusArchiveInBerlin("2024-10-27 08:00:00") {}
-};
-
-TEST_F(ModbusArchiveInSpring, TheHourThatIsLeftOutLeavesNoGap) {
-    meter.swap_for({.serial = Serial});
-    expect_an_hour_between_all_records();
+TEST_P(ModbusArchiveInBerlin, AnHourLiesBetweenAllRecordsWhetherOneOfTheDayIsLeftOutOrComesTwice) {
+    meter.swap_for({.serial = Serial, .systems = {{.archive_mask = 0x2}}});
+    for (int k = 12; k > 0; --k) meter.store_hourly({.at = machine.now() - k * Hour});
+    machine.connect(Port, meter);
+    start_described();
+    EXPECT_TRUE(pass());
+    LineCounts expected;
+    for (int k = 12; k > 0; --k) ++expected["A5"][stored_line(machine.now() / Hour * Hour - k * Hour, 192, 0)];
+    EXPECT_EQ(lines_in("tmp_archives")["A5"], expected["A5"]);
 }
 
-TEST_F(ModbusArchiveInAutumn, TheHourThatComesTwiceIsFiledTwice) {
-    meter.swap_for({.serial = Serial});
-    expect_an_hour_between_all_records();
-}
+INSTANTIATE_TEST_SUITE_P(InSpringAndAutumn, ModbusArchiveInBerlin,
+                         ::testing::Values("2024-03-31 09:00:00", "2024-10-27 08:00:00"));
 
 // ---- what is asked and filed
 
@@ -313,9 +334,10 @@ TEST_F(ModbusArchive, EveryLineIsThatOfTheMetersOwnTables) {
     meter.swap_for({.serial = Serial, .systems = {{}, south, {}}});
     meter.record_archives(true, "2024-03-01 22:00");
     machine.connect(Port, meter);
+    start_driver();
+    machine.sleep(601);
+    run();
     for (const unsigned system : {0U, 1U, 2U}) {
-        start_described(static_cast<int>(system));
-        EXPECT_TRUE(pass());
         LineCounts expected;
         const auto add = [&](const std::vector<sim::VistFileValue>& values) {
             for (const auto& each : values) {
@@ -329,24 +351,6 @@ TEST_F(ModbusArchive, EveryLineIsThatOfTheMetersOwnTables) {
     }
 }
 
-TEST_F(ModbusArchive, ARecordIsAskedForWithTheSizeThatItsMaskGives) {
-    constexpr int Widths[] = {1, 4, 4, 4, 4, 4, 4, 2, 2, 2, 2, 1, 1, 1, 4, 4, 1, 1, 1, 1, 3, 1, 1};
-    start(2);
-    for (std::size_t bit = 0; bit < 32; ++bit) {
-        leave_header(Ten - Hour);
-        leave_record(Ten - 2 * Hour);
-        meter.system().archive_mask = 1U << bit;
-        pass();
-        const int width = bit < std::size(Widths) ? Widths[bit] : 0;
-        ASSERT_GE(asked().size(), 2U);
-        EXPECT_EQ(asked()[1], "20:0/2 (" + std::to_string(1 + width) + ")") << bit;
-    }
-    leave_header(Ten - Hour);
-    meter.system().archive_mask = 0xFFFFFFFF;
-    pass();
-    EXPECT_TRUE(asked()[1].ends_with(" (54)"));
-}
-
 TEST_F(ModbusArchive, AMeterThatCountsBytesInALengthIsReadAsWell) {
     meter.swap_for({.serial = Serial, .short_records = true});
     for (int k = 3; k > 0; --k) store(Ten - k * Hour);
@@ -356,26 +360,35 @@ TEST_F(ModbusArchive, AMeterThatCountsBytesInALengthIsReadAsWell) {
     EXPECT_EQ(hours_filed(), "7 8 9");
 }
 
-TEST_F(ModbusArchive, EachHeatSystemHasItsFile) {
-    meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
+TEST_F(ModbusArchive, EachHeatSystemHasItsFileItsRecordSizeAndItsHeaderTime) {
+    meter.swap_for({.serial = Serial, .systems = {{}, {}, {.archive_mask = 0x3}}});
     store(Ten - Hour, 2);
     machine.connect(Port, meter);
-    start_described(2);
-    EXPECT_TRUE(pass());
-    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)", "20:2/1 (54)"}));
+    start_described();
+    leave_header(Ten, 1);
+    leave_record(Ten - Hour, 1);
+    EXPECT_TRUE(pass(0));
+    EXPECT_EQ(asked(), (Texts{"20:0/0 (48)"})) << "its header is an old one";
+    EXPECT_TRUE(pass(2));
+    EXPECT_EQ(asked(), (Texts{"20:2/0 (48)", "20:2/1 (6)"})) << "a sum, one byte and four";
     EXPECT_EQ(hours_filed(3), "9");
     EXPECT_EQ(item("_DriverStatus", 3), "3");
     EXPECT_EQ(logged("Requesting archive record #1, subsystem = 2"), 1);
 }
 
-TEST_F(ModbusArchive, WithoutBit4InTheMaskThereIsNoTotalOfTheFirstMass) {
-    meter.swap_for({.serial = Serial, .systems = {{.told_mask = 0x007FFFFF & ~0x10U}}});
+TEST_F(ModbusArchive, OnlyTotalsThatTheMeterTellsOfAreFiled) {
+    meter.swap_for({.serial = Serial, .systems = {{.told_mask = 0x20}}});
     store(Ten - Hour);
     machine.connect(Port, meter);
     start_described();
     EXPECT_TRUE(pass());
-    EXPECT_EQ(staged("A12"), "");
-    EXPECT_NE(staged("A14"), "");
+    std::string totals;
+    for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}) {
+        if (!staged(name).empty()) totals += std::string(name) + " ";
+    }
+    EXPECT_EQ(totals, "A6 A8 A10 A14 ") << "volumes in any case";
+    EXPECT_EQ(item("IT1"), "(none)");
+    EXPECT_EQ(logged_start("set_worktime_value:"), 0);
 }
 
 }  // namespace

@@ -44,23 +44,33 @@ TEST_F(ModbusCycle, ANewDriverKnowsNothing) {
     EXPECT_EQ(driver->get_log_name(), "VISTmodbus(not_set)");
     EXPECT_EQ(driver->get_buffer_limit(), 0);
     EXPECT_EQ(driver->get_uuid(), "m1");
-    EXPECT_EQ(driver->mdatetime, -1);
-    EXPECT_EQ(driver->last_request_date, (HCD_VISTmodbus::PerSystem{0, 0, 0}));
-    const std::time_t lead = machine.now() - 3000;
-    EXPECT_EQ(driver->last_hour_update, (HCD_VISTmodbus::PerSystem{lead, lead, lead}));
     EXPECT_TRUE(driver->is_all_archives_ok());
     EXPECT_TRUE(driver->is_update_due());
     EXPECT_FALSE(driver->is_update_due());
     driver->on_tick(1);
 }
 
-TEST_F(ModbusCycle, ANewDriverRemembersAnHourBehindTheNewestRecordOfEachSystem) {
+TEST_F(ModbusCycle, WhatHasBeenReadStandsInTheFilesOfEachSystem) {
+    class Files final : public ArchiveHolder {
+      public:
+        Files() { uuid = Uuid; }
+    };
     leave_record(Ten - 3 * Hour, 1);
     leave_staged("A7", stored_line(Ten - 2 * Hour, 192, 1) + "\n", 1);
     leave_staged("A2", stored_line(Ten, 192, 1) + "\n", 3);
+    leave_header(Ten - 5 * Hour, 1);
     leave_header(Ten, 2);
-    start_driver();
-    EXPECT_EQ(driver->last_request_date, (HCD_VISTmodbus::PerSystem{Ten - Hour, 0, Ten + Hour}));
+    Files files;
+    vist_modbus::Progress progress;
+    using Times = vist_modbus::PerSystem<std::time_t>;
+    progress.begin(files, Ten);
+    EXPECT_EQ(progress.last_request_date, (Times{Ten - Hour, 0, Ten + Hour})) << "an hour behind the newest";
+    EXPECT_EQ(progress.last_hour_update, (Times{Ten - 3000, Ten - 3000, Ten - 3000}));
+    progress.last_request_date.fill(Ten + 5 * Hour);
+    progress.last_request_date_header.fill(Ten + 5 * Hour);
+    progress.look_at_files(files, 0);
+    EXPECT_EQ(progress.last_request_date, (Times{Ten - 2 * Hour, Ten + 5 * Hour, Ten + 5 * Hour}));
+    EXPECT_EQ(progress.last_request_date_header, (Times{Ten - 5 * Hour, Ten + 5 * Hour, Ten + 5 * Hour}));
 }
 
 TEST_F(ModbusCycle, ADriverTakesAnotherUuid) {
@@ -84,17 +94,6 @@ TEST_F(ModbusCycle, TheLastLineOfAFileOfTheFirstSystemTellsItsTime) {
 }
 
 // ---- one polling
-
-TEST_F(ModbusCycle, SetupThenValuesOfEachHeatSystemInTurn) {
-    start({{}, {}, {}});
-    run();
-    const Texts all = asked();
-    ASSERT_EQ(all.size(), 42U);
-    EXPECT_EQ(Texts(all.begin(), all.begin() + 5), (Texts{"3:0+99", "3:99+76", "3:654+5", "4:0+3", "4:514+4"}));
-    EXPECT_EQ(Texts(all.begin() + 14, all.begin() + 19), (Texts{"3:0+99", "3:284+76", "3:658+5", "4:0+3", "4:1538+4"}));
-    EXPECT_EQ(Texts(all.begin() + 28, all.begin() + 33), (Texts{"3:0+99", "3:469+76", "3:663+5", "4:0+3", "4:2562+4"}));
-    EXPECT_EQ(connected(), "111111");
-}
 
 TEST_F(ModbusCycle, TheStoryOfAPollingIsInTheLog) {
     start({{}, {}});
@@ -121,36 +120,26 @@ TEST_F(ModbusCycle, TheStoryOfAPollingIsInTheLog) {
     EXPECT_EQ(logged_start("Start reading "), 2);
 }
 
-TEST_F(ModbusCycle, WhatTheMeterIsAndShowsGoesOutAsItems) {
-    start();
-    run();
-    const std::vector<std::pair<std::string, std::string>> items = {
-        {"Firmware", "V2.10"},
-        {"SerialNumber", "17"},
-        {"MeterModel", "VIST-TC-3"},
-        {"_HMsystem", "TS1"},
-        {"DN1", "50"},
-        {"T1", "95.500000"},
-        {"MDateTime", "1709373900"},
-        {"_DriverStatus", "6"},
-        {"_WeightedValue", "1"},
-        {"_Formula", "Q = G1 * ( T1 - T2 )"},
-    };
-    for (const auto& [name, value] : items) EXPECT_EQ(item(name), value) << name;
-    EXPECT_TRUE(driver->pending_values.empty());
-    EXPECT_TRUE(driver->pending_longs.empty());
-}
-
 TEST_F(ModbusCycle, TheCountOfTheMeterEndsTheWalkButEveryRunBeginsWithThree) {
     start({{}, {}});
     run();
     EXPECT_EQ(logged("Start reading 1 heat_system"), 1);
     EXPECT_EQ(logged("Start reading 2 heat_system"), 0);
-    EXPECT_EQ(driver->virtdev_count, 2);
     clear_log();
     run();
     EXPECT_EQ(logged("Virtdev count = 3"), 1);
     EXPECT_EQ(logged("Virtdev count = 2"), 1);
+}
+
+TEST_F(ModbusCycle, TheSettingsSayWhetherAHeldBusHoldsThePolling) {
+    start();
+    scene.touch("/tmp/pause_tvk");
+    run();
+    EXPECT_TRUE(machine.sleeps().empty());
+    set_pause_flag(*driver, true);
+    machine.at(elapsed() + 25, [this] { scene.remove("/tmp/pause_tvk"); });
+    run();
+    EXPECT_EQ(machine.sleeps(), (std::vector<unsigned>{10, 10, 10}));
 }
 
 TEST_F(ModbusCycle, AMeterThatClaimsTwoHundredSystemsIsReadForThree) {
@@ -160,7 +149,6 @@ TEST_F(ModbusCycle, AMeterThatClaimsTwoHundredSystemsIsReadForThree) {
     EXPECT_EQ(logged("Start reading 2 heat_system"), 1);
     EXPECT_EQ(logged("Start reading 3 heat_system"), 0);
     EXPECT_EQ(logged("Only the first 3 heat systems are served."), 3);
-    EXPECT_EQ(driver->virtdev_count, 3);
 }
 
 TEST_F(ModbusCycle, AMeterThatClaimsNoSystemIsReadForOne) {
@@ -205,7 +193,6 @@ TEST_F(ModbusCycle, WithoutTheValuesTheSetupIsPublishedAllTheSame) {
     EXPECT_EQ(item("SC"), "1");
     EXPECT_EQ(item("T1"), "(none)");
     EXPECT_EQ(item("MDateTime"), "(none)");
-    EXPECT_TRUE(driver->pending_values.empty());
 }
 
 TEST_F(ModbusCycle, ValuesThatAreNotReadStayAsTheyWere) {
@@ -250,7 +237,6 @@ TEST_F(ModbusCycle, AGoodPassIsHandedOverAndComesAgainAnHourLater) {
         EXPECT_EQ(lines_in("tc_tmp_archives", n)["A5"].size(), 6U);
     }
     EXPECT_TRUE(lines_in("tc_archives").empty());
-    EXPECT_NEAR(std::difftime(driver->last_hour_update[0], machine.now()), 0, 5);
     meter.forget_requests();
     machine.sleep(3500);
     run();
@@ -326,34 +312,65 @@ TEST_F(ModbusCycle, WhileAReportIsMadeThereIsNoPassAndNoLock) {
     EXPECT_EQ(meter.requests({.function = 20, .record = 0}), 1U);
 }
 
-// ---- are the archives up to date
-
-TEST_F(ModbusCycle, FourHoursBehindTheMetersClockIsStillUpToDate) {
-    start();
-    driver->last_request_date[0] = machine.now() - 14400 + 1;  // the clock is read within the first second
+TEST_F(ModbusCycle, ASystemWhoseSetupDoesNotComeIsReadByThatOfTheOneBefore) {
+    start({{.told_mask = 0x20}, {}});
+    let_archives_be_due();
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 3, .address = 284}));
     run();
-    EXPECT_EQ(logged("Archives are actual: difftime(MDateTime, last_request_hour) < 4 hour"), 1);
-    EXPECT_TRUE(driver->is_all_archives_ok());
-    driver->mdatetime = Ten;
-    driver->last_request_date[0] = driver->mdatetime - 14400 - 10;
+    EXPECT_EQ(item("M1", 2) + " " + item("_HMsystem", 2), "(none) (none)");
+    EXPECT_NE(item("M2", 2), "(none)");
+    EXPECT_EQ(staged("A12", 2), "");
+    EXPECT_NE(staged("A14", 2), "");
     run();
-    EXPECT_EQ(logged("Difftime( MDateTime, last request Hour) > 4 hour"), 1);
-    EXPECT_FALSE(driver->is_all_archives_ok());
+    EXPECT_NE(item("M1", 2), "(none)");
 }
 
-TEST_F(ModbusCycle, ExactlyFourHoursAreNotTooMany) {
+TEST_F(ModbusCycle, WithoutASetupThereAreNoTotals) {
     start();
-    machine.disconnect_all(Port);     // the clock stays as it is told
-    scene.touch("/tmp/RPRT_LCK_m1");  // and the files are not looked at
-    driver->mdatetime = Ten;
-    driver->last_request_date = {Ten - 14400, Ten - 14401, Ten};
+    let_archives_be_due();
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 3, .address = 99}));
     run();
-    EXPECT_TRUE(driver->archives_ok[0]);
-    EXPECT_FALSE(driver->archives_ok[1]);
-    EXPECT_TRUE(driver->archives_ok[2]);
-    EXPECT_FALSE(driver->is_all_archives_ok());
-    driver->virtdev_count = 1;
+    EXPECT_EQ(item("M1") + " " + item("IT1"), "(none) (none)");
+    EXPECT_EQ(staged("A6"), "");
+    EXPECT_NE(staged("A5"), "");
+}
+
+// ---- are the archives up to date
+
+TEST_F(ModbusCycle, FourHoursBehindTheMetersClockAreNotTooMany) {
+    start({{}, {}});
+    for (const std::time_t late : {0, 1}) {
+        // Until a pass the driver takes the files to be an hour further than they are.
+        leave_record(Ten - 5 * Hour - late, 2);
+        leave_record(Ten, 1);
+        start_driver();
+        meter.set_clock("2024-03-02 09:59:59", machine.now());
+        clear_log();
+        run();
+        EXPECT_EQ(logged("MDateTime == 1709373600"), 1) << "of the second system";
+        EXPECT_EQ(logged("Archives are actual: difftime(MDateTime, last_request_hour) < 4 hour"), 2 - late);
+        EXPECT_EQ(logged("Difftime( MDateTime, last request Hour) > 4 hour"), late);
+        EXPECT_EQ(driver->is_all_archives_ok(), late == 0);
+    }
+    meter.claim_systems(1);
+    run();
     EXPECT_TRUE(driver->is_all_archives_ok()) << "only those that the meter has count";
+    meter.claim_systems(std::nullopt);
+    machine.disconnect_all(Port);
+    clear_log();
+    run();
+    EXPECT_EQ(logged("Difftime( MDateTime, last request Hour) > 4 hour"), 2) << "without a clock its last one is taken";
+}
+
+TEST_F(ModbusCycle, APassWithoutAHeaderLooksAtTheFilesAllTheSame) {
+    leave_record(machine.now() - 4 * Hour - 1800);
+    start();
+    run();
+    EXPECT_TRUE(driver->is_all_archives_ok()) << "at the start they are taken to be an hour further";
+    let_archives_be_due();
+    meter.misbehave_next(30, sim::modbus_silence().on({.function = 20, .record = 0}));
+    run();
+    EXPECT_FALSE(driver->is_all_archives_ok());
 }
 
 TEST_F(ModbusCycle, AfterAGoodPassTheArchivesAreUpToDate) {
@@ -363,15 +380,6 @@ TEST_F(ModbusCycle, AfterAGoodPassTheArchivesAreUpToDate) {
     let_archives_be_due();
     run();
     EXPECT_TRUE(driver->is_all_archives_ok());
-}
-
-TEST_F(ModbusCycle, AMeterOfTheSameLineIsNotTakenForAnother) {
-    start();
-    sim::ModbusVistMeter other({.serial = 18});
-    machine.connect(Port, other);
-    run();
-    EXPECT_EQ(other.requests(), 0U);
-    EXPECT_EQ(item("SerialNumber"), "17");
 }
 
 }  // namespace

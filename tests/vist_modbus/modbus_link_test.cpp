@@ -1,395 +1,248 @@
-// One question and its answer on the line: what is sent, what is waited for and how long, and what ends the waiting.
-
-#include "drivers/vist_modbus/modbus_link.h"
+// One row of a table with its tries, and a whole table: when a meter counts as connected, what the log tells, and when
+// nothing is decoded.
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "driver/leds.h"
-#include "driver/line_settings.h"
-#include "support/bare_gateway.h"
-#include "support/child.h"
 #include "support/modbus_scene.h"
-#include "support/scene.h"
-#include "support/scripted_meter.h"
 
 namespace {
 
-using sim::ByteVector;
+constexpr const char* Clock = "Текущие Дата и Время прибора";
 
-constexpr int Slave = 0x11;
-constexpr int Timeout = 600;
-
-/// Three registers: 0xAE41, 0x5652, 0x4340.
-ByteVector example(int function = 4) {
-    return modbus_bytes::answer(Slave, function, {0xAE, 0x41, 0x56, 0x52, 0x43, 0x40});
-}
-
-class ModbusLink : public ModbusBench {
+class ModbusRequests : public ModbusBench {
   protected:
-    ModbusLink() : fd(open_line(Port, LineOfVistModbus, 3, 2)) { machine.connect(Port, meter); }
+    ModbusRequests() { machine.connect(Port, meter); }
+    int send(const ModbusRequest& row, int system = 0, bool range = true) {
+        int length = 0;
+        quietly([&] { length = link.send_modbus_request(line, row, area, system, range); });
+        return length;
+    }
+    bool batch(std::span<const ModbusRequest> rows) {
+        bool came = false;
+        const auto process = [this](const ModbusRequest& row, Bytes /*data*/) { processed.emplace_back(row.name); };
+        quietly([&] { came = link.request_batch(line, rows, 0, true, process); });
+        return came;
+    }
+    std::string fd() const { return std::to_string(line.fd); }
 
-    int ask_input() { return read_input(fd, area, Slave, 8, 10, Timeout); }
-    void will_say(const ByteVector& bytes, double delay = 0.0) { meter.will_say(sim::Answer{{delay, bytes}}); }
-    ByteVector heard(std::size_t i = 0) const { return {meter.heard().at(i).begin(), meter.heard().at(i).end()}; }
-    ByteVector kept(int length) const { return {area.begin(), area.begin() + length}; }
-
-    ScriptedMeter meter;
-    int fd;
-    std::array<std::uint8_t, 512> area{};
+    const ModbusRequest& clock = reqValues[0];
+    sim::ModbusVistMeter meter{{.serial = Serial}};
+    const std::unique_ptr<UniLog> own_log = open_meter_log(Uuid, "txt");
+    const VistModbusLink link{own_log.get(), [this](bool works) { is_connected = works; }};
+    ModbusLine line{.fd = open_line(Port, LineOfVistModbus, 3, 2), .slave = Serial, .use_pause_flag = false};
+    std::optional<bool> is_connected;
+    Texts processed;
+    VistModbusLink::Answer area{};
 };
 
-// ---- what is sent
+// ---- one row
 
-TEST_F(ModbusLink, HoldingRegistersAreAskedFromTheFirstToTheLast) {
-    will_say(example(3));
-    int length = 0;
-    quietly([&] { length = read_holding(fd, area, Slave, 0x6B, 0x6D, Timeout); });
-    EXPECT_EQ(heard(), (ByteVector{0x11, 0x03, 0x00, 0x6B, 0x00, 0x03, 0x76, 0x87}));
-    EXPECT_EQ(length, 8);
-    EXPECT_EQ(kept(8), (ByteVector{0x03, 0x06, 0x41, 0xAE, 0x52, 0x56, 0x40, 0x43}));
+TEST_F(ModbusRequests, ARowLeavesFunctionAndByteCountTurnedRoundAndTheDataAsOnTheLine) {
+    area.fill(0x77);
+    EXPECT_EQ(send(clock), 8);
+    const std::vector<int> begin(area.begin(), area.begin() + 10);
+    EXPECT_EQ(begin, (std::vector<int>{6, 4, 10, 5, 0, 2, 3, 24, 0, 0}));
+    EXPECT_EQ(std::count(area.begin() + 8, area.end(), 0), 504) << "the rest is cleared";
 }
 
-TEST_F(ModbusLink, InputRegistersAreAskedFromTheFirstToTheLast) {
-    will_say(modbus_bytes::answer(Slave, 4, {0x00, 0x0A}));
-    EXPECT_EQ(read_input(fd, area, Slave, 8, 8, Timeout), 4);
-    EXPECT_EQ(heard(), (ByteVector{0x11, 0x04, 0x00, 0x08, 0x00, 0x01, 0xB2, 0x98}));
-    EXPECT_EQ(kept(4), (ByteVector{0x04, 0x02, 0x0A, 0x00}));
+TEST_F(ModbusRequests, TheLogTellsOfTheQuestionTheAnswerAndTheTries) {
+    send(clock);
+    EXPECT_EQ(log(), (Texts{
+                         std::string("Sending req '") + Clock + "'...",
+                         "Received: 8 bytes (6 awaiting).",
+                         "Dumping packet:",
+                         "  -2:0x06 -1:0x04 0:0x0a 1:0x05 2:0x00 3:0x02 4:0x03 5:0x18 ",
+                         "Dumping packet done.",
+                         "retries = 1, VISTMaxErrors = 30",
+                     }));
 }
 
-TEST_F(ModbusLink, AnArchiveRecordIsAskedWithTheSizeOfARecord) {
-    arch_record_size = 54;
-    will_say(modbus_bytes::answer(Slave, 20, {1, 6}));
-    EXPECT_EQ(read_archive_record(fd, area, Slave, 2, 0x0123, Timeout), 4);
-    EXPECT_EQ(heard(), sim::modbus_sealed({0x11, 20, 7, 6, 0, 2, 0x01, 0x23, 0, 54}));
+TEST_F(ModbusRequests, ADumpHasSixteenBytesToALine) {
+    const ModbusRequest row{"row", read_holding, 8, {52, 0, 0}, ModbusProcess::None, 0};  // a part of the first tubes
+    EXPECT_EQ(send(row), 18);
+    const auto lines = log();
+    ASSERT_EQ(lines.size(), 7U);
+    EXPECT_TRUE(lines[3].starts_with("  -2:0x10 -1:0x03 0:0x00 1:0x25 ")) << lines[3];
+    EXPECT_TRUE(lines[3].ends_with(" 12:0x14 13:0x00 ")) << lines[3];
+    EXPECT_EQ(lines[4], "  14:0x32 15:0x00 ");
+    EXPECT_EQ(lines[5], "Dumping packet done.");
 }
 
-TEST_F(ModbusLink, AnArchiveHeaderIsRecordZeroWithTheLengthUpToTheLast) {
-    will_say(modbus_bytes::answer(Slave, 20, {1, 6}));
-    EXPECT_EQ(read_archive_header(fd, area, Slave, 2, 2 + 47, Timeout), 4);
-    EXPECT_EQ(heard(), sim::modbus_sealed({0x11, 20, 7, 6, 0, 2, 0, 0, 0, 48}));
+TEST_F(ModbusRequests, ASilentMeterIsAskedThirtyTimesIn18Seconds) {
+    machine.disconnect_all(Port);
+    EXPECT_EQ(send(clock), -1);
+    EXPECT_EQ(machine.exchanges().size(), 30U);
+    EXPECT_NEAR(elapsed(), 18.0, 0.5);
+    EXPECT_EQ(logged(std::string("Sending req '") + Clock + "'..."), 1);
+    EXPECT_EQ(logged("Received: -1 bytes (6 awaiting)."), 30);
+    EXPECT_EQ(logged("Dumping packet:"), 30);
+    EXPECT_EQ(logged("Dumping packet done."), 30);
+    EXPECT_EQ(log().back(), "retries = 30, VISTMaxErrors = 30");
+    EXPECT_EQ(is_connected, false);
 }
 
-TEST_F(ModbusLink, OnlyFunctionThreeIsShownOnStandardOutput) {
-    EXPECT_EQ(stdout_of([&] { read_holding(fd, area, Slave, 0x6B, 0x6D, Timeout); }),
-              "Send: 0x11 0x03 0x00 0x6B 0x00 0x03 0x76 0x87 \n");
-    EXPECT_EQ(stdout_of([&] {
-                  ask_input();
-                  read_archive_record(fd, area, Slave, 0, 1, Timeout);
-                  read_archive_header(fd, area, Slave, 0, 47, Timeout);
-              }),
-              "");
+TEST_F(ModbusRequests, AnAnswerAtTheThirtiethTryIsUsedButTheMeterIsNotConnected) {
+    meter.misbehave_next(29, sim::modbus_wrong_crc());
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(log().back(), "retries = 30, VISTMaxErrors = 30");
+    EXPECT_EQ(is_connected, false);
 }
 
-TEST_F(ModbusLink, WhatLayOnTheLineBeforeTheQuestionIsDropped) {
-    machine.put_noise(Port, modbus_bytes::answer(Slave, 4, {1, 2}));
-    will_say(example());
-    EXPECT_EQ(ask_input(), 8);
+TEST_F(ModbusRequests, AnAnswerAtTheTwentyNinthTryConnectsTheMeter) {
+    meter.misbehave_next(28, sim::modbus_wrong_crc());
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(log().back(), "retries = 29, VISTMaxErrors = 30");
+    EXPECT_EQ(is_connected, true);
 }
 
-TEST_F(ModbusLink, WhatFollowsAnAnswerIsNotTakenForTheNextOne) {
-    will_say(modbus_bytes::joined(example(), modbus_bytes::answer(Slave, 4, {1, 2})));
-    will_say(example());
-    EXPECT_EQ(ask_input(), 8);
-    machine.sleep(1);
-    EXPECT_EQ(ask_input(), 8);
+TEST_F(ModbusRequests, AnExceptionIsAFailedTryWhateverItsCode) {
+    for (const std::uint8_t code : {1, 2, 3, 4, 6}) meter.misbehave_next(1, sim::modbus_exception(code));
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(logged("Received: -1 bytes (6 awaiting)."), 5);
+    EXPECT_EQ(logged("retries = 6, VISTMaxErrors = 30"), 1);
+    EXPECT_LT(elapsed(), 0.5) << "no time-out is waited for";
 }
 
-// ---- how long
-
-TEST_F(ModbusLink, ASilentMeterCosts600Milliseconds) {
-    const double before = elapsed();
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_GE(elapsed() - before, 0.6);
-    EXPECT_LT(elapsed() - before, 0.62);
-}
-
-TEST_F(ModbusLink, ACompleteAnswerEndsTheWaiting) {
-    will_say(example(), 0.02);
-    const double before = elapsed();
-    EXPECT_EQ(ask_input(), 8);
-    EXPECT_LT(elapsed() - before, 0.05);
-}
-
-TEST_F(ModbusLink, AnAnswerWithin600MillisecondsIsTaken) {
-    will_say(example(), 0.57);
-    EXPECT_EQ(ask_input(), 8);
-}
-
-TEST_F(ModbusLink, AnAnswerAfter600MillisecondsIsTooLate) {
-    will_say(example(), 0.62);
-    EXPECT_EQ(ask_input(), -1);
-}
-
-TEST_F(ModbusLink, AnAnswerMayComeInPieces) {
-    const ByteVector whole = example();
-    sim::Answer pieces;
-    for (const std::uint8_t byte : whole) pieces.push_back({0.04, {byte}});
-    meter.will_say(pieces);
-    EXPECT_EQ(ask_input(), 8);
-    EXPECT_EQ(kept(8), (ByteVector{0x04, 0x06, 0x41, 0xAE, 0x52, 0x56, 0x40, 0x43}));
-}
-
-TEST_F(ModbusLink, PiecesDoNotMakeTheTimeLonger) {
-    const ByteVector whole = example();
-    sim::Answer pieces;
-    for (const std::uint8_t byte : whole) pieces.push_back({0.06, {byte}});
-    meter.will_say(pieces);
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.63);
-}
-
-TEST_F(ModbusLink, ACutAnswerIsWaitedForUntilTheTimeIsOver) {
-    ByteVector cut = example();
-    cut.pop_back();
-    will_say(cut);
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_GE(elapsed(), 0.6);
-}
-
-TEST_F(ModbusLink, AByteCountOf251IsWaitedForUntilTheTimeIsOver) {
-    ByteVector long_one = {Slave, 4, 251};
-    long_one.resize(3 + 251);
-    will_say(sim::modbus_sealed(long_one));
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_GE(elapsed(), 0.6);
-}
-
-TEST_F(ModbusLink, AnAnswerBehindOneWithAWrongCrcIsTakenFromTheSameStream) {
-    ByteVector wrong = example();
-    ++wrong.back();
-    will_say(modbus_bytes::joined(wrong, example()));
-    EXPECT_EQ(ask_input(), 8);
-}
-
-TEST_F(ModbusLink, NoiseBeforeAnAnswerIsPassedOver) {
-    will_say(modbus_bytes::joined({0x00, 0x12}, example()));
-    EXPECT_EQ(ask_input(), 8);
-}
-
-TEST_F(ModbusLink, AnExceptionEndsTheWaitingWithoutAnAnswer) {
-    will_say(modbus_bytes::refusal(Slave, 4, 2));
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.05);
-}
-
-TEST_F(ModbusLink, Slave300IsHeardAsIts44) {
-    will_say(modbus_bytes::answer(44, 4, {0, 7}));
-    EXPECT_EQ(read_input(fd, area, 300, 8, 8, Timeout), 4);
-    EXPECT_EQ(heard()[0], 44);
-}
-
-// ---- 300 bytes
-
-TEST_F(ModbusLink, After300BytesNoMoreIsRead) {
-    will_say(ByteVector(400, 0x00));
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.36) << "300 bytes take 0.31 seconds";
-}
-
-TEST_F(ModbusLink, AnAnswerThatEndsWithThe300thByteIsTaken) {
-    will_say(modbus_bytes::joined(ByteVector(300 - 11, 0x00), example()));
-    EXPECT_EQ(ask_input(), 8);
-}
-
-TEST_F(ModbusLink, AnAnswerThatEndsBehindThe300thByteIsNot) {
-    will_say(modbus_bytes::joined(ByteVector(300 - 10, 0x00), example()));
-    EXPECT_EQ(ask_input(), -1);
-}
-
-// ---- a line that fails
-
-TEST_F(ModbusLink, AFailedWriteIsNotWaitedFor) {
-    for (const std::size_t taken : {0U, 3U}) {
-        machine.limit_writes(Port, taken);
-        EXPECT_EQ(ask_input(), -1);
-    }
-    EXPECT_LT(elapsed(), 0.01);
-}
-
-TEST_F(ModbusLink, APortThatIsNotOpenAnswersNothing) {
-    fd = -1;
-    EXPECT_EQ(ask_input(), -1);
-    EXPECT_LT(elapsed(), 0.01);
-}
-
-// ---- the calls, one after the other
-
-/// A port that plays a script. What is called is noted; a flash of a LED too.
-class ScriptedPort : public BareGateway {
-  public:
-    struct Step {
-        int result = 1;  ///< of the waiting, or of the reading when bytes are none
-        int error = 0;
-        ByteVector bytes = {};
-        std::int64_t takes = 0;  ///< microseconds
+TEST_F(ModbusRequests, AFailedAnswerOfEachKindIsOneTry) {
+    const std::vector<sim::ModbusFault> faults = {
+        sim::modbus_silence(),       sim::modbus_wrong_crc(),          sim::modbus_cut(5),
+        sim::modbus_wrong_slave(18), sim::modbus_wrong_function(0x84), sim::modbus_wrong_function(3),
+        sim::modbus_byte_count(251),
     };
-
-    ScriptedPort() : BareGateway("") {
-        root_ = scene_.root();
-        set_gateway(this);
-        led_tx_pulse();
-        led_rx_pulse();
-        has_leds_ = !calls.empty();
-        calls.clear();
-    }
-    ~ScriptedPort() override { set_gateway(nullptr); }
-    ScriptedPort(const ScriptedPort&) = delete;
-    ScriptedPort& operator=(const ScriptedPort&) = delete;
-
-    std::int64_t steady_microseconds() override { return clock_; }
-    void sleep_nanoseconds(long nanoseconds) override { calls += nanoseconds == 50 ? "flash " : "sleep "; }
-    void flush_port(int /*fd*/) override { calls += "flush "; }
-    int drain_port(int /*fd*/) override {
-        calls += "drain ";
-        return 0;
-    }
-    ssize_t write_port(int /*fd*/, std::span<const std::uint8_t> bytes) override {
-        calls += "write ";
-        return written.value_or(static_cast<ssize_t>(bytes.size()));
-    }
-    int wait_readable(int /*fd*/, std::int64_t microseconds) override {
-        calls += "wait ";
-        waits.push_back(microseconds);
-        const Step step = next();
-        clock_ += step.result == 0 ? microseconds : step.takes;
-        errno = step.error;
-        return step.result;
-    }
-    ssize_t read_port(int /*fd*/, std::span<std::uint8_t> into) override {
-        calls += "read ";
-        rooms.push_back(into.size());
-        const Step step = next();
-        if (step.bytes.empty()) {
-            errno = step.error;
-            return step.result;
-        }
-        std::copy(step.bytes.begin(), step.bytes.end(), into.begin());
-        return static_cast<ssize_t>(step.bytes.size());
-    }
-    void end_exchange(int /*fd*/) override { calls += "end"; }
-
-    int ask() {
-        std::array<std::uint8_t, 512> area{};
-        return read_input(7, area, Slave, 8, 10, Timeout);
-    }
-
-    /// `wanted` as it is in a process whose first LED was not there: it never looks again, and nothing waits for a
-    /// flash. Under ctest each of these tests has a process of its own, and flashes.
-    std::string here(std::string wanted) const {
-        for (std::size_t at = 0; !has_leds_ && (at = wanted.find("flash ")) != std::string::npos;) wanted.erase(at, 6);
-        return wanted;
-    }
-
-    std::deque<Step> script;         ///< waiting and reading in turn; behind it the time is over
-    std::optional<ssize_t> written;  ///< of the bytes to write, where not all of them
-    std::string calls;
-    std::vector<std::int64_t> waits;  ///< microseconds asked for
-    std::vector<std::size_t> rooms;   ///< bytes that a read had room for
-
-  private:
-    Step next() {
-        if (script.empty()) return {.result = 0};
-        Step step = script.front();
-        script.pop_front();
-        return step;
-    }
-    std::int64_t clock_ = 1'000'000;
-    Scene scene_;
-    bool has_leds_ = false;
-};
-
-TEST(ModbusCalls, OfAnExchangeComeInTheirOrder) {
-    ScriptedPort port;
-    port.script = {{}, {.bytes = example()}};
-    EXPECT_EQ(port.ask(), 8);
-    EXPECT_EQ(port.calls, port.here("flush write flash wait read flash end"));
-    EXPECT_EQ(port.waits, std::vector<std::int64_t>{600'000});
-    EXPECT_EQ(port.rooms, std::vector<std::size_t>{300});
+    for (const auto& fault : faults) meter.misbehave_next(1, fault);
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(logged("Received: -1 bytes (6 awaiting)."), static_cast<int>(faults.size()));
+    EXPECT_EQ(meter.faults_made(), faults.size());
 }
 
-TEST(ModbusCalls, TheExchangeIsEndedAfterSilenceToo) {
-    ScriptedPort port;
-    EXPECT_EQ(port.ask(), -1);
-    EXPECT_EQ(port.calls, port.here("flush write flash wait end"));
+TEST_F(ModbusRequests, NoiseBeforeAnAnswerCostsNoTry) {
+    meter.misbehave_next(1, sim::modbus_noise({0x00, 0x12}));
+    meter.misbehave_next(1, sim::modbus_pieces());
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(logged("retries = 1, VISTMaxErrors = 30"), 2);
 }
 
-TEST(ModbusCalls, AFailedWriteIsFollowedByNothing) {
-    for (const ssize_t written : {-1, 0, 7}) {
-        ScriptedPort port;
-        port.written = written;
-        port.script = {{}, {.bytes = example()}};
-        EXPECT_EQ(port.ask(), -1) << written;
-        EXPECT_EQ(port.calls, "flush write ") << written;
+TEST_F(ModbusRequests, ALateAnswerIsHeardInTheNextTry) {
+    meter.misbehave_next(1, sim::modbus_slow(0.7));
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(logged("retries = 2, VISTMaxErrors = 30"), 1);
+}
+
+TEST_F(ModbusRequests, OfASlaveNumberTheLowByteIsTheMetersAddress) {
+    sim::ModbusVistMeter other({.serial = 300});
+    machine.connect(Port, other);
+    line.slave = 300;
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(machine.exchanges().back().request[0], 44);
+    EXPECT_EQ(meter.requests(), 0U);
+}
+
+TEST_F(ModbusRequests, WithoutARangeTheCountGoesAsItStands) {
+    ModbusRequest row = reqArchiveRecordFile;
+    row.count = 7;
+    row.record_size = 20;
+    send(row, 0, false);
+    EXPECT_EQ(asked(), Texts{"20:0/7 (20)"});
+    machine.forget_exchanges();
+    send({"row", read_input, 519, {514, 0, 0}, ModbusProcess::None, 0}, 0, false);
+    EXPECT_EQ(asked(), Texts{"4:514+6"}) << "it is taken for the last register";
+}
+
+TEST_F(ModbusRequests, WithARangeAHeaderHasItsLengthInEachFile) {
+    meter.swap_for({.serial = Serial, .systems = {{}, {}, {}}});
+    for (const int s : {0, 1, 2}) send(reqArchiveHeaderFile, s);
+    EXPECT_EQ(asked(), (Texts{"20:0/0 (48)", "20:1/0 (48)", "20:2/0 (48)"}));
+}
+
+TEST_F(ModbusRequests, APortThatIsNotOpenCostsThirtyTriesButNoTime) {
+    line.fd = -1;
+    EXPECT_EQ(send(clock), -1);
+    EXPECT_EQ(log().back(), "retries = 30, VISTMaxErrors = 30");
+    EXPECT_LT(elapsed(), 0.1);
+    EXPECT_EQ(is_connected, false);
+}
+
+// ---- pause flags
+
+TEST_F(ModbusRequests, AHeldBusIsLookedAtEveryTenSeconds) {
+    line.use_pause_flag = true;
+    scene.touch("/tmp/pause_tvk");
+    machine.at(25, [this] { scene.remove("/tmp/pause_tvk"); });
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(machine.sleeps(), (std::vector<unsigned>{10, 10, 10}));
+}
+
+TEST_F(ModbusRequests, ADriverThatIsNotToBeHeldBackGoesOn) {
+    scene.touch("/tmp/pause_tvk");
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_TRUE(machine.sleeps().empty());
+}
+
+TEST_F(ModbusRequests, AFlagBetweenTwoTriesHoldsTheNextOne) {
+    meter.misbehave_next(3, sim::modbus_silence());
+    machine.at(1, [this] { scene.touch("/tmp/pause_tvk_all"); });
+    machine.at(5, [this] { scene.remove("/tmp/pause_tvk_all"); });
+    EXPECT_EQ(send(clock), 8);
+    EXPECT_EQ(machine.sleeps(), std::vector<unsigned>{10});
+}
+
+// ---- a whole table
+
+template <int Length>
+int read_of(int /*fd*/, std::span<std::uint8_t> /*answer*/, int /*slave*/, int /*first*/, int /*last*/, int timeout,
+            int /*record_size*/) {
+    EXPECT_EQ(timeout, 600);
+    return Length;
+}
+
+template <int Length>
+ModbusRequest row_of() {
+    return {"row", read_of<Length>, 3, {0, 0, 0}, ModbusProcess::DateTime, 0};
+}
+
+TEST_F(ModbusRequests, AnAnswerOfLessThanThreeBytesIsNotTriedAgainButFailsItsRow) {
+    for (const ModbusRequest& row : {row_of<0>(), row_of<1>(), row_of<2>()}) {
+        clear_log();
+        EXPECT_FALSE(batch({&row, 1}));
+        EXPECT_TRUE(logged_in_order({"retries = 1, VISTMaxErrors = 30", "FAIL on 0 request. Over. fd = " + fd()}));
+        EXPECT_EQ(logged("Processing 'row'"), 0);
+        EXPECT_EQ(is_connected, true);
     }
+    const ModbusRequest row = row_of<3>();
+    EXPECT_TRUE(batch({&row, 1}));
+    EXPECT_EQ(logged("Processing 'row'"), 1);
 }
 
-TEST(ModbusCalls, EachReadThatBringsBytesFlashesTheLed) {
-    ScriptedPort port;
-    const ByteVector whole = example();
-    port.script = {{}, {.bytes = {whole.begin(), whole.begin() + 4}}, {}, {.bytes = {whole.begin() + 4, whole.end()}}};
-    EXPECT_EQ(port.ask(), 8);
-    EXPECT_EQ(port.calls, port.here("flush write flash wait read flash wait read flash end"));
-    EXPECT_EQ(port.rooms, (std::vector<std::size_t>{300, 296}));
+TEST_F(ModbusRequests, RowsAreDecodedAfterAllHaveCome) {
+    EXPECT_TRUE(batch(reqValues));
+    Texts expected;
+    for (const auto& row : reqValues) expected.push_back(std::string("Sending req '") + row.name + "'...");
+    for (const auto& row : reqValues) expected.push_back(std::string("Processing '") + row.name + "'");
+    EXPECT_TRUE(logged_in_order(expected));
+    EXPECT_EQ(logged_start("FAIL on "), 0);
 }
 
-TEST(ModbusCalls, EachWaitLastsOnlyWhatIsLeftOfTheTime) {
-    ScriptedPort port;
-    port.script = {{.takes = 200'000}, {.bytes = {0}}, {.takes = 150'000}, {.bytes = {0}}};
-    EXPECT_EQ(port.ask(), -1);
-    EXPECT_EQ(port.waits, (std::vector<std::int64_t>{600'000, 400'000, 250'000}));
+TEST_F(ModbusRequests, ARowThatNobodyUnderstandsIsSkipped) {
+    const std::vector<ModbusRequest> rows = {clock, {"mute", read_input, 1, {1078, 0, 0}, ModbusProcess::None, 0}};
+    EXPECT_TRUE(batch(rows));
+    EXPECT_TRUE(logged_in_order({std::string("Processing '") + Clock + "'", "SKIP on 1 request."}));
+    EXPECT_EQ(processed, Texts{Clock});
 }
 
-TEST(ModbusCalls, AnInterruptedWaitGoesOnWithWhatIsLeft) {
-    ScriptedPort port;
-    port.script = {{.result = -1, .error = EINTR, .takes = 100'000}, {}, {.bytes = example()}};
-    EXPECT_EQ(port.ask(), 8);
-    EXPECT_EQ(port.waits, (std::vector<std::int64_t>{600'000, 500'000}));
-}
-
-TEST(ModbusCalls, AnInterruptedOrEmptyReadIsTriedAgain) {
-    ScriptedPort port;
-    port.script = {
-        {}, {.result = -1, .error = EINTR}, {}, {.result = -1, .error = EAGAIN}, {}, {.bytes = example()},
-    };
-    EXPECT_EQ(port.ask(), 8);
-    EXPECT_EQ(port.calls, port.here("flush write flash wait read wait read wait read flash end"));
-}
-
-TEST(ModbusCalls, AnyOtherErrorEndsTheWaiting) {
-    for (const int error : {EIO, EBADF}) {
-        ScriptedPort waiting;
-        waiting.script = {{.result = -1, .error = error}, {}, {.bytes = example()}};
-        EXPECT_EQ(waiting.ask(), -1);
-        EXPECT_EQ(waiting.calls, waiting.here("flush write flash wait end"));
-        ScriptedPort reading;
-        reading.script = {{}, {.result = -1, .error = error}, {}, {.bytes = example()}};
-        EXPECT_EQ(reading.ask(), -1);
-        EXPECT_EQ(reading.calls, reading.here("flush write flash wait read end"));
+TEST_F(ModbusRequests, ARowThatFailsLeavesTheWholeTableUndecoded) {
+    meter.misbehave_next(30, sim::modbus_wrong_crc().on({.function = 4, .address = 518}));
+    EXPECT_FALSE(batch(reqValues));
+    EXPECT_EQ(logged("FAIL on 2 request. Over. fd = " + fd()), 1);
+    EXPECT_EQ(logged_start("FAIL on "), 1);
+    EXPECT_TRUE(processed.empty());
+    for (const auto& row : reqValues) {
+        EXPECT_EQ(meter.requests({.function = 4, .address = row.address[0]}), row.address[0] == 518 ? 30U : 1U);
     }
-}
-
-TEST(ModbusCalls, AReadOfNothingEndsTheWaiting) {
-    ScriptedPort port;
-    port.script = {{}, {.result = 0}, {}, {.bytes = example()}};
-    EXPECT_EQ(port.ask(), -1);
-    EXPECT_EQ(port.calls, port.here("flush write flash wait read end"));
-}
-
-TEST(ModbusCalls, AFullAreaEndsTheWaiting) {
-    ScriptedPort port;
-    for (int i = 0; i < 4; ++i) {
-        port.script.push_back({});
-        port.script.push_back({.bytes = ByteVector(100, 0)});
-    }
-    EXPECT_EQ(port.ask(), -1);
-    EXPECT_EQ(port.rooms, (std::vector<std::size_t>{300, 200, 100}));
-    EXPECT_EQ(port.script.size(), 2U);
+    EXPECT_EQ(is_connected, true) << "the rows behind it worked";
 }
 
 }  // namespace

@@ -20,8 +20,8 @@
 
 #include "desk_gateway.h"
 #include "driver/line_settings.h"
+#include "drivers/vist_modbus/modbus_exchange.h"
 #include "drivers/vist_modbus/modbus_frame.h"
-#include "drivers/vist_modbus/modbus_link.h"
 #include "support/child.h"
 
 namespace {
@@ -111,7 +111,7 @@ class ModbusServed : public ModbusPeer {
 
     int ask(ModbusRead read, int first, int count) {
         int length = 0;
-        said = stdout_of([&] { length = read(fd, std::span(answer), Slave, first, first + count - 1, Patience); });
+        said = stdout_of([&] { length = read(fd, std::span(answer), Slave, first, first + count - 1, Patience, 0); });
         return length;
     }
     std::uint16_t word(int n) const {
@@ -207,7 +207,7 @@ class ModbusWords : public ModbusPeer {
         std::array<std::uint8_t, AnswerBytes> answer{};
         const auto read = of_input ? &read_input : &read_holding;
         stdout_of([&] {
-            EXPECT_EQ(read(fd, answer, question.slave, question.first, question.first + question.count - 1, 1), -1);
+            EXPECT_EQ(read(fd, answer, question.slave, question.first, question.first + question.count - 1, 1, 0), -1);
         });
         return far_end(QuestionBytes);
     }

@@ -17,26 +17,24 @@ struct Row {
     char kind;
 };
 
-using Meter = HCD_VISTmodbus;
-
 const std::vector<Row> SetupRows = {
-    {"Структура общих спецификаций прибора", 99, {0, 0, 0}, &Meter::process_main_config, 0},
-    {"Структура спецификаций теплосистемы (т/с) прибора", 76, {99, 284, 469}, &Meter::process_tc_specs, 0},
-    {"Спецификации архивных файлов теплосистем (т/с) прибора", 5, {654, 658, 663}, &Meter::process_archive_specs, 0},
+    {"Структура общих спецификаций прибора", 99, {0, 0, 0}, ModbusProcess::MainConfig, 0},
+    {"Структура спецификаций теплосистемы (т/с) прибора", 76, {99, 284, 469}, ModbusProcess::TcSpecs, 0},
+    {"Спецификации архивных файлов теплосистем (т/с) прибора", 5, {654, 658, 663}, ModbusProcess::ArchiveSpecs, 0},
 };
 
 const std::vector<Row> ValueRows = {
-    {"Текущие Дата и Время прибора", 3, {0, 0, 0}, &Meter::process_datetime, 0},
-    {"Точность по расходу, тепловой мощности т/с", 4, {514, 1538, 2562}, &Meter::process_array16, '0'},
-    {"Температура [ºC] т/с", 4, {518, 1542, 2566}, &Meter::process_array16, 'T'},
-    {"Объемный расход [м³/ч] т/с", 6, {774, 1798, 2822}, &Meter::process_array32, 'Q'},
-    {"Массовый расход [т/ч] т/с", 6, {786, 1810, 2834}, &Meter::process_array32, 'M'},
-    {"Давление [ат] т/с", 3, {546, 1570, 2594}, &Meter::process_array16, 'P'},
-    {"Точность по объему, массе, тепловой энергии т/с", 4, {1026, 2050, 3074}, &Meter::process_array16, '1'},
-    {"Объем за текущий час [м³] т/с", 6, {1042, 2066, 3090}, &Meter::process_array32, 'V'},
-    {"Масса за текущий час [т] т/с", 6, {1048, 2072, 3096}, &Meter::process_array32, 'G'},
-    {"Тепловая энергия за текущий час [Гкал] т/с", 2, {1076, 2100, 3124}, &Meter::process_array32, 'E'},
-    {"Время наработки за текущий час [ч]", 1, {1078, 2102, 3126}, &Meter::process_array16, 't'},
+    {"Текущие Дата и Время прибора", 3, {0, 0, 0}, ModbusProcess::DateTime, 0},
+    {"Точность по расходу, тепловой мощности т/с", 4, {514, 1538, 2562}, ModbusProcess::Array16, '0'},
+    {"Температура [ºC] т/с", 4, {518, 1542, 2566}, ModbusProcess::Array16, 'T'},
+    {"Объемный расход [м³/ч] т/с", 6, {774, 1798, 2822}, ModbusProcess::Array32, 'Q'},
+    {"Массовый расход [т/ч] т/с", 6, {786, 1810, 2834}, ModbusProcess::Array32, 'M'},
+    {"Давление [ат] т/с", 3, {546, 1570, 2594}, ModbusProcess::Array16, 'P'},
+    {"Точность по объему, массе, тепловой энергии т/с", 4, {1026, 2050, 3074}, ModbusProcess::Array16, '1'},
+    {"Объем за текущий час [м³] т/с", 6, {1042, 2066, 3090}, ModbusProcess::Array32, 'V'},
+    {"Масса за текущий час [т] т/с", 6, {1048, 2072, 3096}, ModbusProcess::Array32, 'G'},
+    {"Тепловая энергия за текущий час [Гкал] т/с", 2, {1076, 2100, 3124}, ModbusProcess::Array32, 'E'},
+    {"Время наработки за текущий час [ч]", 1, {1078, 2102, 3126}, ModbusProcess::Array16, 't'},
 };
 
 void expect_row(const ModbusRequest& row, const Row& expected, ModbusRead read) {
@@ -60,11 +58,11 @@ TEST(ModbusTables, ThePresentValuesAreElevenBlocksOfInputRegisters) {
 
 TEST(ModbusTables, TheArchiveIsAFileOfEachHeatSystemWithAHeaderAndRecords) {
     expect_row(reqArchiveHeaderFile,
-               {"Архивы: заголовок архивного файла теплосистемы", 48, {0, 1, 2}, &Meter::process_archive_header, 0},
+               {"Архивы: заголовок архивного файла теплосистемы", 48, {0, 1, 2}, ModbusProcess::ArchiveHeader, 0},
                read_archive_header);
     EXPECT_EQ(std::string(reqArchiveRecordFile.name), "Архивы: вычитка архивной записи");
     EXPECT_EQ(reqArchiveRecordFile.address, (std::array<std::uint16_t, 3>{0, 1, 2}));
-    EXPECT_EQ(reqArchiveRecordFile.process, &Meter::process_archive_record);
+    EXPECT_EQ(reqArchiveRecordFile.process, ModbusProcess::ArchiveRecord);
     EXPECT_EQ(reqArchiveRecordFile.read, read_archive_record);
 }
 
@@ -82,28 +80,21 @@ TEST(ModbusTables, ThePowersOfTenAreReadBeforeTheFlowsThatNeedThem) {
 
 class ModbusTablesOnTheLine : public ModbusBench {};
 
-TEST_F(ModbusTablesOnTheLine, EachHeatSystemIsAskedForItsOwnRegisters) {
+TEST_F(ModbusTablesOnTheLine, EachHeatSystemInTurnIsAskedForItsSetupAndThenItsValues) {
     const sim::ModbusVistSystem system;
     sim::ModbusVistMeter meter({.serial = Serial, .systems = {system, system, system}});
     machine.connect(Port, meter);
     start_driver();
-    for (const int s : {0, 1, 2}) {
-        machine.forget_exchanges();
-        driver->selected_subsystem = s;
-        quietly([&] {
-            EXPECT_TRUE(driver->request_batch(driver->get_tty_fd(), reqSpecs, s, true));
-            EXPECT_TRUE(driver->request_batch(driver->get_tty_fd(), reqValues, s, true));
-        });
-        Texts expected;
-        const auto expect = [&](char function, const Row& row) {
-            expected.push_back(std::string(1, function) + ":" +
-                               std::to_string(row.address[static_cast<std::size_t>(s)]) + "+" +
-                               std::to_string(row.count));
+    run();
+    Texts expected;
+    for (const std::size_t s : {0U, 1U, 2U}) {
+        const auto expect = [&](const char* function, const Row& row) {
+            expected.push_back(function + std::to_string(row.address[s]) + "+" + std::to_string(row.count));
         };
-        for (const Row& row : SetupRows) expect('3', row);
-        for (const Row& row : ValueRows) expect('4', row);
-        EXPECT_EQ(asked(), expected);
+        for (const Row& row : SetupRows) expect("3:", row);
+        for (const Row& row : ValueRows) expect("4:", row);
     }
+    EXPECT_EQ(asked(), expected);
 }
 
 }  // namespace

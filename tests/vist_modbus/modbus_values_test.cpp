@@ -1,159 +1,153 @@
-// Present values: the blocks of input registers, and what they become.
+// From the line to the item: what a meter is, how its heat systems are set up, and what they measure.
 
 #include <string>
 #include <vector>
 
-#include "support/modbus_blocks.h"
+#include "support/modbus_scene.h"
 
 namespace {
 
-// ---- the clock
-
-using ModbusClock = ModbusDecoding;
-
-TEST_F(ModbusClock, SixBytesAreTheLocalTimeOfTheMeter) {
-    driver->selected_subsystem = 1;
-    driver->process_datetime(ModbusBlock(6).n(0, 0x0A0507020318, 6), reqValues[0]);
-    EXPECT_EQ(waiting_longs(), Texts{"MDateTime 1709373907"});
-    EXPECT_EQ(driver->mdatetime, 1709373907);
-    EXPECT_EQ(item("_DriverStatus", 2), "2");
-    EXPECT_EQ(log(), Texts{"Current VIST date/time: 02.03.2024 10:05:07"});
-}
-
-TEST_F(ModbusClock, ADateThatNoGatewayCanHoldIsMinusOne) {
-    driver->process_datetime(ModbusBlock(6).n(0, 0xFFFFFFFFFFFF, 6), reqValues[0]);
-    EXPECT_EQ(waiting_longs(), Texts{"MDateTime -1"});
-    EXPECT_EQ(driver->mdatetime, -1);
-}
-
-TEST_F(ModbusClock, ADateOutOfRangeIsNormalised) {
-    driver->process_datetime(ModbusBlock(6).n(0, 0x0A0507200118, 6), reqValues[0]);  // 32 January
-    EXPECT_EQ(waiting_longs(), Texts{"MDateTime 1706781907"});
-}
-
-class ModbusClockInBerlin : public ModbusDecoding {
-  protected:
-    ModbusClockInBerlin() : ModbusDecoding("2024-07-01 12:00:00", "CET-1CEST,M3.5.0,M10.5.0/3") {}
-};
-
-TEST_F(ModbusClockInBerlin, SummerTimeIsThatOfTheGateway) {
-    driver->process_datetime(ModbusBlock(6).n(0, 0x0C0000010718, 6), reqValues[0]);
-    EXPECT_EQ(driver->mdatetime, 1719828000) << "10:00 UTC";
-    driver->process_datetime(ModbusBlock(6).n(0, 0x0C0000010118, 6), reqValues[0]);
-    EXPECT_EQ(driver->mdatetime, 1704106800) << "11:00 UTC";
-}
-
-// ---- blocks of 16-bit numbers
-
-using ModbusArrays = ModbusDecoding;
-
-TEST_F(ModbusArrays, TemperaturesAreHundredthsOfADegree) {
-    decode16('T', ModbusBlock(8).n(0, 2345, 2).n(2, 0xFFFF, 2).n(4, 0, 2).n(6, 1, 2));
-    EXPECT_EQ(waiting(), (Texts{"T1 23.450000", "T2 655.350000", "T3 0.000000", "T4 0.010000"}));
-    EXPECT_EQ(log(), Texts{"Processing 16 bit array (T)..."});
-}
-
-TEST_F(ModbusArrays, PressuresAreTenths) {
-    decode16('P', ModbusBlock(8).n(0, 61, 2).n(2, 0xFFFF, 2).n(4, 5, 2));
-    EXPECT_EQ(waiting(), (Texts{"P1 6.100000", "P2 6553.500000", "P3 0.500000", "P4 0.000000"}));
-    EXPECT_EQ(log(), Texts{"Processing 16 bit array (P)..."});
-}
-
-TEST_F(ModbusArrays, PowersOfTenOfFlowAreKeptAndNotPublished) {
-    decode16('0', ModbusBlock(8).n(0, 3, 2).n(2, 2, 2).n(4, 1, 2).n(6, 65535, 2));
-    EXPECT_EQ(driver->pointsGP, (std::array<std::uint16_t, 4>{3, 2, 1, 65535}));
-    EXPECT_EQ(driver->pointsMV, (std::array<std::uint16_t, 4>{}));
-    EXPECT_TRUE(waiting().empty());
-    EXPECT_EQ(log(), (Texts{"Processing 16 bit array (0)...", "Cashing pointsGP0: 3", "Cashing pointsGP1: 2",
-                            "Cashing pointsGP2: 1", "Cashing pointsGP3: 65535"}));
-}
-
-TEST_F(ModbusArrays, PowersOfTenOfVolumeAreKeptAndNotPublished) {
-    decode16('1', ModbusBlock(8).n(0, 4, 2).n(2, 3, 2).n(4, 2, 2).n(6, 1, 2));
-    EXPECT_EQ(driver->pointsMV, (std::array<std::uint16_t, 4>{4, 3, 2, 1}));
-    EXPECT_EQ(driver->pointsGP, (std::array<std::uint16_t, 4>{}));
-    EXPECT_TRUE(waiting().empty());
-    EXPECT_EQ(logged_start("Process MV pack "), 4);
-    EXPECT_TRUE(logged_in_order({"Processing 16 bit array (1)...", "Cashing pointsMV0: 4", "Cashing pointsMV1: 3",
-                                 "Cashing pointsMV2: 2", "Cashing pointsMV3: 1"}));
-}
-
-TEST_F(ModbusArrays, TheTimeWorkedIsOnlyLogged) {
-    decode16('t', ModbusBlock(8).n(0, 3599, 2));
-    EXPECT_TRUE(waiting().empty());
-    EXPECT_TRUE(waiting_longs().empty());
-    EXPECT_EQ(log(), Texts{"Processing 16 bit array (t)..."});
-}
-
-// ---- blocks of 32-bit numbers
-
-TEST_F(ModbusArrays, VolumeFlowsAreScaledByTheirPowersOfTen) {
-    driver->pointsGP = {3, 0, 1, 6};
-    decode32('Q', ModbusBlock(12).n(0, 0x000186A0, 4).n(4, 0xFFFFFFFF, 4).n(8, 15, 4));
-    EXPECT_EQ(waiting(), (Texts{"Q1 100.000000", "Q2 4294967295.000000", "Q3 1.500000"}));
-    EXPECT_EQ(log(), Texts{"Processing 32 bit array (Q)..."});
-}
-
-TEST_F(ModbusArrays, MassFlowsAreScaledAsVolumeFlowsAndShownWhereTheArchiveHasMasses) {
-    driver->pointsGP = {3, 2, 1, 0};
-    driver->hasM = {true, false, true};
-    decode32('M', ModbusBlock(12).n(0, 5000, 4).n(4, 5000, 4).n(8, 5000, 4));
-    EXPECT_EQ(waiting(), (Texts{"M1 5.000000", "M3 500.000000"}));
-}
-
-TEST_F(ModbusArrays, WithoutMassesInTheArchiveThereAreNoMassFlows) {
-    decode32('M', ModbusBlock(12).n(0, 5000, 4));
-    EXPECT_TRUE(waiting().empty());
-    EXPECT_EQ(log(), Texts{"Processing 32 bit array (M)..."});
-}
-
-TEST_F(ModbusArrays, VolumesOfTheHourAreWholeNumbers) {
-    decode32('V', ModbusBlock(12).n(0, 7199, 4).n(4, 7200, 4).n(8, 0xFFFFFFFF, 4));
-    EXPECT_EQ(driver->dV, (std::array<int, 3>{1, 2, 1193046}));
-    EXPECT_EQ(waiting(), (Texts{"IQ1 1.000000", "IQ2 2.000000", "IQ3 1193046.000000"}));
-    EXPECT_EQ(log(),
-              (Texts{"Processing 32 bit array (V)...", "Cashing dV0: 1", "Cashing dV1: 2", "Cashing dV2: 1193046"}));
-}
-
-TEST_F(ModbusArrays, MassesOfTheHourAreWholeNumbers) {
-    decode32('G', ModbusBlock(12).n(0, 3599, 4).n(4, 3600, 4).n(8, 36000, 4));
-    EXPECT_EQ(driver->dM, (std::array<int, 3>{0, 1, 10}));
-    EXPECT_EQ(waiting(), (Texts{"IM1 0.000000", "IM2 1.000000", "IM3 10.000000"}));
-    EXPECT_EQ(log(), (Texts{"Processing 32 bit array (G)...", "Cashing dM0: 0", "Cashing dM1: 1", "Cashing dM2: 10"}));
-}
-
-TEST_F(ModbusArrays, EnergyOfTheHourIsOneWholeNumber) {
-    decode32('E', ModbusBlock(12).n(0, 2399, 4).n(4, 999999, 4));
-    EXPECT_EQ(driver->dEnergy, 1);
-    EXPECT_EQ(waiting(), Texts{"IE1 1.000000"});
-    EXPECT_EQ(log(), (Texts{"Processing 32 bit array (E)...", "Cashing dEnergy: 1"}));
-}
-
-TEST_F(ModbusArrays, PowersOfTenOfVolumeScaleNothing) {
-    driver->pointsMV = {6, 6, 6, 6};
-    decode32('V', ModbusBlock(12).n(0, 36000, 4));
-    EXPECT_EQ(waiting()[0], "IQ1 10.000000");
-}
-
-// ---- from the line to the item
-
 class ModbusPresent : public ModbusBench {
   protected:
+    using ModbusBench::ModbusBench;
+
     void connect(sim::ModbusVistConfig config = {}) {
         config.serial = Serial;
         meter.swap_for(std::move(config));
         machine.connect(Port, meter);
         start_driver();
+        clear_log();
     }
+    /// The item MDateTime after an answer of these six bytes: hour, minute, second, day, month, year.
+    std::string shown_at(const sim::ByteVector& clock) {
+        const auto answer = sim::modbus_raw(modbus_bytes::answer(Serial, 4, clock));
+        meter.misbehave_next(1, answer.on({.function = 4, .address = 0}));
+        run();
+        return item("MDateTime");
+    }
+
     sim::ModbusVistMeter meter;
 };
 
-TEST_F(ModbusPresent, TheFourthPressureIsReadBehindABlockOfThree) {
-    connect();
-    meter.set_value("P1", 999);
+// ---- the meter and its heat systems
+
+TEST_F(ModbusPresent, TheLogTellsOfTheMeterAndItsHeatSystemInThisOrder) {
+    sim::ModbusVistSystem system{.name = "\xD2\xD1\xB8", .parameters = 0x3C, .errors = 0xC2000821};
+    connect({.name = "ABC-5", .systems = {system}, .claimed_systems = 1});
     run();
-    EXPECT_EQ(item("P1"), "99.900000");
-    EXPECT_EQ(item("P4"), "0.000000");
+    EXPECT_TRUE(logged_in_order({
+        "Processing 'Структура общих спецификаций прибора'",
+        "Processing main config...",
+        "PO_ver: V2.10",
+        "Name: ABC-5",
+        "Serial_num: 17",
+        "Systems_count: 1",
+        "DU: 50 for system 0",
+        "temper: 9500",
+        "press: 60",
+        "DU: 40 for system 0",
+        "temper: 7000",
+        "press: 40",
+        "DU: 25 for system 0",
+        "temper: 500",
+        "press: 20",
+        "Processing 'Структура спецификаций теплосистемы (т/с) прибора'",
+        "Processing tc specs...",
+        "System params: 60",
+        "System name: ТСё",
+        "fQ = 0",
+        "iG1 = 0",
+        "iG2 = 1",
+        "iG3 = 2",
+        "iT1 = 0",
+        "iT2 = 1",
+        "iT3 = 2",
+        "iT4 = 3",
+        "Formula: Q = G1 * ( T1 - T2 )",
+        "Found temperature T0...",
+        "Found temperature T0...",
+        "Found pressure p0...",
+        "Found pressure p0...",
+        "Errors: 3254781985",
+        "Processing archive specs (8388607)...",
+    }));
+    EXPECT_EQ(logged_start("Found "), 4);
+    EXPECT_EQ(driver->get_log_name(), "VISTmodbus(ТСё)");
+    EXPECT_EQ(item("_HMsystem"), "ТСё");
+    EXPECT_EQ(item("_WeightedValue") + " " + item("SC"), "0 0");
+    EXPECT_EQ(item("ER") + " " + item("EG"), "2146370 -1040185311") << "a long of the gateway has 32 bits";
+}
+
+TEST_F(ModbusPresent, WhatIsOfOneHeatSystemGoesToItAndTheModelToTheFirst) {
+    sim::ModbusVistSystem south{.name = "SOUTH", .formula = {.selector = 7}, .DU = {65, 0, 65535}};
+    connect({.name = "ABC-5", .systems = {{}, south}});
+    run();
+    EXPECT_EQ(item("Firmware", 2) + " " + item("SerialNumber", 2) + " " + item("_HMsystem", 2), "V2.10 17 SOUTH");
+    EXPECT_EQ(item("DN1", 1) + " " + item("DN2", 1) + " " + item("DN3", 1), "50 40 25");
+    EXPECT_EQ(item("DN1", 2) + " " + item("DN2", 2) + " " + item("DN3", 2), "65 0 65535");
+    EXPECT_EQ(item("MeterModel", 1) + " " + item("MeterModel", 2), "VIST-TCC-5 (none)");
+    EXPECT_EQ(item("_Formula", 2) + " " + item("_WeightedValue", 2), "(none) (none)") << "of an unknown selector";
+    EXPECT_EQ(logged("Formula: "), 1);
+}
+
+TEST_F(ModbusPresent, ADivisorOfZeroGivesAnInfiniteLowerLimit) {
+    connect({.systems = {{.channels = {{{10, 0, 0}, {10, 0, 2}, {}}}}}});
+    run();
+    EXPECT_EQ(item("M1min") + " " + item("M2min"), "inf 5.000000");
+}
+
+// ---- the clock
+
+TEST_F(ModbusPresent, TheMetersClockIsAnItem) {
+    connect();
+    EXPECT_EQ(shown_at({10, 5, 7, 2, 3, 24}), "1709373907");
+    EXPECT_EQ(logged("Current VIST date/time: 02.03.2024 10:05:07"), 1);
+    EXPECT_EQ(shown_at({10, 5, 7, 32, 1, 24}), "1706781907") << "32 January is 1 February";
+    EXPECT_EQ(shown_at({255, 255, 255, 255, 255, 255}), "-1") << "no gateway can hold it";
+}
+
+class ModbusPresentInBerlin : public ModbusPresent {
+  protected:
+    ModbusPresentInBerlin() : ModbusPresent("2024-07-01 12:00:00", "CET-1CEST,M3.5.0,M10.5.0/3") {}
+};
+
+TEST_F(ModbusPresentInBerlin, SummerTimeIsThatOfTheGateway) {
+    connect();
+    EXPECT_EQ(shown_at({12, 0, 0, 1, 7, 24}), "1719828000") << "10:00 UTC";
+    EXPECT_EQ(shown_at({12, 0, 0, 1, 1, 24}), "1704106800") << "11:00 UTC";
+}
+
+// ---- what it measures
+
+TEST_F(ModbusPresent, TheLogTellsOfEveryBlock) {
+    connect({.systems = {{.values = {{"GP1", 3}, {"GP2", 2}, {"MV1", 4}, {"V1", 7199}, {"G2", 3600}, {"E1", 2399}}}}});
+    run();
+    EXPECT_TRUE(logged_in_order({
+        "Processing 16 bit array (0)...",
+        "Cashing pointsGP0: 3",
+        "Cashing pointsGP1: 2",
+        "Processing 16 bit array (T)...",
+        "Processing 32 bit array (Q)...",
+        "Processing 32 bit array (M)...",
+        "Processing 16 bit array (P)...",
+        "Processing 16 bit array (1)...",
+        "Process MV pack 0",
+        "Cashing pointsMV0: 4",
+        "Process MV pack 3",
+        "Processing 32 bit array (V)...",
+        "Cashing dV0: 1",
+        "Processing 32 bit array (G)...",
+        "Cashing dM1: 1",
+        "Processing 32 bit array (E)...",
+        "Cashing dEnergy: 1",
+        "Processing 16 bit array (t)...",
+        "M1max == 1234.560000",
+        "IQ1 == 1.000000",
+        "IM2 == 1.000000",
+        "IE1 == 1.000000",
+        "ER == 0",
+    }));
+    EXPECT_EQ(logged_start("Cashing "), 15);
 }
 
 TEST_F(ModbusPresent, AllValuesAreItemsOfTheHeatSystem) {
@@ -171,6 +165,7 @@ TEST_F(ModbusPresent, AllValuesAreItemsOfTheHeatSystem) {
         {"P1", "6.100000"},
         {"P2", "4.200000"},
         {"P3", "2.300000"},
+        {"P4", "0.000000"},
         {"Q1", "12.500000"},
         {"Q2", "1125.000000"},
         {"Q3", "1.375000"},
@@ -187,16 +182,14 @@ TEST_F(ModbusPresent, AllValuesAreItemsOfTheHeatSystem) {
         {"ER", "0"},
         {"EG", "0"},
         {"SC", "1"},
+        {"MDateTime", "1709373900"},
+        {"_WeightedValue", "1"},
+        {"_Formula", "Q = G1 * ( T1 - T2 )"},
+        {"_DriverStatus", "6"},
     };
     for (const auto& [name, value] : items) EXPECT_EQ(item(name), value) << name;
     for (const char* name : {"M3max", "IE2", "Q4", "t1"}) EXPECT_EQ(item(name), "(none)") << name;
-}
-
-TEST_F(ModbusPresent, WithoutMassesInTheArchiveThereAreNoMassFlowItems) {
-    connect({.systems = {{.told_mask = 0x007FFFFF & ~0x10U}}});
-    run();
-    EXPECT_EQ(item("M1"), "(none)");
-    EXPECT_EQ(item("M2"), "11.000000");
+    EXPECT_EQ(connected(), "111111");
 }
 
 TEST_F(ModbusPresent, BehindAnAnswerThatIsTooShortStandZeros) {

@@ -7,18 +7,18 @@
 #include "driver/flag_files.h"
 #include "drivers/vist_modbus/hcd_vistmodbus.h"
 
+using namespace vist_modbus;
+
 namespace {
 
-constexpr int CheckLead = 3000;  // the first archive pass comes 600 seconds after start
 constexpr double LagLimit = 14400.0;
 
 }  // namespace
 
-HCD_VISTmodbus::HCD_VISTmodbus(const std::string& meter) : log(open_meter_log(meter, "txt")) {
+HCD_VISTmodbus::HCD_VISTmodbus(const std::string& meter)
+    : log(open_meter_log(meter, "txt")), link(log.get(), [this](bool works) { setConnected(works, uuid); }) {
     HCD_VISTmodbus::set_uuid(meter);
-    archives_ok.fill(true);
-    last_hour_update.fill(gateway().now() - CheckLead);
-    resume_from_files();
+    progress.begin(*this, gateway().now());
     log_line(log.get(), "VISTmodbus", " creating.");
     log_line(log.get(), "creating");
 }
@@ -34,61 +34,85 @@ void HCD_VISTmodbus::set_tty(int fd) {
 }
 
 std::string HCD_VISTmodbus::get_log_name() {
-    return format_cut(256, "%s(%s)", "VISTmodbus", sub_name.c_str());
+    return format_cut(256, "%s(%s)", "VISTmodbus", carried.sub_name.c_str());
 }
 
 bool HCD_VISTmodbus::is_all_archives_ok() {
-    return std::all_of(archives_ok.begin(), archives_ok.begin() + virtdev_count,
-                       [](bool caught_up) { return caught_up; });
+    const auto begin = progress.archives_ok.begin();
+    return std::all_of(begin, begin + carried.virtdev_count, [](bool caught_up) { return caught_up; });
+}
+
+ModbusLine HCD_VISTmodbus::line() const {
+    return {.fd = tty_fd, .slave = static_cast<int>(tc_sernum), .use_pause_flag = use_pause_flag};
 }
 
 void HCD_VISTmodbus::run_main() {
     log_line(log.get(), "In run_main...");
-    virtdev_count = HeatSystems;
-    for (int s = 0; s < virtdev_count; ++s) read_system(s);  // the count may change on the way
+    carried.virtdev_count = HeatSystems;
+    for (int s = 0; s < carried.virtdev_count; ++s) read_system(s);  // the count may change on the way
     log_line(log.get(), "VIST modbus run_main done.");
 }
 
 void HCD_VISTmodbus::read_system(int system) {
-    selected_subsystem = system;
-    publish_item("_DriverStatus", int{StatusIterationBegun});
+    publish_item("_DriverStatus", int{StatusIterationBegun}, system);
     log_line(log.get(), "Start reading ", system, " heat_system");
-    log_line(log.get(), "Virtdev count = ", virtdev_count);
-    request_batch(tty_fd, reqSpecs, system, true);
+    log_line(log.get(), "Virtdev count = ", carried.virtdev_count);
+    Pending pending;
+    const auto take = [&](const ModbusRequest& row, Bytes data) { process(row, data, system, pending); };
+    link.request_batch(line(), reqSpecs, system, true, take);
     log_line(log.get(), "Requesting main data pack...");
-    request_batch(tty_fd, reqValues, system, true);
-    publish_pending();
+    link.request_batch(line(), reqValues, system, true, take);
+    publish(pending, system);
     read_archive_if_due(system);
-    compare_archive_times();
-    publish_item("_DriverStatus", int{StatusIterationOver});
+    compare_archive_times(system);
+    publish_item("_DriverStatus", int{StatusIterationOver}, system);
 }
 
-void HCD_VISTmodbus::publish_pending() {
-    const auto publish_all = [this](auto& pending) {
-        for (const auto& [name, value] : pending) {
+void HCD_VISTmodbus::process(const ModbusRequest& row, Bytes data, int system, Pending& pending) {
+    switch (row.process) {
+        case ModbusProcess::MainConfig:
+            return process_main_config(data, system);
+        case ModbusProcess::TcSpecs:
+            return process_tc_specs(data, system, pending);
+        case ModbusProcess::ArchiveSpecs:
+            return process_archive_specs(data, system);
+        case ModbusProcess::DateTime:
+            return process_datetime(data, system, pending);
+        case ModbusProcess::Array16:
+            return process_array16(data, row.kind, pending);
+        case ModbusProcess::Array32:
+            return process_array32(data, row.kind, pending);
+        default:
+            break;  // archive files are asked for one by one
+    }
+}
+
+void HCD_VISTmodbus::publish(const Pending& pending, int system) {
+    const auto publish_all = [&](const auto& items) {
+        for (const auto& [name, value] : items) {
             log_line(log.get(), name, " == ", value);
-            publish_item(name, value);
+            publish_item(name, value, system);
         }
-        pending.clear();
     };
-    publish_all(pending_values);
-    publish_all(pending_longs);
+    publish_all(pending.pending_values);
+    publish_all(pending.pending_longs);
 }
 
 void HCD_VISTmodbus::read_archive_if_due(int system) {
     if (!need_update_archives(system)) return;
     FlagFiles::instance().set(uuid, FlagFiles::DriverLock);
     log_line(log.get(), "Start read archives");
-    if (get_archive()) {
+    if (get_archive(system)) {
         copy_staged(system + 1, "tc_tmp_archives");
-        last_hour_update[static_cast<std::size_t>(system)] = gateway().now();
+        progress.last_hour_update[static_cast<std::size_t>(system)] = gateway().now();
     }
     FlagFiles::instance().clear(uuid, FlagFiles::DriverLock);
 }
 
-void HCD_VISTmodbus::compare_archive_times() {
-    const auto s = static_cast<std::size_t>(selected_subsystem);
-    archives_ok[s] = std::difftime(mdatetime, last_request_date[s]) <= LagLimit;
-    log_line(log.get(), archives_ok[s] ? "Archives are actual: difftime(MDateTime, last_request_hour) < 4 hour"
-                                       : "Difftime( MDateTime, last request Hour) > 4 hour");
+void HCD_VISTmodbus::compare_archive_times(int system) {
+    const auto s = static_cast<std::size_t>(system);
+    const bool caught_up = std::difftime(carried.mdatetime, progress.last_request_date[s]) <= LagLimit;
+    progress.archives_ok[s] = caught_up;
+    log_line(log.get(), caught_up ? "Archives are actual: difftime(MDateTime, last_request_hour) < 4 hour"
+                                  : "Difftime( MDateTime, last request Hour) > 4 hour");
 }

@@ -4,22 +4,29 @@
 #include <array>
 #include <cstdint>
 
-#include "core/bytes.h"
-#include "drivers/vist_modbus/modbus_link.h"
+#include "drivers/vist_modbus/modbus_exchange.h"
 
-class HCD_VISTmodbus;
-struct ModbusRequest;
-
-/// Decoder of a block: its data from the first data byte on, with what the answer's area holds behind them.
-using ModbusProcess = void (HCD_VISTmodbus::*)(Bytes data, const ModbusRequest& row);
+/// Who understands a block.
+enum class ModbusProcess {
+    None,
+    MainConfig,
+    TcSpecs,
+    ArchiveSpecs,
+    DateTime,
+    Array16,
+    Array32,
+    ArchiveHeader,
+    ArchiveRecord,
+};
 
 struct ModbusRequest {
     const char* name;                      ///< heading of the block
     ModbusRead read;                       ///< the kind of question
     std::uint16_t count;                   ///< registers; for a record its number, set on a copy of the row
     std::array<std::uint16_t, 3> address;  ///< first register for each heat system; the number of the file
-    ModbusProcess process;                 ///< may be null
-    char kind;                             ///< tells the decoder what the block holds
+    ModbusProcess process;
+    char kind;            ///< tells the decoder of an array what it holds
+    int record_size = 0;  ///< for a record, set on a copy of the row
 };
 
 /// How the meter is set up: holding registers.

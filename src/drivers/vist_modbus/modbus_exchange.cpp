@@ -1,4 +1,4 @@
-#include "drivers/vist_modbus/modbus_link.h"
+#include "drivers/vist_modbus/modbus_exchange.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +10,6 @@
 #include "core/gateway.h"
 #include "driver/leds.h"
 #include "drivers/vist_modbus/modbus_frame.h"
-
-int arch_record_size = 0;
 
 namespace {
 
@@ -70,18 +68,22 @@ int ask(int fd, const std::vector<std::uint8_t>& frame, std::span<std::uint8_t> 
 
 }  // namespace
 
-int read_holding(int fd, std::span<std::uint8_t> answer, int slave, int first, int last, int timeout) {
+int read_holding(int fd, std::span<std::uint8_t> answer, int slave, int first, int last, int timeout,
+                 int /*record_size*/) {
     return ask(fd, register_frame(slave, ReadHolding, first, last - first + 1), answer, slave, ReadHolding, timeout);
 }
 
-int read_input(int fd, std::span<std::uint8_t> answer, int slave, int first, int last, int timeout) {
+int read_input(int fd, std::span<std::uint8_t> answer, int slave, int first, int last, int timeout,
+               int /*record_size*/) {
     return ask(fd, register_frame(slave, ReadInput, first, last - first + 1), answer, slave, ReadInput, timeout);
 }
 
-int read_archive_record(int fd, std::span<std::uint8_t> answer, int slave, int file, int record, int timeout) {
-    return ask(fd, record_frame(slave, file, record, arch_record_size), answer, slave, ReadFileRecord, timeout);
+int read_archive_record(int fd, std::span<std::uint8_t> answer, int slave, int file, int record, int timeout,
+                        int record_size) {
+    return ask(fd, record_frame(slave, file, record, record_size), answer, slave, ReadFileRecord, timeout);
 }
 
-int read_archive_header(int fd, std::span<std::uint8_t> answer, int slave, int file, int last, int timeout) {
+int read_archive_header(int fd, std::span<std::uint8_t> answer, int slave, int file, int last, int timeout,
+                        int /*record_size*/) {
     return ask(fd, record_frame(slave, file, 0, last - file + 1), answer, slave, ReadFileRecord, timeout);
 }
