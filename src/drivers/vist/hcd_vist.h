@@ -39,6 +39,8 @@ class HCD_VIST final : public HCDBaseDriver {
     bool need_update_archives(int subsystem);
     /// One pass over the archive of a virtual device; true when the files have reached the header's time.
     bool get_archives(int subsystem);
+    /// Time of the oldest record the meter holds, 0 on failure.
+    std::time_t get_oldest_timestamp();
 
     // Nobody's at present.
     bool get_archive_record_count();
@@ -90,8 +92,6 @@ class HCD_VIST final : public HCDBaseDriver {
     bool flush_archive_header();
     /// Files the record in the buffer; false when the walk has to end. `error` becomes 1 for a bad check sum.
     bool flush_archive_data(int& error);
-    /// Time of the oldest record the meter holds, 0 on failure.
-    std::time_t get_oldest_timestamp();
     bool getDateFromArchiveBuff(std::time_t& out);
     void vist_cycle();
     void compare_archive_times();
