@@ -10,6 +10,8 @@
 
 namespace {
 
+using namespace vist;
+
 constexpr int MostExchanges = 120;
 
 constexpr std::span<const VISTRequest> Conversations[] = {

@@ -193,13 +193,16 @@ TEST_F(VistCycle, AMeterWithoutDevicesShowsTheEndOfItsRunInTheFirstDirectory) {
     run();
     EXPECT_EQ(item("_DriverStatus", 1), "6");
     EXPECT_EQ(item("_DriverStatus", 2), "(none)");
-    EXPECT_EQ(meter.requests("/MON TG"), 0U);
+    EXPECT_EQ(meter.requests("/MON TG") + meter.requests("/SYS SPC 1"), 0U);
     EXPECT_TRUE(driver->is_all_archives_ok());
 }
 
 TEST_F(VistCycle, OfAMeterWithNineDevicesSixAreServed) {
     meter.swap_for({.claimed_devices = 9, .last_device_repeats = true, .plus_starts_at_set = true});
     start();
+    ASSERT_TRUE(driver->get_description());
+    EXPECT_EQ(logged("VIST virtual devices count: 9"), 1);
+    EXPECT_EQ(logged("Only the first 6 virtual devices are served."), 1);
     store(10, 10);
     run_archives();
     EXPECT_EQ(meter.requests("/MON C"), 6U);

@@ -39,15 +39,6 @@ class VistDescription : public VistDescribedBench {
 
 constexpr std::int32_t Weighted = 0x2000000;
 
-TEST_F(VistDescription, TheMeterIsAskedStepByStepEachInADialogOfItsOwn) {
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(sent(),
-              "CALL 1|VER|END|CALL 1|VDC|END|CALL 1|/SYS SPC 0|END|CALL 1|VDN 0|/MON G|END|"
-              "CALL 1|VDN 0|/SYS SPC 1|END|CALL 1|VDN 0|/SYS CFG 1|END|");
-    EXPECT_EQ(logged("VIST SW version: 102"), 1);
-    EXPECT_EQ(logged("VIST virtual devices count: 1"), 1);
-}
-
 TEST_F(VistDescription, EachVirtualDeviceIsDescribedInItsOwnSubsystem) {
     put_devices(2);
     EXPECT_TRUE(describe());
@@ -134,22 +125,6 @@ TEST_F(VistDescription, AFailedDescriptionKeepsWhatALaterOneDoesNotBring) {
     driver->FlushCurrentValues();
     EXPECT_EQ(sent_times("/MON TG"), 5) << "version 102 and one device are still known";
     EXPECT_EQ(item("_HMsystem"), "T");
-}
-
-TEST_F(VistDescription, AMeterWithoutVirtualDevicesIsDescribedWithoutThem) {
-    put_devices(0);
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(sent_times("/SYS SPC 1"), 0);
-}
-
-TEST_F(VistDescription, OfMoreThanSixVirtualDevicesSixAreServed) {
-    put_devices(7);
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(sent_times("VDN 5"), 2);
-    EXPECT_EQ(sent_times("VDN 6"), 0);
-    EXPECT_EQ(logged("VIST virtual devices count: 7"), 1);
-    EXPECT_EQ(logged_start("Only the first 6 virtual devices"), 1);
-    EXPECT_EQ(item("_HMsystem", 6), "T");
 }
 
 TEST_F(VistDescription, AnotherMeterOnTheSameAddressIsRefused) {

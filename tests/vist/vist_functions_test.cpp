@@ -10,6 +10,7 @@
 
 namespace {
 
+using namespace vist;
 using sim::ByteVector;
 using vist_frames::raw;
 using vist_frames::text;

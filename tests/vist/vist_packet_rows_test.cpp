@@ -11,6 +11,7 @@
 
 namespace {
 
+using namespace vist;
 using sim::ByteVector;
 using vist_frames::packet;
 using vist_frames::raw;
@@ -59,24 +60,6 @@ TEST_F(VistPacketRows, AWrongSumIsFollowedByADotAndTheSameRow) {
     EXPECT_EQ(logged("Packet CRC 17, expected 16"), 1);
     EXPECT_EQ(traffic().stat_binary_error_bytes, 9U);
     EXPECT_EQ(logged_start("Seems to be text format"), 0);
-}
-
-TEST_F(VistPacketRows, AnExtraByteBehindAPacketFailsItsSum) {
-    ByteVector trailing = good;
-    trailing.push_back(1);
-    meter.say(text("NAME=TS")).say(text("NAME=TS")).say(trailing);
-    EXPECT_TRUE(ask(reqMomentG));
-    EXPECT_EQ(sent_times("."), 1);
-    EXPECT_EQ(traffic().stat_binary_error_bytes, 10U);
-    EXPECT_EQ(buffer(9).back(), 3);
-}
-
-TEST_F(VistPacketRows, APacketOfAnotherTypeOrMagicFails) {
-    ByteVector other = good;
-    other[2] = 'X';
-    meter.say(text("NAME=TS")).say(text("NAME=TS")).say(packet(11, {1, 2, 3})).say(text("OK")).say(other);
-    EXPECT_TRUE(ask(reqMomentG));
-    EXPECT_EQ(sent(), "CALL 1|VDN 0|/MON G|.|/MON G|.|/MON G|END|");
 }
 
 TEST_F(VistPacketRows, FiveBadPacketsEndTheConversation) {
@@ -176,12 +159,6 @@ TEST_F(VistPacketRows, PositionZeroDoesNotExistAndNothingIsSent) {
     EXPECT_EQ(sent(), "");
     EXPECT_EQ(traffic().stat_tx_bytes, 0U);
     EXPECT_EQ(logged_start("Send batch over"), 0);
-}
-
-TEST_F(VistPacketRows, AConversationBehindPositionZeroStartsWithAllItsTries) {
-    ask(reqArchiveSetPosData, 0);
-    meter.keep_silent(4);
-    EXPECT_TRUE(ask(reqDevCRC));
 }
 
 // ---- anything at all

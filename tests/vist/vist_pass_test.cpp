@@ -75,17 +75,6 @@ TEST_F(VistPass, AtVersion101TheIntegratorsComeFromMonGAndThereIsNoTime) {
     EXPECT_EQ(item("MDateTime"), "(none)");
 }
 
-TEST_F(VistPass, EachVirtualDeviceIsReadInTurn) {
-    put_devices(2);
-    pass();
-    EXPECT_TRUE(
-        sent().ends_with("CALL 1|VDN 0|/MON TG|END|CALL 1|VDN 0|/MON C|END|"
-                         "CALL 1|VDN 1|/MON TG|END|CALL 1|VDN 1|/MON C|END|"));
-    EXPECT_EQ(item("P3", 2), "13.000000");
-    EXPECT_EQ(item("_DriverStatus", 2), "2");
-    EXPECT_EQ(item("_DriverStatus", 3), "(none)");
-}
-
 TEST_F(VistPass, APressureThatTheMeterMarksAsBadIsNotPublished) {
     meter.put_packet("/MON C", 11, moments(0x3FFF, 0x20));
     pass();

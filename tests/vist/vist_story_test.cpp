@@ -90,26 +90,6 @@ TEST_F(VistStories, ADescriptionIsToldStepByStep) {
     EXPECT_EQ(std::count(dumps.begin(), dumps.end(), 26U), 1) << "its configuration";
 }
 
-TEST_F(VistStories, ADescriptionThatFailsTellsAtWhichDeviceAndStep) {
-    put_devices(2);
-    meter.put("/SYS CFG 1", {});
-    EXPECT_FALSE(describe());
-    EXPECT_EQ(vist_story(log()).back(), "Try to get virtual device #0 configuration FAIL");
-    meter.put("/SYS SPC 1", {});
-    EXPECT_FALSE(describe());
-    EXPECT_EQ(vist_story(log()).back(), "Try to get virtual device #0 FAIL");
-}
-
-TEST_F(VistStories, TheDescriptionOfAnotherMeterEndsWithAWarning) {
-    ASSERT_TRUE(describe());
-    put_specials("V1.02", "TYPE", "10002");
-    EXPECT_FALSE(describe());
-    const VistStory told = vist_story(log());
-    ASSERT_GE(told.size(), 2U);
-    EXPECT_TRUE(is_story({told.end() - 2, told.end()}, {"WARNING! Fail while compare serial numbers! Check device!",
-                                                        "Try to get virtual device #0 name for TC VIST *"}));
-}
-
 TEST_F(VistStories, ValuesAreToldStepByStepAndWithTheBytesOfTheirPackets) {
     meter.put_packet("/MON TG", 12, with_clock(integrators(0x1FF)));
     meter.put_packet("/MON C", 11, moments(0x7FFF));

@@ -14,17 +14,16 @@ namespace {
 constexpr int VISTMaxArchErrors = 4;
 constexpr int ArchiveErrorBudget = VISTMaxArchErrors + 10;
 constexpr int HourSeconds = VISTProgress::HourSeconds;
-constexpr int CheckLead = 3000;  // sets the clock of the need-update rule back, so that it fires every 600 seconds
 
 }  // namespace
 
 bool HCD_VIST::need_update_archives(int subsystem) {
     log_line(log.get(), "Need update archives ?");
     const std::time_t now = gateway().now();
-    std::time_t& last = devices[static_cast<std::size_t>(subsystem)].last_hour_update;
-    if (std::difftime(now, last) > HourSeconds) {
-        log_line(log.get(), "Yes, curtm = ", now, ", last_hour_update = ", last, ", return true");
-        last = now - CheckLead;
+    VISTProgress& device = devices[static_cast<std::size_t>(subsystem)];
+    if (std::difftime(now, device.last_hour_update) > HourSeconds) {
+        log_line(log.get(), "Yes, curtm = ", now, ", last_hour_update = ", device.last_hour_update, ", return true");
+        device.wait_from(now);
         return true;
     }
     log_line(log.get(), "No, curtm = ", now, ", return false");
@@ -58,7 +57,7 @@ bool HCD_VIST::get_archives(int subsystem) {
         return has_reached_header();
     }
     log_line(log.get(), "Do request : Archive Header");
-    if (!ask(reqArchiveHeader, archheader)) {
+    if (!ask(vist::reqArchiveHeader, archheader)) {
         log_line(log.get(), "Archive header request: failure");
         return has_reached_header();
     }
@@ -81,7 +80,7 @@ bool HCD_VIST::read_new_records() {
     log_line(log.get(), "TC_oldestTimestamp = ", TC_oldestTimestamp);
     if (!select_record(TC_oldestTimestamp)) return false;
     if (!walk_archive()) return false;
-    ask(reqArchiveEnd, archheader);
+    ask(vist::reqArchiveEnd, archheader);
     return true;
 }
 
@@ -96,7 +95,7 @@ bool HCD_VIST::select_record(std::time_t oldest) {
     index = VISTProgress::position(index, carried.header.ArchiveRecNum);
     if (index <= 0) return true;
     log_line(log.get(), "Selecting record(index) : ", index);
-    if (!ask(reqArchiveSetPosData, archheader, index)) {
+    if (!ask(vist::reqArchiveSetPosData, archheader, index)) {
         log_line(log.get(), "Failure: Selecting record fail.");
         return false;
     }
@@ -113,7 +112,7 @@ bool HCD_VIST::walk_archive() {
             return false;
         }
         log_line(log.get(), "Do request next record");
-        if (!ask(reqArchiveNext, archheader)) {
+        if (!ask(vist::reqArchiveNext, archheader)) {
             log_line(log.get(), "Failure: next record request");
             log_line(log.get(), "Archive retriving FAILED!", ArchiveErrorBudget);
             return true;
@@ -145,9 +144,9 @@ std::time_t HCD_VIST::get_oldest_timestamp() {
     log_line(log.get(), "Start get timestamp oldest's record");
     for (int tries = 0; tries <= ArchiveErrorBudget; ++tries) {
         std::time_t oldest = 0;
-        if (!ask(reqArchiveSetOldPosition, archheader)) {
+        if (!ask(vist::reqArchiveSetOldPosition, archheader)) {
             log_line(log.get(), "Failure: do_request(pVISTdrv,reqArchiveSetOldPosition) fail");
-        } else if (!ask(reqArchiveCurrentData, archheader)) {
+        } else if (!ask(vist::reqArchiveCurrentData, archheader)) {
             log_line(log.get(), "Failure: do_request(pVISTdrv,reqArchiveCurrentData) fail");
         } else if (!getDateFromArchiveBuff(oldest)) {
             log_line(log.get(), "Failure: getDateFromArchiveBuff fail");
@@ -197,7 +196,7 @@ bool HCD_VIST::flush_archive_data(int& error) {
     if (!vist::decode_record_time(bytes)) {
         log_line(log.get(), "Incoming CRC != calc CRC  ==> error = error_crc_calc, return true");
         error = 1;
-        ask(reqArchivePrev, archheader);  // so that the next step brings the same record again
+        ask(vist::reqArchivePrev, archheader);  // so that the next step brings the same record again
         return true;
     }
     log_line(log.get(), "CRC ok");
@@ -233,14 +232,14 @@ bool HCD_VIST::flush_archive_data(int& error) {
 }
 
 bool HCD_VIST::get_archive_record_count() {
-    const VISTReply reply = ask(reqArchiveRecordCount);
+    const VISTReply reply = ask(vist::reqArchiveRecordCount);
     if (reply) log_line(log.get(), "RC = ", reply.ret_int);
     return reply.done;
 }
 
 bool HCD_VIST::getTimestampByRecordNum(int position, std::time_t& out) {
     for (int tries = 0; tries <= ArchiveErrorBudget; ++tries) {
-        if (ask(reqGetRecordByNum, archheader, position)) return getDateFromArchiveBuff(out);
+        if (ask(vist::reqGetRecordByNum, archheader, position)) return getDateFromArchiveBuff(out);
     }
     return false;
 }

@@ -10,7 +10,6 @@ namespace {
 
 constexpr int BufferCapacity = 80;
 constexpr int BufferBytes = 300;
-constexpr int CheckLead = 3000;  // the first archive pass comes 600 seconds after start
 constexpr double LagLimit = 14400.0;
 
 }  // namespace
@@ -30,7 +29,7 @@ HCD_VIST::HCD_VIST(const std::string& meter)
                  .set_busy = [this](int flag) { set_busy(flag); },
                  .set_connected = [this](bool flag) { setConnected(flag, get_uuid()); }}) {
     uuid = meter;
-    for (VISTProgress& device : devices) device.last_hour_update = gateway().now() - CheckLead;
+    for (VISTProgress& device : devices) device.wait_from(gateway().now());
     setConnected(false, uuid);
 }
 

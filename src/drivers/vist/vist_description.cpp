@@ -26,7 +26,7 @@ bool HCD_VIST::get_description() {
 
     // The two failure texts are crossed, and readers of these logs know them so.
     log_line(log.get(), "Try to get software version...");
-    const VISTReply version = ask(reqDevCRC);
+    const VISTReply version = ask(vist::reqDevCRC);
     if (!version) {
         log_line(log.get(), "Try to get virtual device count for TC VIST FAIL");
         return false;
@@ -39,7 +39,7 @@ bool HCD_VIST::get_description() {
     }
 
     log_line(log.get(), "Try to get virtual device count for TC VIST ", network_number);
-    const VISTReply count = ask(reqVirtDevCount);
+    const VISTReply count = ask(vist::reqVirtDevCount);
     if (!count) {
         log_line(log.get(), "Try to get software version FAIL");
         return false;
@@ -51,7 +51,7 @@ bool HCD_VIST::get_description() {
     carried.virtdev_cnt = std::min(count.ret_int, MaxVirtualDevices);
 
     if (!take_device_specials()) return false;
-    if (!ask(reqMomentG, tempbuff)) return true;
+    if (!ask(vist::reqMomentG, tempbuff)) return true;
     flush_values(false, tempbuff);  // for its byte order, which the device records share
 
     bool ok = true;
@@ -63,7 +63,7 @@ bool HCD_VIST::get_description() {
 
 bool HCD_VIST::take_device_specials() {
     log_line(log.get(), "Try to get device serial");
-    if (!ask(reqDevSpecials, tempbuff)) {
+    if (!ask(vist::reqDevSpecials, tempbuff)) {
         log_line(log.get(), "Try to get device serial FAIL");
         return false;
     }
@@ -76,12 +76,12 @@ bool HCD_VIST::take_device_specials() {
 }
 
 bool HCD_VIST::describe_virtual_device() {
-    if (!ask(reqVirtDevSpecials, tempbuff)) {
+    if (!ask(vist::reqVirtDevSpecials, tempbuff)) {
         log_line(log.get(), "Try to get virtual device #", selected_subsystem, " FAIL");
         return false;
     }
     read_virtdev_specials(packet(tempbuff).subspan(PacketBodyAt));
-    if (!ask(reqVirtDevConfig, tempbuff)) {
+    if (!ask(vist::reqVirtDevConfig, tempbuff)) {
         log_line(log.get(), "Try to get virtual device #", selected_subsystem, " configuration FAIL");
         return false;
     }

@@ -173,24 +173,19 @@ VISTFunctions::Outcome VISTFunctions::take_text(const VISTRequest& row, std::siz
         return Outcome::Stay;
     }
     if (row.value_index < 0 || row.value_index >= frame.parsed) return Outcome::Advance;
-    return take_value(row, frame.second, frame.third, answer.size(), talk);
-}
-
-VISTFunctions::Outcome VISTFunctions::take_value(const VISTRequest& row, int second, int third, std::size_t length,
-                                                 Conversation& talk) {
     if (row.ret_kind == RET_INT) {
         log_line(log, "RET_INT");
-        talk.reply.ret_int = third;
+        talk.reply.ret_int = frame.third;
     }
     if (row.ret_kind == RET_NEW) log_line(log, "RET_NEW");
     if (row.ret_kind != RET_VDN) return Outcome::Advance;
     log_line(log, "RET_VDN");
-    talk.reply.ret_vdn = second;
+    talk.reply.ret_vdn = frame.second;
     const int wanted = talk.parameters.virtdev_num;
-    if (second == wanted) return Outcome::Advance;
-    log_line(log, "VDN cmd failed, compare error:", wanted, " expected, but found ", second);
+    if (frame.second == wanted) return Outcome::Advance;
+    log_line(log, "VDN cmd failed, compare error:", wanted, " expected, but found ", frame.second);
     ++talk.ErrCnt;
-    counted.stat_vdn_error_bytes += static_cast<std::uint32_t>(length);
+    counted.stat_vdn_error_bytes += static_cast<std::uint32_t>(answer.size());
     return Outcome::WrongVdn;
 }
 
@@ -223,7 +218,7 @@ VISTFunctions::Outcome VISTFunctions::take_binary(const VISTRequest& row, std::s
              int{checksum(Bytes(answer).subspan(PacketTypeAt))});
     VISTParameters out_of_packet = talk.parameters;
     out_of_packet.rec_count = VISTParameters::NoPosition;
-    do_request(reqReturn, out_of_packet);  // takes the meter out of its binary reply
+    do_request(vist::reqReturn, out_of_packet);  // takes the meter out of its binary reply
     ++talk.ErrCnt;
     counted.stat_binary_error_bytes += static_cast<std::uint32_t>(answer.size());
     constexpr std::uint8_t TextHead[] = {'H', 'L', '0'};

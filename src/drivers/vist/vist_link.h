@@ -74,7 +74,6 @@ class VISTFunctions : public UniScript {
     bool send_request(const std::string& command, ExchangeAnswer& answer);
     std::string build_command(const VISTRequest& row, const VISTParameters& parameters);
     Outcome take_text(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer, Conversation& talk);
-    Outcome take_value(const VISTRequest& row, int second, int third, std::size_t length, Conversation& talk);
     Outcome take_binary(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer, Conversation& talk);
     void log_packet(const ExchangeAnswer& answer);
 

@@ -17,9 +17,11 @@ struct VISTProgress {
     std::time_t last_request_archive_header = 0;  ///< newest header in the files
     std::time_t last_request_archive_data = 0;    ///< newest record stored
     std::time_t last_archive_record = 0;          ///< last record written in this pass
-    std::time_t last_hour_update = 0;             ///< the clock of the rule when a pass is due
+    std::time_t last_hour_update = 0;             ///< the clock of the rule: a pass is due an hour later
     bool archives_ok = true;                      ///< up to date
 
+    /// Sets the clock of the rule back, so that a pass is due 600 seconds after `now`.
+    void wait_from(std::time_t now) { last_hour_update = now - 3000; }
     /// Begins a pass with the times in the files of subsystem `n`.
     void load(ArchiveHolder& files, int n);
     /// Hours from the meter's oldest record to the newest one stored.

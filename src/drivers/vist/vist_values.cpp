@@ -47,11 +47,13 @@ bool HCD_VIST::can_ask(const char* number_warning) {
 
 bool HCD_VIST::get_moment_integrators() {
     if (!can_ask("WARNING! VIST network number is invalid!")) return false;
-    return (carried.sw_version > vist::LowestServedVersion ? ask(reqMomentTG, intbuff) : ask(reqMomentG, intbuff)).done;
+    return (carried.sw_version > vist::LowestServedVersion ? ask(vist::reqMomentTG, intbuff)
+                                                           : ask(vist::reqMomentG, intbuff))
+        .done;
 }
 
 bool HCD_VIST::get_moment_current() {
-    return can_ask("WARNING! VIST network number is invalid.") && ask(reqMomentC, mombuff);
+    return can_ask("WARNING! VIST network number is invalid.") && ask(vist::reqMomentC, mombuff);
 }
 
 std::uint32_t HCD_VIST::flush_values(bool moment, Buffer buffer) {
