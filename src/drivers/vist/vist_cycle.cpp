@@ -29,7 +29,8 @@ HCD_VIST::HCD_VIST(const std::string& meter)
                  .set_busy = [this](int flag) { set_busy(flag); },
                  .set_connected = [this](bool flag) { setConnected(flag, get_uuid()); }}) {
     uuid = meter;
-    for (VISTProgress& device : devices) device.wait_from(gateway().now());
+    const std::time_t now = gateway().now();
+    for (VISTProgress& device : devices) device.wait_from(now);
     setConnected(false, uuid);
 }
 
