@@ -69,17 +69,6 @@ sim::Answer VistPuppet::hear(std::span<const std::uint8_t> request, std::time_t 
     return {{.delay_seconds = 0.02, .bytes = std::move(bytes)}};
 }
 
-std::string VistPuppet::sent() const {
-    std::string all;
-    for (const std::string& command : heard) all += command;
-    std::replace(all.begin(), all.end(), '\r', '|');
-    return all;
-}
-
-int VistPuppet::sent_times(const std::string& command) const {
-    return static_cast<int>(std::count(heard.begin(), heard.end(), command + "\r"));
-}
-
 VistLinkBench::VistLinkBench() {
     meter.put_body("VER", "VER=102");
     meter.put_body("VDC", "VDC=2");

@@ -2,6 +2,7 @@
 // The bench of the VIST link and description tests: a scene, a line, a driver on it, a meter that says what it is told,
 // and short words for what they leave behind.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <deque>
@@ -35,9 +36,6 @@ class VistPuppet final : public sim::SimMeter {
 
     sim::Answer hear(std::span<const std::uint8_t> request, std::time_t now) override;
 
-    std::string sent() const;
-    int sent_times(const std::string& command) const;
-
     std::vector<std::string> heard;  ///< requests as they came
 
   private:
@@ -70,9 +68,16 @@ class VistBench : public DriverBench<Driver> {
     }
 
     /// The commands on the line so far, in a row, each with "|" for its carriage return.
-    std::string sent() const { return meter.sent(); }
+    std::string sent() const {
+        std::string all;
+        for (const std::string& command : meter.heard) all += command;
+        std::replace(all.begin(), all.end(), '\r', '|');
+        return all;
+    }
     /// How often a command was sent.
-    int sent_times(const std::string& command) const { return meter.sent_times(command); }
+    int sent_times(const std::string& command) const {
+        return static_cast<int>(std::count(meter.heard.begin(), meter.heard.end(), command + "\r"));
+    }
 
     VistPuppet meter;
 };

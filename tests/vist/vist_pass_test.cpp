@@ -95,6 +95,25 @@ TEST_F(VistPass, AnAbsentValueLeavesItsEarlierItemInPlace) {
     EXPECT_EQ(item("Q1"), "1.000000");
 }
 
+TEST_F(VistPass, ACutPacketIsReadIntoWhatTheOneBeforeItHasLeft) {
+    pass();
+    ByteVector first_value = moments();
+    first_value.resize(10);
+    meter.put_packet("/MON C", 11, first_value);
+    pass();
+    EXPECT_EQ(item("Q1"), "1.000000");
+    EXPECT_EQ(item("Q2"), "33554432.000000") << "turned round once more";
+}
+
+TEST_F(VistPass, APacketWithoutRoomForValuesGivesThoseOfTheOneBeforeIt) {
+    ByteVector none = vist_frames::packet(11, moments());
+    none[3] = 7;
+    meter.put("/MON C", none);
+    pass();
+    EXPECT_EQ(item("Q1"), "3600.000000") << "of IT";
+    EXPECT_EQ(item("T2"), "8.000000") << "of IE";
+}
+
 TEST_F(VistPass, AFailedRequestPublishesNothingAndLeavesTheEarlierItems) {
     for (const char* command : {"/MON TG", "/MON C"}) {
         const std::string named = command;

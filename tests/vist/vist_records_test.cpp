@@ -246,6 +246,20 @@ TEST_P(VistFiling, TotalsAreFiledAtTheHeadersOwnTimeAndARecordAsItsFullHourAnHou
     EXPECT_EQ(lines_in("tc_archives").size(), 0U) << "the walk is staged";
 }
 
+TEST_P(VistFiling, AHeaderOfAnEarlierTimeIsNotFiled) {
+    pass({.little = GetParam()}, record_packet(VistBytes()));
+    const LineCounts once = lines_in("tmp_archives");
+    pass({.little = GetParam(), .hour = 11}, record_packet(VistBytes()));
+    EXPECT_EQ(lines_in("tmp_archives"), once);
+    EXPECT_EQ(logged("Current header timestamp is exists, return false"), 1);
+}
+
+TEST_P(VistFiling, ARecordWithoutAnyFieldOnlyMovesTheTimeOn) {
+    pass({.little = GetParam(), .mask = 0}, record_packet(VistBytes()));
+    EXPECT_EQ(logged("delta_date + 3600 = " + std::to_string(Noon + 3600)), 1);
+    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
+}
+
 TEST_P(VistFiling, AHeaderBehindTheEndOfTheGatewaysTimeIsNotFiled) {
     pass({.little = GetParam(), .year = 99}, record_packet(VistBytes()));
     EXPECT_EQ(logged("CRC ok"), 1);

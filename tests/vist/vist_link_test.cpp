@@ -1,10 +1,11 @@
 // The link: conversations row by row, text frames, silence, retries and counters, against a meter that says what it is
 // told.
 
+#include "drivers/vist/vist_link.h"
+
 #include <string>
 #include <vector>
 
-#include "drivers/vist/vist_link.h"
 #include "support/configured.h"
 #include "support/vist_scene.h"
 
