@@ -47,9 +47,8 @@ bool HCD_VIST::can_ask(const char* number_warning) {
 
 bool HCD_VIST::get_moment_integrators() {
     if (!can_ask("WARNING! VIST network number is invalid!")) return false;
-    return (carried.sw_version > vist::LowestServedVersion ? ask(vist::reqMomentTG, intbuff)
-                                                           : ask(vist::reqMomentG, intbuff))
-        .done;
+    const bool has_clock = carried.sw_version > vist::LowestServedVersion;
+    return ask(has_clock ? vist::reqMomentTG : vist::reqMomentG, intbuff).done;
 }
 
 bool HCD_VIST::get_moment_current() {
