@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "archive/archive_holder.h"
-#include "drivers/vist/hcd_vist.h"
+#include "drivers/vist/vist_decode.h"
 #include "ground.h"
 #include "ratio.h"
 #include "vist_memory.h"
@@ -40,15 +40,12 @@ class Meter final : public ArchiveHolder {
     }
 };
 
-/// Storage in memory, with the directory of staged files. Log and items of the meter have no place here, so that
-/// decoding is measured, with the wording of its log lines, and no writing.
+/// Storage in memory, with the directory of staged files.
 class VistGround {
   public:
     VistGround() : ground(Ground::InMemory), machine(ground) {
         const std::string folder = ground.real_path("/mnt/storage/") + Ground::Uuid + "/1/";
         std::filesystem::create_directories(folder + "tmp_archives");
-        std::filesystem::remove_all(ground.real_path("/tmp/") + Ground::Uuid);
-        std::filesystem::create_directories(ground.real_path("/tmp/uni_logs.") + Ground::Uuid + ".txt");
     }
     std::string staged(const std::string& name) const {
         return ground.real_path("/mnt/storage/") + Ground::Uuid + "/1/tmp_archives/" + name;
@@ -62,62 +59,52 @@ class VistGround {
 struct Decoder {
     const char* name;
     sim::ByteVector packet;
-    void (*decode)(HCD_VIST& driver);
-    int (*buffer)(const HCD_VIST& driver);
+    void (*decode)(PacketBuffer buffer);
 };
 
 Decoder decoder_of(int kind) {
     const sim::VistMemory memory(sim::VistDevice{}, 0, 10);
     const sim::VistWriting writing{};
     const sim::VistWhen noon(Noon);
-    const auto in_archive = [](const HCD_VIST& driver) { return driver.functions.archheader; };
     switch (kind) {
         case 0:
             return {
                 "an integrator packet",
                 sim::vist_packet(sim::VistTimedIntegrators, sim::vist_integrators_body(writing, memory, noon.date())),
-                [](HCD_VIST& driver) { driver.flush_values(false, driver.functions.intbuff); },
-                [](const HCD_VIST& driver) { return driver.functions.intbuff; }};
+                [](PacketBuffer buffer) { benchmark::DoNotOptimize(vist::decode_values(buffer, false, 102, {})); }};
         case 1:
             return {"a moment packet", sim::vist_packet(sim::VistMoments, sim::vist_moments_body(writing, memory)),
-                    [](HCD_VIST& driver) { driver.flush_values(true, driver.functions.mombuff); },
-                    [](const HCD_VIST& driver) { return driver.functions.mombuff; }};
+                    [](PacketBuffer buffer) { benchmark::DoNotOptimize(vist::decode_values(buffer, true, 102, {})); }};
         case 2:
-            return {"an archive header, known already",
+            return {"an archive header",
                     sim::vist_packet(sim::VistArchiveHeader,
                                      sim::vist_header_body(writing, memory, {.time = Noon, .date = noon.date()}, 0)),
-                    [](HCD_VIST& driver) {
-                        driver.last_request_archive_header[0] = Noon;
-                        driver.flush_archive_header();
-                    },
-                    in_archive};
+                    [](PacketBuffer buffer) { benchmark::DoNotOptimize(vist::decode_header(buffer)); }};
         default:
             return {
-                "an archive record, known already",
+                "an archive record",
                 sim::vist_packet(sim::VistArchiveRecord, sim::vist_record_body(writing, memory.device.archive_mask,
                                                                                {.time = Noon, .date = noon.date()})),
-                [](HCD_VIST& driver) {
-                    int error = 0;
-                    driver.last_request_archive_data[0] = Noon;
-                    driver.flush_archive_data(error);
-                },
-                in_archive};
+                [](PacketBuffer buffer) {
+                    vist::ArchiveHeader header;
+                    header.fSwapArch = true;
+                    header.arch_mask = sim::VistDevice{}.archive_mask;
+                    benchmark::DoNotOptimize(vist::decode_record_time(buffer));
+                    benchmark::DoNotOptimize(vist::decode_record(buffer, header));
+                }};
     }
 }
 
 void decode_packet(benchmark::State& state) {
-    const VistGround place;
-    HCD_VIST driver(Ground::Uuid);
-    driver.sw_version = 102;
     const Decoder decoder = decoder_of(static_cast<int>(state.range(0)));
-    const auto buffer = driver.buffers.GetBuffer(decoder.buffer(driver));
+    std::array<std::uint8_t, 300> buffer{};
     const auto put = [&] { std::copy(decoder.packet.begin(), decoder.packet.end(), buffer.begin()); };
     compare(
         state, decoder.name,
         [&] {
             return cpu_seconds_of(DecodedPerTurn, [&] {
                 put();
-                decoder.decode(driver);
+                decoder.decode(buffer);
             });
         },
         "copying its bytes",

@@ -5,6 +5,7 @@
 // no requests: a buffer gets the bytes that follow and is decoded at once.
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -15,33 +16,40 @@ namespace {
 
 constexpr int MostExchanges = 200;
 
+/// The bytes that have come for a decoder so far, a packet over the other.
+struct Buffers {
+    std::array<std::array<std::uint8_t, 300>, 3> bytes{};
+    vist::ArchiveHeader header;
+    std::array<double, 15> values{};
+};
+
 /// A packet goes straight into a buffer, and its decoder has a look at it.
-void decode(HCD_VIST& driver, FuzzInput& input) {
-    const std::uint8_t which = input.byte();
-    const int buffers[] = {driver.functions.intbuff, driver.functions.mombuff, driver.functions.archheader,
-                           driver.functions.archheader};
-    const auto buffer = driver.buffers.GetBuffer(buffers[which % 4]);
+void decode(Buffers& buffers, int version, FuzzInput& input) {
+    const std::uint8_t which = input.byte() % 4;
+    const PacketBuffer buffer = buffers.bytes[which == 3 ? 2 : which];
     const auto bytes = input.bytes(std::min<std::size_t>(input.byte() + 7U, buffer.size()));
     std::copy(bytes.begin(), bytes.end(), buffer.begin());
-    int error = 0;
-    switch (which % 4) {
+    switch (which) {
         case 0:
-            driver.flush_values(false, driver.functions.intbuff);
-            break;
         case 1:
-            driver.flush_values(true, driver.functions.mombuff);
+            buffers.values = vist::decode_values(buffer, which == 1, version, buffers.values).values;
             break;
         case 2:
-            driver.flush_archive_header();
+            buffers.header = vist::decode_header(buffer);
             break;
         default:
-            driver.flush_archive_data(error);
-            expect(error == 0 || error == 1, "a record is bad or it is not");
+            if (vist::decode_record_time(buffer)) vist::take_full_hour(buffer);
+            expect(vist::decode_record(buffer, buffers.header).values.size() <= 12, "a record has so many values");
             break;
     }
+    const vist::DeviceSpecials specials = vist::decode_specials(buffer);
+    expect(specials.firmware.size() <= 63 && specials.model.size() <= 127, "texts fit their fields");
+    std::vector<std::uint8_t> body(buffer.begin() + PacketBodyAt, buffer.end());
+    vist::decode_virtual_device(body, version == 101);
+    vist::decode_config(body);
 }
 
-void operate(HCD_VIST& driver, FuzzInput& input) {
+void operate(HCD_VIST& driver, Buffers& buffers, int version, FuzzInput& input) {
     std::time_t time = 0;
     switch (input.byte() % 8) {
         case 0:
@@ -57,11 +65,9 @@ void operate(HCD_VIST& driver, FuzzInput& input) {
             driver.get_archives(2);
             break;
         case 4:
-            driver.functions.current_buffer = driver.functions.archheader;
             driver.get_oldest_timestamp();
             break;
         case 5:
-            driver.functions.current_buffer = driver.functions.archheader;
             driver.getTimestampByRecordNum(4, time);
             break;
         case 6:
@@ -69,8 +75,7 @@ void operate(HCD_VIST& driver, FuzzInput& input) {
             driver.run_main();
             break;
         default:
-            driver.selected_subsystem %= HCD_VIST::MaxVirtualDevices;
-            decode(driver, input);
+            decode(buffers, version, input);
             break;
     }
 }
@@ -92,12 +97,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // A pass that is whole is handed over, so there must be a staging directory.
     VistScriptedLine line(full_root(), input, MostExchanges);
     HCD_VIST driver(FuzzUuid);
-    prepare_vist(driver, (scene & 4) == 0, (scene & 8) != 0 ? 101 : 102);
+    const int version = (scene & 8) != 0 ? 101 : 102;
+    prepare_vist(driver, line, (scene & 4) == 0 ? version : 0);
+    Buffers buffers;
     try {
-        while (!input.empty()) {
-            operate(driver, input);
-            check_vist(driver);
-        }
+        while (!input.empty()) operate(driver, buffers, version, input);
     } catch (const VistRunEnded&) {
         input.bytes(size);
     }

@@ -3,56 +3,36 @@
 // Input: a byte whose lowest bit says whether a buffer waits for packets; then, as long as bytes are left, a byte for
 // the conversation and the answers to it, see vist_line.h.
 
+#include <array>
 #include <span>
 
 #include "vist_line.h"
 
 namespace {
 
-constexpr int MostExchanges = 120;
-constexpr int ConversationCount = 18;
+using namespace vist;
 
-bool converse(HCD_VIST& driver, int which) {
-    VISTFunctions& link = driver.functions;
-    switch (which % ConversationCount) {
-        case 0:
-            return link.do_request(reqDevCRC);
-        case 1:
-            return link.do_request(reqVirtDevCount);
-        case 2:
-            return link.do_request(reqDevSpecials);
-        case 3:
-            return link.do_request(reqVirtDevSpecials);
-        case 4:
-            return link.do_request(reqVirtDevConfig);
-        case 5:
-            return link.do_request(reqMomentG);
-        case 6:
-            return link.do_request(reqMomentTG);
-        case 7:
-            return link.do_request(reqMomentC);
-        case 8:
-            return link.do_request(reqArchiveHeader);
-        case 9:
-            return link.do_request(reqArchiveRecordCount);
-        case 10:
-            return link.do_request(reqArchiveSetOldPosition);
-        case 11:
-            return link.do_request(reqArchiveCurrentData);
-        case 12:
-            return link.do_request(reqArchiveSetPosData, 5);
-        case 13:
-            return link.do_request(reqArchiveNext);
-        case 14:
-            return link.do_request(reqArchivePrev);
-        case 15:
-            return link.do_request(reqGetRecordByNum, 3);
-        case 16:
-            return link.do_request(reqReturn);
-        default:
-            return driver.get_description();
-    }
-}
+constexpr int MostExchanges = 120;
+
+constexpr std::span<const VISTRequest> Conversations[] = {
+    reqDevCRC,
+    reqVirtDevCount,
+    reqDevSpecials,
+    reqVirtDevSpecials,
+    reqVirtDevConfig,
+    reqMomentG,
+    reqMomentTG,
+    reqMomentC,
+    reqArchiveHeader,
+    reqArchiveRecordCount,
+    reqArchiveSetOldPosition,
+    reqArchiveCurrentData,
+    reqArchiveSetPosData,
+    reqArchiveNext,
+    reqArchivePrev,
+    reqGetRecordByNum,
+    reqReturn,
+};
 
 }  // namespace
 
@@ -66,17 +46,27 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const bool has_buffer = (input.byte() & 1) != 0;
     VistScriptedLine line(empty_root(), input, MostExchanges);
     HCD_VIST driver(FuzzUuid);
-    prepare_vist(driver, false, 0);
-    driver.functions.current_buffer = has_buffer ? driver.functions.tempbuff : -1;
+    prepare_vist(driver, line, 0);
+    UniLog silent("", "");
+    VISTFunctions link(&driver, &silent,
+                       {.exchange = [&](Bytes command, ExchangeAnswer& answer,
+                                        int most) { driver.send_receive_locked(command, answer, most); },
+                        .set_busy = [](int) {},
+                        .set_connected = [](bool) {}});
+    std::array<std::uint8_t, 300> buffer{};
+    VISTParameters parameters{.device_num = 1, .rec_count = 5};
+    if (has_buffer) parameters.current_buffer = buffer;
     try {
         while (!input.empty()) {
-            const std::uint32_t sent = driver.stat_tx_bytes;
-            const std::uint32_t received = driver.stat_rx_bytes;
-            converse(driver, input.byte());
-            check_vist(driver);
-            expect(driver.stat_tx_bytes > sent, "a conversation sends something");
-            expect(driver.stat_rx_bytes >= received, "counters only grow");
-            expect(driver.functions.vdn_num.device_num == 1, "the network number is the configured one");
+            const VISTTraffic before = link.traffic();
+            const std::size_t which = input.byte() % (std::size(Conversations) + 1);
+            if (which == std::size(Conversations)) {
+                driver.get_description();
+                continue;
+            }
+            link.do_request(Conversations[which], parameters);
+            expect(link.traffic().stat_tx_bytes > before.stat_tx_bytes, "a conversation sends something");
+            expect(link.traffic().stat_rx_bytes >= before.stat_rx_bytes, "counters only grow");
         }
     } catch (const VistRunEnded&) {
         return 0;

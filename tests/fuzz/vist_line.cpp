@@ -61,14 +61,14 @@ ssize_t VistScriptedLine::write_port(int /*fd*/, std::span<const std::uint8_t> r
     std::string command(request.begin(), request.end());
     expect(command.ends_with('\r') && command.size() < 64, "a request is a short line");
     command.pop_back();
-    if (exchanges_left_-- == 0) throw VistRunEnded{};
+    if (posed_as_ == 0 && exchanges_left_-- == 0) throw VistRunEnded{};
     if (command.starts_with("CALL ")) {
         network_ = std::atoi(command.c_str() + 5);
         device_ = 0;
     }
     if (command.starts_with("VDN ")) device_ = std::atoi(command.c_str() + 4);
     read_ = 0;
-    answer_ = command == "END" ? std::vector<std::uint8_t>{} : next_answer(command);
+    answer_ = command == "END" ? std::vector<std::uint8_t>{} : posed_as_ != 0 ? posed(command) : next_answer(command);
     return static_cast<ssize_t>(request.size());
 }
 
@@ -95,9 +95,18 @@ std::vector<std::uint8_t> VistScriptedLine::next_answer(const std::string& comma
         return {bytes.begin(), bytes.end()};
     }
     if (head >= 0x80) return packet(head, command);
-    std::string frame = "HL0[" + std::to_string(network_) + ":" + std::to_string(device_) + "]{";
-    frame += std::string(input_.text(head)) + "}>";
-    return {frame.begin(), frame.end()};
+    return frame(std::string(input_.text(head)));
+}
+
+std::vector<std::uint8_t> VistScriptedLine::posed(const std::string& command) const {
+    if (command.starts_with("CALL ")) return frame("NAME=TS");
+    if (command == "VER") return frame("VER=" + std::to_string(posed_as_));
+    return command == "VDC" ? frame("VDC=3") : std::vector<std::uint8_t>{};
+}
+
+std::vector<std::uint8_t> VistScriptedLine::frame(const std::string& body) const {
+    const std::string text = "HL0[" + std::to_string(network_) + ":" + std::to_string(device_) + "]{" + body + "}>";
+    return {text.begin(), text.end()};
 }
 
 std::vector<std::uint8_t> VistScriptedLine::packet(std::uint8_t head, const std::string& command) {
@@ -111,21 +120,13 @@ std::vector<std::uint8_t> VistScriptedLine::packet(std::uint8_t head, const std:
     return bytes;
 }
 
-void prepare_vist(HCD_VIST& driver, bool described, int version) {
+void prepare_vist(HCD_VIST& driver, VistScriptedLine& line, int version) {
     driver.take_settings({.tc_sernum = 1});
     driver.set_tty_fd(Descriptor);
-    driver.functions.vdn_num.device_num = 1;
-    if (!described) return;
-    driver.virtdev_cnt = 3;
-    driver.sw_version = version;
-}
-
-void check_vist(const HCD_VIST& driver) {
-    expect(driver.virtdev_cnt <= HCD_VIST::MaxVirtualDevices, "at most six virtual devices are served");
-    expect(driver.firmware.size() <= 63 && driver.model.size() <= 127, "texts fit their fields");
-    for (const std::time_t time : driver.last_request_archive_data) {
-        expect(time >= -1 || time < 0x7FFFFFFF + 3600L, "a date fits 32 bits");
-    }
+    if (version == 0) return;
+    line.pose_as(version);
+    driver.get_description();
+    line.pose_as(0);
 }
 
 void check_vist_files() {

@@ -27,11 +27,15 @@ class VistScriptedLine final : public FuzzGateway {
     VistScriptedLine(const std::string& root, FuzzInput& input, int most_exchanges)
         : FuzzGateway(root), input_(input), exchanges_left_(most_exchanges) {}
 
+    /// As a meter of that version with three virtual devices that does not tell who it is; 0: as the input says.
+    void pose_as(int version) { posed_as_ = version; }
     ssize_t write_port(int fd, std::span<const std::uint8_t> request) override;
     ssize_t read_port(int fd, std::span<std::uint8_t> into) override;
 
   private:
     std::vector<std::uint8_t> next_answer(const std::string& command);
+    std::vector<std::uint8_t> posed(const std::string& command) const;
+    std::vector<std::uint8_t> frame(const std::string& body) const;
     std::vector<std::uint8_t> packet(std::uint8_t head, const std::string& command);
 
     FuzzInput& input_;
@@ -41,15 +45,15 @@ class VistScriptedLine final : public FuzzGateway {
     int exchanges_left_;
     int network_ = 1;
     int device_ = 0;
+    int posed_as_ = 0;
 };
 
 /// The type that a packet must have which answers this command; 0 for a command that asks for none.
 std::uint8_t vist_type_for(const std::string& command);
 
-/// The settings of the driver under test: network number 1, on the scripted line. With `described` it has three virtual
-/// devices, and a version of 101 or 102.
-void prepare_vist(HCD_VIST& driver, bool described, int version);
+/// The settings of the driver under test: network number 1, on the scripted line. It knows of three virtual devices and
+/// of that version, if it is not 0.
+void prepare_vist(HCD_VIST& driver, VistScriptedLine& line, int version);
 
-/// Whatever a meter says leaves the driver within its bounds, and its archive files with whole lines.
-void check_vist(const HCD_VIST& driver);
+/// Whatever a meter says leaves the driver's archive files with whole lines.
 void check_vist_files();

@@ -34,11 +34,10 @@ HCD_VIST& VistArchiveBench::start_driver() {
 }
 
 HCD_VIST& VistArchiveBench::start_described(sim::VistMeter& meter) {
+    machine.disconnect_all(Port);
     machine.connect(Port, meter);
     start_driver();
     EXPECT_TRUE(driver->get_description());
-    driver->selected_subsystem = 0;
-    driver->last_hour_update.fill(machine.now() - 3000);
     meter.forget_requests();
     machine.forget_exchanges();
     return *driver;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-namespace {}  // namespace
-
 namespace vist_frames {
 
 sim::ByteVector raw(const std::string& bytes) {
@@ -61,42 +59,32 @@ sim::Answer VistPuppet::hear(std::span<const std::uint8_t> request, std::time_t 
         first_.pop_front();
     } else {
         const std::string command = heard.back().substr(0, heard.back().find('\r'));
-        if (const auto found = answers_.find(command); found != answers_.end()) bytes = found->second;
+        if (auto once = once_.extract(command)) {
+            bytes = once.mapped();
+        } else if (const auto found = answers_.find(command); found != answers_.end()) {
+            bytes = found->second;
+        }
     }
     if (bytes.empty()) return {};
     return {{.delay_seconds = 0.02, .bytes = std::move(bytes)}};
-}
-
-VistBench::VistBench(const std::string& start, const std::string& zone) : DriverBench(start, zone) {
-    machine.connect(Port, meter);
-    // The driver prints its address at start; that is nobody's business here.
-    quietly([this] { driver = std::make_unique<HCD_VIST>(Uuid); });
-    driver->take_settings(settings_for(1));
-    driver->set_tty_fd(open_line(Port, LineOfVist, driver->settings().tc_baud, driver->settings().tc_parity));
-    driver->functions.vdn_num.device_num = 1;
-}
-
-std::string VistBench::sent() const {
-    std::string all;
-    for (const std::string& command : meter.heard) all += command;
-    std::replace(all.begin(), all.end(), '\r', '|');
-    return all;
-}
-
-int VistBench::sent_times(const std::string& command) const {
-    return static_cast<int>(std::count(meter.heard.begin(), meter.heard.end(), command + "\r"));
 }
 
 VistLinkBench::VistLinkBench() {
     meter.put_body("VER", "VER=102");
     meter.put_body("VDC", "VDC=2");
     meter.put_packet("/MON G", 10, {1, 2, 3});
-    link.current_buffer = link.intbuff;
+    const VISTLine line{.exchange = [this](Bytes command, ExchangeAnswer& answer,
+                                           int most) { driver->send_receive_locked(command, answer, most); },
+                        .set_busy = [this](int flag) { busy_flags.push_back(flag); },
+                        .set_connected = [](bool flag) { setConnected(flag, Uuid); }};
+    setConnected(false, Uuid);
+    quietly([&] { link = std::make_unique<VISTFunctions>(driver.get(), link_log.get(), line); });
 }
 
-std::vector<int> VistLinkBench::buffer(int index, std::size_t count) {
-    const auto bytes = driver->buffers.GetBuffer(index);
-    return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count)};
+bool VistLinkBench::ask(std::span<const VISTRequest> rows, int rec_count) {
+    parameters.rec_count = rec_count;
+    reply = link->do_request(rows, parameters);
+    return reply.done;
 }
 
 VistDescribedBench::VistDescribedBench() {

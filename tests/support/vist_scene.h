@@ -2,15 +2,19 @@
 // The bench of the VIST link and description tests: a scene, a line, a driver on it, a meter that says what it is told,
 // and short words for what they leave behind.
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "drivers/vist/hcd_vist.h"
 #include "support/driver_bench.h"
+#include "support/plain_driver.h"
 
 /// A meter without sense: it answers each command with what is put down for it, unless something else is to be said
 /// first. Outside of that it keeps silent.
@@ -20,6 +24,8 @@ class VistPuppet final : public sim::SimMeter {
 
     /// What a command (with its numbers, without carriage return) is answered with from now on.
     void put(const std::string& command, const sim::ByteVector& bytes) { answers_[command] = bytes; }
+    /// The same for the next time only.
+    void put_once(const std::string& command, const sim::ByteVector& bytes) { once_[command] = bytes; }
     void put_body(const std::string& command, const std::string& body, int device = 0);
     /// A packet with a right size and a right sum.
     void put_packet(const std::string& command, int type, const sim::ByteVector& body);
@@ -34,6 +40,7 @@ class VistPuppet final : public sim::SimMeter {
 
   private:
     std::map<std::string, sim::ByteVector> answers_;
+    std::map<std::string, sim::ByteVector> once_;
     std::deque<sim::ByteVector> first_;
 };
 
@@ -47,35 +54,56 @@ sim::ByteVector raw(const std::string& bytes);
 
 }  // namespace vist_frames
 
-class VistBench : public DriverBench<HCD_VIST> {
+/// A driver for network number 1 on the open line, and the puppet at its other end.
+template <typename Driver>
+class VistBench : public DriverBench<Driver> {
   protected:
-    /// The driver has network number 1 and is on the open line.
-    explicit VistBench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
+    VistBench() {
+        this->machine.connect(Bench::Port, meter);
+        // The driver prints its address at start; that is nobody's business here.
+        Bench::quietly([this] { this->driver = std::make_unique<Driver>(Bench::Uuid); });
+        const MeterSettings settings = Bench::settings_for(1);
+        this->driver->take_settings(settings);
+        this->driver->set_tty_fd(open_line(Bench::Port, LineOfVist, settings.tc_baud, settings.tc_parity));
+    }
 
     /// The commands on the line so far, in a row, each with "|" for its carriage return.
-    std::string sent() const;
+    std::string sent() const {
+        std::string all;
+        for (const std::string& command : meter.heard) all += command;
+        std::replace(all.begin(), all.end(), '\r', '|');
+        return all;
+    }
     /// How often a command was sent.
-    int sent_times(const std::string& command) const;
+    int sent_times(const std::string& command) const {
+        return static_cast<int>(std::count(meter.heard.begin(), meter.heard.end(), command + "\r"));
+    }
 
     VistPuppet meter;
 };
 
-/// The link by itself: the meter answers VER, VDC and MON G, and packets go to @intbuff.
-class VistLinkBench : public VistBench {
+/// The link by itself: the meter answers VER, VDC and MON G.
+class VistLinkBench : public VistBench<PlainDriver> {
   protected:
     VistLinkBench();
 
-    bool ask(std::span<const VISTRequest> rows, int rec_count = VISTFunctions::NoPosition) {
-        return link.do_request(rows, rec_count);
+    bool ask(std::span<const VISTRequest> rows, int rec_count = VISTParameters::NoPosition);
+    /// The first bytes that a conversation has left.
+    std::vector<int> buffer(std::size_t count) const {
+        return {area.begin(), area.begin() + static_cast<std::ptrdiff_t>(count)};
     }
-    /// The first bytes of a named buffer.
-    std::vector<int> buffer(int index, std::size_t count);
+    const VISTTraffic& traffic() const { return link->traffic(); }
 
-    VISTFunctions& link = driver->functions;
+    std::array<std::uint8_t, 300> area{};
+    VISTParameters parameters{.device_num = 1, .current_buffer = area};
+    VISTReply reply;
+    std::vector<int> busy_flags;
+    std::unique_ptr<UniLog> link_log = open_meter_log(Uuid, "txt");
+    std::unique_ptr<VISTFunctions> link;
 };
 
 /// What a description asks for, put down in the puppet: version 102, one device, order of bytes big-endian.
-class VistDescribedBench : public VistBench {
+class VistDescribedBench : public VistBench<HCD_VIST> {
   protected:
     VistDescribedBench();
 

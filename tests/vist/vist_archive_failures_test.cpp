@@ -171,9 +171,7 @@ class VistFilesOfOneTime : public VistArchives {
         leave_header(Ten);
         leave_record(Ten - Hour);
         leave_staged(name, stored_line(other, 192, 1) + "\n");
-        start_driver();
-        driver->virtdev_cnt = 1;
-        driver->sw_version = 102;
+        start_described(meter);
         set_serial(*driver, 0xFFFFFFFF);
         driver->get_archives(0);
     }
@@ -193,8 +191,8 @@ TEST_F(VistFilesOfOneTime, AnyFileOfAHeaderThatDisagreesEmptiesAllOfTheHeadersAn
         look_with(name, Ten - Hour);
         EXPECT_EQ(emptied(headers), 8U) << name;
         EXPECT_EQ(emptied(records), 1U) << name << ", A27 is fed by no record";
-        EXPECT_EQ(driver->last_request_archive_header[0], 0) << name;
-        EXPECT_EQ(driver->last_request_archive_data[0], Ten) << name;
+        EXPECT_EQ(logged("last_request_archive_header = 0"), 1) << name;
+        EXPECT_EQ(logged("last_request_archive_data = " + std::to_string(Ten)), 1) << name;
     }
 }
 
@@ -203,8 +201,8 @@ TEST_F(VistFilesOfOneTime, AnyFileOfARecordThatDisagreesEmptiesAllOfTheRecordsAn
         look_with(name, Ten - 2 * Hour);
         EXPECT_EQ(emptied(records), 20U) << name;
         EXPECT_EQ(emptied(headers), 0U) << name;
-        EXPECT_EQ(driver->last_request_archive_data[0], 0) << name;
-        EXPECT_EQ(driver->last_request_archive_header[0], Ten) << name;
+        EXPECT_EQ(logged("last_request_archive_data = 0"), 1) << name;
+        EXPECT_EQ(logged("last_request_archive_header = " + std::to_string(Ten)), 1) << name;
     }
 }
 
@@ -220,17 +218,19 @@ TEST_F(VistFilesOfOneTime, FilesOfNeitherListMayTellAnotherTime) {
 // ---- a meter that cannot be asked
 
 TEST_F(VistArchives, AMeterOfUnknownVirtualDevicesIsDescribedInThePlaceOfItsArchive) {
-    start();
-    driver->virtdev_cnt = -1;
+    store_hours(1, 10);
+    machine.connect(Port, meter);
+    start_driver();
     EXPECT_TRUE(pass());
-    EXPECT_EQ(driver->virtdev_cnt, 1);
+    EXPECT_EQ(meter.requests("VDC"), 1U);
     EXPECT_EQ(meter.requests("/ARC/DLD"), 0U);
     EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
 }
 
 TEST_F(VistArchives, AMeterOfVersion100HasNoArchiveToRead) {
     start();
-    driver->sw_version = 100;
+    meter.swap_for({.version = 100});
+    ASSERT_FALSE(driver->get_description());
     EXPECT_FALSE(pass());
     EXPECT_TRUE(commands().empty());
     EXPECT_EQ(logged("Warning! Incompatible VIST SW version 100"), 1);
@@ -251,13 +251,12 @@ TEST_F(VistArchives, WithoutANetworkNumberTheFilesAloneTellWhetherTheyAreUpToDat
 TEST_F(VistArchives, TheMeterTellsHowManyRecordsItHolds) {
     start();
     EXPECT_TRUE(driver->get_archive_record_count());
-    EXPECT_EQ(driver->functions.ret_int, 10);
     EXPECT_EQ(logged("RC = 10"), 1);
 }
 
 TEST_F(VistArchives, ARecordIsFoundByItsPositionFromTheNewest) {
     start();
-    driver->functions.current_buffer = driver->functions.archheader;
+    ASSERT_TRUE(pass());
     std::time_t time = 0;
     EXPECT_TRUE(driver->getTimestampByRecordNum(3, time));
     EXPECT_EQ(time, Midnight + 8 * Hour);

@@ -15,9 +15,7 @@ TEST_F(VistArchives, TheFirstPassComesTenMinutesAfterTheStartAndThenEveryTenMinu
     machine.sleep(600);
     EXPECT_FALSE(driver->need_update_archives(0)) << "exactly ten minutes are not enough";
     machine.sleep(1);
-    const std::time_t due = machine.now();
     EXPECT_TRUE(driver->need_update_archives(0));
-    EXPECT_EQ(driver->last_hour_update[0], due - 3000);
     EXPECT_FALSE(driver->need_update_archives(0));
     machine.sleep(600);
     EXPECT_FALSE(driver->need_update_archives(0));
@@ -52,7 +50,6 @@ TEST_F(VistArchives, AFirstPassReadsTheWholeRingInOneDialog) {
     heard.resize(expected.size());
     EXPECT_EQ(heard, expected);
     EXPECT_EQ(hours_filed(), "8 9 10");
-    EXPECT_EQ(item("_DriverStatus"), "3");
 }
 
 TEST_F(VistArchives, EachPassFilesTheHeaderThatItFound) {
@@ -91,7 +88,7 @@ TEST_F(VistArchives, EachVirtualDeviceHasItsOwnRingAndDirectory) {
     EXPECT_EQ(staged("A20", 2), stored_line(Ten - Hour, 192, 33.3) + "\n");
     EXPECT_EQ(two.requests("VDN 1"), 3U);
     EXPECT_EQ(two.requests("VDN 0"), 0U);
-    EXPECT_EQ(item("_DriverStatus", 1), "3") << "said before the device is selected";
+    EXPECT_EQ(item("_DriverStatus", 3), "3") << "said before the device is selected, behind those described";
 }
 
 // ---- where the walk begins

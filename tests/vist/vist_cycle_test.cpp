@@ -9,6 +9,8 @@
 
 #include "support/child.h"
 #include "support/vist_archive_scene.h"
+#include "support/vist_present.h"
+#include "support/vist_scene.h"
 
 namespace {
 
@@ -82,28 +84,12 @@ TEST_F(VistCycle, ANewDriverTellsStandardOutputWhereItIs) {
 
 TEST_F(VistCycle, ANewDriverKnowsNothingOfItsMeterYet) {
     start_driver();
-    EXPECT_EQ(driver->virtdev_cnt, -1);
-    EXPECT_EQ(driver->sw_version, -1);
-    EXPECT_EQ(driver->dev_serial, -1);
-    EXPECT_EQ(driver->mdatetime, -1);
-    EXPECT_EQ(driver->last_mdatetime, 0);
-    EXPECT_EQ(driver->last_hour_update[0], machine.now() - 3000);
-    EXPECT_EQ(driver->ArchiveRecNum, 0);
     EXPECT_EQ(driver->get_log_name(), "VIST(not_set)");
     EXPECT_EQ(driver->get_driver_type(), "VISThydralink");
     EXPECT_EQ(driver->get_buffer_limit(), 0);
     EXPECT_EQ(driver->get_uuid(), Uuid);
     EXPECT_TRUE(driver->is_all_archives_ok());
     for (int n = 1; n <= 6; ++n) EXPECT_EQ(item("Connected", n), "0");
-}
-
-TEST_F(VistCycle, ADriverHasFourBuffersOf300Bytes) {
-    start_driver();
-    for (const char* name : {"@tempbuff", "@intbuff", "@mombuff", "@archheader"}) {
-        const int index = driver->buffers.FindBuffer(name);
-        ASSERT_GE(index, 0) << name;
-        EXPECT_EQ(driver->buffers.GetBuffer(index).size(), 300U) << name;
-    }
 }
 
 // ---- the order of a run
@@ -207,16 +193,18 @@ TEST_F(VistCycle, AMeterWithoutDevicesShowsTheEndOfItsRunInTheFirstDirectory) {
     run();
     EXPECT_EQ(item("_DriverStatus", 1), "6");
     EXPECT_EQ(item("_DriverStatus", 2), "(none)");
-    EXPECT_EQ(meter.requests("/MON TG"), 0U);
+    EXPECT_EQ(meter.requests("/MON TG") + meter.requests("/SYS SPC 1"), 0U);
     EXPECT_TRUE(driver->is_all_archives_ok());
 }
 
 TEST_F(VistCycle, OfAMeterWithNineDevicesSixAreServed) {
     meter.swap_for({.claimed_devices = 9, .last_device_repeats = true, .plus_starts_at_set = true});
     start();
+    ASSERT_TRUE(driver->get_description());
+    EXPECT_EQ(logged("VIST virtual devices count: 9"), 1);
+    EXPECT_EQ(logged("Only the first 6 virtual devices are served."), 1);
     store(10, 10);
     run_archives();
-    EXPECT_EQ(driver->virtdev_cnt, 6);
     EXPECT_EQ(meter.requests("/MON C"), 6U);
     EXPECT_EQ(meter.requests("VDN 5"), 7U);
     EXPECT_EQ(meter.requests("VDN 6"), 0U);
@@ -281,45 +269,43 @@ TEST_F(VistCycle, UntilTheFirstPassTheArchiveIsBehind) {
     store(10, 10, 0);
     store(10, 10, 1);
     run();
-    EXPECT_FALSE(driver->archives_ok[0]);
     EXPECT_FALSE(driver->is_all_archives_ok());
     run_archives();
-    EXPECT_TRUE(driver->archives_ok[0]);
     EXPECT_TRUE(driver->is_all_archives_ok());
 }
 
-class VistLag : public VistCycle, public ::testing::WithParamInterface<int> {};
+TEST_F(VistCycle, AMeterIsBehindWhenOneOfItsDevicesIs) {
+    for (const unsigned caught_up : {0U, 1U}) {
+        sim::VistMeter another{two_devices()};
+        another.store_hourly({.at = Ten}, caught_up);
+        machine.disconnect_all(Port);
+        machine.connect(Port, another);
+        start_driver();
+        run_archives();
+        EXPECT_EQ(logged("Actual Archives = TRUE;"), 1) << caught_up;
+        EXPECT_FALSE(driver->is_all_archives_ok()) << caught_up;
+        scene.remove("/mnt/storage/m1");
+        scene.make_tree(Uuid);
+    }
+}
+
+class VistLag : public VistDescribedBench, public ::testing::WithParamInterface<int> {};
 
 TEST_P(VistLag, AnArchiveIsBehindWhenItsRecordsEndMoreThanFourHoursBeforeTheMetersClock) {
-    // At version 101 the meter does not tell its clock, so what was known of it stays.
-    meter.swap_for({.version = 101});
-    start();
-    driver->mdatetime = Ten + 14400 + GetParam();
-    driver->last_request_archive_data[0] = Ten;
+    constexpr std::time_t Clock = 1709373899;  // of the puppet, 2024-03-02 10:04:59
+    const std::time_t newest = Clock - 14400 - GetParam();
+    meter.put_packet("/MON TG", 12, vist_present::with_clock(vist_present::integrators()));
+    meter.put_packet("/MON C", 11, vist_present::moments());
+    leave_staged("A3", stored_line(newest - 3600, 192, 1) + "\n");
+    machine.sleep(601);
     run();
-    EXPECT_EQ(driver->last_mdatetime, Ten + 14400 + GetParam());
-    EXPECT_EQ(driver->archives_ok[0], GetParam() <= 0);
+    EXPECT_EQ(driver->is_all_archives_ok(), GetParam() <= 0);
     EXPECT_EQ(logged("Actual Archives = TRUE;"), GetParam() <= 0 ? 1 : 0);
-    if (GetParam() <= 0) return;
-    EXPECT_EQ(
-        logged("Actual Archives = FALSE; Difftime( MDateTime(1709388001), last request Hour(1709373600)) > 4 hour"), 1);
+    EXPECT_EQ(logged("Actual Archives = FALSE; Difftime( MDateTime(1709373899), last request Hour(" +
+                     std::to_string(newest) + ")) > 4 hour"),
+              GetParam() <= 0 ? 0 : 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Lags, VistLag, ::testing::Values(-14400, -1, 0, 1));
-
-TEST_F(VistCycle, AMeterIsUpToDateWhenAllItsDevicesAre) {
-    start();
-    run();
-    driver->archives_ok = {true, true, false, false, false, false};
-    EXPECT_TRUE(driver->is_all_archives_ok()) << "it has two devices";
-    driver->archives_ok[1] = false;
-    EXPECT_FALSE(driver->is_all_archives_ok());
-    driver->archives_ok = {false, true, true, true, true, true};
-    EXPECT_FALSE(driver->is_all_archives_ok());
-    driver->virtdev_cnt = 0;
-    EXPECT_TRUE(driver->is_all_archives_ok());
-    driver->virtdev_cnt = -1;
-    EXPECT_TRUE(driver->is_all_archives_ok());
-}
 
 }  // namespace

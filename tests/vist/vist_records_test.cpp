@@ -1,13 +1,18 @@
 // The two packets of the meter's archive, byte for byte: the header with its totals, and the hourly record.
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "drivers/vist/vist_decode.h"
+#include "drivers/vist/vist_progress.h"
 #include "support/vist_archive_scene.h"
+#include "support/vist_scene.h"
 
 namespace {
+
+using Raw = std::vector<std::uint8_t>;
+using Values = std::vector<vist::ArchiveValue>;
 
 constexpr std::time_t Noon = 1709380800;  // 2024-03-02 12:00 UTC
 constexpr std::uint32_t AllTotals = 0x40FE;
@@ -35,304 +40,231 @@ struct Header {
     }
 };
 
-class VistRecords : public VistArchiveBench, public ::testing::WithParamInterface<bool> {
+/// A record of 12:00 on 2 March 2024, or of another time of that day.
+Raw record_packet(const VistBytes& fields, std::initializer_list<int> clock = {12, 0, 0}) {
+    Raw body = VistBytes().b(clock).b({2, 3, 24, 0}).bytes();
+    body.insert(body.end(), fields.bytes().begin(), fields.bytes().end());
+    return vist_test_packet(21, body, 6, 7);
+}
+
+std::string texts_of(const std::tm& tm) {
+    return vist::clock_text(tm) + " " + vist::day_text(tm);
+}
+
+class VistRecords : public ::testing::TestWithParam<bool> {
   protected:
-    VistRecords() {
-        start_driver();
-        driver->fSwapArch = !little();
+    static bool little() { return GetParam(); }
+    static VistBytes fields() { return VistBytes(little()); }
+    static vist::ArchiveHeader header(const Header& made) {
+        Raw bytes = made.packet();
+        return vist::decode_header(bytes);
     }
-    bool little() const { return GetParam(); }
-
-    void put(const std::vector<std::uint8_t>& packet) {
-        const auto buffer = driver->buffers.GetBuffer(driver->functions.archheader);
-        std::fill(buffer.begin(), buffer.end(), std::uint8_t{0});
-        std::copy(packet.begin(), packet.end(), buffer.begin());
+    static vist::ArchiveRecord record(const VistBytes& some, std::uint32_t mask,
+                                      const std::array<std::uint8_t, 4>& precision = {1, 2, 3, 4}) {
+        Raw bytes = record_packet(some);
+        return vist::decode_record(
+            bytes, {.fSwapArch = !little(), .arch_mask = mask, .arch_precision = precision, .totals = {}});
     }
-    bool take_header(const Header& header) {
-        put(header.packet());
-        return driver->flush_archive_header();
+    /// All fields of a record: hours, six volumes, temperatures, pressures, energy, status, four periods.
+    static VistBytes all_fields() {
+        return fields()
+            .n(95, 1)
+            .n(1001, 4)
+            .n(1002, 4)
+            .n(1003, 4)
+            .n(1004, 4)
+            .n(1005, 4)
+            .n(1006, 4)
+            .n(712, 2)
+            .n(453, 2)
+            .n(98, 2)
+            .n(7777, 2)
+            .n(61, 1)
+            .n(42, 1)
+            .n(23, 1)
+            .n(static_cast<std::uint64_t>(-12345), 4)
+            .n(0xC1000901, 4)
+            .n(11, 1)
+            .n(12, 1)
+            .n(13, 1)
+            .n(14, 1)
+            .n(0x010203, 3)
+            .n(4, 1)
+            .n(5, 1);
     }
-    /// A record of the meter's 12:00 with these fields.
-    bool take_record(const VistBytes& fields, std::uint32_t mask, std::initializer_list<int> clock = {12, 0, 0}) {
-        driver->arch_mask = mask;
-        VistBytes body;
-        body.b(clock).b({2, 3, 24, 0});
-        std::vector<std::uint8_t> bytes = body.bytes();
-        bytes.insert(bytes.end(), fields.bytes().begin(), fields.bytes().end());
-        put(vist_test_packet(21, bytes, 6, 7));
-        error = -1;
-        return driver->flush_archive_data(error);
-    }
-    VistBytes fields() const { return VistBytes(little()); }
-    static std::string at_noon(const std::string& rest) { return "1709380800," + rest + "\n"; }
-    static std::string at_eleven(const std::string& rest) { return "1709377200," + rest + "\n"; }
-
-    int error = -1;
 };
 
 // ---- the header
 
-TEST_P(VistRecords, TheTotalsOfAHeaderAreFiledAtTheHeadersOwnTime) {
-    EXPECT_TRUE(take_header({.little = little()}));
-    EXPECT_EQ(staged("A6"), at_noon("192,100.100000")) << "p0";
-    EXPECT_EQ(staged("A8"), at_noon("192,10.020000")) << "p1";
-    EXPECT_EQ(staged("A10"), at_noon("192,1.003000")) << "p2";
-    EXPECT_EQ(staged("A12"), at_noon("192,100.400000")) << "p0 again";
-    EXPECT_EQ(staged("A14"), at_noon("192,10.050000")) << "p1 again";
-    EXPECT_EQ(staged("A16"), at_noon("192,1.006000")) << "p2 again";
-    EXPECT_EQ(staged("A4"), at_noon("192,10.070000")) << "hundredths";
-    EXPECT_EQ(staged("A1"), at_noon("192,0.100800")) << "p3";
-    EXPECT_EQ(lines_in("tc_archives").size(), 0U) << "the walk is staged";
+TEST_P(VistRecords, AHeaderTellsOrderMaskCountsPrecisionsAndTime) {
+    const vist::ArchiveHeader told = header({.little = little(), .mask = 0x12345678, .enumer_rest = 0x7F});
+    EXPECT_TRUE(told.good);
+    EXPECT_EQ(told.fSwapArch, !little()) << "bit 7 alone tells";
+    EXPECT_EQ(told.arch_mask, 0x12345678U);
+    EXPECT_EQ(told.ArchiveRecNum, 500);
+    EXPECT_EQ(told.ArchiveRecNew, 499);
+    EXPECT_EQ(told.ArchiveRecMax, 1536);
+    EXPECT_EQ(told.arch_precision, (std::array<std::uint8_t, 4>{1, 2, 3, 4}));
+    EXPECT_EQ(texts_of(told.time), "12:00:00 02:03:24");
+    EXPECT_EQ(header({.little = little(), .rec_num = 0xFFFE}).ArchiveRecNum, -2) << "counts are signed";
 }
 
-TEST_P(VistRecords, AHeaderTellsTheByteOrderOfTheWholeArchive) {
-    driver->fSwapArch = little();
-    take_header({.little = little(), .enumer_rest = 0x7F});
-    EXPECT_EQ(driver->fSwapArch, !little()) << "bit 7 alone tells";
-}
-
-TEST_P(VistRecords, AHeaderTellsMaskCountsAndPrecisions) {
-    take_header({.little = little(), .mask = 0x12345678});
-    EXPECT_EQ(driver->arch_mask, 0x12345678U);
-    EXPECT_EQ(driver->ArchiveRecNum, 500);
-    EXPECT_EQ(driver->ArchiveRecNew, 499);
-    EXPECT_EQ(driver->ArchiveRecMax, 1536);
-    EXPECT_EQ(driver->arch_precision, (std::array<std::uint8_t, 4>{1, 2, 3, 4}));
-}
-
-TEST_P(VistRecords, ACountOfAHeaderIsASignedNumber) {
-    take_header({.little = little(), .rec_num = 0xFFFE});
-    EXPECT_EQ(driver->ArchiveRecNum, -2);
-}
-
-TEST_P(VistRecords, TheFirstTotalsAreUnsignedAndTheEnergyIsSigned) {
-    take_header({.little = little(), .first_total = 0xFFFFFFFF, .energy = static_cast<std::uint64_t>(-25000)});
-    EXPECT_EQ(staged("A6"), at_noon("192,429496729.500000"));
-    EXPECT_EQ(staged("A1"), at_noon("192,-2.500000"));
-}
-
-TEST_P(VistRecords, TheEnergyOfAHeaderTakesMoreThanFourBytes) {
-    take_header({.little = little(), .energy = 123456789012500});
-    EXPECT_EQ(staged("A1"), at_noon("192,12345678901.250000"));
-}
-
-TEST_P(VistRecords, ATotalIsFiledOnlyIfItsBitIsSetAndAllStayAtTheirPlaces) {
-    struct Bit {
-        int bit;
-        const char* name;
-    };
-    constexpr Bit bits[] = {{1, "A6"},  {2, "A8"},  {3, "A10"}, {4, "A12"},
-                            {5, "A14"}, {6, "A16"}, {7, "A4"},  {14, "A1"}};
-    ASSERT_TRUE(take_header({.little = little()}));
-    LineCounts whole = lines_in("tmp_archives");
-    for (const Bit& bit : bits) {
-        scene.remove("/mnt/storage/m1");
-        scene.make_tree(Uuid);
-        start_driver();
-        ASSERT_TRUE(take_header({.little = little(), .mask = 1U << bit.bit}));
-        const LineCounts lines = lines_in("tmp_archives");
-        EXPECT_EQ(lines.size(), 1U);
-        ASSERT_TRUE(lines.contains(bit.name)) << bit.bit;
-        EXPECT_EQ(lines.at(bit.name), whole.at(bit.name));
+TEST_P(VistRecords, ATotalIsThereOnlyIfItsBitIsSetAndAllStayAtTheirPlaces) {
+    const Values all = header({.little = little()}).totals;
+    const Values awaited = {{"A6", 100.1},  {"A8", 10.02},  {"A10", 1.003}, {"A12", 100.4},
+                            {"A14", 10.05}, {"A16", 1.006}, {"A1", 0.1008}, {"A4", 10.07}};
+    EXPECT_EQ(all, awaited) << "by p0, p1 and p2 twice, p3, hundredths";
+    const std::vector<int> bits = {1, 2, 3, 4, 5, 6, 14, 7};
+    for (std::size_t i = 0; i < bits.size(); ++i) {
+        EXPECT_EQ(header({.little = little(), .mask = 1U << bits[i]}).totals, Values{all[i]}) << bits[i];
     }
+    EXPECT_EQ(header({.little = little(), .mask = ~AllTotals}).totals, Values{});
 }
 
-TEST_P(VistRecords, AHeaderWhoseBitsNameNoTotalFilesNothing) {
-    EXPECT_TRUE(take_header({.little = little(), .mask = ~AllTotals}));
-    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
-    EXPECT_EQ(driver->last_request_archive_header[0], Noon) << "but its time has moved on";
-}
-
-TEST_P(VistRecords, AHeaderWithAWrongSumIsNotFiled) {
-    std::vector<std::uint8_t> packet = Header{.little = little()}.packet();
-    ++packet[7];
-    put(packet);
-    EXPECT_FALSE(driver->flush_archive_header());
-    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
-    EXPECT_EQ(driver->last_request_archive_header[0], 0);
-    EXPECT_EQ(logged("Incoming CRC != calc CRC, return false"), 1);
+TEST_P(VistRecords, TheFirstTotalsAreUnsignedAndTheEnergyIsSignedAndWide) {
+    const Values told =
+        header({.little = little(), .first_total = 0xFFFFFFFF, .energy = static_cast<std::uint64_t>(-25000)}).totals;
+    EXPECT_EQ(told.at(0).value, 429496729.5);
+    EXPECT_EQ(told.at(6).value, -2.5);
+    EXPECT_EQ(header({.little = little(), .energy = 123456789012500}).totals.at(6).value, 12345678901.25);
 }
 
 TEST_P(VistRecords, TheSumOfAHeaderLeavesOutItsFirstByteAndReachesItsLast) {
-    std::vector<std::uint8_t> packet = Header{.little = little()}.packet();
-    packet[6] = 0xAB;
-    put(packet);
-    EXPECT_TRUE(driver->flush_archive_header());
-    packet = Header{.little = little(), .hour = 13}.packet();
-    ++packet.back();
-    put(packet);
-    EXPECT_FALSE(driver->flush_archive_header());
-}
-
-TEST_P(VistRecords, AHeaderOfTheSameTimeOrAnEarlierOneIsNotFiledAgain) {
-    ASSERT_TRUE(take_header({.little = little()}));
-    const LineCounts once = lines_in("tmp_archives");
-    EXPECT_FALSE(take_header({.little = little()}));
-    EXPECT_FALSE(take_header({.little = little(), .hour = 11}));
-    EXPECT_EQ(lines_in("tmp_archives"), once);
-    EXPECT_EQ(driver->last_request_archive_header[0], Noon);
-    EXPECT_EQ(logged("Current header timestamp is exists, return false"), 2);
-}
-
-TEST_P(VistRecords, AHeaderBehindTheEndOfTheGatewaysTimeIsNotFiled) {
-    EXPECT_FALSE(take_header({.little = little(), .year = 99}));
-    EXPECT_EQ(logged("CRC ok"), 1);
-    EXPECT_EQ(logged("Current header timestamp is exists, return false"), 1);
-    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
-    EXPECT_EQ(driver->last_request_archive_header[0], 0);
-}
-
-TEST_P(VistRecords, AHeaderIsFiledAtItsOwnMinute) {
-    ASSERT_TRUE(take_header({.little = little(), .minute = 30}));
-    EXPECT_EQ(staged("A6"), "1709382600,192,100.100000\n");
+    const Header made{.little = little()};
+    const auto good_with = [&made](std::size_t at, int more) {
+        Raw bytes = made.packet();
+        bytes[at] = static_cast<std::uint8_t>(bytes[at] + more);
+        return vist::decode_header(bytes).good;
+    };
+    EXPECT_TRUE(good_with(6, 1));
+    EXPECT_FALSE(good_with(7, 1)) << "the sum itself";
+    for (std::size_t at = 8; at < made.packet().size(); ++at) EXPECT_FALSE(good_with(at, 1)) << at;
 }
 
 // ---- the record
 
-TEST_P(VistRecords, EachFieldOfARecordGoesToItsFileAnHourBeforeTheRecord) {
-    driver->arch_precision = {1, 2, 3, 4};
-    VistBytes all = fields();
-    all.n(95, 1).n(1001, 4).n(1002, 4).n(1003, 4).n(1004, 4).n(1005, 4).n(1006, 4);
-    all.n(712, 2).n(453, 2).n(98, 2).n(7777, 2).n(61, 1).n(42, 1).n(23, 1).n(static_cast<std::uint64_t>(-12345), 4);
-    all.n(0xC1000901, 4).n(11, 1).n(12, 1).n(13, 1).n(14, 1).n(0x010203, 3).n(4, 1).n(5, 1);
-    EXPECT_TRUE(take_record(all, 0x7FFFFF));
-    EXPECT_EQ(error, 0);
-    const LineCounts expected = {
-        {"A3", {{"1709377200,192,0.950000", 1}}},
-        {"A5", {{"1709377200,192,100.100000", 1}}},
-        {"A7", {{"1709377200,192,10.020000", 1}}},
-        {"A9", {{"1709377200,192,1.003000", 1}}},
-        {"A11", {{"1709377200,192,100.400000", 1}}},
-        {"A13", {{"1709377200,192,10.050000", 1}}},
-        {"A15", {{"1709377200,192,1.006000", 1}}},
-        {"A20", {{"1709377200,192,71.200000", 1}}},
-        {"A21", {{"1709377200,192,45.300000", 1}}},
-        {"A22", {{"1709377200,192,9.800000", 1}}},
-        {"A17", {{"1709377200,192,6.100000", 1}}},
-        {"A18", {{"1709377200,192,4.200000", 1}}},
-        {"A19", {{"1709377200,192,2.300000", 1}}},
-        {"A2", {{"1709377200,192,-1.234500", 1}}},
-        // e0 0x01, e1 0x09, e3 0xC1: 0x2, 0x20000 and 0x200000, 0x200 with the archive's 0x10000 and 0x8000
-        {"A28", {{"1709377200,192,2327042.000000", 1}}},
-        {"A25", {{"1709377200,192,0.110000", 1}}},
-        {"A26", {{"1709377200,192,0.120000", 1}}},
-        {"A24", {{"1709377200,192,0.130000", 1}}},
-        {"A23", {{"1709377200,192,0.140000", 1}}},
-    };
-    EXPECT_EQ(lines_in("tmp_archives"), expected);
+TEST_P(VistRecords, EachFieldOfARecordHasItsNumber) {
+    const vist::ArchiveRecord told = record(all_fields(), 0x7FFFFF);
+    const Values plain = {{"A3", 0.95},   {"A5", 100.1},   {"A7", 10.02}, {"A9", 1.003}, {"A11", 100.4}, {"A13", 10.05},
+                          {"A15", 1.006}, {"A2", -1.2345}, {"A25", 0.11}, {"A26", 0.12}, {"A24", 0.13},  {"A23", 0.14}};
+    const Values measured = {{"A20", 71.2}, {"A21", 45.3}, {"A22", 9.8}, {"A17", 6.1}, {"A18", 4.2}, {"A19", 2.3}};
+    EXPECT_EQ(told.values, plain);
+    EXPECT_EQ(told.measured, measured);
+    // e0 0x01, e1 0x09, e3 0xC1: 0x2, 0x20000 and 0x200000, 0x200 with the archive's 0x10000 and 0x8000
+    EXPECT_EQ(told.A28, 0x238202);
 }
 
 TEST_P(VistRecords, FieldsWithoutTheirBitTakeNoPlaceInTheRecord) {
-    driver->arch_precision = {1, 2, 3, 4};
-    VistBytes some = fields();
-    some.n(0xAABB, 2).n(9, 1).n(0x00070000, 4).n(77, 1);
-    EXPECT_TRUE(take_record(some, 1U << 10 | 1U << 12 | 1U << 14 | 1U << 19));
-    const LineCounts expected = {{"A18", {{"1709377200,192,0.900000", 1}}},
-                                 {"A2", {{"1709377200,192,45.875200", 1}}},
-                                 {"A23", {{"1709377200,192,0.770000", 1}}}};
-    EXPECT_EQ(lines_in("tmp_archives"), expected);
+    const vist::ArchiveRecord told =
+        record(fields().n(0xAABB, 2).n(9, 1).n(0x00070000, 4).n(77, 1), 1U << 10 | 1U << 12 | 1U << 14 | 1U << 19);
+    EXPECT_EQ(told.values, (Values{{"A2", 45.8752}, {"A23", 0.77}}));
+    EXPECT_EQ(told.measured, (Values{{"A18", 0.9}}));
+    EXPECT_FALSE(told.A28);
+    EXPECT_EQ(record(fields(), 0).values, Values{});
 }
 
 TEST_P(VistRecords, VolumesAreUnsignedAndTemperaturesToo) {
-    VistBytes some = fields();
-    some.n(0xFFFFFFFF, 4).n(0xFFFF, 2);
-    driver->arch_precision = {0, 0, 0, 0};
-    EXPECT_TRUE(take_record(some, 1U << 1 | 1U << 7));
-    EXPECT_EQ(staged("A5"), at_eleven("192,4294967295.000000"));
-    EXPECT_EQ(staged("A20"), at_eleven("0,6553.500000"));
+    const vist::ArchiveRecord told = record(fields().n(0xFFFFFFFF, 4).n(0xFFFF, 2), 1U << 1 | 1U << 7, {});
+    EXPECT_EQ(told.values, (Values{{"A5", 4294967295.0}}));
+    EXPECT_EQ(told.measured, (Values{{"A20", 6553.5, false}}));
 }
 
-TEST_P(VistRecords, ATemperatureIsGoodBelow500Degrees) {
-    VistBytes some = fields();
-    some.n(4999, 2).n(5000, 2).n(5001, 2);
-    EXPECT_TRUE(take_record(some, 7U << 7));
-    EXPECT_EQ(staged("A20"), at_eleven("192,499.900000"));
-    EXPECT_EQ(staged("A21"), at_eleven("0,500.000000"));
-    EXPECT_EQ(staged("A22"), at_eleven("0,500.100000"));
+TEST_P(VistRecords, ATemperatureIsGoodBelow500DegreesAndAPressureUnlessItIsExactlyZero) {
+    EXPECT_EQ(record(fields().n(4999, 2).n(5000, 2).n(5001, 2), 7U << 7).measured,
+              (Values{{"A20", 499.9, true}, {"A21", 500.0, false}, {"A22", 500.1, false}}));
+    EXPECT_EQ(record(fields().n(0, 1).n(1, 1).n(255, 1), 7U << 11).measured,
+              (Values{{"A17", 0.0, false}, {"A18", 0.1, true}, {"A19", 25.5, true}}));
 }
 
-TEST_P(VistRecords, APressureOfExactlyZeroIsNotGood) {
-    EXPECT_TRUE(take_record(fields().n(0, 1).n(1, 1).n(255, 1), 7U << 11));
-    EXPECT_EQ(staged("A17"), at_eleven("0,0.000000"));
-    EXPECT_EQ(staged("A18"), at_eleven("192,0.100000"));
-    EXPECT_EQ(staged("A19"), at_eleven("192,25.500000"));
+TEST_P(VistRecords, ACutRecordReadsNoForeignByte) {
+    const Raw whole = record_packet(all_fields());
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        Raw bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        vist::decode_record_time(bytes);
+        vist::take_full_hour(bytes);
+        vist::decode_record(bytes, {.fSwapArch = true, .arch_mask = 0x7FFFFF, .totals = {}});
+        vist::decode_header(bytes);
+        EXPECT_EQ(bytes.size(), length);
+    }
 }
 
-TEST_P(VistRecords, ARecordWithoutAnyFieldOnlyMovesTheTimeOn) {
-    EXPECT_TRUE(take_record(fields(), 0));
-    EXPECT_EQ(error, 0);
-    EXPECT_EQ(driver->last_request_archive_data[0], Noon);
+TEST(VistRecordTimes, TheTimeOfARecordIsReadAsItStandsAndThenAsAFullHour) {
+    Raw bytes = record_packet(VistBytes().b({55}), {12, 30, 17});
+    ASSERT_TRUE(vist::decode_record_time(bytes));
+    EXPECT_EQ(texts_of(*vist::decode_record_time(bytes)), "12:30:17 02:03:24");
+    EXPECT_EQ(texts_of(vist::take_full_hour(bytes)), "12:00:00 02:03:24");
+    EXPECT_EQ(texts_of(*vist::decode_record_time(bytes)), "12:00:00 02:03:24") << "where it stands, too";
+    ++bytes[12];
+    EXPECT_FALSE(vist::decode_record_time(bytes)) << "a wrong sum";
+}
+
+// ---- whether a record is new
+
+TEST(VistProgress, ARecordIsNewWithinAnHourOfTheLastOneAndTheFirstOneInAnyCase) {
+    using Step = VISTProgress::Step;
+    VISTProgress progress;
+    EXPECT_EQ(progress.step_to(Noon), Step::New);
+    EXPECT_EQ(progress.step_to(Noon), Step::Stored);
+    EXPECT_EQ(progress.step_to(Noon - 3600), Step::Stored) << "or an older one";
+    EXPECT_EQ(progress.step_to(Noon + 3601), Step::BehindHole);
+    EXPECT_EQ(progress.last_request_archive_data, Noon);
+    EXPECT_EQ(progress.step_to(Noon + 3600), Step::New) << "exactly an hour is no hole";
+    EXPECT_EQ(progress.last_request_archive_data, Noon + 3600);
+}
+
+TEST(VistProgress, TheRecordJustWrittenIsNotWrittenTwiceInOnePass) {
+    VISTProgress progress{.last_archive_record = Noon};
+    EXPECT_EQ(progress.step_to(Noon), VISTProgress::Step::WrittenInThisPass);
+    EXPECT_EQ(progress.last_request_archive_data, Noon);
+}
+
+// ---- what becomes of them
+
+class VistFiling : public VistDescribedBench, public ::testing::WithParamInterface<bool> {
+  protected:
+    /// A pass over an archive of this header and one record of every field.
+    void pass(const Header& header, const Raw& newest) {
+        ASSERT_TRUE(describe());
+        meter.put("/ARC/DLD H", header.packet());
+        meter.put_body("/ARC/DLD OLD", "OK");
+        meter.put("/ARC/DLD =", newest);
+        meter.put_body("/ARC/DLD SET 500", "OK");
+        meter.put_once("/ARC/DLD +", newest);
+        driver->get_archives(0);
+    }
+};
+
+TEST_P(VistFiling, TotalsAreFiledAtTheHeadersOwnTimeAndARecordAsItsFullHourAnHourBefore) {
+    const bool little = GetParam();
+    VistBytes some = VistBytes(little).n(1001, 4).n(5000, 2).n(61, 1).n(0x01, 4);
+    pass({.little = little, .mask = 1U << 1 | 1U << 7 | 1U << 11 | 1U << 15, .minute = 30},
+         record_packet(some, {12, 30, 17}));
+    const LineCounts expected = {{"A6", {{"1709382600,192,100.100000", 1}}}, {"A4", {{"1709382600,192,10.070000", 1}}},
+                                 {"A5", {{"1709377200,192,100.100000", 1}}}, {"A20", {{"1709377200,0,500.000000", 1}}},
+                                 {"A17", {{"1709377200,192,6.100000", 1}}},  {"A28", {{"1709377200,192,2.000000", 1}}}};
+    EXPECT_EQ(lines_in("tmp_archives"), expected);
+    EXPECT_EQ(lines_in("tc_archives").size(), 0U) << "the walk is staged";
+}
+
+TEST_P(VistFiling, AHeaderOfAnEarlierTimeIsNotFiled) {
+    pass({.little = GetParam()}, record_packet(VistBytes()));
+    const LineCounts once = lines_in("tmp_archives");
+    pass({.little = GetParam(), .hour = 11}, record_packet(VistBytes()));
+    EXPECT_EQ(lines_in("tmp_archives"), once);
+    EXPECT_EQ(logged("Current header timestamp is exists, return false"), 1);
+}
+
+TEST_P(VistFiling, ARecordWithoutAnyFieldOnlyMovesTheTimeOn) {
+    pass({.little = GetParam(), .mask = 0}, record_packet(VistBytes()));
+    EXPECT_EQ(logged("delta_date + 3600 = " + std::to_string(Noon + 3600)), 1);
     EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
 }
 
-TEST_P(VistRecords, ARecordOfAnyMinuteIsFiledAsItsFullHour) {
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1, {12, 30, 17}));
-    EXPECT_EQ(staged("A3"), at_eleven("192,1.000000"));
-    EXPECT_EQ(driver->last_request_archive_data[0], Noon);
-}
-
-TEST_P(VistRecords, ARecordThatIsStoredAlreadyOrOlderIsPassedOver) {
-    driver->last_request_archive_data[0] = Noon;
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1));
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1, {11, 0, 0}));
-    EXPECT_EQ(driver->last_request_archive_data[0], Noon);
+TEST_P(VistFiling, AHeaderBehindTheEndOfTheGatewaysTimeIsNotFiled) {
+    pass({.little = GetParam(), .year = 99}, record_packet(VistBytes()));
+    EXPECT_EQ(logged("CRC ok"), 1);
+    EXPECT_EQ(logged("Current header timestamp is exists, return false"), 1);
     EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
-    EXPECT_EQ(logged("Current data timestamp is exists, return true"), 2);
-}
-
-TEST_P(VistRecords, ARecordMoreThanAnHourBehindTheLastOneEndsTheWalk) {
-    driver->last_request_archive_data[0] = Noon - 7200;
-    EXPECT_FALSE(take_record(fields().n(100, 1), 1));
-    EXPECT_EQ(error, 0);
-    EXPECT_EQ(driver->last_request_archive_data[0], Noon - 7200);
-    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
-    EXPECT_EQ(logged("Record's timestamp less that coming record's timestamp "), 1);
-    driver->last_request_archive_data[0] = Noon - 3600;
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1)) << "exactly an hour is no hole";
-    EXPECT_EQ(staged("A3"), at_eleven("192,1.000000"));
-}
-
-TEST_P(VistRecords, TheFirstRecordOfAllIsTakenWithoutATestForAHole) {
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1));
-    EXPECT_EQ(staged("A3"), at_eleven("192,1.000000"));
-}
-
-TEST_P(VistRecords, TheRecordJustWrittenIsNotWrittenTwiceInOnePass) {
-    driver->last_archive_record = Noon;
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1));
-    EXPECT_EQ(driver->last_request_archive_data[0], Noon);
-    EXPECT_EQ(lines_in("tmp_archives").size(), 0U);
-    EXPECT_EQ(logged("pVISTdrv->last_archive_record != current_timestamp, return true"), 1);
-    EXPECT_EQ(logged("Last request archive data = 1709380800"), 1);
-}
-
-TEST_P(VistRecords, ARecordGoesIntoTheDirectoryOfItsVirtualDevice) {
-    driver->selected_subsystem = 5;
-    EXPECT_TRUE(take_record(fields().n(100, 1), 1));
-    EXPECT_EQ(staged("A3", 6), at_eleven("192,1.000000"));
-    EXPECT_EQ(driver->last_request_archive_data[5], Noon);
-    EXPECT_EQ(driver->last_request_archive_data[0], 0);
-}
-
-TEST_P(VistRecords, TheDateOfARecordIsReadAsItStands) {
-    std::time_t date = 0;
-    VistBytes body;
-    body.b({12, 30, 17, 2, 3, 24, 0, 55});
-    put(vist_test_packet(21, body.bytes(), 6, 7));
-    EXPECT_TRUE(driver->getDateFromArchiveBuff(date));
-    EXPECT_EQ(date, Noon + 1817);
-    EXPECT_EQ(logged("pRec->crc == calc_crc"), 1);
-}
-
-TEST_P(VistRecords, ARecordWithAWrongSumHasNoDate) {
-    VistBytes body;
-    body.b({12, 0, 0, 2, 3, 24, 0, 55});
-    std::vector<std::uint8_t> packet = vist_test_packet(21, body.bytes(), 6, 7);
-    ++packet[12];
-    put(packet);
-    std::time_t date = 7;
-    EXPECT_FALSE(driver->getDateFromArchiveBuff(date));
-    EXPECT_EQ(logged("pRec->crc != calc_crc"), 1);
 }
 
 std::string order_name(const ::testing::TestParamInfo<bool>& info) {
@@ -340,5 +272,6 @@ std::string order_name(const ::testing::TestParamInfo<bool>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Orders, VistRecords, ::testing::Bool(), order_name);
+INSTANTIATE_TEST_SUITE_P(Orders, VistFiling, ::testing::Bool(), order_name);
 
 }  // namespace

@@ -11,6 +11,8 @@
 
 namespace {
 
+using namespace vist;
+
 constexpr const char* Name = "HL0[%d:%d]{NAME=%s}>";
 constexpr const char* Ok = "HL0[%d:%d]{OK}>";
 
@@ -74,45 +76,24 @@ const std::vector<Conversation> Conversations = {
     {reqReturn, "Return .", {"."}},
 };
 
-TEST(VistRequests, EachConversationHasItsRowsInOrder) {
+TEST(VistRequests, EachConversationHasItsRowsInOrderAndEachRowTellsHowItIsBuiltAndWhatIsExpected) {
     ASSERT_EQ(Conversations.size(), 18U);
-    for (const Conversation& conversation : Conversations) {
-        SCOPED_TRACE(conversation.name);
-        std::vector<std::string> formats;
-        std::vector<std::string> wanted;
-        for (const VISTRequest& row : conversation.rows) formats.emplace_back(row.request_format);
-        for (const std::string& command : conversation.commands) wanted.emplace_back(Commands.at(command).command);
-        EXPECT_EQ(formats, wanted);
-    }
-}
-
-TEST(VistRequests, EveryRowBearsTheNameOfItsConversation) {
-    for (const Conversation& conversation : Conversations) {
-        for (const VISTRequest& row : conversation.rows) EXPECT_EQ(std::string(row.name), conversation.name);
-    }
-}
-
-TEST(VistRequests, EveryRowTellsHowItIsBuiltAndWhatIsExpectedOfTheMeter) {
     for (const Conversation& conversation : Conversations) {
         ASSERT_EQ(conversation.rows.size(), conversation.commands.size()) << conversation.name;
         for (std::size_t i = 0; i < conversation.rows.size(); ++i) {
             SCOPED_TRACE(std::string(conversation.name) + ", row " + std::to_string(i));
             const VISTRequest& row = conversation.rows[i];
             const Command& wanted = Commands.at(conversation.commands[i]);
+            EXPECT_STREQ(row.name, conversation.name);
+            EXPECT_STREQ(row.request_format, wanted.command);
             EXPECT_EQ(row.param_index, wanted.param_index);
             EXPECT_EQ(row.is_binary, wanted.answer == nullptr);
-            EXPECT_EQ(std::string(row.response_format), wanted.answer != nullptr ? wanted.answer : "");
+            EXPECT_STREQ(row.response_format, wanted.answer != nullptr ? wanted.answer : "");
             EXPECT_EQ(row.value_index, wanted.value_index);
             EXPECT_EQ(int{row.ret_kind}, wanted.ret_kind);
             EXPECT_EQ(row.min_fields, wanted.min_fields);
             EXPECT_EQ(int{row.packet_type}, wanted.packet_type);
         }
-    }
-}
-
-TEST(VistRequests, EveryCommandEndsWithACarriageReturn) {
-    for (const Conversation& conversation : Conversations) {
-        for (const VISTRequest& row : conversation.rows) EXPECT_EQ(std::string(row.request_format).back(), '\r');
     }
 }
 

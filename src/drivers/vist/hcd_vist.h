@@ -1,9 +1,9 @@
 #pragma once
 // The driver of one VIST meter in its text and binary dialect: a meter with up to six virtual devices (heat systems).
 //
-// Sources by kind of work: vist_functions (the link), vist_description (who the meter is), vist_values (current
-// values), vist_archives (the walk through the meter's ring) and vist_records (its header and records), vist_cycle
-// (when what is read).
+// Its parts: vist_link (conversations), vist_packet and vist_decode (what packets tell), vist_progress (how far an
+// archive has been read). The driver asks, logs and publishes, by kind of work: vist_description (who the meter is),
+// vist_values (current values), vist_archives (the walk through the meter's ring), vist_cycle (when what is read).
 
 #include <array>
 #include <ctime>
@@ -14,8 +14,9 @@
 #include "config/publisher.h"
 #include "core/uni_log.h"
 #include "driver/hcd_base_driver.h"
-#include "drivers/vist/vist_functions.h"
-#include "drivers/vist/vist_packet.h"
+#include "drivers/vist/vist_decode.h"
+#include "drivers/vist/vist_link.h"
+#include "drivers/vist/vist_progress.h"
 
 class HCD_VIST final : public HCDBaseDriver {
   public:
@@ -35,79 +36,69 @@ class HCD_VIST final : public HCDBaseDriver {
     void FlushCurrentValues();
     bool get_moment_integrators();
     bool get_moment_current();
-    /// Decodes the integrator packet (`moment` false) or the moment packet in a named buffer into `values`. The
-    /// presence mask, without the pressures that the meter marks as bad.
-    std::uint32_t flush_values(bool moment, int buffer);
-
     bool need_update_archives(int subsystem);
     /// One pass over the archive of a virtual device; true when the files have reached the header's time.
     bool get_archives(int subsystem);
-    bool flush_archive_header();
-    /// Files the record in the buffer; false when the walk has to end. `error` becomes 1 for a bad check sum.
-    bool flush_archive_data(int& error);
     /// Time of the oldest record the meter holds, 0 on failure.
     std::time_t get_oldest_timestamp();
-    bool getDateFromArchiveBuff(std::time_t& out);
+
+    // Nobody's at present.
     bool get_archive_record_count();
     bool getTimestampByRecordNum(int position, std::time_t& out);
 
-    // Seen by the link.
-    std::unique_ptr<UniLog> log;
-    NamedBuffer buffers;
-    VISTFunctions functions;
-    int selected_subsystem = 0;  ///< virtual device at work, from 0
-    int virtdev_cnt = -1;        ///< virtual devices; -1: not known yet
-    int sw_version = -1;         ///< -1: not known yet
-    std::uint32_t stat_tx_bytes = 0;
-    std::uint32_t stat_rx_bytes = 0;
-    std::uint32_t stat_text_error_bytes = 0;
-    std::uint32_t stat_binary_error_bytes = 0;
-    std::uint32_t stat_vdn_error_bytes = 0;
-    std::uint32_t stat_send_errors = 0;
-
-    std::array<double, 15> values{};
-    std::array<std::array<double, 2>, 3> channel_limits{};  ///< min and max of each channel
-    std::string sub_name = "not_set";                       ///< of the last virtual device read, UTF-8
-    bool fSwap = false;                                     ///< the current values are big-endian
-    bool fSwapArch = false;                                 ///< the archive is big-endian
-    std::uint32_t arch_mask = 0;                            ///< presence of the record fields
-    std::array<std::uint8_t, 4> arch_precision{};
-    int dev_serial = -1;
-    std::string firmware;  ///< at most 63 bytes
-    std::string model;     ///< at most 127 bytes, UTF-8
-    std::array<bool, MaxVirtualDevices> archives_ok;
-    std::time_t mdatetime = -1;      ///< the meter's clock, -1: not known
-    std::time_t last_mdatetime = 0;  ///< the same, as last read
-    std::array<std::time_t, MaxVirtualDevices> last_request_archive_header{};
-    std::array<std::time_t, MaxVirtualDevices> last_request_archive_data{};
-    std::array<std::time_t, MaxVirtualDevices> last_hour_update{};
-    std::time_t last_archive_record = 0;
-    int ArchiveRecNum = 0;
-    int ArchiveRecMax = 0;
-    int ArchiveRecNew = 0;
-
   private:
+    /// The named buffers, in the order of their making.
+    enum Buffer : int { NoBuffer = -1, tempbuff, intbuff, mombuff, archheader };
+
+    /// What stays from packet to packet, from device to device and from pass to pass.
+    struct Carried {
+        explicit Carried(UniLog* log);
+
+        NamedBuffer buffers;               ///< a packet that is too short is read into what the one before it has left
+        std::array<double, 15> values{};   ///< a packet without room for values gives those of the one before it
+        bool fSwap = false;                ///< the record of a virtual device is in the order of the values read last
+        int sw_version = -1;               ///< of the last description that told it; -1: not known yet
+        int virtdev_cnt = -1;              ///< likewise
+        vist::DeviceSpecials specials;     ///< likewise
+        std::string sub_name = "not_set";  ///< of the virtual device described last: the driver's name in the log
+        std::time_t mdatetime = -1;        ///< the meter's clock, which stays when a packet has none; -1: not known
+        std::time_t last_mdatetime = 0;    ///< the same, of the last values published
+        vist::ArchiveHeader header;        ///< read last, of whatever device: its counts go out with all values
+    };
+
     template <typename Value>
     void publish_item(const std::string& item, const Value& value) {
         put_item(value, uuid, item, log.get(), selected_subsystem + 1);
     }
-    PacketBuffer packet(int buffer) { return buffers.GetBuffer(buffer); }
-    bool can_ask(const char* number_warning);
+    PacketBuffer packet(Buffer buffer) { return carried.buffers.GetBuffer(buffer); }
+    /// A conversation with the virtual device at work; packets go to `buffer`.
+    VISTReply ask(std::span<const VISTRequest> rows, Buffer buffer = NoBuffer,
+                  int rec_count = VISTParameters::NoPosition);
+    VISTProgress& progress() { return devices[static_cast<std::size_t>(selected_subsystem)]; }
+
     bool take_device_specials();
     bool describe_virtual_device();
     void read_virtdev_specials(PacketBuffer body);
-    void publish_channel(PacketBuffer body, int channel);
-    void publish_formula(PacketBuffer body, bool weighted);
     void read_virtdev_config(PacketBuffer body);
+    bool can_ask(const char* number_warning);
+    /// Decodes the integrator packet (`moment` false) or the moment packet in a buffer into `values`. The presence
+    /// mask, without the pressures that the meter marks as bad.
+    std::uint32_t flush_values(bool moment, Buffer buffer);
     void publish_current_values();
-    void take_packet_clock(PacketBuffer packet, std::size_t at);
-    std::uint32_t take_status(PacketBuffer packet, std::size_t at, std::uint32_t mask);
-    void resume_from_files();
     bool read_new_records();
     bool select_record(std::time_t oldest);
     bool walk_archive();
     bool has_reached_header();
-    void store_record(PacketBuffer packet, const std::tm& record_tm);
+    bool flush_archive_header();
+    /// Files the record in the buffer; false when the walk has to end. `error` becomes 1 for a bad check sum.
+    bool flush_archive_data(int& error);
+    bool getDateFromArchiveBuff(std::time_t& out);
     void vist_cycle();
     void compare_archive_times();
+
+    std::unique_ptr<UniLog> log;
+    Carried carried;
+    VISTFunctions functions;
+    int selected_subsystem = 0;  ///< virtual device at work, from 0
+    std::array<VISTProgress, MaxVirtualDevices> devices;
 };

@@ -9,27 +9,48 @@
 namespace {
 
 constexpr int BufferCapacity = 80;
-constexpr int CheckLead = 3000;  // the first archive pass comes 600 seconds after start
+constexpr int BufferBytes = 300;
 constexpr double LagLimit = 14400.0;
 
 }  // namespace
 
+HCD_VIST::Carried::Carried(UniLog* log) : buffers(BufferCapacity, log) {
+    for (const char* name : {"@tempbuff", "@intbuff", "@mombuff", "@archheader"}) {
+        buffers.CreateBuffer(name, BufferBytes);
+    }
+}
+
 HCD_VIST::HCD_VIST(const std::string& meter)
-    : log(open_meter_log(meter, "txt")), buffers(BufferCapacity, log.get()), functions(this) {
+    : log(open_meter_log(meter, "txt")),
+      carried(log.get()),
+      functions(this, log.get(),
+                {.exchange = [this](Bytes command, ExchangeAnswer& answer,
+                                    int most) { send_receive_locked(command, answer, most); },
+                 .set_busy = [this](int flag) { set_busy(flag); },
+                 .set_connected = [this](bool flag) { setConnected(flag, get_uuid()); }}) {
     uuid = meter;
-    archives_ok.fill(true);
-    last_hour_update.fill(gateway().now() - CheckLead);
+    const std::time_t now = gateway().now();
+    for (VISTProgress& device : devices) device.wait_from(now);
     setConnected(false, uuid);
 }
 
+VISTReply HCD_VIST::ask(std::span<const VISTRequest> rows, Buffer buffer, int rec_count) {
+    // The configured serial number is the meter's network number.
+    return functions.do_request(rows, {.device_num = static_cast<int>(tc_sernum),
+                                       .virtdev_num = selected_subsystem,
+                                       .virtdev_cnt = carried.virtdev_cnt,
+                                       .current_buffer = packet(buffer),
+                                       .rec_count = rec_count});
+}
+
 std::string HCD_VIST::get_log_name() {
-    return format_cut(256, "%s(%s)", "VIST", sub_name.c_str());
+    return format_cut(256, "%s(%s)", "VIST", carried.sub_name.c_str());
 }
 
 bool HCD_VIST::is_all_archives_ok() {
     log_line(log.get(), "Start is_all_archives_ok");
-    return std::all_of(archives_ok.begin(), archives_ok.begin() + std::max(virtdev_cnt, 0),
-                       [](bool caught_up) { return caught_up; });
+    return std::all_of(devices.begin(), devices.begin() + std::max(carried.virtdev_cnt, 0),
+                       [](const VISTProgress& device) { return device.archives_ok; });
 }
 
 void HCD_VIST::run_main() {
@@ -41,11 +62,11 @@ void HCD_VIST::run_main() {
 
 void HCD_VIST::vist_cycle() {
     FlushCurrentValues();
-    if (virtdev_cnt == -1) {
+    if (carried.virtdev_cnt == -1) {
         log_line(log.get(), "EXIT");
         return;
     }
-    for (selected_subsystem = 0; selected_subsystem < virtdev_cnt; ++selected_subsystem) {
+    for (selected_subsystem = 0; selected_subsystem < carried.virtdev_cnt; ++selected_subsystem) {
         publish_item("_DriverStatus", int{StatusIterationOver});
         if (need_update_archives(selected_subsystem)) {
             log_line(log.get(), "Runnig archives for subsystem ", selected_subsystem, ", stopping EXT DS");
@@ -58,13 +79,13 @@ void HCD_VIST::vist_cycle() {
 }
 
 void HCD_VIST::compare_archive_times() {
-    const auto s = static_cast<std::size_t>(selected_subsystem);
-    const std::time_t data = last_request_archive_data[s];
-    archives_ok[s] = std::difftime(last_mdatetime, data) <= LagLimit;
-    if (archives_ok[s]) {
+    const std::time_t data = progress().last_request_archive_data;
+    const bool caught_up = std::difftime(carried.last_mdatetime, data) <= LagLimit;
+    progress().archives_ok = caught_up;
+    if (caught_up) {
         log_line(log.get(), "Actual Archives = TRUE;");
     } else {
-        log_line(log.get(), "Actual Archives = FALSE; Difftime( MDateTime(", last_mdatetime, "), last request Hour(",
-                 data, ")) > 4 hour");
+        log_line(log.get(), "Actual Archives = FALSE; Difftime( MDateTime(", carried.last_mdatetime,
+                 "), last request Hour(", data, ")) > 4 hour");
     }
 }

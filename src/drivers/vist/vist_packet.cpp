@@ -44,6 +44,10 @@ bool is_good_packet(Bytes received, std::uint8_t type) {
            std::equal(std::begin(Magic), std::end(Magic), received.begin()) && received[PacketTypeAt] == type;
 }
 
+std::array<std::uint8_t, 4> four_at(Bytes bytes, std::size_t at) {
+    return {u8_at(bytes, at), u8_at(bytes, at + 1), u8_at(bytes, at + 2), u8_at(bytes, at + 3)};
+}
+
 void swap_bytes(PacketBuffer buffer, std::size_t at, std::size_t width) {
     if (at > buffer.size() || width > buffer.size() - at) return;
     std::reverse(buffer.begin() + static_cast<std::ptrdiff_t>(at),

@@ -4,6 +4,7 @@
 // A binary packet is "HPT", size (bytes that follow it), check sum of everything behind itself, type, body. Decoders
 // work on the 300 bytes of a named buffer: a packet shorter than it promises is read into what stands there.
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <ctime>
@@ -22,6 +23,9 @@ constexpr std::size_t PacketBodyAt = 6;
 
 /// Check sum, magic and type of a packet as received.
 bool is_good_packet(Bytes received, std::uint8_t type);
+
+/// Four bytes as they stand.
+std::array<std::uint8_t, 4> four_at(Bytes bytes, std::size_t at);
 
 /// Reverses `width` bytes in place; nothing when they do not exist.
 void swap_bytes(PacketBuffer buffer, std::size_t at, std::size_t width);

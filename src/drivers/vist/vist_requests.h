@@ -36,7 +36,7 @@ struct VISTRequest {
     std::uint8_t packet_type;     ///< of a binary answer
 };
 
-namespace vist_rows {
+namespace vist {
 
 constexpr const char* NameAnswer = "HL0[%d:%d]{NAME=%s}>";
 constexpr const char* OkAnswer = "HL0[%d:%d]{OK}>";
@@ -93,23 +93,4 @@ inline constexpr auto reqGetRecordByNum        = conversation("Archive Get Recor
 inline constexpr auto reqReturn                = conversation("Return .", {Dot});
 // clang-format on
 
-}  // namespace vist_rows
-
-using vist_rows::reqArchiveCurrentData;
-using vist_rows::reqArchiveEnd;
-using vist_rows::reqArchiveHeader;
-using vist_rows::reqArchiveNext;
-using vist_rows::reqArchivePrev;
-using vist_rows::reqArchiveRecordCount;
-using vist_rows::reqArchiveSetOldPosition;
-using vist_rows::reqArchiveSetPosData;
-using vist_rows::reqDevCRC;
-using vist_rows::reqDevSpecials;
-using vist_rows::reqGetRecordByNum;
-using vist_rows::reqMomentC;
-using vist_rows::reqMomentG;
-using vist_rows::reqMomentTG;
-using vist_rows::reqReturn;
-using vist_rows::reqVirtDevConfig;
-using vist_rows::reqVirtDevCount;
-using vist_rows::reqVirtDevSpecials;
+}  // namespace vist

@@ -1,17 +1,17 @@
 // The link: conversations row by row, text frames, silence, retries and counters, against a meter that says what it is
 // told.
 
-#include "drivers/vist/vist_functions.h"
+#include "drivers/vist/vist_link.h"
 
 #include <string>
 #include <vector>
 
 #include "support/configured.h"
-#include "support/plain_driver.h"
 #include "support/vist_scene.h"
 
 namespace {
 
+using namespace vist;
 using sim::ByteVector;
 using vist_frames::raw;
 using vist_frames::text;
@@ -23,7 +23,7 @@ class VistConversations : public VistLinkBench {};
 TEST_F(VistConversations, AConversationSendsItsRowsAndGivesTheValue) {
     EXPECT_TRUE(ask(reqDevCRC));
     EXPECT_EQ(sent(), "CALL 1|VER|END|");
-    EXPECT_EQ(link.ret_int, 102);
+    EXPECT_EQ(reply.ret_int, 102);
     EXPECT_EQ(connected(), "111111");
     EXPECT_EQ(logged("Starting requests..."), 1);
     EXPECT_EQ(logged("Send batch over, OK"), 1);
@@ -31,12 +31,12 @@ TEST_F(VistConversations, AConversationSendsItsRowsAndGivesTheValue) {
 }
 
 TEST_F(VistConversations, TheNetworkNumberAndTheVirtualDeviceAreFilledIn) {
-    driver->selected_subsystem = 3;
-    link.vdn_num.device_num = 25001;
+    parameters.virtdev_num = 3;
+    parameters.device_num = 25001;
     meter.put_body("CALL 25001", "NAME=TS");
     EXPECT_TRUE(ask(reqMomentG));
     EXPECT_EQ(sent(), "CALL 25001|VDN 3|/MON G|END|");
-    EXPECT_EQ(link.ret_vdn, 3);
+    EXPECT_EQ(reply.ret_vdn, 3);
     EXPECT_EQ(logged("NETADDR: vdn_num.device_num = 25001"), 1);
     EXPECT_EQ(logged("VDNUMBER: vdn_num.virtdev_num  = 3"), 1);
     EXPECT_EQ(logged("RET_VDN"), 1);
@@ -51,7 +51,7 @@ TEST_F(VistConversations, APositionIsFilledInAndTheDialogStaysOpen) {
 }
 
 TEST_F(VistConversations, EachStepIsTracedInTheLog) {
-    driver->virtdev_cnt = 2;
+    parameters.virtdev_cnt = 2;
     ask(reqDevCRC);
     EXPECT_EQ(logged("pVISTdrv->virtdev_cnt : 2"), 1);
     EXPECT_EQ(logged_start("pVISTdrv pointer = "), 1);
@@ -92,15 +92,11 @@ TEST_F(VistConversations, AnAnswerToTheEndIsIgnoredWhateverItIs) {
         meter.put("END", raw(answer));
         EXPECT_TRUE(ask(reqDevCRC)) << answer;
     }
-    EXPECT_EQ(driver->stat_rx_bytes, 3U * 36);
-    EXPECT_EQ(driver->stat_send_errors, 0U);
+    EXPECT_EQ(traffic().stat_rx_bytes, 3U * 36);
+    EXPECT_EQ(traffic().stat_send_errors, 0U);
 }
 
-std::vector<int> busy_flags;
-
 TEST_F(VistConversations, TheDriverIsBusyFromTheBeginningOfAConversationToItsEnd) {
-    busy_flags.clear();
-    (*driver).*(&PlainDriver::busy_hook) = [](unsigned char flag, std::uintptr_t) { busy_flags.push_back(flag); };
     ask(reqDevCRC);
     EXPECT_EQ(busy_flags, (std::vector<int>{1, 0}));
     meter.keep_silent(5);
@@ -112,12 +108,12 @@ TEST_F(VistConversations, TheDriverIsBusyFromTheBeginningOfAConversationToItsEnd
 
 TEST_F(VistConversations, TrafficIsCounted) {
     ask(reqDevCRC);
-    EXPECT_EQ(driver->stat_tx_bytes, 15U) << "CALL 1, VER and END with their carriage returns";
-    EXPECT_EQ(driver->stat_rx_bytes, 36U) << "two frames of 18 bytes";
+    EXPECT_EQ(traffic().stat_tx_bytes, 15U) << "CALL 1, VER and END with their carriage returns";
+    EXPECT_EQ(traffic().stat_rx_bytes, 36U) << "two frames of 18 bytes";
     ask(reqDevCRC);
-    EXPECT_EQ(driver->stat_tx_bytes, 30U);
-    EXPECT_EQ(driver->stat_text_error_bytes + driver->stat_binary_error_bytes + driver->stat_vdn_error_bytes +
-                  driver->stat_send_errors,
+    EXPECT_EQ(traffic().stat_tx_bytes, 30U);
+    EXPECT_EQ(traffic().stat_text_error_bytes + traffic().stat_binary_error_bytes + traffic().stat_vdn_error_bytes +
+                  traffic().stat_send_errors,
               0U);
 }
 
@@ -132,7 +128,7 @@ TEST_F(VistConversations, ASilentMeterIsAskedFiveTimesAndIsThenDisconnected) {
     EXPECT_EQ(logged("setConnected(false)"), 1);
     EXPECT_EQ(logged("Send batch over, FAIL"), 1);
     EXPECT_EQ(connected(), "000000");
-    EXPECT_EQ(driver->stat_send_errors, 5U);
+    EXPECT_EQ(traffic().stat_send_errors, 5U);
     EXPECT_NEAR(elapsed(), 5 * (0.5 + 70 / 9600.0), 0.05) << "the read's silence is the only pause";
 }
 
@@ -192,7 +188,7 @@ TEST_F(VistConversations, AnErrorWordFailsARowFiveTimesAndTheMeterIsDisconnected
     EXPECT_EQ(logged("Packet 1 in reqDevCRC FAIL [error format, text]."), 5);
     EXPECT_EQ(logged("Request error limit hit!"), 1);
     EXPECT_EQ(connected(), "000000");
-    EXPECT_EQ(driver->stat_text_error_bytes, 5U * 16);
+    EXPECT_EQ(traffic().stat_text_error_bytes, 5U * 16);
 }
 
 TEST_F(VistConversations, AFailedTextRowBehindASuccessStillConnects) {
@@ -226,7 +222,7 @@ TEST_F(VistConversations, AFrameWithBytesBehindItsEndFails) {
     meter.say("HL0[1:0]{NAME=TS}> ").say("HL0[1:0]{NAME=TS}>\r\n");
     EXPECT_TRUE(ask(reqDevCRC));
     EXPECT_EQ(sent_times("CALL 1"), 3);
-    EXPECT_EQ(driver->stat_text_error_bytes, 19U + 20U);
+    EXPECT_EQ(traffic().stat_text_error_bytes, 19U + 20U);
 }
 
 TEST_F(VistConversations, AFrameWithTooFewFieldsFails) {
@@ -237,9 +233,8 @@ TEST_F(VistConversations, AFrameWithTooFewFieldsFails) {
 
 TEST_F(VistConversations, AValueThatIsNoNumberFails) {
     meter.put_body("VER", "VER=new");
-    link.ret_int = 7;
     EXPECT_FALSE(ask(reqDevCRC));
-    EXPECT_EQ(link.ret_int, 7);
+    EXPECT_EQ(reply.ret_int, 0);
 }
 
 TEST_F(VistConversations, AFrameOfOneByteOrOfZerosFails) {
@@ -251,33 +246,33 @@ TEST_F(VistConversations, AFrameOfOneByteOrOfZerosFails) {
 TEST_F(VistConversations, AnAnswerIsCutAt299Bytes) {
     meter.say("HL0[1:0]{NAME=" + std::string(283, 'n') + "}>");  // 299 bytes
     EXPECT_TRUE(ask(reqDevCRC));
-    EXPECT_EQ(driver->stat_text_error_bytes, 0U);
+    EXPECT_EQ(traffic().stat_text_error_bytes, 0U);
     meter.say("HL0[1:0]{NAME=" + std::string(284, 'n') + "}>");
     EXPECT_TRUE(ask(reqDevCRC));
-    EXPECT_GE(driver->stat_text_error_bytes, 299U);
+    EXPECT_GE(traffic().stat_text_error_bytes, 299U);
     EXPECT_EQ(logged("send_request::Received 299 bytes."), 2);
 }
 
 // ---- the virtual device in the frame head
 
 TEST_F(VistConversations, AnotherDeviceInTheFrameHeadIsAskedForAgain) {
-    driver->selected_subsystem = 1;
+    parameters.virtdev_num = 1;
     meter.say(text("NAME=TS")).say(text("NAME=TS", 0));
     EXPECT_TRUE(ask(reqMomentG));
     EXPECT_EQ(sent(), "CALL 1|VDN 1|VDN 1|/MON G|END|");
     EXPECT_EQ(logged("VDN cmd failed, compare error:1 expected, but found 0"), 1);
-    EXPECT_EQ(driver->stat_vdn_error_bytes, 18U);
-    EXPECT_EQ(driver->stat_text_error_bytes, 0U);
+    EXPECT_EQ(traffic().stat_vdn_error_bytes, 18U);
+    EXPECT_EQ(traffic().stat_text_error_bytes, 0U);
 }
 
 TEST_F(VistConversations, TheFifthWrongDeviceEndsTheConversation) {
-    driver->selected_subsystem = 1;
+    parameters.virtdev_num = 1;
     meter.put_body("VDN 1", "NAME=TS", 0);
     EXPECT_FALSE(ask(reqMomentG));
     EXPECT_EQ(sent(), "CALL 1|VDN 1|VDN 1|VDN 1|VDN 1|VDN 1|");
-    EXPECT_EQ(link.ret_vdn, 0);
+    EXPECT_EQ(reply.ret_vdn, 0);
     EXPECT_EQ(connected(), "000000");
-    EXPECT_EQ(driver->stat_vdn_error_bytes, 90U);
+    EXPECT_EQ(traffic().stat_vdn_error_bytes, 90U);
     EXPECT_EQ(logged("setConnected(true)"), 1) << "a wrong device leaves the connected state alone";
 }
 

@@ -1,19 +1,17 @@
-#include "drivers/vist/vist_functions.h"
+#include "drivers/vist/vist_link.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
 
-#include "config/publisher.h"
 #include "core/text.h"
-#include "drivers/vist/hcd_vist.h"
 
 namespace {
 
 constexpr int VISTMaxErrors = 4;
 constexpr int AnswerBytes = 299;
 constexpr std::size_t CommandBytes = 300;
-constexpr int BufferBytes = 300;
 constexpr std::size_t ShortestPacket = 8;
 constexpr std::size_t DumpRowBytes = 16;
 constexpr const char* EndCommand = "END\r";
@@ -46,19 +44,14 @@ TextFrame scan_frame(const std::string& answer, const char* format) {
 
 }  // namespace
 
-VISTFunctions::VISTFunctions(HCD_VIST* driver) : pVISTdrv(driver) {
-    std::printf("VISTFunctions, pVISTdrv pointer = %p\n", static_cast<void*>(pVISTdrv));
-    tempbuff = driver->buffers.CreateBuffer("@tempbuff", BufferBytes);
-    intbuff = driver->buffers.CreateBuffer("@intbuff", BufferBytes);
-    mombuff = driver->buffers.CreateBuffer("@mombuff", BufferBytes);
-    archheader = driver->buffers.CreateBuffer("@archheader", BufferBytes);
+VISTFunctions::VISTFunctions(const void* driver, UniLog* log_of_driver, VISTLine line_of_driver)
+    : pVISTdrv(driver), log(log_of_driver), line(std::move(line_of_driver)) {
+    std::printf("VISTFunctions, pVISTdrv pointer = %p\n", pVISTdrv);
 }
 
 bool VISTFunctions::send_request(const std::string& command, ExchangeAnswer& answer) {
-    UniLog* const log = pVISTdrv->log.get();
     log_line(log, "send_request::send ", static_cast<int>(command.size()), " bytes.");
-    pVISTdrv->send_receive_locked({reinterpret_cast<const std::uint8_t*>(command.data()), command.size()}, answer,
-                                  AnswerBytes);
+    line.exchange({reinterpret_cast<const std::uint8_t*>(command.data()), command.size()}, answer, AnswerBytes);
     if (command == EndCommand) {
         log_line(log, "send_request::Request is END => return false;");
         return false;
@@ -68,23 +61,22 @@ bool VISTFunctions::send_request(const std::string& command, ExchangeAnswer& ans
     return !answer.empty();
 }
 
-std::string VISTFunctions::build_command(const VISTRequest& row, int rec_count) {
-    UniLog* const log = pVISTdrv->log.get();
-    log_line(log, "Selected subsytem = ", pVISTdrv->selected_subsystem);
+std::string VISTFunctions::build_command(const VISTRequest& row, const VISTParameters& parameters) {
+    log_line(log, "Selected subsytem = ", parameters.virtdev_num);
     log_line(log, "Param index = ", row.param_index);
     log_line(log, "Request format = ", row.request_format);
     int number = 0;
     switch (row.param_index) {
         case NETADDR:
-            number = vdn_num.device_num;
+            number = parameters.device_num;
             log_line(log, "NETADDR: vdn_num.device_num = ", number);
             break;
         case VDNUMBER:
-            number = vdn_num.virtdev_num;
+            number = parameters.virtdev_num;
             log_line(log, "VDNUMBER: vdn_num.virtdev_num  = ", number);
             break;
         case SETPOS:
-            number = rec_count;
+            number = parameters.rec_count;
             log_line(log, "SETPOS: rec_count = ", number);
             break;
         default:
@@ -95,17 +87,17 @@ std::string VISTFunctions::build_command(const VISTRequest& row, int rec_count) 
     return command.data();
 }
 
-bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count) {
-    UniLog* const log = pVISTdrv->log.get();
+VISTReply VISTFunctions::do_request(std::span<const VISTRequest> rows, const VISTParameters& parameters) {
     log_line(log, "Starting requests...");
-    pVISTdrv->set_busy(1);
-    log_line(log, "pVISTdrv->virtdev_cnt : ", pVISTdrv->virtdev_cnt);
-    log_line(log, "pVISTdrv pointer = ", format_cut(32, "%p", static_cast<void*>(pVISTdrv)));
-    log_line(log, "virtdev_cnt = ", pVISTdrv->virtdev_cnt);
+    line.set_busy(1);
+    log_line(log, "pVISTdrv->virtdev_cnt : ", parameters.virtdev_cnt);
+    log_line(log, "pVISTdrv pointer = ", format_cut(32, "%p", pVISTdrv));
+    log_line(log, "virtdev_cnt = ", parameters.virtdev_cnt);
 
-    int ErrCnt = 0;
+    Conversation talk{.parameters = parameters, .reply = {}};
+    int& ErrCnt = talk.ErrCnt;
+    bool& fDone = talk.reply.done;
     std::size_t reached = 0;  // rows that have succeeded; walking them again after a restart clears no error
-    bool fDone = false;
     for (std::size_t i = 0; i < rows.size();) {
         log_line(log, "Start request cycle..");
         log_line(log, "ErrCnt = ", ErrCnt);
@@ -114,15 +106,14 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
             log_line(log, "Request error limit hit!");
             fDone = false;
             log_line(log, "setConnected(false)");
-            setConnected(false, pVISTdrv->get_uuid());
+            line.set_connected(false);
             break;
         }
-        vdn_num.virtdev_num = pVISTdrv->selected_subsystem;
-        if (rec_count == 0) return false;
+        if (parameters.rec_count == 0) return {};
 
         const VISTRequest& row = rows[i];
-        const std::string command = build_command(row, rec_count);
-        pVISTdrv->stat_tx_bytes += static_cast<std::uint32_t>(command.size());
+        const std::string command = build_command(row, parameters);
+        counted.stat_tx_bytes += static_cast<std::uint32_t>(command.size());
         const bool is_end = command == EndCommand;
         if (is_end) log_line(log, "Request is \"END\"");
         log_line(log, "Requesting: ", command);
@@ -138,11 +129,11 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
             log_line(log, "Packet ", static_cast<unsigned long>(i), " in ", row.name, " FAIL [send request].");
             fDone = false;
             ++ErrCnt;
-            ++pVISTdrv->stat_send_errors;
+            ++counted.stat_send_errors;
             continue;
         }
-        pVISTdrv->stat_rx_bytes += static_cast<std::uint32_t>(answer.size());
-        switch (row.is_binary ? take_binary(row, i, answer, ErrCnt) : take_text(row, i, answer, ErrCnt)) {
+        counted.stat_rx_bytes += static_cast<std::uint32_t>(answer.size());
+        switch (row.is_binary ? take_binary(row, i, answer, talk) : take_text(row, i, answer, talk)) {
             case Outcome::WrongVdn:
                 continue;
             case Outcome::Stay:
@@ -159,17 +150,16 @@ bool VISTFunctions::do_request(std::span<const VISTRequest> rows, int rec_count)
         // Also after a failed row, once an earlier row of the conversation has succeeded.
         if (fDone) {
             log_line(log, "setConnected(true)");
-            setConnected(true, pVISTdrv->get_uuid());
+            line.set_connected(true);
         }
     }
-    pVISTdrv->set_busy(0);
+    line.set_busy(0);
     log_line(log, fDone ? "Send batch over, OK" : "Send batch over, FAIL");
-    return fDone;
+    return talk.reply;
 }
 
 VISTFunctions::Outcome VISTFunctions::take_text(const VISTRequest& row, std::size_t index, const ExchangeAnswer& answer,
-                                                int& ErrCnt) {
-    UniLog* const log = pVISTdrv->log.get();
+                                                Conversation& talk) {
     const std::string text(answer.begin(), answer.end());
     log_line(log, "Response = ", text);
     const TextFrame frame = scan_frame(text, row.response_format);
@@ -178,34 +168,28 @@ VISTFunctions::Outcome VISTFunctions::take_text(const VISTRequest& row, std::siz
     log_line(log, "TC : ", frame.word);
     if (frame.parsed == -1 || frame.parsed < row.min_fields || !text.ends_with("}>") || bad) {
         log_line(log, "Packet ", static_cast<unsigned long>(index), " in ", row.name, " FAIL [error format, text].");
-        ++ErrCnt;
-        pVISTdrv->stat_text_error_bytes += static_cast<std::uint32_t>(answer.size());
+        ++talk.ErrCnt;
+        counted.stat_text_error_bytes += static_cast<std::uint32_t>(answer.size());
         return Outcome::Stay;
     }
     if (row.value_index < 0 || row.value_index >= frame.parsed) return Outcome::Advance;
-    return take_value(row, frame.second, frame.third, answer.size(), ErrCnt);
-}
-
-VISTFunctions::Outcome VISTFunctions::take_value(const VISTRequest& row, int second, int third, std::size_t length,
-                                                 int& ErrCnt) {
-    UniLog* const log = pVISTdrv->log.get();
     if (row.ret_kind == RET_INT) {
         log_line(log, "RET_INT");
-        ret_int = third;
+        talk.reply.ret_int = frame.third;
     }
     if (row.ret_kind == RET_NEW) log_line(log, "RET_NEW");
     if (row.ret_kind != RET_VDN) return Outcome::Advance;
     log_line(log, "RET_VDN");
-    ret_vdn = second;
-    if (ret_vdn == vdn_num.virtdev_num) return Outcome::Advance;
-    log_line(log, "VDN cmd failed, compare error:", vdn_num.virtdev_num, " expected, but found ", ret_vdn);
-    ++ErrCnt;
-    pVISTdrv->stat_vdn_error_bytes += static_cast<std::uint32_t>(length);
+    talk.reply.ret_vdn = frame.second;
+    const int wanted = talk.parameters.virtdev_num;
+    if (frame.second == wanted) return Outcome::Advance;
+    log_line(log, "VDN cmd failed, compare error:", wanted, " expected, but found ", frame.second);
+    ++talk.ErrCnt;
+    counted.stat_vdn_error_bytes += static_cast<std::uint32_t>(answer.size());
     return Outcome::WrongVdn;
 }
 
 void VISTFunctions::log_packet(const ExchangeAnswer& answer) {
-    UniLog* const log = pVISTdrv->log.get();
     log_line(log, "Dumping packet:");
     for (std::size_t at = 0; at < answer.size(); at += DumpRowBytes) {
         std::string row = "  ";
@@ -218,11 +202,10 @@ void VISTFunctions::log_packet(const ExchangeAnswer& answer) {
 }
 
 VISTFunctions::Outcome VISTFunctions::take_binary(const VISTRequest& row, std::size_t index,
-                                                  const ExchangeAnswer& answer, int& ErrCnt) {
+                                                  const ExchangeAnswer& answer, Conversation& talk) {
     // Nothing is charged for a scrap of an answer, however often it comes; the leniency is deliberate.
-    if (current_buffer == -1 || answer.size() < ShortestPacket) return Outcome::Stay;
-    UniLog* const log = pVISTdrv->log.get();
-    const PacketBuffer buffer = pVISTdrv->buffers.GetBuffer(current_buffer);
+    const PacketBuffer buffer = talk.parameters.current_buffer;
+    if (buffer.empty() || answer.size() < ShortestPacket) return Outcome::Stay;
     log_packet(answer);
     if (is_good_packet(answer, row.packet_type)) {
         if (row.ret_kind == RET_NEW) log_line(log, "RET_NEW 2");
@@ -233,9 +216,11 @@ VISTFunctions::Outcome VISTFunctions::take_binary(const VISTRequest& row, std::s
              " FAIL [error format, binary, expected type: ", int{row.packet_type}, "]");
     log_line(log, "Packet CRC ", int{answer[PacketCrcAt]}, ", expected ",
              int{checksum(Bytes(answer).subspan(PacketTypeAt))});
-    do_request(reqReturn);  // takes the meter out of its binary reply
-    ++ErrCnt;
-    pVISTdrv->stat_binary_error_bytes += static_cast<std::uint32_t>(answer.size());
+    VISTParameters out_of_packet = talk.parameters;
+    out_of_packet.rec_count = VISTParameters::NoPosition;
+    do_request(vist::reqReturn, out_of_packet);  // takes the meter out of its binary reply
+    ++talk.ErrCnt;
+    counted.stat_binary_error_bytes += static_cast<std::uint32_t>(answer.size());
     constexpr std::uint8_t TextHead[] = {'H', 'L', '0'};
     if (!std::equal(std::begin(TextHead), std::end(TextHead), answer.begin())) return Outcome::Stay;
     log_line(log, "Seems to be text format instead of binary. FAIL anyway. Will restart all.");
