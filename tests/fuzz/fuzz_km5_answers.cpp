@@ -189,7 +189,7 @@ void check_decoders(FuzzInput& input) {
     expect(isError(req) == (std::count(ErrorCodes.begin(), ErrorCodes.end(), req.recv_buf[4]) != 0),
            "four codes are error answers");
 
-    std::tm tm = decode_date(req.recv_buf);
+    std::tm tm = km5::decode_date(req.recv_buf);
     expect(tm.tm_mday >= 0 && tm.tm_mday <= 165 && tm.tm_mon >= -1 && tm.tm_mon <= 164, "a nibble is at most 15");
     expect(tm.tm_year >= 100 && tm.tm_year <= 265, "a year belongs to this century, or the next");
     const std::time_t time = make_time(tm);
@@ -197,16 +197,16 @@ void check_decoders(FuzzInput& input) {
            "a date fits 32 bits or is -1");
 
     const Bytes answer = Bytes(req.recv_buf).first(req.RcvLng);
-    const int mode = decode_status(answer).TSMode;
+    const int mode = km5::decode_status(answer).TSMode;
     expect(mode >= 0 && mode <= 4, "TSMode is 0 to 4");
-    const KM5_bounds bounds = decode_bounds(answer);
-    for (const int word : {bounds.first, bounds.last, bounds.count, decode_index(answer)}) {
+    const KM5_bounds bounds = km5::decode_bounds(answer);
+    for (const int word : {bounds.first, bounds.last, bounds.count, km5::decode_index(answer)}) {
         expect(word >= 0 && word <= 65535, "an index has sixteen bits");
     }
-    expect(decode_event(answer).code <= 127, "a code has seven bits");
+    expect(km5::decode_event(answer).code <= 127, "a code has seven bits");
     const KM5_meter meter{.model = req.data[0] % 9, .version = 3.0F};
-    decode_page(req.cmd, 0, answer, meter, true);
-    const KM5_sorted sorted = sort_record(decode_record(answer), meter.model, false);
+    km5::decode_page(req.cmd, 0, answer, meter, true);
+    const KM5_sorted sorted = km5::sort_record(km5::decode_record(answer), meter.model, false);
     expect(sorted.totals.size() + sorted.averages.size() <= 12, "two positions belong to no model");
     std::array<std::uint8_t, 5> text{};
     answer_bytes(1, 5, text.data(), req);

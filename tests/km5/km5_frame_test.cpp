@@ -198,7 +198,7 @@ TEST(Km5Frame, FieldsBehindTheLongestAnswerAreZero) {
 std::tm date_of(const std::array<std::uint8_t, 8>& block) {
     std::vector<std::uint8_t> bytes = {0, 0, 0, 0, 0x2C};
     bytes.insert(bytes.end(), block.begin(), block.end());
-    return decode_date(bytes);
+    return km5::decode_date(bytes);
 }
 
 TEST(Km5Frame, ADateBlockIsDayMonthYearHourMinuteSecondInBcd) {

@@ -41,7 +41,8 @@ TEST_F(Km5Status, EachBitOfTheMeterSetsItsPublishedBits) {
     for (const Bit& bit : bits) {
         ByteVector payload(7, 0);
         payload[bit.position - 5] = bit.mask;
-        EXPECT_EQ(decode_status(answer(8, payload)).Cstatus, bit.published) << bit.position << " " << int{bit.mask};
+        EXPECT_EQ(km5::decode_status(answer(8, payload)).Cstatus, bit.published)
+            << bit.position << " " << int{bit.mask};
     }
 }
 
@@ -66,15 +67,15 @@ TEST_F(Km5Status, TheStatusIsPublishedAsFourItems) {
 
 TEST_F(Km5Status, EitherOfTwoBitsTakesSCAway) {
     for (const std::uint8_t mask : {0x04, 0x08, 0x0C}) {
-        EXPECT_EQ(decode_status(answer(8, {0, 0, 0, 0, mask, 0, 0})).SC, 0) << int{mask};
+        EXPECT_EQ(km5::decode_status(answer(8, {0, 0, 0, 0, mask, 0, 0})).SC, 0) << int{mask};
     }
-    EXPECT_EQ(decode_status(answer(8, {0xFF, 0xFF, 0xFF, 0xFF, 0xF3, 0xFF, 0xFF})).SC, 1);
+    EXPECT_EQ(km5::decode_status(answer(8, {0xFF, 0xFF, 0xFF, 0xFF, 0xF3, 0xFF, 0xFF})).SC, 1);
 }
 
 TEST_F(Km5Status, ModesAboveThreeAreModeFour) {
     for (const int mode : {0, 1, 2, 3, 4, 5, 255}) {
         const ByteVector bytes = answer(8, {0, 0, 0, static_cast<std::uint8_t>(mode), 0, 0, 0});
-        EXPECT_EQ(decode_status(bytes).TSMode, mode > 3 ? 4 : mode);
+        EXPECT_EQ(km5::decode_status(bytes).TSMode, mode > 3 ? 4 : mode);
     }
 }
 

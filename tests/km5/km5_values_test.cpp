@@ -76,7 +76,7 @@ std::map<std::string, std::string> published(const Kind& kind) {
     std::map<std::string, float> values;
     const auto decode = [&](std::uint8_t command, int page) {
         const ByteVector answer = page_of_places(command, static_cast<unsigned>(page));
-        for (const auto& [name, value] : decode_page(command, page, answer, meter, kind.gvs)) values[name] = value;
+        for (const auto& [name, value] : km5::decode_page(command, page, answer, meter, kind.gvs)) values[name] = value;
     };
     for (int page = 1; page <= 8; ++page) decode(44, page);
     decode(123, 0);

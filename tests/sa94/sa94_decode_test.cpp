@@ -70,22 +70,23 @@ TEST(Sa94Version, OnlyThePrefixIsComparedTheLongerNameFirst) {
 
 TEST(Sa94Status, EachBitByItself) {
     for (int bit = 1; bit <= 0x80; bit *= 2) {
-        const SA94Status one = decode_status(static_cast<std::uint8_t>(bit), 11);
+        const SA94Status one = sa94::decode_status(static_cast<std::uint8_t>(bit), 11);
         EXPECT_EQ(one.sc_flag, bit == 16 ? 1 : 0) << bit;
         EXPECT_EQ(one.subsystem_type, bit == 4 ? 1 : 0) << bit;
         EXPECT_EQ(one.status_byte, bit & 0x7F) << bit;
-        const SA94Status others = decode_status(static_cast<std::uint8_t>(0xFF - bit), 11);
+        const SA94Status others = sa94::decode_status(static_cast<std::uint8_t>(0xFF - bit), 11);
         EXPECT_EQ(others.sc_flag, bit == 16 ? 0 : 1) << bit;
         EXPECT_EQ(others.subsystem_type, bit == 4 ? 0 : 1) << bit;
     }
-    EXPECT_EQ(decode_status(0x95, 11).status_byte, 0x15) << "without the top bit";
+    EXPECT_EQ(sa94::decode_status(0x95, 11).status_byte, 0x15) << "without the top bit";
 }
 
 TEST(Sa94Status, TheThirdTemperatureGoesByTheFirmware) {
     for (int id = 0; id < 18; ++id) {
         for (const int status : {0x00, 0x02, 0x04, 0xFB, 0xFD, 0xFF}) {
             const bool measured = id < 4 || (status & (id < 14 ? 0x02 : 0x04)) != 0;
-            EXPECT_EQ(decode_status(static_cast<std::uint8_t>(status), id).support_t3, measured) << id << ' ' << status;
+            EXPECT_EQ(sa94::decode_status(static_cast<std::uint8_t>(status), id).support_t3, measured)
+                << id << ' ' << status;
         }
     }
 }
@@ -94,11 +95,11 @@ TEST(Sa94Status, TheThirdTemperatureGoesByTheFirmware) {
 
 TEST(Sa94Tube, HasItsCodesInTheFirstBlock) {
     const auto block = Sa94Bytes(128, 0x77).put(36, {2, 3, 4}).put(44, {7, 10, 50}).bytes();
-    const SA94Tube first = decode_tube(block, 1);
+    const SA94Tube first = sa94::decode_tube(block, 1);
     EXPECT_EQ(first.diameter(), 25);
     EXPECT_EQ(first.greatest_flow(), 3.2F);
     EXPECT_EQ(first.least_flow(), 0.128F);
-    const SA94Tube second = decode_tube(block, 2);
+    const SA94Tube second = sa94::decode_tube(block, 2);
     EXPECT_EQ(second.diameter(), 150);
     EXPECT_EQ(second.greatest_flow(), 600.0F);
     EXPECT_EQ(second.least_flow(), 300.0F);
@@ -119,19 +120,19 @@ TEST(Sa94Parameter, AValueIsScaledAndTheClockIsLeft) {
     std::tm clock{};
     const SA94CurrentParameter times = {true, ParameterValue, 3600.0F, Multiply, "M1", 0};
     // 1.28 * 2^-11 is 0.000625.
-    EXPECT_EQ(decode_parameter(times, sim::ByteVector{0x76, 0x23, 0xD7, 0x0A}, clock), 2.25F);
+    EXPECT_EQ(sa94::decode_parameter(times, sim::ByteVector{0x76, 0x23, 0xD7, 0x0A}, clock), 2.25F);
     const SA94CurrentParameter divided = {true, ParameterValue, 3600.0F, Divide, "IT1", 12};
-    EXPECT_EQ(decode_parameter(divided, sim::ByteVector{0x8B, 0x61, 0x00, 0x00}, clock), 0.5F) << "1800";
-    EXPECT_EQ(decode_parameter(divided, {}, clock), 0.0F) << "a lost reply";
+    EXPECT_EQ(sa94::decode_parameter(divided, sim::ByteVector{0x8B, 0x61, 0x00, 0x00}, clock), 0.5F) << "1800";
+    EXPECT_EQ(sa94::decode_parameter(divided, {}, clock), 0.0F) << "a lost reply";
     EXPECT_EQ(clock.tm_year, 0);
 }
 
 TEST(Sa94Parameter, DateAndTimeGoIntoTheClockWithoutTheirFirstByte) {
     std::tm clock{};
-    EXPECT_FALSE(decode_parameter({true, ParameterDate, 1.0F, Multiply, "", 11},
-                                  sim::ByteVector{0x99, 0x02, 0x03, 0x24}, clock));
-    EXPECT_FALSE(decode_parameter({true, ParameterTime, 1.0F, Multiply, "", 10},
-                                  sim::ByteVector{0x99, 0x10, 0x04, 0x58}, clock));
+    EXPECT_FALSE(sa94::decode_parameter({true, ParameterDate, 1.0F, Multiply, "", 11},
+                                        sim::ByteVector{0x99, 0x02, 0x03, 0x24}, clock));
+    EXPECT_FALSE(sa94::decode_parameter({true, ParameterTime, 1.0F, Multiply, "", 10},
+                                        sim::ByteVector{0x99, 0x10, 0x04, 0x58}, clock));
     EXPECT_EQ(clock.tm_mday, 2);
     EXPECT_EQ(clock.tm_mon, 2);
     EXPECT_EQ(clock.tm_year, 124);
@@ -156,7 +157,7 @@ TEST(Sa94Record, AnHourByHand) {
                                     0x03, 0x84,               // 900 / 1800
                                     0x00, 0x00,               // 0
                                     0x8B, 0x1A, 0x50, 0x00};  // 1234.5
-    const SA94Record decoded = decode_record(record, *find_layout(HOURLY_DB, 10), true);
+    const SA94Record decoded = sa94::decode_record(record, *find_layout(HOURLY_DB, 10), true);
     EXPECT_EQ(decoded.values, (Values{{"A3", 1.0F},
                                       {"A12", 12.5F},
                                       {"A14", 71.25F},
@@ -174,12 +175,13 @@ TEST(Sa94Record, AnHourByHand) {
 TEST(Sa94Record, WithoutAThirdTemperatureItsWordIsLeftOutAndTheRestKeepsItsPlace) {
     const auto record = Sa94Bytes(32).word(20, 500).word(22, 3600).word(24, 1800).bytes();
     for (const auto& [type, third] : {std::pair{HOURLY_DB, "A22"}, std::pair{DAILY_DB, "A50"}}) {
-        Values all = decode_record(record, *find_layout(type, 10), true).values;
+        Values all = sa94::decode_record(record, *find_layout(type, 10), true).values;
         EXPECT_EQ(std::erase_if(all, [&](const auto& value) { return value.first == third; }), 1U);
-        EXPECT_EQ(decode_record(record, *find_layout(type, 10), false).values, all);
+        EXPECT_EQ(sa94::decode_record(record, *find_layout(type, 10), false).values, all);
     }
     const auto real = Sa94Bytes(64).real(24, -100.0F).bytes();
-    EXPECT_EQ(decode_record(real, *find_layout(HOURLY_DB, 6), false).values.at(2), (Values::value_type{"A22", -100.0F}))
+    EXPECT_EQ(sa94::decode_record(real, *find_layout(HOURLY_DB, 6), false).values.at(2),
+              (Values::value_type{"A22", -100.0F}))
         << "in a float it is taken as it comes";
 }
 
@@ -194,7 +196,7 @@ TEST(Sa94Record, FourFirmwaresHaveNoLayout) {
 TEST(Sa94Record, AnEventHasItsCodeAndWhetherItStarted) {
     for (const int byte : {0x00, 0x05, 0x7F, 0x80, 0x85, 0xFF}) {
         const auto bytes = Sa94Bytes(8).put(0, {static_cast<std::uint8_t>(byte)}).date(2, 3, 24).clock(8, 15, 30);
-        const SA94Event event = decode_event(bytes.bytes());
+        const SA94Event event = sa94::decode_event(bytes.bytes());
         EXPECT_EQ(event.code, byte & 0x7F);
         EXPECT_EQ(event.started, byte < 0x80);
         EXPECT_EQ(event.tm.tm_mday * 1000000 + event.tm.tm_hour * 10000 + event.tm.tm_min * 100 + event.tm.tm_sec,

@@ -40,7 +40,7 @@ bool KM5::ask_bounds(int type, const char* state, const char* begin_text, KM5_bo
     log_line(messages_log.get(), "Archive : ", archive_type_name(type), begin_text);
     KM5_request req{.cmd = CmdArchiveBounds, .data = {static_cast<std::uint8_t>(type)}};
     if (!request(req, true)) return false;
-    out = decode_bounds(req.recv_buf);
+    out = km5::decode_bounds(req.recv_buf);
     return true;
 }
 
@@ -78,7 +78,7 @@ int KM5::get_string_by_date(int type, int day, int tm_mon, int tm_year, int hour
     int_to_bcd(&req.data[3], static_cast<std::uint32_t>(std::max(tm_year - 100, 0)), 1);
     int_to_bcd(&req.data[4], static_cast<std::uint32_t>(hour), 1);
     if (!request(req, true)) return -1;
-    const int idx = decode_index(req.recv_buf);
+    const int idx = km5::decode_index(req.recv_buf);
     log_line(messages_log.get(), day, ".", tm_mon + 1, ".", tm_year + 1900, " at ", hour,
              ", string number at archive database => ", idx);
     return idx;
@@ -141,7 +141,7 @@ bool KM5::get_archives(int type) {
     for (int idx = ring.begin; idx <= ring.end; idx = ring.next(idx)) {
         KM5_request req;
         if (!read_indexed(req, CmdArchiveRecord, type, idx)) return false;
-        KM5_record record = decode_record(req.recv_buf);
+        KM5_record record = km5::decode_record(req.recv_buf);
         const std::time_t rec_time = make_time(record.date);
         log_line(messages_log.get(), "Begin = ", ring.begin, ", end = ", ring.end, ", idx = ", idx, " ",
                  asctime_text(record.date));
@@ -165,13 +165,13 @@ void KM5::store_record(const KM5_record& record, int type) {
     const auto add = [this, type](const std::vector<KM5_value>& values) {
         for (const auto& [name, value] : values) add_value(archive_name_for_opc(name, type), value);
     };
-    const KM5_sorted sorted = sort_record(record, carried.meter.model, is_hot_water());
+    const KM5_sorted sorted = km5::sort_record(record, carried.meter.model, is_hot_water());
     add(sorted.totals);
     log_line(messages_log.get(), "Archive date: ", date_text(record.date));
     for (const auto& [name, value] : pending_double) log_line(messages_log.get(), name, " = ", value);
     flush_values(record.date, type, QualityGood, carried.subsystem + 1, 0);
     add(sorted.averages);
-    flush_values(average_date(record.date, type), type, QualityGood, carried.subsystem + 1, 0);
+    flush_values(km5::average_date(record.date, type), type, QualityGood, carried.subsystem + 1, 0);
 }
 
 std::string KM5::archive_name_for_opc(const std::string& name, int type) {

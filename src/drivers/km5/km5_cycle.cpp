@@ -99,7 +99,7 @@ bool KM5::is_update_due() {
 
     KM5_request req{.cmd = CmdCurrent};
     if (!request(req, false)) return false;
-    const std::tm clock = decode_date(req.recv_buf);
+    const std::tm clock = km5::decode_date(req.recv_buf);
     log_line(messages_log.get(), "HeatMeter datetime => ", clock.tm_mday, ".", clock.tm_mon + 1, ".",
              clock.tm_year + 1900, " ", clock.tm_hour, ":", clock.tm_min, ":", clock.tm_sec);
     if (clock.tm_min >= 1 && clock.tm_min <= 56) {

@@ -28,6 +28,8 @@ constexpr StatusBit StatusBits[] = {
 
 }  // namespace
 
+namespace km5 {
+
 std::tm decode_date(Bytes answer) {
     std::tm date{};
     date.tm_mday = bcd_to_int(u8_at(answer, 6));
@@ -120,3 +122,5 @@ std::tm average_date(std::tm date, int type) {
     }
     return earlier;
 }
+
+}  // namespace km5

@@ -44,6 +44,8 @@ struct KM5_event {
     bool state;
 };
 
+namespace km5 {
+
 /// The date block at positions 5..12, packed BCD, in local time of the meter, which does not tell summer time. Nonsense
 /// digits are not refused: range tests of the caller decide.
 std::tm decode_date(Bytes answer);
@@ -60,3 +62,5 @@ std::vector<KM5_value> decode_page(int cmd, int page, Bytes answer, const KM5_me
 KM5_sorted sort_record(const KM5_record& record, int model, bool hot_water);
 /// The date of a record's averages: one period before its totals.
 std::tm average_date(std::tm date, int type);
+
+}  // namespace km5

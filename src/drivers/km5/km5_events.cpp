@@ -38,7 +38,7 @@ bool KM5::get_error_archives() {
         enter_state("get error archives");
         KM5_request req;
         if (!read_indexed(req, CmdErrorRecord, ArchiveErrors, idx)) break;
-        KM5_event event = decode_event(req.recv_buf);
+        KM5_event event = km5::decode_event(req.recv_buf);
         const std::time_t rec_time = make_time(event.date);
         if (rec_time > last && std::difftime(rec_time, gateway().now()) <= FutureSeconds) store_event(event);
         tm = event.date;

@@ -16,7 +16,7 @@ bool KM5::get_status(KM5_status& out) {
         log_line(messages_log.get(), "Get status: FAIL");
         return false;
     }
-    out = decode_status(req.recv_buf);
+    out = km5::decode_status(req.recv_buf);
     log_line(messages_log.get(), "Get Cstatus: ", out.Cstatus);
     log_line(messages_log.get(), "Get Gstatus: ", out.Gstatus);
     return true;
@@ -62,14 +62,15 @@ bool KM5::get_all_current_values() {
             take_meter_clock(req.recv_buf);
             continue;
         }
-        for (const auto& [name, value] : decode_page(req.cmd, req.data[0], req.recv_buf, carried.meter, is_hot_water()))
+        for (const auto& [name, value] :
+             km5::decode_page(req.cmd, req.data[0], req.recv_buf, carried.meter, is_hot_water()))
             instant_values[name] = value;
     }
     return !instant_values.empty();
 }
 
 void KM5::take_meter_clock(Bytes answer) {
-    std::tm timeinfo = decode_date(answer);
+    std::tm timeinfo = km5::decode_date(answer);
     // Summer time, which the meter does not tell, is taken from the gateway's present time.
     timeinfo.tm_isdst = local_time(gateway().now()).tm_isdst;
 

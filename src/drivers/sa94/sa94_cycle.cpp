@@ -114,7 +114,7 @@ void SA94::getCurrentParameters() {
             if (!parameter.active) continue;
             request.setReadParameter(parameter.code);
             link.Transact(request);  // a lost reply is all zeros, and so is the value
-            const auto value = decode_parameter(parameter, request.response, clock);
+            const auto value = sa94::decode_parameter(parameter, request.response, clock);
             if (!value) continue;
             renameCurrentParameter(parameter.name, carried.firmware_id, status.status_byte);
             if (!parameter.name.empty()) current_values[parameter.name] = *value;

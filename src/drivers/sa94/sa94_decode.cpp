@@ -38,19 +38,19 @@ const SA94Version* find_version(const std::string& firmware) {
     return row == Versions.end() ? nullptr : &*row;
 }
 
-SA94Status decode_status(std::uint8_t status, int firmware_id) {
+SA94Status sa94::decode_status(std::uint8_t status, int firmware_id) {
     return {.subsystem_type = (status & BitT3) != 0 ? 1 : 0,
             .status_byte = static_cast<std::uint8_t>(status & StatusMask),
             .sc_flag = (status & BitSC) != 0 ? 1 : 0,
             .support_t3 = measures_t3(firmware_id, status)};
 }
 
-SA94Tube decode_tube(Bytes reply, int number) {
+SA94Tube sa94::decode_tube(Bytes reply, int number) {
     const std::size_t at = TubeAt[number - 1];
     return {.dn_code = u8_at(reply, at), .q_max_code = u8_at(reply, at + 1), .q_min_code = u8_at(reply, at + 2)};
 }
 
-std::optional<float> decode_parameter(const SA94CurrentParameter& parameter, Bytes reply, std::tm& clock) {
+std::optional<float> sa94::decode_parameter(const SA94CurrentParameter& parameter, Bytes reply, std::tm& clock) {
     if (parameter.kind == ParameterValue) return scaled(decodeSaFloat(reply), parameter.scale, parameter.operation);
     if (parameter.kind == ParameterDate) {
         const std::tm date = record_date(reply);
@@ -72,7 +72,7 @@ const SA94Layout* find_layout(int archive_type, int firmware_id) {
     return row == layouts.end() ? nullptr : &*row;
 }
 
-SA94Record decode_record(Bytes record, const SA94Layout& layout, bool support_t3) {
+SA94Record sa94::decode_record(Bytes record, const SA94Layout& layout, bool support_t3) {
     SA94Record decoded;
     std::size_t offset = 0;
     for (const SA94Column& column : layout.columns) {
@@ -96,7 +96,7 @@ SA94Record decode_record(Bytes record, const SA94Layout& layout, bool support_t3
     return decoded;
 }
 
-SA94Event decode_event(Bytes record) {
+SA94Event sa94::decode_event(Bytes record) {
     const int event = u8_at(record, 0);
     return {.code = event % 128, .started = event < 128, .tm = record_tm_of(ERROR_DB, record)};
 }

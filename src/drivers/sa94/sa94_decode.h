@@ -24,7 +24,6 @@ struct SA94Status {
     int sc_flag = 0;
     bool support_t3 = true;  ///< the meter measures a third temperature
 };
-SA94Status decode_status(std::uint8_t status, int firmware_id);
 
 /// One of the two tubes: its codes in block 0 of segment 0.
 struct SA94Tube {
@@ -36,13 +35,6 @@ struct SA94Tube {
     float greatest_flow() const { return flow_limit(dn_code, q_max_code); }
     float least_flow() const { return static_cast<float>(q_min_code) / 100.0F * greatest_flow(); }
 };
-/// `number`: 1 or 2.
-SA94Tube decode_tube(Bytes reply, int number);
-
-// ---- what it measures now
-
-/// A value in its unit. Date and time of day have none, and go into `clock`.
-std::optional<float> decode_parameter(const SA94CurrentParameter& parameter, Bytes reply, std::tm& clock);
 
 // ---- what it has stored
 
@@ -53,12 +45,22 @@ struct SA94Record {
 };
 /// The layout of a firmware's hourly or daily records; null when it has none.
 const SA94Layout* find_layout(int archive_type, int firmware_id);
-/// Without a third temperature the word for it is left out.
-SA94Record decode_record(Bytes record, const SA94Layout& layout, bool support_t3);
 
 struct SA94Event {
     int code = 0;
     bool started = false;  ///< else it is over
     std::tm tm{};
 };
+
+namespace sa94 {
+
+SA94Status decode_status(std::uint8_t status, int firmware_id);
+/// `number`: 1 or 2.
+SA94Tube decode_tube(Bytes reply, int number);
+/// A value in its unit. Date and time of day have none, and go into `clock`.
+std::optional<float> decode_parameter(const SA94CurrentParameter& parameter, Bytes reply, std::tm& clock);
+/// Without a third temperature the word for it is left out.
+SA94Record decode_record(Bytes record, const SA94Layout& layout, bool support_t3);
 SA94Event decode_event(Bytes record);
+
+}  // namespace sa94

@@ -49,8 +49,8 @@ bool SA94::getTubesSettings(const std::string& /*model_name*/) {
     if (!link.connect(request)) return false;
     request.setReadTubeSettings();
     if (!link.Transact(request)) return false;
-    const SA94Tube first = decode_tube(request.response, 1);
-    const SA94Tube second = decode_tube(request.response, 2);
+    const SA94Tube first = sa94::decode_tube(request.response, 1);
+    const SA94Tube second = sa94::decode_tube(request.response, 2);
     logs.debug("ReadTubeSettings");
     logs.debug("Recv ", request.recv_length, " bytes: ");
     logs.log_debug->dump_packet(request.received());
@@ -74,7 +74,7 @@ bool SA94::getStatus() {
     logs.both("Start get Status");
     SA94Request request = new_request();
     if (!link.connect(request)) return false;
-    status = decode_status(request.response[0], carried.firmware_id);
+    status = sa94::decode_status(request.response[0], carried.firmware_id);
     publish_item("_SubsystemType", status.subsystem_type);
     publish_item("_SupportT3", status.support_t3 ? 1 : 0);
     publish_item("SC", status.sc_flag);

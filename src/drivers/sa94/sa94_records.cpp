@@ -48,7 +48,8 @@ bool SA94::parseBlock(int archive_type, const SA94Request& request, int& positio
         }
         logs.debug("Choice model");
         const SA94Layout* const layout = find_layout(archive_type, carried.firmware_id);
-        const SA94Record record = layout == nullptr ? SA94Record{} : decode_record(bytes, *layout, status.support_t3);
+        const SA94Record record =
+            layout == nullptr ? SA94Record{} : sa94::decode_record(bytes, *layout, status.support_t3);
         if (layout != nullptr && !is_possible_date(archive_type, record.date)) return true;
         // Without a layout the time is that of no date at all, -1: the run ends here.
         const std::time_t t = time_of(record.tm);
@@ -94,7 +95,7 @@ bool SA94::ErrorArchiveParsing(const SA94Request& request, int position, std::ti
             logs.debug("isNullRecord");
             return false;
         }
-        const SA94Event event = decode_event(record);
+        const SA94Event event = sa94::decode_event(record);
         logs.debug("Read record => ", event.code, " :: ", event.started ? "start" : "stop",
                    " :: ", asctime_text(event.tm));
         const std::time_t t = time_of(event.tm);
