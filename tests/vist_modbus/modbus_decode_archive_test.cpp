@@ -24,11 +24,11 @@ TEST(ModbusArchiveSpecs, TheMaskStandsAByteLaterInTheBlockOfTheSecondSystem) {
 
 TEST(ModbusArchiveSpecs, EachBitSaysWhetherOneTotalIsThere) {
     for (int bit = 0; bit < 32; ++bit) {
-        const ArchiveSpecs specs = decode_archive_specs(ModbusBlock(10).n(2, 1U << bit, 4), 0);
-        EXPECT_EQ(specs.hasC, bit == 0) << bit;
-        EXPECT_EQ(specs.hasE, bit == 14) << bit;
-        EXPECT_EQ(specs.hasM, (std::array<bool, 3>{bit == 4, bit == 5, bit == 6})) << bit;
-        EXPECT_EQ(specs.hasV, (std::array<bool, 3>{true, true, true})) << "volumes are there in any case, " << bit;
+        const ArchiveSetup setup = decode_archive_specs(ModbusBlock(10).n(2, 1U << bit, 4), 0);
+        EXPECT_EQ(setup.hasC, bit == 0) << bit;
+        EXPECT_EQ(setup.hasE, bit == 14) << bit;
+        EXPECT_EQ(setup.hasM, (std::array<bool, 3>{bit == 4, bit == 5, bit == 6})) << bit;
+        EXPECT_EQ(setup.hasV, (std::array<bool, 3>{true, true, true})) << "volumes are there in any case, " << bit;
     }
 }
 

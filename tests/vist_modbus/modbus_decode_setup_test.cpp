@@ -99,12 +99,12 @@ TEST(ModbusHeatSystem, AFormulaShowsItsIndicesFromOne) {
         {255, ""},
     };
     for (const auto& [fQ, formula] : formulas) {
-        const SystemSpecs specs = decode_tc_specs(block.n(119, fQ, 1));
-        EXPECT_EQ(specs.fQ, static_cast<int>(fQ));
-        EXPECT_EQ(specs.formula, formula);
-        EXPECT_EQ(specs.iG, (std::array<int, 3>{0, 3, 5}));
-        EXPECT_EQ(specs.iT, (std::array<int, 4>{1, 2, 4, 6}));
-        EXPECT_FALSE(specs.is_weighted);
+        const SystemSetup setup = decode_tc_specs(block.n(119, fQ, 1));
+        EXPECT_EQ(setup.fQ, static_cast<int>(fQ));
+        EXPECT_EQ(setup.formula, formula);
+        EXPECT_EQ(setup.iG, (std::array<int, 3>{0, 3, 5}));
+        EXPECT_EQ(setup.iT, (std::array<int, 4>{1, 2, 4, 6}));
+        EXPECT_FALSE(setup.is_weighted);
     }
     block.n(119, 0, 4).n(120, 0xFFFFFF, 3);
     EXPECT_EQ(decode_tc_specs(block).formula, "Q = G256 * ( T256 - T256 )");
@@ -122,20 +122,20 @@ TEST(ModbusHeatSystem, TheValueIsWeightedOnlyInOneFormulaAndByBit25) {
         {0x02000000, 0x01000001, false}, {0x02000000, 0x02000001, false}, {0x02000000, 0x03000001, false},
     };
     for (const Case& each : cases) {
-        const SystemSpecs specs = decode_tc_specs(heat_system().n(12, each.parameters, 4).n(119, each.formula, 4));
-        EXPECT_EQ(specs.is_weighted, each.weighted) << each.parameters << " " << each.formula;
-        EXPECT_EQ(specs.parameters, each.parameters);
+        const SystemSetup setup = decode_tc_specs(heat_system().n(12, each.parameters, 4).n(119, each.formula, 4));
+        EXPECT_EQ(setup.is_weighted, each.weighted) << each.parameters << " " << each.formula;
+        EXPECT_EQ(setup.parameters, each.parameters);
     }
 }
 
 TEST(ModbusHeatSystem, EachOfTwentyFourBitsTellsOfOneSensorOrOfNone) {
     const std::string letters = "QGTTPP--";
     for (std::size_t n = 0; n < 32; ++n) {
-        const SystemSpecs specs = decode_tc_specs(heat_system().n(12, 1U << n, 4));
+        const SystemSetup setup = decode_tc_specs(heat_system().n(12, 1U << n, 4));
         const char letter = n < 24 ? letters[n % 8] : '-';
         for (std::size_t i = 0; i < 3; ++i) {
-            EXPECT_EQ(specs.found_T[i], letter == 'T' && i == n / 8 ? 1 : 0) << n;
-            EXPECT_EQ(specs.found_P[i], letter == 'P' && i == n / 8 ? 1 : 0) << n;
+            EXPECT_EQ(setup.found_T[i], letter == 'T' && i == n / 8 ? 1 : 0) << n;
+            EXPECT_EQ(setup.found_P[i], letter == 'P' && i == n / 8 ? 1 : 0) << n;
         }
     }
     EXPECT_EQ(decode_tc_specs(heat_system().n(12, 0x3C0C30, 4)).found_T, (std::array<int, 3>{0, 2, 2}));
@@ -164,10 +164,10 @@ TEST(ModbusHeatSystem, AnyDivisorAndExponentOfALimitIsTaken) {
 TEST(ModbusHeatSystem, OnlyBits25And30StopTheCounting) {
     EXPECT_TRUE(decode_tc_specs(heat_system()).is_counting);
     for (unsigned bit = 0; bit < 32; ++bit) {
-        const SystemSpecs specs = decode_tc_specs(heat_system().n(147, 1U << bit, 4));
-        EXPECT_EQ(specs.errors, 1U << bit);
-        EXPECT_EQ(specs.status, convert_status(1U << bit));
-        EXPECT_EQ(specs.is_counting, bit != 25 && bit != 30) << bit;
+        const SystemSetup setup = decode_tc_specs(heat_system().n(147, 1U << bit, 4));
+        EXPECT_EQ(setup.errors, 1U << bit);
+        EXPECT_EQ(setup.status, convert_status(1U << bit));
+        EXPECT_EQ(setup.is_counting, bit != 25 && bit != 30) << bit;
     }
 }
 

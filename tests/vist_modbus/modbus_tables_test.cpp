@@ -20,7 +20,7 @@ struct Row {
 const std::vector<Row> SetupRows = {
     {"Структура общих спецификаций прибора", 99, {0, 0, 0}, ModbusProcess::MainConfig, 0},
     {"Структура спецификаций теплосистемы (т/с) прибора", 76, {99, 284, 469}, ModbusProcess::TcSpecs, 0},
-    {"Спецификации архивных файлов теплосистем (т/с) прибора", 5, {654, 658, 663}, ModbusProcess::ArchiveSpecs, 0},
+    {"Спецификации архивных файлов теплосистем (т/с) прибора", 5, {654, 658, 663}, ModbusProcess::ArchiveSetup, 0},
 };
 
 const std::vector<Row> ValueRows = {

@@ -101,6 +101,6 @@ class SA94 final : public HCDBaseDriver {
     const SA94Logs logs;
     const SA94Link link;
     SA94Progress stored;
-    SA94Status status;
+    SA94Status meter_status;
     Carried carried;
 };

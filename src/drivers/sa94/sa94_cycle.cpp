@@ -116,7 +116,7 @@ void SA94::getCurrentParameters() {
             link.Transact(request);  // a lost reply is all zeros, and so is the value
             const auto value = sa94::decode_parameter(parameter, request.response, clock);
             if (!value) continue;
-            renameCurrentParameter(parameter.name, carried.firmware_id, status.status_byte);
+            renameCurrentParameter(parameter.name, carried.firmware_id, meter_status.status_byte);
             if (!parameter.name.empty()) current_values[parameter.name] = *value;
         }
         const std::time_t t = make_time(clock);

@@ -74,10 +74,10 @@ bool SA94::getStatus() {
     logs.both("Start get Status");
     SA94Request request = new_request();
     if (!link.connect(request)) return false;
-    status = sa94::decode_status(request.response[0], carried.firmware_id);
-    publish_item("_SubsystemType", status.subsystem_type);
-    publish_item("_SupportT3", status.support_t3 ? 1 : 0);
-    publish_item("SC", status.sc_flag);
+    meter_status = sa94::decode_status(request.response[0], carried.firmware_id);
+    publish_item("_SubsystemType", meter_status.subsystem_type);
+    publish_item("_SupportT3", meter_status.support_t3 ? 1 : 0);
+    publish_item("SC", meter_status.sc_flag);
     publish_item("_Status", int{request.response[0]});
     link.disconnect(request);
     return true;

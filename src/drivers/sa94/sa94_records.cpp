@@ -49,7 +49,7 @@ bool SA94::parseBlock(int archive_type, const SA94Request& request, int& positio
         logs.debug("Choice model");
         const SA94Layout* const layout = find_layout(archive_type, carried.firmware_id);
         const SA94Record record =
-            layout == nullptr ? SA94Record{} : sa94::decode_record(bytes, *layout, status.support_t3);
+            layout == nullptr ? SA94Record{} : sa94::decode_record(bytes, *layout, meter_status.support_t3);
         if (layout != nullptr && !is_possible_date(archive_type, record.date)) return true;
         // Without a layout the time is that of no date at all, -1: the run ends here.
         const std::time_t t = time_of(record.tm);
@@ -76,7 +76,7 @@ void SA94::write_record(int archive_type, const SA94Record& record) {
 }
 
 void SA94::write_archive_line(int archive_type, const std::string& name, double value, std::tm tm) {
-    const std::string item = renameArchiveItem(archive_type, name, carried.firmware_id, status.status_byte);
+    const std::string item = renameArchiveItem(archive_type, name, carried.firmware_id, meter_status.status_byte);
     open_direct(item, 1, ArchiveFolder);
     // The meter dates a total by the start of its hour or day, the archive by the end.
     const std::time_t shift = archive_type == DAILY_DB ? DaySeconds : HourSeconds;

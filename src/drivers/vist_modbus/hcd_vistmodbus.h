@@ -43,7 +43,7 @@ class HCD_VISTmodbus final : public HCDBaseDriver {
   private:
     /// What goes on from one heat system, and from one polling, to the next.
     struct Carried {
-        vist_modbus::ArchiveSpecs specs;   ///< a system whose setup does not come is read by those of the one before it
+        vist_modbus::ArchiveSetup setup;   ///< a system whose setup does not come is read by those of the one before it
         std::time_t mdatetime = -1;        ///< the meter's clock; where it does not come, the last one counts
         std::string sub_name = "not_set";  ///< the log is named after the system that came last
         int virtdev_count = vist_modbus::HeatSystems;  ///< between pollings: whose archives have to be up to date

@@ -78,7 +78,7 @@ bool HCD_VISTmodbus::get_archive(int system) {
 }
 
 bool HCD_VISTmodbus::process_archive_header(const ArchiveHeader& header, int system) {
-    const ArchiveSpecs& has = carried.specs;
+    const ArchiveSetup& has = carried.setup;
     const double c = header.C / 100.0;
     log_line(log.get(), "Processing archive header...");
     if (has.hasC) {

@@ -74,7 +74,7 @@ void HCD_VISTmodbus::process(const ModbusRequest& row, Bytes data, int system, P
             return process_main_config(data, system);
         case ModbusProcess::TcSpecs:
             return process_tc_specs(data, system, pending);
-        case ModbusProcess::ArchiveSpecs:
+        case ModbusProcess::ArchiveSetup:
             return process_archive_specs(data, system);
         case ModbusProcess::DateTime:
             return process_datetime(data, system, pending);

@@ -185,11 +185,11 @@ MainConfig decode_main_config(Bytes data) {
             .tubes = {tubes_at(data, TubesAt[0]), tubes_at(data, TubesAt[1]), tubes_at(data, TubesAt[2])}};
 }
 
-SystemSpecs decode_tc_specs(Bytes data) {
+SystemSetup decode_tc_specs(Bytes data) {
     const auto index = [data](std::size_t at) { return int{u8_at(data, at)}; };
     const std::uint32_t parameters = read_u32(data, ParametersAt);
     const std::uint32_t errors = read_u32(data, ErrorsAt);
-    SystemSpecs specs{
+    SystemSetup setup{
         .sub_name = utf8_of_cp1251(text_at(data, 0, NameLimit)),
         .parameters = parameters,
         .fQ = index(vds::fQ),
@@ -206,10 +206,10 @@ SystemSpecs decode_tc_specs(Bytes data) {
     };
     for (std::size_t channel = 0; channel < 3; ++channel) {
         const std::uint32_t bits = parameters >> 8 * channel;  // Q, G, two T, two P, two of nothing
-        specs.found_T[channel] = static_cast<int>((bits >> 2 & 1) + (bits >> 3 & 1));
-        specs.found_P[channel] = static_cast<int>((bits >> 4 & 1) + (bits >> 5 & 1));
+        setup.found_T[channel] = static_cast<int>((bits >> 2 & 1) + (bits >> 3 & 1));
+        setup.found_P[channel] = static_cast<int>((bits >> 4 & 1) + (bits >> 5 & 1));
     }
-    return specs;
+    return setup;
 }
 
 Words decode_words(Bytes data) {
@@ -256,7 +256,7 @@ Values decode_array32(Bytes data, char kind, const Words& pointsGP, const std::a
     return values;
 }
 
-ArchiveSpecs decode_archive_specs(Bytes data, int system) {
+ArchiveSetup decode_archive_specs(Bytes data, int system) {
     // The blocks of the three systems are not aligned alike.
     const std::uint32_t spec_mask = read_u32(data, system == 1 ? 3 : 2);
     const auto has = [spec_mask](std::size_t bit) { return (spec_mask >> bit & 1) != 0; };

@@ -45,7 +45,7 @@ struct MainConfig {
 MainConfig decode_main_config(Bytes data);
 
 /// The setup of a heat system.
-struct SystemSpecs {
+struct SystemSetup {
     std::string sub_name;
     std::uint32_t parameters;
     int fQ;
@@ -60,7 +60,7 @@ struct SystemSpecs {
     std::uint32_t status;  ///< errors as the system's word
     bool is_counting;
 };
-SystemSpecs decode_tc_specs(Bytes data);
+SystemSetup decode_tc_specs(Bytes data);
 
 /// Four words, of decimal exponents or of anything.
 using Words = std::array<std::uint16_t, 4>;
@@ -71,14 +71,14 @@ Values decode_array16(Bytes data, char kind);
 Values decode_array32(Bytes data, char kind, const Words& pointsGP, const std::array<bool, 3>& hasM);
 
 /// Which totals a heat system has.
-struct ArchiveSpecs {
+struct ArchiveSetup {
     std::uint32_t spec_mask = 0;
     std::array<bool, 3> hasV{};
     std::array<bool, 3> hasM{};
     bool hasC = false;
     bool hasE = false;
 };
-ArchiveSpecs decode_archive_specs(Bytes data, int system);
+ArchiveSetup decode_archive_specs(Bytes data, int system);
 
 /// Record 0 of an archive file.
 struct ArchiveHeader {

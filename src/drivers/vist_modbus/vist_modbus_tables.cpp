@@ -5,7 +5,7 @@ const std::array<ModbusRequest, 3> reqSpecs = {{
     // name                                                     read          count address by system  process
     {"Структура общих спецификаций прибора",                    read_holding, 99, {0, 0, 0},           ModbusProcess::MainConfig, 0},
     {"Структура спецификаций теплосистемы (т/с) прибора",       read_holding, 76, {99, 284, 469},      ModbusProcess::TcSpecs, 0},
-    {"Спецификации архивных файлов теплосистем (т/с) прибора",  read_holding, 5,  {654, 658, 663},     ModbusProcess::ArchiveSpecs, 0},
+    {"Спецификации архивных файлов теплосистем (т/с) прибора",  read_holding, 5,  {654, 658, 663},     ModbusProcess::ArchiveSetup, 0},
 }};
 
 const std::array<ModbusRequest, 11> reqValues = {{

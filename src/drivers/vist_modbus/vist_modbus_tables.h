@@ -11,7 +11,7 @@ enum class ModbusProcess {
     None,
     MainConfig,
     TcSpecs,
-    ArchiveSpecs,
+    ArchiveSetup,
     DateTime,
     Array16,
     Array32,

@@ -33,44 +33,44 @@ void HCD_VISTmodbus::process_main_config(Bytes data, int system) {
 }
 
 void HCD_VISTmodbus::process_tc_specs(Bytes data, int system, Pending& pending) {
-    const SystemSpecs specs = decode_tc_specs(data);
+    const SystemSetup setup = decode_tc_specs(data);
     log_line(log.get(), "Processing tc specs...");
-    log_line(log.get(), "System params: ", specs.parameters);
-    carried.sub_name = specs.sub_name;
-    log_line(log.get(), "System name: ", specs.sub_name);
-    publish_item("_HMsystem", specs.sub_name, system);
-    log_line(log.get(), "fQ = ", specs.fQ);
-    log_line(log.get(), "iG1 = ", specs.iG[0]);
-    log_line(log.get(), "iG2 = ", specs.iG[1]);
-    log_line(log.get(), "iG3 = ", specs.iG[2]);
-    log_line(log.get(), "iT1 = ", specs.iT[0]);
-    log_line(log.get(), "iT2 = ", specs.iT[1]);
-    log_line(log.get(), "iT3 = ", specs.iT[2]);
-    log_line(log.get(), "iT4 = ", specs.iT[3]);
-    log_line(log.get(), "Formula: ", specs.formula);
-    if (!specs.formula.empty()) {
-        publish_item("_WeightedValue", specs.is_weighted ? 1 : 0, system);
-        publish_item("_Formula", specs.formula, system);
+    log_line(log.get(), "System params: ", setup.parameters);
+    carried.sub_name = setup.sub_name;
+    log_line(log.get(), "System name: ", setup.sub_name);
+    publish_item("_HMsystem", setup.sub_name, system);
+    log_line(log.get(), "fQ = ", setup.fQ);
+    log_line(log.get(), "iG1 = ", setup.iG[0]);
+    log_line(log.get(), "iG2 = ", setup.iG[1]);
+    log_line(log.get(), "iG3 = ", setup.iG[2]);
+    log_line(log.get(), "iT1 = ", setup.iT[0]);
+    log_line(log.get(), "iT2 = ", setup.iT[1]);
+    log_line(log.get(), "iT3 = ", setup.iT[2]);
+    log_line(log.get(), "iT4 = ", setup.iT[3]);
+    log_line(log.get(), "Formula: ", setup.formula);
+    if (!setup.formula.empty()) {
+        publish_item("_WeightedValue", setup.is_weighted ? 1 : 0, system);
+        publish_item("_Formula", setup.formula, system);
     }
     for (std::size_t channel = 0; channel < 3; ++channel) {
-        for (int n = 0; n < specs.found_T[channel]; ++n) {
+        for (int n = 0; n < setup.found_T[channel]; ++n) {
             log_line(log.get(), "Found temperature T", channel, "...");
         }
-        for (int n = 0; n < specs.found_P[channel]; ++n) {
+        for (int n = 0; n < setup.found_P[channel]; ++n) {
             log_line(log.get(), "Found pressure p", channel, "...");
         }
     }
-    pending.pending_values.insert(pending.pending_values.end(), specs.limits.begin(), specs.limits.end());
-    log_line(log.get(), "Errors: ", specs.errors);
+    pending.pending_values.insert(pending.pending_values.end(), setup.limits.begin(), setup.limits.end());
+    log_line(log.get(), "Errors: ", setup.errors);
     // A long of the gateway has 32 bits.
-    pending.pending_longs.emplace_back("ER", static_cast<std::int32_t>(specs.status));
-    pending.pending_longs.emplace_back("EG", static_cast<std::int32_t>(specs.errors));
-    pending.pending_longs.emplace_back("SC", specs.is_counting ? 1 : 0);
+    pending.pending_longs.emplace_back("ER", static_cast<std::int32_t>(setup.status));
+    pending.pending_longs.emplace_back("EG", static_cast<std::int32_t>(setup.errors));
+    pending.pending_longs.emplace_back("SC", setup.is_counting ? 1 : 0);
 }
 
 void HCD_VISTmodbus::process_archive_specs(Bytes data, int system) {
-    carried.specs = decode_archive_specs(data, system);
-    log_line(log.get(), "Processing archive specs (", carried.specs.spec_mask, ")...");
+    carried.setup = decode_archive_specs(data, system);
+    log_line(log.get(), "Processing archive specs (", carried.setup.spec_mask, ")...");
 }
 
 void HCD_VISTmodbus::process_datetime(Bytes data, int system, Pending& pending) {
@@ -98,7 +98,7 @@ void HCD_VISTmodbus::process_array16(Bytes data, char kind, Pending& pending) {
 void HCD_VISTmodbus::process_array32(Bytes data, char kind, Pending& pending) {
     log_line(log.get(), "Processing 32 bit array (", std::string(1, kind), ")...");
     int i = 0;
-    for (auto& value : decode_array32(data, kind, pending.pointsGP, carried.specs.hasM)) {
+    for (auto& value : decode_array32(data, kind, pending.pointsGP, carried.setup.hasM)) {
         const auto whole = static_cast<long long>(value.second);
         if (kind == 'V') log_line(log.get(), "Cashing dV", i, ": ", whole);
         if (kind == 'G') log_line(log.get(), "Cashing dM", i, ": ", whole);
