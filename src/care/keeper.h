@@ -2,6 +2,7 @@
 // Keeps the process of one port alive where there is no systemd: starts it when the configuration service answers,
 // starts it again when it has ended or has lost its port, keeps what it prints. The process never outlives its keeper.
 
+#include <cstdint>
 #include <string>
 
 #include "care/pid_file.h"
