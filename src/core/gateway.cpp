@@ -19,6 +19,8 @@ constexpr unsigned long EndOfExchange = 0x3303;  // request of the gateway's ser
 /// Thin calls of the operating system, nothing more.
 class SystemGateway final : public Gateway {
   public:
+    void set_root(const std::string& root) { root_ = root; }
+
     timeval time_of_day() override {
         timeval now{};
         ::gettimeofday(&now, nullptr);
@@ -159,4 +161,8 @@ Gateway& gateway() {
 
 void set_gateway(Gateway* machine) {
     g_gateway = machine != nullptr ? machine : &g_system;
+}
+
+void set_system_root(const std::string& root) {
+    g_system.set_root(root);
 }

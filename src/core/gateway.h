@@ -91,3 +91,6 @@ Gateway& gateway();
 
 /// Installs another machine, which must outlive its use; null brings the system's one back.
 void set_gateway(Gateway* machine);
+
+/// The folder that stands for "/" of the system's machine, for a program that looks at the files of another gateway.
+void set_system_root(const std::string& root);

@@ -1,0 +1,100 @@
+#include "contract/archive_reader.h"
+
+#include <algorithm>
+
+#include "contract/site.h"
+
+namespace contract {
+
+namespace {
+
+constexpr off_t Stretch = off_t{64} * 1024;
+
+off_t size_of(File& file) {
+    struct stat status {};
+    return file.is_open() && file.look(status) ? status.st_size : 0;
+}
+
+/// The newest line that begins in this part of the file, or nothing above it.
+std::int64_t newest_in(File& file, off_t begin, off_t end) {
+    ArchiveLines lines(file, begin, end);
+    std::int64_t newest = std::numeric_limits<std::int64_t>::min();
+    for (ArchiveLine line; lines.next(line);) newest = std::max<std::int64_t>(newest, line.time);
+    return newest;
+}
+
+}  // namespace
+
+off_t begin_of(File& file, off_t size, std::int64_t from) {
+    constexpr off_t OfSomeLines = 256;
+    if (from <= std::numeric_limits<std::int32_t>::min()) return 0;
+    off_t begin = size;
+    while (begin > 0) {
+        const off_t stretch = std::max<off_t>(0, begin - Stretch);
+        // With the line that begins here and ends behind it.
+        const off_t end = std::min<off_t>(size, begin + static_cast<off_t>(ArchiveLines::LongestLine));
+        if (newest_in(file, stretch, end) < from) break;
+        begin = stretch;
+    }
+    for (off_t at = 0; at < begin; at += Stretch) {
+        if (newest_in(file, at, std::min(begin, at + OfSomeLines)) >= from) return std::max<off_t>(0, at - Stretch);
+    }
+    return begin;
+}
+
+ArchiveReader::ArchiveReader(const std::string& path, const TimeSpan& wanted)
+    : ArchiveReader(open_for_reading(path), wanted) {}
+
+ArchiveReader::ArchiveReader(File source, const TimeSpan& wanted)
+    : file(std::move(source)), span(wanted), lines(file, 0, 0) {
+    const off_t size = size_of(file);
+    const off_t begin = begin_of(file, size, span.from);
+    in_order = is_in_order(begin, size);
+    if (!in_order) put_in_order(begin, size);
+    lines = ArchiveLines(file, begin, size);
+}
+
+bool ArchiveReader::is_in_order(off_t begin, off_t size) {
+    ArchiveLines all(file, begin, size);
+    std::int64_t last = std::numeric_limits<std::int64_t>::min();
+    for (ArchiveLine line; all.next(line); last = line.time) {
+        if (line.time <= last) return false;
+    }
+    unreadable_count = all.unreadable();
+    changed = all.is_short();
+    return true;
+}
+
+void ArchiveReader::put_in_order(off_t begin, off_t size) {
+    ArchiveLines all(file, begin, size);
+    for (ArchiveLine line; all.next(line);) {
+        if (span.holds(line.time)) places.push_back({line.time, all.position()});
+    }
+    unreadable_count = all.unreadable();
+    changed = all.is_short();
+    // By time, and of one time the last one of the file first, which alone stays.
+    std::ranges::sort(places, [](const Place& one, const Place& other) {
+        return one.time != other.time ? one.time < other.time : one.offset > other.offset;
+    });
+    const auto twice = std::ranges::unique(places, {}, &Place::time);
+    repeated_count = twice.size();
+    places.erase(twice.begin(), twice.end());
+}
+
+bool ArchiveReader::next(ArchiveLine& line) {
+    if (in_order) {
+        while (lines.next(line)) {
+            if (line.time >= span.to) return false;
+            if (line.time >= span.from) return true;
+        }
+        return false;
+    }
+    if (next_place == places.size()) return false;
+    const Place& place = places[next_place++];
+    lines.go_to(place.offset);
+    if (lines.next(line) && line.time == place.time) return true;
+    changed = true;
+    return false;
+}
+
+}  // namespace contract

@@ -1,0 +1,90 @@
+#include "contract/archive_table.h"
+
+#include <algorithm>
+
+#include "contract/site.h"
+#include "core/local_time.h"
+
+namespace contract {
+
+std::vector<std::string> archive_names(const std::string& folder, ArchiveKind kind) {
+    std::vector<std::string> names = names_in(folder);
+    std::erase_if(names, [kind](const std::string& name) {
+        const ArchiveEntry* const entry = find_archive(name);
+        return entry == nullptr || entry->kind != kind;
+    });
+    return names;
+}
+
+std::int64_t end_of_period(std::int64_t begin, ArchiveKind kind) {
+    constexpr std::int64_t Hour = 3600;
+    if (kind != ArchiveKind::Daily) return begin + Hour;
+    std::tm day = local_time(static_cast<std::time_t>(begin));
+    ++day.tm_mday;
+    day.tm_isdst = -1;
+    return make_time(day);
+}
+
+ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind_, const ArchiveQuestion& question)
+    : kind(kind_), good(question.good), by_record(question.by_record), column_names(question.names) {
+    if (column_names.empty()) column_names = archive_names(folder, kind);
+    std::ranges::sort(column_names, comes_before);
+    const auto twice = std::ranges::unique(column_names);
+    column_names.erase(twice.begin(), twice.end());
+    row.resize(column_names.size());
+    for (const std::string& name : column_names) {
+        Column& column = columns.emplace_back();
+        TimeSpan span = question.span;
+        const ArchiveEntry* const entry = find_archive(name);
+        if (by_record && entry != nullptr) column.dating = entry->dating;
+        if (column.dating == Dating::Beginning) {
+            // What begins a period before the span belongs to a record in it.
+            constexpr std::int64_t LongestPeriod = 2 * 86400;
+            if (span.from > std::numeric_limits<std::int32_t>::min()) span.from -= LongestPeriod;
+        }
+        column.reader = std::make_unique<ArchiveReader>(folder + '/' + name, span);
+        do {
+            advance(column);
+        } while (column.has_line && column.time < question.span.from);
+    }
+    last_time = question.span.to;
+}
+
+void ArchiveTable::advance(Column& column) {
+    do {
+        column.has_line = column.reader->next(column.line);
+    } while (column.has_line && good && column.line.quality != 192);
+    column.time = column.line.time;
+    if (column.dating == Dating::Beginning) column.time = end_of_period(column.time, kind);
+}
+
+bool ArchiveTable::next() {
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (row[i].there) advance(columns[i]);
+        row[i].there = false;
+    }
+    row_time = last_time;
+    for (const Column& column : columns) {
+        if (column.has_line) row_time = std::min(row_time, column.time);
+    }
+    if (row_time >= last_time) return false;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        Column& column = columns[i];
+        if (column.has_line && column.time == row_time) {
+            row[i] = {.there = true, .quality = column.line.quality, .value = column.line.value};
+        }
+    }
+    return true;
+}
+
+std::size_t ArchiveTable::unreadable() const {
+    std::size_t count = 0;
+    for (const Column& column : columns) count += column.reader->unreadable();
+    return count;
+}
+
+bool ArchiveTable::has_changed() const {
+    return std::ranges::any_of(columns, [](const Column& column) { return column.reader->has_changed(); });
+}
+
+}  // namespace contract

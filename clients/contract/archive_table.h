@@ -1,0 +1,68 @@
+#pragma once
+// The archive files of a meter's system side by side: one row for each time, in order of time.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "contract/archive_reader.h"
+#include "contract/catalogue.h"
+
+namespace contract {
+
+struct ArchiveCell {
+    bool there = false;
+    int quality = 0;
+    std::string_view value;  ///< as it stands in the file
+};
+
+struct ArchiveQuestion {
+    TimeSpan span;
+    std::vector<std::string> names;  ///< empty: all of the kind that are there
+    bool good = false;               ///< values of a quality other than 192 are left out
+    bool by_record = false;          ///< a row holds what belongs to one record of the meter, under the record's end
+};
+
+class ArchiveTable {
+  public:
+    ArchiveTable(const std::string& folder, ArchiveKind kind, const ArchiveQuestion& question);
+
+    /// In natural order, those that were asked for also where there is no file.
+    const std::vector<std::string>& names() const { return column_names; }
+    /// The next row, whose values stand until the next call. False at the end.
+    bool next();
+    std::int64_t time() const { return row_time; }
+    /// By the place of the name.
+    const std::vector<ArchiveCell>& cells() const { return row; }
+
+    /// As of ArchiveReader, of all files together.
+    std::size_t unreadable() const;
+    bool has_changed() const;
+
+  private:
+    struct Column {
+        std::unique_ptr<ArchiveReader> reader;
+        ArchiveLine line;
+        std::int64_t time = 0;  // of the row that it belongs to
+        bool has_line = false;
+        Dating dating = Dating::End;
+    };
+    void advance(Column& column);
+
+    ArchiveKind kind;
+    bool good;
+    bool by_record;
+    std::vector<std::string> column_names;
+    std::vector<Column> columns;
+    std::vector<ArchiveCell> row;
+    std::int64_t row_time = 0;
+    std::int64_t last_time = 0;  // of the span
+};
+
+/// The names of a kind that have a file in the folder, in natural order.
+std::vector<std::string> archive_names(const std::string& folder, ArchiveKind kind);
+
+/// The end of the period that begins then: an hour later, or the same time of the next day by the gateway's clock.
+std::int64_t end_of_period(std::int64_t begin, ArchiveKind kind);
+
+}  // namespace contract

@@ -1,0 +1,146 @@
+#include "contract/moments.h"
+
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <ctime>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "core/local_time.h"
+
+namespace contract {
+
+namespace {
+
+constexpr std::int64_t Minute = 60;
+constexpr std::int64_t Hour = 3600;
+constexpr std::int64_t Day = 86400;
+
+std::optional<std::int64_t> whole_number(std::string_view text) {
+    std::int64_t number = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || stop != text.data() + text.size()) return std::nullopt;
+    return number;
+}
+
+/// The digits at the beginning, exactly so many, which go; -1 for anything else.
+int take_digits(std::string_view& text, std::size_t count) {
+    if (text.size() < count || text.find_first_not_of("0123456789") < count) return -1;
+    int number = 0;
+    std::from_chars(text.data(), text.data() + count, number);
+    text.remove_prefix(count);
+    return number;
+}
+
+bool take(std::string_view& text, char expected) {
+    if (!text.starts_with(expected)) return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+/// "Z", "+03:00" or "+0300" at the end, in seconds.
+std::optional<long> take_offset(std::string_view& text) {
+    if (take(text, 'Z')) return 0;
+    if (!text.starts_with('+') && !text.starts_with('-')) return std::nullopt;
+    const int sign = text.front() == '-' ? -1 : 1;
+    text.remove_prefix(1);
+    const int hours = take_digits(text, 2);
+    take(text, ':');
+    const int minutes = take_digits(text, 2);
+    if (hours < 0 || hours > 14 || minutes < 0 || minutes > 59) return std::nullopt;
+    return sign * (hours * Hour + minutes * Minute);
+}
+
+std::optional<std::int64_t> parse_date(std::string_view text) {
+    std::tm date{};
+    date.tm_year = take_digits(text, 4) - 1900;
+    if (date.tm_year < 0 || !take(text, '-')) return std::nullopt;
+    date.tm_mon = take_digits(text, 2) - 1;
+    if (!take(text, '-')) return std::nullopt;
+    date.tm_mday = take_digits(text, 2);
+    std::optional<long> offset;
+    if (!text.empty()) {
+        if (!take(text, 'T') && !take(text, ' ')) return std::nullopt;
+        date.tm_hour = take_digits(text, 2);
+        if (!take(text, ':')) return std::nullopt;
+        date.tm_min = take_digits(text, 2);
+        if (take(text, ':')) date.tm_sec = take_digits(text, 2);
+        if (!text.empty()) {
+            offset = take_offset(text);
+            if (!offset) return std::nullopt;
+        }
+    }
+    const bool possible = date.tm_mon >= 0 && date.tm_mon < 12 && date.tm_mday >= 1 && date.tm_mday <= 31 &&
+                          date.tm_hour >= 0 && date.tm_hour < 24 && date.tm_min >= 0 && date.tm_min < 60 &&
+                          date.tm_sec >= 0 && date.tm_sec <= 60;
+    if (!possible || !text.empty()) return std::nullopt;
+    date.tm_isdst = -1;
+    const std::tm meant = date;
+    const std::int64_t moment = offset ? std::int64_t{::timegm(&date)} - *offset : std::int64_t{make_time(date)};
+    // A 31st of a short month is a mistake, not the next month's first.
+    if (date.tm_mday != meant.tm_mday && meant.tm_sec < 60) return std::nullopt;
+    return moment;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> parse_duration(std::string_view text) {
+    if (text.size() < 2) return std::nullopt;
+    const auto number = whole_number(text.substr(0, text.size() - 1));
+    std::int64_t unit = 0;
+    switch (text.back()) {
+        case 'd':
+            unit = Day;
+            break;
+        case 'h':
+            unit = Hour;
+            break;
+        case 'm':
+            unit = Minute;
+            break;
+        case 's':
+            unit = 1;
+            break;
+        default:
+            return std::nullopt;
+    }
+    constexpr std::int64_t Most = 1'000'000'000;
+    if (!number || *number < 0 || *number > Most) return std::nullopt;
+    return *number * unit;
+}
+
+std::optional<std::int64_t> parse_moment(std::string_view text, std::int64_t now) {
+    if (text == "now") return now;
+    if (text.starts_with('@')) return whole_number(text.substr(1));
+    if (text.starts_with('-')) {
+        const auto ago = parse_duration(text.substr(1));
+        return ago ? std::optional(now - *ago) : std::nullopt;
+    }
+    return parse_date(text);
+}
+
+std::string moment_text(std::int64_t moment) {
+    const std::tm local = local_time(static_cast<std::time_t>(moment));
+    const long offset = local.tm_gmtoff / Minute;
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}", local.tm_year + 1900, local.tm_mon + 1,
+                       local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, offset < 0 ? '-' : '+',
+                       std::labs(offset) / 60, std::labs(offset) % 60);
+}
+
+std::string plain_moment_text(std::int64_t moment) {
+    const std::tm local = local_time(static_cast<std::time_t>(moment));
+    return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                       local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+std::string duration_text(std::int64_t seconds) {
+    if (seconds < 0) return '-' + duration_text(-seconds);
+    if (seconds < 2 * Minute) return fmt::format("{} s", seconds);
+    if (seconds < 2 * Hour) return fmt::format("{} min", seconds / Minute);
+    if (seconds < 2 * Day) return fmt::format("{} h {} min", seconds / Hour, seconds % Hour / Minute);
+    return fmt::format("{} d", seconds / Day);
+}
+
+}  // namespace contract

@@ -1,0 +1,39 @@
+#include "contract/newest.h"
+
+#include <algorithm>
+
+#include "contract/archive_table.h"
+#include "contract/site.h"
+
+namespace contract {
+
+namespace {
+
+/// The newest time near the end of a file, in the stretch that holds what a meter remembers.
+std::optional<std::int64_t> newest_of(const std::string& path) {
+    constexpr off_t Stretch = off_t{64} * 1024;
+    File file = open_for_reading(path);
+    struct stat status {};
+    if (!file || !file.look(status)) return std::nullopt;
+    std::optional<std::int64_t> newest;
+    ArchiveLines lines(file, std::max<off_t>(0, status.st_size - Stretch), status.st_size);
+    for (ArchiveLine line; lines.next(line);) newest = std::max<std::optional<std::int64_t>>(newest, line.time);
+    return newest;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> newest_record(const std::string& uuid, int system, ArchiveKind kind) {
+    const std::string folder = archive_folder(uuid, system);
+    std::optional<std::int64_t> newest;
+    for (const std::string& name : archive_names(folder, kind)) {
+        auto time = newest_of(folder + '/' + name);
+        if (time && kind != ArchiveKind::Events && find_archive(name)->dating == Dating::Beginning) {
+            time = end_of_period(*time, kind);
+        }
+        newest = std::max(newest, time);
+    }
+    return newest;
+}
+
+}  // namespace contract

@@ -1,0 +1,129 @@
+#include "contract/site.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <set>
+
+#include "core/files.h"
+#include "core/gateway.h"
+
+namespace contract {
+
+namespace {
+
+bool is_digit(char character) {
+    return character >= '0' && character <= '9';
+}
+
+/// The file or folder that a path below the root leads to is below the root, too.
+bool stays_inside(const std::string& path) {
+    const std::string& root = gateway().root();
+    if (root.empty()) return true;
+    const auto real = [](const std::string& name) {
+        const std::unique_ptr<char, void (*)(void*)> text(::realpath(name.c_str(), nullptr), std::free);
+        return text == nullptr ? std::string() : std::string(text.get());
+    };
+    const std::string inside = real(root);
+    const std::string target = real(root + path);
+    return !inside.empty() && (target == inside || target.starts_with(inside == "/" ? inside : inside + '/'));
+}
+
+bool has_system(const std::string& folder) {
+    for (int system = 1; system <= Systems; ++system) {
+        if (is_directory(folder + '/' + std::to_string(system))) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+File open_for_reading(const std::string& path) {
+    return stays_inside(path) ? File(path, O_RDONLY) : File();
+}
+
+std::vector<std::string> names_in(const std::string& folder) {
+    std::vector<std::string> names;
+    if (!stays_inside(folder) || gateway().list_folder(folder, names) != 0) return {};
+    std::erase_if(names, [](const std::string& name) { return name == "." || name == ".."; });
+    std::ranges::sort(names, comes_before);
+    return names;
+}
+
+std::string read_text(const std::string& path, std::size_t most) {
+    File file = open_for_reading(path);
+    std::string text(most, '\0');
+    text.resize(file.read(text));
+    return text;
+}
+
+bool comes_before(const std::string& one, const std::string& other) {
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < one.size() && j < other.size()) {
+        if (is_digit(one[i]) && is_digit(other[j])) {
+            const auto number = [](const std::string& text, std::size_t& at) {
+                const std::size_t begin = std::min(text.find_first_not_of('0', at), text.size());
+                std::size_t end = begin;
+                while (end < text.size() && is_digit(text[end])) ++end;
+                at = end;
+                return text.substr(begin, end - begin);
+            };
+            const std::string first = number(one, i);
+            const std::string second = number(other, j);
+            if (first.size() != second.size()) return first.size() < second.size();
+            if (first != second) return first < second;
+        } else if (one[i] != other[j]) {
+            return static_cast<unsigned char>(one[i]) < static_cast<unsigned char>(other[j]);
+        } else {
+            ++i;
+            ++j;
+        }
+    }
+    return one.size() - i < other.size() - j || (i == one.size() && j == other.size() && one < other);
+}
+
+bool is_meter_name(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.size() <= 255 &&
+           name.find_first_of(std::string("/\0", 2)) == std::string::npos;
+}
+
+std::vector<std::string> meters() {
+    std::set<std::string> found;
+    for (const std::string place : {"/tmp", "/mnt/storage"}) {
+        for (const std::string& name : names_in(place)) {
+            const std::string folder = place + '/' + name;
+            if (has_system(folder) && stays_inside(folder)) found.insert(name);
+        }
+    }
+    return {found.begin(), found.end()};
+}
+
+bool parse_meter_system(const std::string& text, MeterSystem& meter) {
+    const std::size_t slash = text.rfind('/');
+    meter.uuid = text.substr(0, slash);
+    if (slash != std::string::npos) {
+        if (text.size() != slash + 2 || text[slash + 1] < '1' || text[slash + 1] > '0' + Systems) return false;
+        meter.system = text[slash + 1] - '0';
+    }
+    return is_meter_name(meter.uuid);
+}
+
+std::string items_folder(const std::string& uuid, int system) {
+    return "/tmp/" + uuid + '/' + std::to_string(system) + "/tc_items";
+}
+
+std::string storage_folder(const std::string& uuid, int system) {
+    return "/mnt/storage/" + uuid + '/' + std::to_string(system);
+}
+
+std::string archive_folder(const std::string& uuid, int system, bool staged) {
+    const std::string folder = storage_folder(uuid, system);
+    if (names_in(folder + "/tmp_archives").empty()) return folder + "/tc_archives";
+    return folder + (staged ? "/tmp_archives" : "/tc_tmp_archives");
+}
+
+}  // namespace contract

@@ -1,0 +1,92 @@
+#include "ctl/program.h"
+
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include <fmt/format.h>
+
+#include "contract/moments.h"
+#include "contract/plain_text.h"
+#include "core/gateway.h"
+#include "ctl/commands.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr char Description[] = "Looks at heat meters that heatmeterd reads on this gateway, or read on another one.";
+constexpr char Footer[] =
+    "Times: 2026-11-01, \"2026-11-01 10:00\", 2026-11-01T10:00:00+03:00, now, -7d, -12h, @1700000000.\n"
+    "Exit status: 0 done, 1 a finding or a failure, 2 wrong usage; of status 0 well, 1 warning, 2 critical,\n"
+    "3 unknown.";
+
+int complain(const std::string& text, int status) {
+    std::fputs(("heatmeterctl: " + contract::for_terminal(text) + '\n').c_str(), stderr);
+    return status;
+}
+
+/// "/" counts as no other root; a trailing slash is none.
+void look_below(std::string root) {
+    while (!root.empty() && root.back() == '/') root.pop_back();
+    set_system_root(root);
+}
+
+}  // namespace
+
+contract::MeterSystem meter_system_of(const std::string& text) {
+    contract::MeterSystem meter;
+    if (!contract::parse_meter_system(text, meter)) {
+        throw Failure{"no meter: \"" + text + "\" (UUID, or UUID/1 to UUID/6)", Usage};
+    }
+    return meter;
+}
+
+std::int64_t moment_of(const std::string& text, const Console& console) {
+    const auto moment = contract::parse_moment(text, console.now);
+    if (!moment) throw Failure{"no time: \"" + text + "\" (such as 2026-11-01, -7d, now)", Usage};
+    return *moment;
+}
+
+int run_program(int argc, const char* const* argv) {
+    std::setlocale(LC_CTYPE, "");
+    Console console;
+    console.terminal = ::isatty(STDOUT_FILENO) == 1;
+    const char* const no_colour = std::getenv("NO_COLOR");
+    console.colour = console.terminal && (no_colour == nullptr || *no_colour == '\0');
+    console.now = gateway().now();
+
+    CLI::App app(Description, "heatmeterctl");
+    std::string root;
+    app.add_option("--root", root, "where tmp/ and mnt/storage/ are looked for, / without it")
+        ->type_name("DIR")
+        ->check(CLI::ExistingDirectory);
+    app.set_version_flag("--version", fmt::format("heatmeterctl {}", HEATMETERD_VERSION));
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(Footer);
+    const Commands commands = {list_command(app, console), values_command(app, console), archive_command(app, console)};
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        return complain(std::string(error.what()) + ". Try --help", Usage);
+    }
+    look_below(root);
+    try {
+        for (const Command& command : commands) {
+            if (command.app->parsed()) return command.run();
+        }
+    } catch (const Failure& failure) {
+        return complain(failure.text, failure.status);
+    } catch (const std::exception& error) {
+        return complain(error.what(), Finding);
+    }
+    return Usage;
+}
+
+}  // namespace ctl

@@ -1,0 +1,47 @@
+#include "contract/moments.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include <gtest/gtest.h>
+
+using contract::parse_moment;
+
+namespace {
+
+constexpr std::int64_t Now = 1700000000;  // 14 November 2023, 22:13:20 UTC
+
+class Moments : public testing::Test {
+  protected:
+    Moments() {
+        ::setenv("TZ", "UTC-3", 1);
+        ::tzset();
+    }
+};
+
+TEST_F(Moments, AreReadAsPeopleWriteThem) {
+    EXPECT_EQ(parse_moment("now", Now), Now);
+    EXPECT_EQ(parse_moment("@1700000001", Now), 1700000001);
+    EXPECT_EQ(parse_moment("-7d", Now), Now - 604800);
+    EXPECT_EQ(parse_moment("-12h", Now), Now - 43200);
+    EXPECT_EQ(parse_moment("2023-11-15", Now), 1699995600);
+    EXPECT_EQ(parse_moment("2023-11-15 01:13", Now), 1699999980);
+    EXPECT_EQ(parse_moment("2023-11-15T01:13:20", Now), Now);
+    EXPECT_EQ(parse_moment("2023-11-14T22:13:20Z", Now), Now);
+    EXPECT_EQ(parse_moment("2023-11-14T23:13:20+01:00", Now), Now);
+}
+
+TEST_F(Moments, NonsenseIsNoTime) {
+    for (const char* text :
+         {"", "-", "-7", "-7y", "7d", "yesterday", "2023-13-01", "2023-02-30", "2023-1-1", "2023-11-15 25:00",
+          "2023-11-15 10", "2023-11-15T10:00:00+99:00", "@", "@x", "2023-11-15 10:00 "}) {
+        EXPECT_FALSE(parse_moment(text, Now)) << text;
+    }
+}
+
+TEST_F(Moments, AreToldWithTheirOffset) {
+    EXPECT_EQ(contract::moment_text(Now), "2023-11-15T01:13:20+03:00");
+    EXPECT_EQ(contract::plain_moment_text(Now), "2023-11-15 01:13:20");
+}
+
+}  // namespace
