@@ -91,6 +91,7 @@ ArchiveLines::ArchiveLines(File& source, off_t begin, off_t stop)
 }
 
 void ArchiveLines::go_to(off_t begin) {
+    whole_until = begin;
     if (begin >= buffer_at && begin <= buffer_at + static_cast<off_t>(filled)) {
         at = static_cast<std::size_t>(begin - buffer_at);
         return;
@@ -144,6 +145,7 @@ bool ArchiveLines::next(ArchiveLine& line) {
         const std::size_t length = usual_line(buffer.data() + at, line);
         if (length != 0) {
             at += length;
+            whole_until = offset();
             return true;
         }
         const std::string_view text = rest().substr(0, LongestLine);
@@ -152,10 +154,11 @@ bool ArchiveLines::next(ArchiveLine& line) {
         const bool whole = line_end != std::string_view::npos || offset() + static_cast<off_t>(text.size()) == end;
         if (whole && parse_archive_line(text.substr(0, line_end), line)) {
             at += line_end == std::string_view::npos ? text.size() : line_end + 1;
+            if (line_end != std::string_view::npos) whole_until = offset();
             return true;
         }
         ++unreadable_count;
-        skip_line();
+        if (skip_line()) whole_until = offset();
     }
 }
 

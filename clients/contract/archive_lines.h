@@ -32,6 +32,8 @@ class ArchiveLines {
     bool next(ArchiveLine& line);
     /// Where the last line begins in the file.
     off_t position() const { return line_at; }
+    /// Where the last line that has its end ends: what follows may still be being written.
+    off_t end_of_lines() const { return whole_until; }
     /// Goes on with the line that begins there.
     void go_to(off_t begin);
 
@@ -55,6 +57,7 @@ class ArchiveLines {
     std::size_t at = 0;
     std::size_t filled = 0;
     off_t line_at = 0;
+    off_t whole_until = 0;
     std::size_t unreadable_count = 0;
     bool was_short = false;
 };

@@ -1,12 +1,8 @@
 #include <fmt/format.h>
 #include <json/writer.h>
 
-#include "contract/archive_table.h"
-#include "contract/items.h"
-#include "contract/moments.h"
 #include "contract/plain_text.h"
-#include "contract/site.h"
-#include "ctl/commands.h"
+#include "ctl/archive_words.h"
 
 namespace ctl {
 
@@ -16,21 +12,12 @@ using contract::ArchiveCell;
 using contract::ArchiveKind;
 using contract::ArchiveTable;
 
-struct Words {
-    std::string place;
-    bool hourly = false;
-    bool daily = false;
-    bool events = false;
-    std::string from, to;
-    std::vector<std::string> names;
+struct Words : ArchiveWords {
     std::string format = "table";
     std::string by = "time";
     bool good = false;
     bool as_long = false;
     bool quality = false;
-    bool staged = false;
-
-    ArchiveKind kind() const { return events ? ArchiveKind::Events : daily ? ArchiveKind::Daily : ArchiveKind::Hourly; }
 };
 
 /// A number as it stands, or null for what JSON has no number for.
@@ -123,21 +110,14 @@ void print_rows(ArchiveTable& table, const Console& console) {
 }
 
 int run_archive(const Words& words, const Console& console) {
-    const contract::MeterSystem meter = meter_system_of(words.place);
-    contract::ArchiveQuestion question;
-    if (!words.from.empty()) question.span.from = moment_of(words.from, console);
-    if (!words.to.empty()) question.span.to = moment_of(words.to, console);
-    question.names = words.names;
-    for (const std::string& name : words.names) {
-        if (!contract::is_meter_name(name)) throw Failure{"no name of an archive: \"" + name + '"', Usage};
-    }
+    const contract::MeterSystem meter = words.meter();
+    contract::ArchiveQuestion question = words.question(console);
     question.good = words.good;
     question.by_record = words.by == "record";
-    const std::string folder = contract::archive_folder(meter.uuid, meter.system, words.staged);
-    ArchiveTable table(folder, words.kind(), question);
+    ArchiveTable table(words.folder(), words.kind(), question);
     if (table.names().empty()) {
-        throw Failure{
-            fmt::format("{}/{} has no {} archive in {}", meter.uuid, meter.system, text_of(words.kind()), folder)};
+        throw Failure{fmt::format("{}/{} has no {} archive in {}", meter.uuid, meter.system, text_of(words.kind()),
+                                  words.folder())};
     }
     Output out;
     if (words.format == "json" || console.json) {
@@ -150,13 +130,7 @@ int run_archive(const Words& words, const Console& console) {
         print_rows(table, console);
     }
     out.flush();
-    if (table.unreadable() != 0) {
-        std::fputs(fmt::format("heatmeterctl: {} lines could not be read; `heatmeterctl gaps` tells more\n",
-                               table.unreadable())
-                       .c_str(),
-                   stderr);
-    }
-    if (table.has_changed()) throw Failure{"a file was emptied or replaced while it was read: ask again"};
+    tell_unreadable(table);
     return Done;
 }
 
@@ -165,14 +139,11 @@ int run_archive(const Words& words, const Console& console) {
 Command archive_command(CLI::App& app, Console& console) {
     const auto words = std::make_shared<Words>();
     CLI::App* const command = app.add_subcommand("archive", "stored records, a row for each time");
-    command->add_option("METER", words->place, "uuid, or uuid/system")->required();
-    CLI::Option* const hourly = command->add_flag("--hourly", words->hourly, "hourly records, as without a kind");
-    CLI::Option* const daily = command->add_flag("--daily", words->daily, "daily records")->excludes(hourly);
+    add_span_options(*command, *words);
+    CLI::Option* const daily = add_kind_options(*command, *words);
     command->add_flag("--events", words->events, "event records; see also the command events")
-        ->excludes(hourly)
-        ->excludes(daily);
-    command->add_option("--from", words->from, "records from this time on")->type_name("TIME");
-    command->add_option("--to", words->to, "records before this time")->type_name("TIME");
+        ->excludes(daily)
+        ->excludes(command->get_option("--hourly"));
     command->add_option("--names", words->names, "archives, with commas between them; all that there are without it")
         ->delimiter(',')
         ->type_name("A1,A12");
@@ -181,7 +152,6 @@ Command archive_command(CLI::App& app, Console& console) {
     command->add_flag("--quality", words->quality, "with --format csv: a column NAME.q behind each name");
     command->add_option("--by", words->by, "record: what belongs to one record of the meter in one row, under its end")
         ->check(CLI::IsMember({"time", "record"}));
-    command->add_flag("--staged", words->staged, "the working folder of a driver that hands over whole passes");
     command->add_option("--format", words->format, "table, csv or json")
         ->check(CLI::IsMember({"table", "csv", "json"}));
     add_output_options(*command, console);

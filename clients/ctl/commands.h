@@ -9,6 +9,10 @@ namespace ctl {
 Command list_command(CLI::App& app, Console& console);
 Command values_command(CLI::App& app, Console& console);
 Command archive_command(CLI::App& app, Console& console);
+Command gaps_command(CLI::App& app, Console& console);
+Command events_command(CLI::App& app, Console& console);
+Command plot_command(CLI::App& app, Console& console);
+Command export_command(CLI::App& app, Console& console);
 
 // Words of the command line that say which meter, which system, which time; a Failure for others.
 contract::MeterSystem meter_system_of(const std::string& text);

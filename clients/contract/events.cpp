@@ -1,0 +1,66 @@
+#include "contract/events.h"
+
+#include <algorithm>
+#include <map>
+
+#include "contract/site.h"
+
+namespace contract {
+
+namespace {
+
+struct EventLine {
+    std::int32_t time;
+    bool begun;
+    std::string code;
+    bool operator==(const EventLine&) const = default;
+};
+
+/// All lines in order of time, those of one second as they were written; a line that was read again counts once.
+std::vector<EventLine> lines_of(const std::string& folder, std::size_t& unreadable) {
+    File file = open_for_reading(folder + "/_A57");
+    struct stat status {};
+    if (!file || !file.look(status)) return {};
+    ArchiveLines lines(file, 0, status.st_size);
+    std::vector<EventLine> all;
+    for (ArchiveLine line; lines.next(line);) {
+        all.push_back({line.time, line.quality == 192, std::string(line.value.substr(0, line.value.find('.')))});
+    }
+    unreadable = lines.unreadable();
+    std::ranges::stable_sort(all, {}, &EventLine::time);
+    for (auto at = all.begin(); at != all.end();) {
+        const auto end = std::find_if(at, all.end(), [at](const EventLine& line) { return line.time != at->time; });
+        auto kept = at;
+        for (auto line = at; line != end; ++line) {
+            if (std::find(at, kept, *line) == kept) std::iter_swap(kept++, line);
+        }
+        at = all.erase(kept, end);
+    }
+    return all;
+}
+
+}  // namespace
+
+std::vector<Event> read_events(const std::string& folder, const TimeSpan& span, std::size_t& unreadable) {
+    std::vector<Event> events;
+    std::map<std::string, std::size_t> lasting;
+    for (const EventLine& line : lines_of(folder, unreadable)) {
+        const auto open = lasting.find(line.code);
+        if (line.begun) {
+            lasting[line.code] = events.size();
+            events.push_back({.code = line.code, .begin = line.time, .end = std::nullopt});
+        } else if (open != lasting.end()) {
+            events[open->second].end = line.time;
+            lasting.erase(open);
+        } else {
+            events.push_back({.code = line.code, .begin = std::nullopt, .end = line.time});
+        }
+    }
+    std::erase_if(events, [&span](const Event& event) {
+        const std::int64_t first = event.begin ? *event.begin : *event.end;
+        return first >= span.to || (event.end && *event.end < span.from);
+    });
+    return events;
+}
+
+}  // namespace contract

@@ -1,0 +1,146 @@
+#include "contract/gaps.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+
+#include "contract/site.h"
+#include "core/local_time.h"
+
+namespace contract {
+
+namespace {
+
+constexpr std::int64_t Hour = 3600;
+constexpr std::int64_t Day = 86400;
+
+/// Hours and days, numbered. A day is one of the gateway's calendar.
+class Calendar {
+  public:
+    /// Records come at the minute of the hour, or the time of the day, at which this one came.
+    Calendar(ArchiveKind kind_, std::int64_t record) : kind(kind_), first(record) {}
+
+    std::int64_t number(std::int64_t time) const {
+        if (kind != ArchiveKind::Daily) {
+            const std::int64_t since = time - first % Hour;
+            return (since - ((since % Hour) + Hour) % Hour) / Hour;
+        }
+        std::tm day = local_time(static_cast<std::time_t>(time));
+        day.tm_hour = day.tm_min = day.tm_sec = 0;
+        return std::int64_t{::timegm(&day)} / Day;
+    }
+
+    std::int64_t time(std::int64_t number) const {
+        if (kind != ArchiveKind::Daily) return number * Hour + first % Hour;
+        std::tm day = local_time(static_cast<std::time_t>(first));
+        day.tm_mday += static_cast<int>(number - this->number(first));
+        day.tm_isdst = -1;
+        return make_time(day);
+    }
+
+    /// The first record that comes at this time or later.
+    std::int64_t number_from(std::int64_t moment) const {
+        const std::int64_t number_then = number(moment);
+        return time(number_then) >= moment ? number_then : number_then + 1;
+    }
+
+  private:
+    ArchiveKind kind;
+    std::int64_t first;
+};
+
+std::vector<Gaps::Contradiction> contradictions_in(const std::string& path, const std::string& name,
+                                                   const TimeSpan& span) {
+    struct Place {
+        std::int32_t time;
+        off_t offset;
+    };
+    File file = open_for_reading(path);
+    struct stat status {};
+    if (!file || !file.look(status)) return {};
+    std::vector<Place> places;
+    ArchiveLines lines(file, begin_of(file, status.st_size, span.from), status.st_size);
+    ArchiveLine line;
+    while (lines.next(line)) {
+        if (span.holds(line.time)) places.push_back({line.time, lines.position()});
+    }
+    std::ranges::stable_sort(places, {}, &Place::time);
+    std::vector<Gaps::Contradiction> found;
+    const auto same_time = [](const Place& one, const Place& other) { return one.time == other.time; };
+    for (auto at = std::ranges::adjacent_find(places, same_time); at != places.end();) {
+        Gaps::Contradiction contradiction{.time = at->time, .name = name, .values = {}};
+        for (; at != places.end() && at->time == contradiction.time; ++at) {
+            lines.go_to(at->offset);
+            if (lines.next(line) && std::ranges::count(contradiction.values, line.value) == 0) {
+                contradiction.values.emplace_back(line.value);
+            }
+        }
+        if (contradiction.values.size() > 1) found.push_back(std::move(contradiction));
+        at = std::adjacent_find(at, places.end(), same_time);
+    }
+    return found;
+}
+
+}  // namespace
+
+Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestion& question, bool staged) {
+    ArchiveQuestion wanted = question;
+    wanted.by_record = true;
+    if (wanted.names.empty()) wanted.names = archive_names(folder, kind);
+    Gaps gaps;
+    for (const std::string& name : wanted.names) {
+        auto found = contradictions_in(folder + '/' + name, name, question.span);
+        std::ranges::move(found, std::back_inserter(gaps.contradictions));
+    }
+    std::ranges::stable_sort(gaps.contradictions, {}, &Gaps::Contradiction::time);
+    if (staged) {
+        std::erase_if(wanted.names, [](const std::string& name) {
+            const ArchiveEntry* const entry = find_archive(name);
+            return entry != nullptr && entry->dating == Dating::End;
+        });
+    }
+    ArchiveTable table(folder, kind, wanted);
+    std::vector<std::int64_t> numbers;  // of the records that are there
+    std::optional<Calendar> calendar;
+    std::int64_t first = 0;
+    std::int64_t last = 0;
+    while (table.next()) {
+        if (!calendar) {
+            calendar.emplace(kind, table.time());
+            first = table.time();
+        }
+        last = table.time();
+        const std::int64_t number = calendar->number(last);
+        if (numbers.empty() || numbers.back() != number) numbers.push_back(number);
+        Gaps::Incomplete record{.time = last, .missing = {}};
+        for (std::size_t i = 0; i < table.cells().size(); ++i) {
+            if (!table.cells()[i].there) record.missing.push_back(table.names()[i]);
+        }
+        if (!record.missing.empty()) gaps.incomplete.push_back(std::move(record));
+    }
+    gaps.unreadable = table.unreadable();
+    gaps.has_changed = table.has_changed();
+    if (!calendar) calendar.emplace(kind, std::max<std::int64_t>(0, question.span.from));
+    const TimeSpan all;
+    gaps.from = question.span.from != all.from ? question.span.from : first;
+    gaps.to = question.span.to != all.to ? question.span.to : end_of_period(last, kind);
+    const bool is_empty = numbers.empty() && (question.span.from == all.from || question.span.to == all.to);
+    if (is_empty) return gaps;
+
+    const std::int64_t begin = calendar->number_from(gaps.from);
+    const std::int64_t end = calendar->number_from(gaps.to);
+    gaps.expected = static_cast<std::size_t>(std::max<std::int64_t>(0, end - begin));
+    numbers.push_back(end);
+    std::int64_t next = begin;
+    for (const std::int64_t number : numbers) {
+        if (number > next) {
+            gaps.holes.push_back(
+                {calendar->time(next), calendar->time(number), static_cast<std::size_t>(number - next)});
+        }
+        next = std::max(next, number + 1);
+    }
+    gaps.present = numbers.size() - 1;
+    return gaps;
+}
+
+}  // namespace contract

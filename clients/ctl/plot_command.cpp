@@ -1,0 +1,152 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <fmt/format.h>
+#include <spawn.h>
+
+#include "contract/plain_text.h"
+#include "contract/site.h"
+#include "core/local_time.h"
+#include "ctl/archive_words.h"
+
+extern char** environ;
+
+namespace ctl {
+
+namespace {
+
+using contract::ArchiveKind;
+using contract::ArchiveTable;
+
+struct Words : ArchiveWords {
+    std::string output;
+};
+
+/// A text in single quotes of gnuplot's language.
+std::string gnuplot_text(const std::string& text) {
+    std::string quoted = "'";
+    for (const char letter : contract::for_terminal(text)) quoted += letter == '\'' ? "''" : std::string(1, letter);
+    return quoted + "'";
+}
+
+/// gnuplot knows no zones: it is given the gateway's local time as if that were UTC.
+std::int64_t as_local(std::int64_t time) {
+    return time + local_time(static_cast<std::time_t>(time)).tm_gmtoff;
+}
+
+std::string title_of(const std::string& name) {
+    const contract::ArchiveEntry* const entry = contract::find_archive(name);
+    if (entry == nullptr) return name;
+    return fmt::format("{} {}{}{}", name, entry->title, entry->unit.empty() ? "" : ", ", entry->unit);
+}
+
+/// Points as gnuplot wants them, an empty line for each hole.
+std::string points_of(ArchiveTable& table, std::size_t column, std::int64_t period, std::size_t& count) {
+    std::string points;
+    std::int64_t last = 0;
+    while (table.next()) {
+        const contract::ArchiveCell& cell = table.cells()[column];
+        if (!cell.there || cell.value.ends_with('f') || cell.value.ends_with('n')) continue;
+        if (count != 0 && table.time() - last > period) points += '\n';
+        points += fmt::format("{} {}\n", as_local(table.time()), cell.value);
+        last = table.time();
+        ++count;
+    }
+    return points;
+}
+
+std::string terminal_words() {
+    winsize size{};
+    constexpr unsigned Narrow = 79;
+    constexpr unsigned Low = 24;
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) size = {Low, Narrow + 1, 0, 0};
+    return fmt::format("set terminal dumb noenhanced size {},{}\n", std::max<unsigned>(size.ws_col, 40) - 1,
+                       std::max<unsigned>(size.ws_row, 12) - 2);
+}
+
+/// The words of gnuplot for the file's ending; the chart goes to gnuplot's standard output.
+std::string output_words(const std::string& output) {
+    if (output.empty()) return terminal_words();
+    if (output.ends_with(".svg")) return "set terminal svg noenhanced size 1200,600 background 'white'\n";
+    if (output.ends_with(".png")) return "set terminal pngcairo noenhanced size 1200,600\n";
+    throw Failure{"a chart goes to a file that ends in .svg or .png", Usage};
+}
+
+/// Runs gnuplot over a script.
+void draw(const std::string& script, const std::string& output) {
+    std::FILE* const words = std::tmpfile();
+    if (words == nullptr || std::fwrite(script.data(), 1, script.size(), words) != script.size() ||
+        std::fflush(words) != 0) {
+        throw Failure{std::string("no room for a temporary file: ") + std::strerror(errno)};
+    }
+    std::rewind(words);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, ::fileno(words), STDIN_FILENO);
+    if (!output.empty()) {
+        const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (file < 0) throw Failure{output + ": " + std::strerror(errno)};
+        ::posix_spawn_file_actions_adddup2(&actions, file, STDOUT_FILENO);
+    }
+    char program[] = "gnuplot";
+    char* const arguments[] = {program, nullptr};
+    pid_t pid = 0;
+    if (::posix_spawnp(&pid, program, &actions, nullptr, arguments, environ) != 0) {
+        throw Failure{"charts need gnuplot: apt-get install gnuplot-nox"};
+    }
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw Failure{"gnuplot could not draw it"};
+}
+
+int run_plot(const Words& words, const Console& console) {
+    const contract::MeterSystem meter = words.meter();
+    const std::int64_t period = words.daily ? 90000 : 3600;  // a day can have 25 hours
+    std::string script = output_words(words.output);
+    std::string lines;
+    for (const std::string& name : words.names) {
+        contract::ArchiveQuestion question = words.question(console);
+        question.names = {name};
+        ArchiveTable table(words.folder(), words.kind(), question);
+        std::size_t count = 0;
+        const std::string points = points_of(table, 0, period, count);
+        tell_unreadable(table);
+        if (count == 0) throw Failure{fmt::format("{}/{} has no values of {} then", meter.uuid, meter.system, name)};
+        const std::string block =
+            fmt::format("$data{}", lines.empty() ? 0 : std::count(lines.begin(), lines.end(), '$'));
+        script += fmt::format("{} << EOD\n{}EOD\n", block, points);
+        lines += fmt::format("{}{} using 1:2 with lines title {}", lines.empty() ? "plot " : ", ", block,
+                             gnuplot_text(title_of(name)));
+    }
+    script += fmt::format("set title {}\n", gnuplot_text(fmt::format("{}/{}", meter.uuid, meter.system)));
+    script += "set xdata time\nset timefmt '%s'\nset format x \"%Y-%m-%d\\n%H:%M\"\nset grid\nset xtics autofreq\n";
+    script += "set key below\n";
+    draw(script + lines + '\n', words.output);
+    return Done;
+}
+
+}  // namespace
+
+Command plot_command(CLI::App& app, Console& console) {
+    const auto words = std::make_shared<Words>();
+    CLI::App* const command = app.add_subcommand("plot", "a chart of archives, in the terminal or in a file");
+    add_span_options(*command, *words);
+    command->add_option("NAME", words->names, "archives, such as A20 A21; daily ones have numbers of their own")
+        ->required();
+    command->add_option("--output", words->output, "FILE.svg or FILE.png; the terminal without it")->type_name("FILE");
+    command->add_flag("--staged", words->staged, "the working folder of a driver that hands over whole passes");
+    return {command, [words, &console] {
+                const contract::ArchiveEntry* const entry = contract::find_archive(words->names.front());
+                words->daily = entry != nullptr && entry->kind == ArchiveKind::Daily;
+                return run_plot(*words, console);
+            }};
+}
+
+}  // namespace ctl
