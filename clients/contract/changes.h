@@ -1,0 +1,33 @@
+#pragma once
+// Tells when files of meters change, without looking at them: woken by the system, not by a clock.
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace contract {
+
+class Changes {
+  public:
+    Changes();
+    ~Changes();
+    Changes(const Changes&) = delete;
+    Changes& operator=(const Changes&) = delete;
+
+    /// Looks after a folder from now on; once is enough. False when it cannot: it is not there, or the system has no
+    /// more of that.
+    bool look_after(const std::string& folder);
+
+    /// Waits until a file in one of the folders has changed, or `other` (a descriptor, or -1) is readable, or the time
+    /// is over (-1: never). The folders in which something has changed, each once.
+    std::vector<std::string> wait(int other, int milliseconds);
+
+  private:
+    std::vector<std::string> take();
+
+    int fd;
+    std::map<int, std::string> folders;
+    std::map<std::string, int> numbers;
+};
+
+}  // namespace contract

@@ -1,0 +1,346 @@
+#include "ctl/watch_screen.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fmt/format.h>
+
+#include "contract/archive_table.h"
+#include "contract/moments.h"
+#include "contract/plain_text.h"
+#include "contract/site.h"
+#include "core/gateway.h"
+
+// Behind all others, since they make macros of common words.
+#define NCURSES_NOMACROS
+#include <ncurses.h>
+#include <term.h>
+#undef lines
+#undef columns
+
+namespace ctl {
+
+namespace {
+
+constexpr std::int64_t MarkedMilliseconds = 5000;  // how long a new value stays marked
+constexpr int RecordsShown = 500;
+constexpr int EscapeDelay = 25;  // milliseconds that tell the key Esc from another one
+
+volatile std::sig_atomic_t g_ended = 0;
+
+enum class View { Values, Hourly, Daily };
+
+enum Colour : short { Good = 1, Bad = 2, Doubtful = 3, Title = 4 };
+
+/// A text cut or filled to so many columns of the screen.
+std::string fitted(const std::string& text, std::size_t width, bool right = false) {
+    std::string clean = contract::for_terminal(text);
+    while (contract::columns_of(clean) > width) {
+        do {
+            clean.pop_back();
+        } while (!clean.empty() && (static_cast<unsigned char>(clean.back()) & 0xC0) == 0x80);
+        if (!clean.empty() && (static_cast<unsigned char>(clean.back()) & 0xC0) == 0xC0) clean.pop_back();
+    }
+    const std::string blanks(width - contract::columns_of(clean), ' ');
+    return right ? blanks + clean : clean + blanks;
+}
+
+class Screen {
+  public:
+    Screen(WatchModel& shown, const Console& out) : model(shown), console(out) {}
+
+    void draw() {
+        ::erase();
+        getmaxyx(stdscr, height, width);
+        row = 0;
+        choose();
+        draw_head();
+        if (help) {
+            draw_help();
+        } else {
+            draw_meters();
+            draw_body();
+        }
+        draw_foot();
+        ::refresh();
+    }
+
+    /// False when the key ends it.
+    bool take(int key) {
+        switch (key) {
+            case 'q':
+            case 27:
+                if (!help) return false;
+                help = false;
+                break;
+            case '?':
+            case 'h':
+                help = !help;
+                break;
+            case KEY_UP:
+            case 'k':
+                chosen = std::max(0, chosen - 1);
+                top = 0;
+                break;
+            case KEY_DOWN:
+            case 'j':
+                ++chosen;
+                top = 0;
+                break;
+            case KEY_LEFT:
+                step_system(-1);
+                break;
+            case KEY_RIGHT:
+                step_system(1);
+                break;
+            case 'v':
+                view = View::Values;
+                top = 0;
+                break;
+            case 'a':
+                view = View::Hourly;
+                top = 0;
+                break;
+            case 'd':
+                view = View::Daily;
+                top = 0;
+                break;
+            case KEY_NPAGE:
+            case ' ':
+                top += std::max(1, body_rows - 1);
+                break;
+            case KEY_PPAGE:
+            case 'b':
+                top = std::max(0, top - std::max(1, body_rows - 1));
+                break;
+            case KEY_HOME:
+            case 'g':
+                top = 0;
+                break;
+            default:
+                break;
+        }
+        return true;
+    }
+
+  private:
+    void put(const std::string& text, attr_t attributes = A_NORMAL) {
+        if (row >= height) return;
+        ::attrset(static_cast<int>(attributes));
+        ::mvaddstr(row, 0, fitted(text, static_cast<std::size_t>(width)).c_str());
+        ::attrset(A_NORMAL);
+        ++row;
+    }
+
+    attr_t colour(Colour which) const { return console.colour && ::has_colors() ? COLOR_PAIR(which) : A_NORMAL; }
+
+    void choose() {
+        const auto& meters = model.meters();
+        chosen = std::clamp(chosen, 0, std::max(0, static_cast<int>(meters.size()) - 1));
+        meter = meters.empty() ? nullptr : &meters[static_cast<std::size_t>(chosen)];
+        system = nullptr;
+        if (meter == nullptr || meter->systems.empty()) return;
+        place = std::clamp(place, 0, static_cast<int>(meter->systems.size()) - 1);
+        system = &meter->systems[static_cast<std::size_t>(place)];
+    }
+
+    void step_system(int step) {
+        place = std::max(0, place + step);
+        top = 0;
+    }
+
+    void draw_head() {
+        const auto& meters = model.meters();
+        const std::string left = fmt::format("heatmeterctl watch  {}", contract::plain_moment_text(gateway().now()));
+        const std::string right = fmt::format("{} meter{}", meters.size(), meters.size() == 1 ? "" : "s");
+        const auto all = static_cast<std::size_t>(width);
+        put(fitted(left, all > right.size() ? all - right.size() - 1 : 0) + ' ' + right, A_REVERSE);
+    }
+
+    static std::string age_of(const std::optional<std::int64_t>& moment) {
+        return moment ? contract::duration_text(gateway().now() - *moment) : "-";
+    }
+    static std::string short_moment(const std::optional<std::int64_t>& moment) {
+        return moment ? contract::plain_moment_text(*moment).substr(5, 11) : "-";
+    }
+
+    /// What a meter's systems have that is newest.
+    static std::optional<std::int64_t> newest(const WatchedMeter& of,
+                                              std::optional<std::int64_t> WatchedSystem::*what) {
+        std::optional<std::int64_t> time;
+        for (const WatchedSystem& one : of.systems) time = std::max(time, one.*what);
+        return time;
+    }
+
+    void draw_meters() {
+        const auto& meters = model.meters();
+        const int room = std::max(1, std::min<int>(static_cast<int>(meters.size()), (height - 4) / 3));
+        const int first = std::clamp(chosen - room + 1, 0, std::max(0, static_cast<int>(meters.size()) - room));
+        const std::size_t name = static_cast<std::size_t>(std::clamp(width - 56, 12, 40));
+        put(fitted("  meter", name + 2) + "  model      newest value  newest hour  newest day", A_BOLD);
+        if (meters.empty()) put("  none yet: no meter has files here");
+        for (int i = first; i < first + room && i < static_cast<int>(meters.size()); ++i) {
+            const WatchedMeter& one = meters[static_cast<std::size_t>(i)];
+            const auto value = newest(one, &WatchedSystem::value);
+            const std::string text =
+                fmt::format("{} {}  {} {}  {}  {}", i == chosen ? '>' : ' ', fitted(one.meter.uuid, name),
+                            fitted(one.meter.model, 10), fitted(age_of(value), 12, true),
+                            fitted(short_moment(newest(one, &WatchedSystem::hourly)), 11),
+                            fitted(short_moment(newest(one, &WatchedSystem::daily)), 11));
+            put(text, i == chosen ? A_BOLD : A_NORMAL);
+        }
+        put(std::string(static_cast<std::size_t>(width), '-'));
+    }
+
+    void draw_body() {
+        body_rows = height - row - 2;
+        if (system == nullptr) {
+            put(meter == nullptr ? "" : "nothing of this meter is there yet");
+            return;
+        }
+        if (view == View::Values) {
+            draw_values();
+        } else {
+            draw_records(view == View::Hourly ? contract::ArchiveKind::Hourly : contract::ArchiveKind::Daily);
+        }
+    }
+
+    void draw_values() {
+        put(fmt::format("{} {} {:>8}  {:>9}  {}", fitted("name", 14), fitted("value", 16, true), "unit", "age",
+                        "title"),
+            A_BOLD);
+        const int count = static_cast<int>(system->items.size());
+        top = std::clamp(top, 0, std::max(0, count - body_rows));
+        const std::int64_t steady = gateway().steady_microseconds() / 1000;
+        for (int i = top; i < count && row < height - 1; ++i) {
+            const WatchedItem& one = system->items[static_cast<std::size_t>(i)];
+            const contract::ItemEntry* const entry = one.item.entry;
+            const bool marked = one.changed_at != 0 && steady - one.changed_at < MarkedMilliseconds;
+            put(fmt::format("{} {} {}  {}  {}", fitted(one.item.name, 14), fitted(one.item.text, 16, true),
+                            fitted(entry != nullptr ? std::string(entry->unit) : "", 8, true),
+                            fitted(age_of(one.item.time), 9, true), entry != nullptr ? entry->title : ""),
+                marked ? A_BOLD | colour(Good) : A_NORMAL);
+        }
+    }
+
+    /// The newest records on top.
+    void draw_records(contract::ArchiveKind kind) {
+        constexpr std::size_t Cell = 15;
+        contract::ArchiveQuestion question;
+        const auto newest_time = kind == contract::ArchiveKind::Hourly ? system->hourly : system->daily;
+        const std::int64_t period = kind == contract::ArchiveKind::Hourly ? 3600 : 86400;
+        if (newest_time) question.span.from = *newest_time - RecordsShown * period;
+        question.by_record = true;
+        contract::ArchiveTable table(contract::archive_folder(meter->meter.uuid, system->number), kind, question);
+        std::vector<std::string> rows;
+        const std::size_t room = static_cast<std::size_t>(std::max(0, width - 20)) / Cell;
+        std::string head = fitted("end of record", 20);
+        for (std::size_t i = 0; i < std::min(room, table.names().size()); ++i)
+            head += fitted(table.names()[i], Cell, true);
+        while (table.next()) {
+            std::string text = fitted(contract::plain_moment_text(table.time()), 20);
+            for (std::size_t i = 0; i < std::min(room, table.cells().size()); ++i) {
+                const contract::ArchiveCell& cell = table.cells()[i];
+                text +=
+                    fitted(cell.there ? std::string(cell.value) + (cell.quality == 192 ? "" : "!") : "", Cell, true);
+            }
+            rows.push_back(std::move(text));
+        }
+        put(head, A_BOLD);
+        if (rows.empty()) put(fmt::format("no {} records yet", text_of(kind)));
+        std::ranges::reverse(rows);
+        top = std::clamp(top, 0, std::max(0, static_cast<int>(rows.size()) - body_rows));
+        for (std::size_t i = static_cast<std::size_t>(top); i < rows.size() && row < height - 1; ++i) put(rows[i]);
+    }
+
+    void draw_help() {
+        for (const char* text : {"", "  up, down      another meter", "  left, right   another system of it",
+                                 "  v             present values", "  a, d          hourly, daily records",
+                                 "  PgUp, PgDn    further up and down", "  q             the end", "",
+                                 "  A value that has just changed is bold for five seconds."}) {
+            put(text);
+        }
+    }
+
+    void draw_foot() {
+        row = height - 1;
+        const char* const views[] = {"values", "hourly records", "daily records"};
+        std::string text = "v values  a hourly  d daily  arrows choose  ? help  q end";
+        if (meter != nullptr && system != nullptr) {
+            text = fmt::format("{}/{}: {}   {}", contract::for_terminal(meter->meter.uuid), system->number,
+                               views[static_cast<int>(view)], text);
+        }
+        // The last place of the screen stays free: writing there would scroll some terminals.
+        put(fitted(text, static_cast<std::size_t>(std::max(0, width - 1))), A_REVERSE);
+    }
+
+    WatchModel& model;
+    const Console& console;
+    int height = 0;
+    int width = 0;
+    int row = 0;
+    int body_rows = 1;
+    int chosen = 0;  // meter
+    int place = 0;   // of the system among the meter's
+    int top = 0;     // first row of the body that is shown
+    bool help = false;
+    View view = View::Values;
+    const WatchedMeter* meter = nullptr;
+    const WatchedSystem* system = nullptr;
+};
+
+bool begin_screen() {
+    int error = 0;
+    if (::setupterm(nullptr, STDOUT_FILENO, &error) == ERR || ::tigetstr("cup") == nullptr ||
+        ::tigetstr("cup") == reinterpret_cast<char*>(-1)) {
+        return false;
+    }
+    if (::initscr() == nullptr) return false;
+    ::set_escdelay(EscapeDelay);
+    ::cbreak();
+    ::noecho();
+    ::nonl();
+    ::keypad(stdscr, TRUE);
+    ::curs_set(0);
+    ::timeout(0);
+    if (::has_colors()) {
+        ::start_color();
+        ::use_default_colors();
+        ::init_pair(Good, COLOR_GREEN, -1);
+        ::init_pair(Bad, COLOR_RED, -1);
+        ::init_pair(Doubtful, COLOR_YELLOW, -1);
+    }
+    return true;
+}
+
+void catch_ends() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { g_ended = 1; };
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+bool run_watch_screen(WatchModel& model, const Console& console, std::optional<std::int64_t> seconds) {
+    if (!begin_screen()) return false;
+    catch_ends();
+    Screen screen(model, console);
+    const std::int64_t begin = gateway().steady_microseconds();
+    bool goes_on = true;
+    while (goes_on && g_ended == 0) {
+        model.take_news();
+        screen.draw();
+        model.wait(STDIN_FILENO, 1000);  // ages grow by the second
+        for (int key; goes_on && (key = ::getch()) != ERR;) goes_on = screen.take(key);
+        if (seconds && (gateway().steady_microseconds() - begin) / 1'000'000 >= *seconds) goes_on = false;
+    }
+    ::endwin();
+    return true;
+}
+
+}  // namespace ctl
