@@ -36,10 +36,17 @@ off_t begin_of(File& file, off_t size, std::int64_t from) {
         if (newest_in(file, stretch, end) < from) break;
         begin = stretch;
     }
-    for (off_t at = 0; at < begin; at += Stretch) {
-        if (newest_in(file, at, std::min(begin, at + OfSomeLines)) >= from) return std::max<off_t>(0, at - Stretch);
+    // A line of each further stretch. One that is newer than a later one was written by a clock that was ahead, and so
+    // were neighbours of it.
+    std::int64_t oldest_behind = from;
+    off_t found = begin;
+    for (off_t at = (begin - 1) / Stretch * Stretch; begin > 0 && at >= 0; at -= Stretch) {
+        const std::int64_t time = newest_in(file, at, std::min(begin, at + OfSomeLines));
+        if (time == std::numeric_limits<std::int64_t>::min()) continue;
+        if (time >= oldest_behind) found = std::max<off_t>(0, at - Stretch);
+        oldest_behind = std::min(oldest_behind, time);
     }
-    return begin;
+    return found;
 }
 
 ArchiveReader::ArchiveReader(const std::string& path, const TimeSpan& wanted)

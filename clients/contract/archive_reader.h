@@ -24,7 +24,7 @@ struct TimeSpan {
 /// Where the lines from this time on begin in a file of this size, looked for from its end: nothing in front of it is
 /// newer. The search ends at a stretch of 64 KiB that holds older lines only. That is three months of hourly lines,
 /// more than any meter remembers, so a repeated reading is found whole; a line in every further stretch is looked at
-/// for a clock that was ahead for longer.
+/// for a clock that was ahead for as long.
 off_t begin_of(File& file, off_t size, std::int64_t from);
 
 class ArchiveReader {

@@ -105,6 +105,7 @@ std::vector<std::string> meters() {
 bool parse_meter_system(const std::string& text, MeterSystem& meter) {
     const std::size_t slash = text.rfind('/');
     meter.uuid = text.substr(0, slash);
+    meter.system = 1;
     if (slash != std::string::npos) {
         if (text.size() != slash + 2 || text[slash + 1] < '1' || text[slash + 1] > '0' + Systems) return false;
         meter.system = text[slash + 1] - '0';

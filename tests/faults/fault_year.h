@@ -38,6 +38,8 @@ class FaultYear {
     int calm_looks() const { return calm_looks_; }
     std::size_t lines_read() const;
     std::size_t records_found() const;
+    /// The folder that stands for "/", as long as the year is.
+    const std::string& root() const { return scene_.root(); }
 
   private:
     struct ProcessKilled {};

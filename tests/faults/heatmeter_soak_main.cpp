@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <random>
 #include <string>
@@ -21,10 +22,12 @@ struct Options {
     std::string family = "all";
     int days = 365;
     double minutes = 0;
+    std::string keep;
 };
 
 /// False when something broke.
-bool run_year(const std::string& family, std::uint64_t seed, int days) {
+bool run_year(const std::string& family, std::uint64_t seed, const Options& options) {
+    const int days = options.days;
     const auto begin = std::chrono::steady_clock::now();
     faults::FaultYear year(family, seed, days);
     std::cout << family << ", seed " << seed << ", " << days << " days: " << year.models() << std::endl;
@@ -37,6 +40,10 @@ bool run_year(const std::string& family, std::uint64_t seed, int days) {
         return false;
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+    if (!options.keep.empty()) {
+        std::filesystem::copy(year.root() + "/mnt", options.keep + "/mnt",
+                              std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
+    }
     std::cout << "  held: " << year.summary() << "; " << took.count() << " s" << std::endl;
     return true;
 }
@@ -55,14 +62,14 @@ bool run_fresh_years(const Options& options) {
         const std::uint64_t seed = entropy();
         for (const std::string& family : families_of(options)) {
             if (!is_first_round && Clock::now() >= end) return true;
-            if (!run_year(family, seed, options.days)) return false;
+            if (!run_year(family, seed, options)) return false;
         }
     }
 }
 
 bool run_that_year(const Options& options) {
     bool held = true;
-    for (const std::string& family : families_of(options)) held = run_year(family, options.seed, options.days) && held;
+    for (const std::string& family : families_of(options)) held = run_year(family, options.seed, options) && held;
     return held;
 }
 
@@ -84,6 +91,9 @@ int main(int argc, char** argv) {
     app.add_option("--days", options.days, "Length of a year")->check(CLI::Range(1, 3650))->capture_default_str();
     app.add_option("--minutes", options.minutes, "Fresh seeds for so long (0: one round)")
         ->check(CLI::Range(0.0, 100000.0));
+    app.add_option("--keep", options.keep, "An empty folder: /mnt/storage of the last year goes there")
+        ->type_name("DIR")
+        ->check(CLI::ExistingDirectory);
     CLI11_PARSE(app, argc, argv);
 
     if (!faults::enter_private_mounts()) {

@@ -1,0 +1,172 @@
+#include "contract/archive_reader.h"
+
+#include <map>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "contract/archive_table.h"
+#include "support/scene.h"
+
+using contract::ArchiveLine;
+using contract::ArchiveReader;
+using contract::TimeSpan;
+
+namespace {
+
+constexpr const char* Folder = "/mnt/storage/m1/1/tc_archives";
+constexpr const char* Path = "/mnt/storage/m1/1/tc_archives/A1";
+constexpr std::int64_t Begin = 1700002800;
+constexpr std::int64_t Hour = 3600;
+
+std::string line_of(std::int64_t time, int value) {
+    return std::to_string(time) + ",192," + std::to_string(value) + ".000000\n";
+}
+
+class ArchiveFiles : public testing::Test {
+  protected:
+    std::string read(const TimeSpan& span = {}) {
+        ArchiveReader reader(Path, span);
+        std::string text;
+        for (ArchiveLine line; reader.next(line);) {
+            text += std::to_string(line.time) + ' ' + std::string(line.value) + '\n';
+        }
+        unreadable = reader.unreadable();
+        changed = reader.has_changed();
+        return text;
+    }
+
+    Scene scene;
+    std::size_t unreadable = 0;
+    bool changed = false;
+};
+
+TEST_F(ArchiveFiles, OfATimeTheLineThatWasWrittenLastCounts) {
+    scene.write(Path, line_of(Begin, 1) + line_of(Begin + Hour, 2) + line_of(Begin, 3) + line_of(Begin + Hour, 4));
+    EXPECT_EQ(read(), "1700002800 3.000000\n1700006400 4.000000\n");
+}
+
+TEST_F(ArchiveFiles, TheBeginningOfASpanIsInItAndItsEndIsNot) {
+    scene.write(Path, line_of(Begin, 1) + line_of(Begin + Hour, 2) + line_of(Begin + 2 * Hour, 3));
+    EXPECT_EQ(read({.from = Begin + Hour, .to = Begin + 2 * Hour}), "1700006400 2.000000\n");
+}
+
+TEST_F(ArchiveFiles, WhatIsNoLineIsPassedOverAndCounted) {
+    scene.write(Path, line_of(Begin, 1) + "17000064\n" + std::string(5000, '\0') + '\n' + std::string(200'000, 'x') +
+                          '\n' + line_of(Begin + Hour, 2) + "1700010000,192,3.0000");
+    EXPECT_EQ(read(), "1700002800 1.000000\n1700006400 2.000000\n");
+    EXPECT_EQ(unreadable, 4u);
+}
+
+TEST_F(ArchiveFiles, ALastLineWithAllItsDigitsIsWhole) {
+    scene.write(Path, line_of(Begin, 1) + "1700006400,192,2.000000");
+    EXPECT_EQ(read(), "1700002800 1.000000\n1700006400 2.000000\n");
+    EXPECT_EQ(unreadable, 0u);
+}
+
+TEST_F(ArchiveFiles, AreReadAlikeWhereverTheirBlocksEnd) {
+    std::string text;
+    for (int i = 0; i < 9000; ++i) text += line_of(Begin + i * Hour, i);
+    for (int shift = 0; shift < 64; ++shift) {
+        scene.write(Path, std::string(static_cast<std::size_t>(shift), 'x') + '\n' + text);
+        ArchiveReader reader(Path, {});
+        std::int64_t expected = Begin;
+        for (ArchiveLine line; reader.next(line); expected += Hour) ASSERT_EQ(line.time, expected);
+        ASSERT_EQ(expected, Begin + 9000 * Hour);
+    }
+}
+
+/// A file with everything that happens to one, against a plain map.
+TEST_F(ArchiveFiles, TellTheSameAsAMapOfTheirLines) {
+    for (unsigned seed = 0; seed < 40; ++seed) {
+        std::mt19937 random(seed);
+        std::string text;
+        std::map<std::int64_t, int> truth;
+        std::int64_t time = Begin;
+        const int count = static_cast<int>(random() % 12000);
+        for (int i = 0; i < count; ++i, time += Hour) {
+            if (random() % 700 == 0) time -= static_cast<std::int64_t>(random() % 1500) * Hour;
+            if (random() % 900 == 0) time += static_cast<std::int64_t>(random() % 100) * Hour;
+            if (random() % 500 == 0) text += "1700\n";
+            if (random() % 800 == 0) text += std::string(random() % 3000, '\0') + '\n';
+            text += line_of(time, i);
+            truth[time] = i;
+        }
+        scene.write(Path, text);
+        for (const std::int64_t back : {100000, 2000, 30, 1}) {
+            const TimeSpan span{.from = time - back * Hour, .to = time - back / 2 * Hour};
+            std::string expected;
+            for (auto at = truth.lower_bound(span.from); at != truth.end() && at->first < span.to; ++at) {
+                expected += std::to_string(at->first) + ' ' + std::to_string(at->second) + ".000000\n";
+            }
+            EXPECT_EQ(read(span), expected) << "seed " << seed << ", back " << back;
+        }
+    }
+}
+
+TEST_F(ArchiveFiles, AClockThatWasAheadForMonthsIsFoundFromTheEnd) {
+    std::string text;
+    for (int i = 0; i < 6000; ++i) text += line_of(Begin + i * Hour, i);
+    for (int i = 0; i < 6000; ++i) text += line_of(Begin + 100000 * Hour + i * Hour, i);
+    for (int i = 6000; i < 12000; ++i) text += line_of(Begin + i * Hour, i);
+    scene.write(Path, text);
+    EXPECT_EQ(read({.from = Begin + 105999 * Hour}), std::to_string(Begin + 105999 * Hour) + " 5999.000000\n");
+}
+
+TEST_F(ArchiveFiles, AFileThatIsEmptiedMeanwhileIsToldToHaveChanged) {
+    std::string text;
+    for (int i = 0; i < 20000; ++i) text += line_of(Begin + i * Hour, i);
+    scene.write(Path, text);
+    ArchiveReader reader(Path, {});
+    ArchiveLine line;
+    ASSERT_TRUE(reader.next(line));
+    scene.write(Path, "");
+    while (reader.next(line)) continue;
+    EXPECT_TRUE(reader.has_changed());
+}
+
+TEST_F(ArchiveFiles, WhatIsNoFileHasNoLines) {
+    EXPECT_EQ(read(), "");
+    scene.write("/mnt/storage/m1/1/tc_archives/A1/x", "");
+    EXPECT_EQ(read(), "");
+}
+
+// ---- side by side
+
+TEST_F(ArchiveFiles, ARowIsATimeAndNamesAreInNaturalOrder) {
+    const auto write = [this](const char* name, const std::string& text) {
+        scene.write(std::string(Folder) + '/' + name, text);
+    };
+    write("A10", line_of(Begin, 10));
+    write("A2", line_of(Begin, 2) + line_of(Begin + Hour, 22));
+    write("A29", line_of(Begin, 29));
+    write("_A20", "1700006400,0,500.000000\n");
+    write("foreign", line_of(Begin, 99));
+    contract::ArchiveTable table(Folder, contract::ArchiveKind::Hourly, {});
+    EXPECT_EQ(table.names(), (std::vector<std::string>{"A2", "A10", "_A20"}));
+    ASSERT_TRUE(table.next());
+    EXPECT_EQ(table.time(), Begin);
+    EXPECT_EQ(table.cells()[0].value, "2.000000");
+    EXPECT_EQ(table.cells()[1].value, "10.000000");
+    EXPECT_FALSE(table.cells()[2].there);
+    ASSERT_TRUE(table.next());
+    EXPECT_EQ(table.time(), Begin + Hour);
+    EXPECT_EQ(table.cells()[2].quality, 0);
+    EXPECT_FALSE(table.next());
+}
+
+TEST_F(ArchiveFiles, ByRecordMeansStandBesideTheTotalsOfTheirEnd) {
+    scene.write(std::string(Folder) + "/A12", line_of(Begin + Hour, 12));
+    scene.write(std::string(Folder) + "/A20", line_of(Begin, 20));
+    contract::ArchiveQuestion question;
+    question.by_record = true;
+    question.span.from = Begin + Hour;
+    contract::ArchiveTable table(Folder, contract::ArchiveKind::Hourly, question);
+    ASSERT_TRUE(table.next());
+    EXPECT_EQ(table.time(), Begin + Hour);
+    EXPECT_EQ(table.cells()[0].value, "12.000000");
+    EXPECT_EQ(table.cells()[1].value, "20.000000");
+    EXPECT_FALSE(table.next());
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+#!/usr/bin/env python3
+"""What heatmeterctl tells of archive files, against an independent reckoning from the same files."""
+
+import argparse
+import calendar
+import json
+import os
+import random
+import re
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+LINE = re.compile(rb"(-?\d+),(\d+),(-?(?:\d+\.\d{6}|inf|nan))")
+HOUR = 3600
+OPTIONS = None
+
+
+def ctl(root, *words, status=0, zone="UTC0"):
+    done = subprocess.run([f"{OPTIONS.build}/heatmeterctl", "--root", root, *words], capture_output=True,
+                          env={**os.environ, "TZ": zone}, timeout=120)
+    assert done.returncode == status, (words, done.returncode, done.stderr)
+    return done.stdout
+
+
+def natural(name):
+    return [(0, "", int(part)) if part.isdigit() else (1, part, 0) for part in re.findall(r"\d+|\D", name)]
+
+
+def lines_of(path):
+    """Time, quality, value of each whole line, and how many there are that are none."""
+    with open(path, "rb") as file:
+        pieces = file.read().split(b"\n")
+    if not pieces[-1]:
+        pieces.pop()
+    found = [LINE.fullmatch(piece) for piece in pieces]
+    lines = [match.groups() for match in found if match and -2**31 <= int(match[1]) < 2**31]
+    return [(int(when), quality.decode(), value.decode()) for when, quality, value in lines], len(pieces) - len(lines)
+
+
+def last_written(path):
+    return {when: (quality, value) for when, quality, value in lines_of(path)[0]}
+
+
+def kind_of(name):
+    if name == "_A57":
+        return "events"
+    if name == "T4":
+        return "hourly"
+    match = re.fullmatch(r"_?A(\d+)", name)
+    return None if not match else "hourly" if int(match[1]) <= 28 else "daily"
+
+
+def names_of(folder, kind):
+    return sorted((name for name in os.listdir(folder) if kind_of(name) == kind), key=natural)
+
+
+def moment(when, zone):
+    os.environ["TZ"] = zone
+    time.tzset()
+    text = time.strftime("%Y-%m-%dT%H:%M:%S%z", time.localtime(when))
+    return f"{text[:-2]}:{text[-2:]}"
+
+
+def csv_of(folder, kind, first=None, last=None, zone="UTC0"):
+    names = names_of(folder, kind)
+    columns = [last_written(f"{folder}/{name}") for name in names]
+    rows = [",".join(["time", *names])]
+    for when in sorted(set().union(*columns)):
+        if (first is None or when >= first) and (last is None or when < last):
+            rows.append(",".join([moment(when, zone)] + [column.get(when, ("", ""))[1] for column in columns]))
+    return rows
+
+
+class Made:
+    """A meter's archives as records that a script has made, with what happens to such files."""
+
+    def __init__(self, seed, hours=24 * 60):
+        self.random = random.Random(seed)
+        self.room = tempfile.TemporaryDirectory()
+        self.root = self.room.name
+        self.folder = f"{self.root}/mnt/storage/m1/1/tc_archives"
+        os.makedirs(self.folder)
+        self.begin = calendar.timegm((2024, 9, 20, 0, 0, 0)) + 1000 * HOUR * (seed % 3)
+        self.records = list(range(hours))
+        self.totals, self.means = ["A1", "A4", "A12"], ["A17", "A20", "A21"]
+        self.names = self.totals + self.means
+
+    def time_in(self, name, record):
+        return self.begin + (record + (name in self.totals)) * HOUR
+
+    def write(self, lacking=(), torn=0, repeats=0):
+        for name in self.names:
+            there = [record for record in self.records if (name, record) not in lacking]
+            lines = [f"{self.time_in(name, record)},192,{record / 7:.6f}\n" for record in there]
+            for _ in range(repeats):
+                at = self.random.randrange(len(lines))
+                lines[at:at] = lines[max(0, at - 200):at]
+            for _ in range(torn):
+                line = self.random.choice(lines)
+                lines.insert(self.random.randrange(len(lines)), line[:self.random.randrange(1, len(line) - 8)] + "\n")
+                lines.insert(self.random.randrange(len(lines)), "\0" * self.random.randrange(1, 3000) + "\n")
+            with open(f"{self.folder}/{name}", "w") as file:
+                file.writelines(lines)
+
+
+class Archive(unittest.TestCase):
+    def assert_same(self, root, folder, meter):
+        for kind in ("hourly", "daily", "events"):
+            if not names_of(folder, kind):
+                continue
+            for zone in ("UTC0", "CET-1CEST,M3.5.0,M10.5.0/3"):
+                told = ctl(root, "archive", meter, f"--{kind}", "--format", "csv", zone=zone).decode().splitlines()
+                self.assertEqual(told, csv_of(folder, kind, zone=zone))
+            times = sorted(set().union(*(last_written(f"{folder}/{name}") for name in names_of(folder, kind))))
+            for first in times[:: max(1, len(times) // 5)]:
+                told = ctl(root, "archive", meter, f"--{kind}", "--format", "csv", "--from", f"@{first}", "--to",
+                           f"@{first + 200 * HOUR}").decode().splitlines()
+                self.assertEqual(told, csv_of(folder, kind, first, first + 200 * HOUR))
+
+    def test_a_time_of_faults_is_told_line_by_line(self):
+        for family in ("KM5", "VIST", "VISTmodbus", "SA94"):
+            with self.subTest(family), tempfile.TemporaryDirectory() as root:
+                subprocess.run([f"{OPTIONS.build}/heatmeter-soak", "--family", family, "--seed", str(OPTIONS.seed),
+                                "--days", str(OPTIONS.days), "--keep", root], check=True, stdout=subprocess.DEVNULL)
+                compared = 0
+                for uuid in os.listdir(f"{root}/mnt/storage"):
+                    for system in range(1, 7):
+                        folder = f"{root}/mnt/storage/{uuid}/{system}"
+                        staged = os.path.isdir(f"{folder}/tmp_archives") and os.listdir(f"{folder}/tmp_archives")
+                        folder += "/tc_tmp_archives" if staged else "/tc_archives"
+                        if os.path.isdir(folder) and names_of(folder, "hourly"):
+                            self.assert_same(root, folder, f"{uuid}/{system}")
+                            compared += 1
+                self.assertGreater(compared, 0)
+
+    def test_torn_lines_repeats_and_the_doubled_hour(self):
+        for seed in range(6):
+            made = Made(seed)
+            made.write(torn=5, repeats=seed)
+            self.assert_same(made.root, made.folder, "m1")
+
+    def test_the_other_forms_hold_the_same(self):
+        made = Made(1, hours=200)
+        made.write(lacking={("A20", 7)}, repeats=2)
+        columns = {name: last_written(f"{made.folder}/{name}") for name in made.names}
+        cells = sorted((when, natural(name), name, *cell) for name, column in columns.items()
+                       for when, cell in column.items())
+        long = [f"{when},{name},{quality},{value}" for when, _, name, quality, value in cells]
+        self.assertEqual(ctl(made.root, "archive", "m1", "--long", "--epoch").decode().splitlines(),
+                         ["time,name,quality,value", *long])
+        told = json.loads(ctl(made.root, "archive", "m1", "--json"))
+        self.assertEqual((told["meter"], told["system"], told["kind"], told["names"]),
+                         ("m1", 1, "hourly", sorted(made.names, key=natural)))
+        flat = [(row[0], name, value) for row in told["rows"] for name, value in zip(told["names"], row[1:])
+                if value is not None]
+        self.assertEqual(flat, [(when, name, float(value)) for when, _, name, _, value in cells])
+        head, *rows = ctl(made.root, "archive", "m1", "--format", "csv", "--quality").decode().splitlines()
+        self.assertEqual(head, "time," + ",".join(f"{name},{name}.q" for name in told["names"]))
+        self.assertTrue(all(row.count(",") == 12 for row in rows))
+        by_record = ctl(made.root, "archive", "m1", "--by", "record", "--format", "csv").decode().splitlines()
+        self.assertEqual(sum(",," in row or row.endswith(",") for row in by_record[1:]), 1)
+
+    def test_gaps_are_exactly_what_a_script_took_out(self):
+        for seed in range(50):
+            made = Made(seed, hours=600)
+            inner = made.records[1:-1]
+            out = set()
+            for _ in range(made.random.randrange(4)):
+                at = made.random.choice(inner)
+                out |= set(range(at, min(at + made.random.randrange(1, 30), inner[-1] + 1)))
+            made.records = [record for record in made.records if record not in out]
+            lacking = {(made.random.choice(made.names), made.random.choice(made.records))
+                       for _ in range(made.random.randrange(5))}
+            torn = made.random.randrange(3)
+            made.write(lacking=lacking, torn=torn, repeats=made.random.randrange(3))
+            told = json.loads(ctl(made.root, "gaps", "m1", "--json", status=1 if out or lacking or torn else 0))
+            end = {record: made.begin + (record + 1) * HOUR for record in range(600)}
+            missing = [time for hole in told["holes"] for time in range(hole["from"], hole["to"], HOUR)]
+            self.assertEqual(missing, [end[record] for record in sorted(out)], seed)
+            self.assertEqual(sum(hole["count"] for hole in told["holes"]), len(out))
+            self.assertEqual((told["expected"], told["present"]), (600, 600 - len(out)))
+            by_time = {}
+            for name, record in lacking:
+                by_time.setdefault(end[record], []).append(name)
+            self.assertEqual({row["time"]: row["missing"] for row in told["incomplete"]},
+                             {when: sorted(names, key=natural) for when, names in by_time.items()}, seed)
+            self.assertEqual(told["contradictions"], [])
+            self.assertEqual(told["unreadable"], 2 * torn * len(made.names))
+
+    def test_a_time_with_two_values_is_a_contradiction(self):
+        made = Made(3, hours=50)
+        made.write()
+        when = made.time_in("A20", 10)
+        with open(f"{made.folder}/A20", "a") as file:
+            file.write(f"{when},192,5.000000\n{when},192,5.000000\n")
+        told = json.loads(ctl(made.root, "gaps", "m1", "--json", status=1))
+        self.assertEqual(told["contradictions"], [{"time": when, "name": "A20", "values": ["1.428571", "5.000000"]}])
+
+    def test_an_export_is_what_the_files_hold_and_goes_on(self):
+        made = Made(4)
+        made.write(torn=2, repeats=2)
+        database = f"{made.root}/all.db"
+        for change in ("", f"{made.begin + 99999 * HOUR},192,1.000000\n", f"{made.begin},0,2.000000\n17"):
+            with open(f"{made.folder}/A20", "a") as file:
+                file.write(change)
+            ctl(made.root, "export", "--sqlite", database)
+            expected = sorted((name, when, int(quality), float(value)) for name in made.names
+                              for when, (quality, value) in last_written(f"{made.folder}/{name}").items())
+            with sqlite3.connect(database) as opened:
+                rows = opened.execute("SELECT name, time, quality, value FROM record_line ORDER BY name, time")
+                self.assertEqual(rows.fetchall(), expected)
+        self.assertEqual(json.loads(ctl(made.root, "export", "--sqlite", database, "--json"))["lines"], 0)
+        with open(f"{made.folder}/A21", "w") as file:  # replaced by another one
+            file.write(f"{made.begin},192,77.000000\n")
+        self.assertEqual(json.loads(ctl(made.root, "export", "--sqlite", database, "--json"))["lines"], 1)
+
+    def test_wrong_words_and_missing_files_are_told(self):
+        made = Made(5, hours=3)
+        made.write()
+        for words in (["archive"], ["archive", "../m1"], ["archive", "m1/7"], ["archive", "m1", "--from", "soon"],
+                      ["nothing"], ["archive", "m1", "--names", "../A1"], []):
+            ctl(made.root, *words, status=2)
+        for words in (["archive", "m2"], ["gaps", "m1", "--daily"], ["values", "m1"], ["events", "m1"]):
+            ctl(made.root, *words, status=1)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--days", type=int, default=6, help="of the time of faults")
+    parser.add_argument("--seed", type=int, default=7)
+    OPTIONS, rest = parser.parse_known_args()
+    unittest.main(argv=[sys.argv[0], *rest], warnings="ignore")
