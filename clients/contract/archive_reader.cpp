@@ -83,9 +83,8 @@ void ArchiveReader::put_in_order(off_t begin, off_t size) {
     std::ranges::sort(places, [](const Place& one, const Place& other) {
         return one.time != other.time ? one.time < other.time : one.offset > other.offset;
     });
-    const auto twice = std::ranges::unique(places, {}, &Place::time);
-    repeated_count = twice.size();
-    places.erase(twice.begin(), twice.end());
+    const auto same_time = [](const Place& one, const Place& other) { return one.time == other.time; };
+    places.erase(std::unique(places.begin(), places.end(), same_time), places.end());
 }
 
 bool ArchiveReader::next(ArchiveLine& line) {

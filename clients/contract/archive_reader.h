@@ -42,8 +42,6 @@ class ArchiveReader {
     bool is_open() const { return file.is_open(); }
     /// Lines of the span's part of the file that are none.
     std::size_t unreadable() const { return unreadable_count; }
-    /// Lines that a later one of the same time has replaced, and those of them that had another value or quality.
-    std::size_t repeated() const { return repeated_count; }
     /// The file was emptied or replaced while it was read: what has come is not the whole.
     bool has_changed() const { return lines.is_short() || changed; }
 
@@ -63,7 +61,6 @@ class ArchiveReader {
     std::vector<Place> places;  // of a file that is not in order
     std::size_t next_place = 0;
     std::size_t unreadable_count = 0;
-    std::size_t repeated_count = 0;
     ArchiveLines lines;
 };
 

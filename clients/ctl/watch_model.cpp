@@ -114,8 +114,7 @@ void WatchModel::wait(int other, int milliseconds) {
     gateway().sleep_nanoseconds(MillisecondsOfABurst * 1'000'000);
     std::ranges::move(changes.wait(-1, 0), std::back_inserter(folders));
     std::ranges::sort(folders);
-    const auto twice = std::ranges::unique(folders);
-    folders.erase(twice.begin(), twice.end());
+    folders.erase(std::unique(folders.begin(), folders.end()), folders.end());
     for (const std::string& folder : folders) look_at_folder(folder);
 }
 
