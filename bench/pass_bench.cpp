@@ -1,6 +1,11 @@
 // A whole pass over a KM5: how much of the time that the line needs the daemon spends computing, and how much longer
 // than the silences of the line a pass lasts by a clock on the wall.
 
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <stdexcept>
 
 #include "driver/line_settings.h"
@@ -28,6 +33,31 @@ class Km5 {
         driver.do_init();
     }
     KM5 driver;
+};
+
+/// Somebody who reads, until it goes.
+class Reader {
+  public:
+    explicit Reader(const std::string& root) {
+        const std::string ctl = std::string(HEATMETERCTL) + " --root " + root;
+        pid = ::fork();
+        if (pid != 0) return;
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const std::string uuid(Ground::Uuid);
+        const std::string script =
+            "while :; do " + ctl + " archive " + uuid + "; " + ctl + " values " + uuid + "; done";
+        ::execlp("sh", "sh", "-c", (script + " >/dev/null 2>&1").c_str(), nullptr);
+        ::_exit(1);
+    }
+    ~Reader() {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+  private:
+    pid_t pid;
 };
 
 /// Hours follow one another in simulated time; in each a pass reads the current values, the hourly records and the
@@ -92,8 +122,17 @@ void wall_of_archives(benchmark::State& state) {
     wall_of(state, "a pass of an hour's archive", [](KM5& driver) { return driver.get_archives(ArchiveHourly); });
 }
 
+/// The same while a client reads the meter's archives and values without a pause.
+void wall_beside_reader(benchmark::State& state) {
+    wall_of(state, "the same while heatmeterctl reads on and on", [](KM5& driver) {
+        const Reader reader(gateway().root());
+        return driver.get_archives(ArchiveHourly);
+    });
+}
+
 BENCHMARK(cpu_of_pass)->Name("pass/cpu")->Iterations(100)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(wall_of_values)->Name("pass/wall_values")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(wall_of_archives)->Name("pass/wall_archives")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(wall_beside_reader)->Name("pass/wall_reader")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "contract/archive_reader.h"
 
+#include <fstream>
 #include <map>
 #include <random>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -123,6 +125,32 @@ TEST_F(ArchiveFiles, AFileThatIsEmptiedMeanwhileIsToldToHaveChanged) {
     scene.write(Path, "");
     while (reader.next(line)) continue;
     EXPECT_TRUE(reader.has_changed());
+}
+
+/// Pieces of any length, as a storage lets them be seen.
+TEST_F(ArchiveFiles, WhileAFileGrowsNobodySeesHalfALine) {
+    constexpr int Count = 3000;
+    scene.write(Path, "");
+    std::thread writer([path = scene.real_path(Path)] {
+        std::mt19937 random(1);
+        std::string text;
+        for (int i = 0; i < Count; ++i) text += line_of(Begin + i * Hour, i);
+        std::ofstream file(path, std::ios::app | std::ios::binary);
+        for (std::size_t at = 0, length = 0; at < text.size(); at += length) {
+            length = std::min<std::size_t>(1 + random() % 40, text.size() - at);
+            file.write(text.data() + at, static_cast<std::streamsize>(length)).flush();
+        }
+    });
+    std::int64_t shown = 0;
+    while (shown < Count) {
+        ArchiveReader reader(Path, {});
+        shown = 0;
+        for (ArchiveLine line; reader.next(line); ++shown) {
+            ASSERT_EQ(line.time, Begin + shown * Hour);
+            ASSERT_EQ(line.value, std::to_string(shown) + ".000000");
+        }
+    }
+    writer.join();
 }
 
 TEST_F(ArchiveFiles, WhatIsNoFileHasNoLines) {
