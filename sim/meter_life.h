@@ -103,9 +103,9 @@ class MeterLife : public SimMeter {
 
   protected:
     void note(Heard heard, Key key) {
-        constexpr std::size_t kept = 4096;
+        constexpr std::size_t Kept = 4096;
         heard_.push_back(std::move(heard));
-        if (heard_.size() > kept) heard_.pop_front();
+        if (heard_.size() > Kept) heard_.pop_front();
         ++counts_[std::move(key)];
     }
     /// Requests since forget_requests() whose key fits.

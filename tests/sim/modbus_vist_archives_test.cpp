@@ -239,7 +239,7 @@ TEST_F(SimModbusVistArchives, HeaderMayClaimAnyCounts) {
 
 TEST_F(SimModbusVistArchives, TotalsGrowAndTheLastOneTakesMoreThanFourBytes) {
     ModbusVistMeter meter = with_records(1);
-    for (std::size_t k = 0; k < sim::vist_totals; ++k) {
+    for (std::size_t k = 0; k < sim::VistTotals; ++k) {
         EXPECT_LT(ModbusVistMeter::recorded_total(17, 0, eleven, k),
                   ModbusVistMeter::recorded_total(17, 0, eleven + hour, k));
     }
@@ -257,7 +257,7 @@ TEST_F(SimModbusVistArchives, RecordsEachHourOfEachSystemByItself) {
     EXPECT_EQ(counts(meter, 1), (ModbusVistCounts{.held = 4, .next = 2, .most = 4}));
     EXPECT_EQ(meter.records(1).back().time, eleven - hour);
     EXPECT_EQ(meter.header(eleven, 1).time, eleven);
-    for (std::size_t k = 0; k < sim::vist_record_fields; ++k) {
+    for (std::size_t k = 0; k < sim::VistRecordFields; ++k) {
         EXPECT_EQ(meter.records(1).back().numbers[k], ModbusVistMeter::recorded_number(17, 1, eleven - hour, k));
     }
     EXPECT_NE(record(meter, 0, 2, 54), record(meter, 1, 2, 54));

@@ -15,7 +15,7 @@ namespace {
 using namespace sa94_asking;  // NOLINT(google-build-using-namespace)
 using sim::sa94_float;
 using sim::sa94_float_value;
-using sim::sa94_request;
+using sim::sa94_question;
 
 class SimSa94 : public Sa94Test {};
 
@@ -114,17 +114,17 @@ TEST_F(SimSa94, IsSilentToWhatIsNoRequest) {
 // ---- requests
 
 TEST_F(SimSa94, TellsTheFormsOfARequestApart) {
-    EXPECT_EQ(sa94_request(ByteVector{0xA3, 0x7F}),
-              (sim::Sa94Request{.kind = Sa94Kind::Block, .segment = 3, .block = 127}));
-    EXPECT_EQ(sa94_request(ByteVector{0xB7, 0x6F, 0x3F}),
-              (sim::Sa94Request{.kind = Sa94Kind::Block, .segment = 5, .block = 511, .extended_form = true}));
-    EXPECT_EQ(sa94_request(ByteVector{0xB7, 0x51, 0x00}),
-              (sim::Sa94Request{.kind = Sa94Kind::Block, .segment = 2, .block = 64, .extended_form = true}));
-    EXPECT_EQ(sa94_request(ByteVector{0x8C}), (sim::Sa94Request{.kind = Sa94Kind::Parameter, .code = 12}));
-    EXPECT_EQ(sa94_request(ByteVector{0x9F}), (sim::Sa94Request{.kind = Sa94Kind::Parameter, .code = 31}));
-    EXPECT_EQ(sa94_request(ByteVector{0xA0}), std::nullopt);
-    EXPECT_EQ(sa94_request(ByteVector{0xC4, 0x46, 0x45}),
-              (sim::Sa94Request{.kind = Sa94Kind::Connect, .address = 0x12345}));
+    EXPECT_EQ(sa94_question(ByteVector{0xA3, 0x7F}),
+              (sim::Sa94Question{.kind = Sa94Kind::Block, .segment = 3, .block = 127}));
+    EXPECT_EQ(sa94_question(ByteVector{0xB7, 0x6F, 0x3F}),
+              (sim::Sa94Question{.kind = Sa94Kind::Block, .segment = 5, .block = 511, .extended_form = true}));
+    EXPECT_EQ(sa94_question(ByteVector{0xB7, 0x51, 0x00}),
+              (sim::Sa94Question{.kind = Sa94Kind::Block, .segment = 2, .block = 64, .extended_form = true}));
+    EXPECT_EQ(sa94_question(ByteVector{0x8C}), (sim::Sa94Question{.kind = Sa94Kind::Parameter, .code = 12}));
+    EXPECT_EQ(sa94_question(ByteVector{0x9F}), (sim::Sa94Question{.kind = Sa94Kind::Parameter, .code = 31}));
+    EXPECT_EQ(sa94_question(ByteVector{0xA0}), std::nullopt);
+    EXPECT_EQ(sa94_question(ByteVector{0xC4, 0x46, 0x45}),
+              (sim::Sa94Question{.kind = Sa94Kind::Connect, .address = 0x12345}));
 }
 
 TEST_F(SimSa94, ReachesEveryBlockOfEverySegmentInTheLongForm) {
@@ -132,7 +132,7 @@ TEST_F(SimSa94, ReachesEveryBlockOfEverySegmentInTheLongForm) {
         for (unsigned block = 0; block < 512; ++block) {
             const ByteVector bytes = {0xB7, static_cast<std::uint8_t>(0x40 + segment * 8 + block / 64),
                                       static_cast<std::uint8_t>(block % 64)};
-            const auto request = sa94_request(bytes);
+            const auto request = sa94_question(bytes);
             ASSERT_TRUE(request.has_value());
             EXPECT_EQ(request->segment, segment);
             EXPECT_EQ(request->block, block);

@@ -32,7 +32,7 @@ TEST_F(SimVistRecords, GrowWithEachFullHourOfTheMetersClock) {
     EXPECT_EQ(meter.records().size(), 3U);
     EXPECT_EQ(meter.records(1).size(), 3U);
     EXPECT_EQ(meter.records().back().time, eleven);
-    for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+    for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
         EXPECT_EQ(meter.records(1).back().numbers[field], VistMeter::recorded_number(10001, 1, eleven, field));
     }
 }
@@ -68,7 +68,7 @@ TEST_F(SimVistRecords, HoldNumbersThatFitTheirFieldsInEveryHour) {
     meter.catch_up(eleven);
     std::set<int> doubtful_hours;
     for (const auto& record : meter.records()) {
-        for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+        for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
             const std::int64_t number = record.numbers[field];
             const bool one_byte = field == 0 || (field >= 11 && field <= 13) || (field >= 16 && field != 20);
             const bool two_bytes = field >= 7 && field <= 10;

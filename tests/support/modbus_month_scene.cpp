@@ -67,7 +67,7 @@ std::time_t ModbusMonthBench::last_time(const std::string& uuid, int n, const st
 std::vector<sim::VistFileValue> modbus_record_lines(const sim::ModbusVistMeter& meter, unsigned system,
                                                     std::time_t time) {
     sim::ModbusVistStored record{.time = time};
-    for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+    for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
         record.numbers[field] = sim::ModbusVistMeter::recorded_number(meter.config().serial, system, time, field);
     }
     auto lines = meter.record_files(record, system);
@@ -77,7 +77,7 @@ std::vector<sim::VistFileValue> modbus_record_lines(const sim::ModbusVistMeter& 
 
 std::vector<sim::VistFileValue> modbus_header_lines(sim::ModbusVistMeter& meter, unsigned system, std::time_t time) {
     sim::ModbusVistHeader header{.time = time};
-    for (std::size_t total = 0; total < sim::vist_totals; ++total) {
+    for (std::size_t total = 0; total < sim::VistTotals; ++total) {
         header.totals[total] = sim::ModbusVistMeter::recorded_total(meter.config().serial, system, time, total);
     }
     auto lines = sim::modbus_vist_header_files(meter.system(system), header);

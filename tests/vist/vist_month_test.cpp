@@ -129,7 +129,7 @@ class VistMonth : public VistArchiveBench {
         for (std::time_t hour = from; hour <= to; hour += Hour) {
             if (hour > newest(LineGone - 1) && hour < oldest_held(LineBack)) continue;
             sim::VistStoredRecord record{.time = hour, .date = sim::VistWhen(hour).date()};
-            for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+            for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
                 record.numbers[field] =
                     sim::VistMeter::recorded_number(device.meter.config().serial, device.number, hour, field);
             }
