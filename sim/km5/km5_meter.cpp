@@ -68,7 +68,7 @@ Answer Km5Meter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     Km5Heard heard{.at = now, .subsystem = *subsystem};
     std::copy(request.begin(), request.end(), heard.frame.begin());
     note(heard, heard.command());
-    const Km5Fault fault = faults_.choose(heard.command(), heard.data(0));
+    const Km5Fault fault = fault_script.choose(heard.command(), heard.data(0));
     return km5_spoil(answer_frame(heard), fault, config_.answer_delay, garbage_);
 }
 
@@ -138,12 +138,12 @@ void Km5Meter::set_status(std::size_t position, std::uint8_t value, unsigned sub
 // ---- clock
 
 std::time_t Km5Meter::clock(std::time_t now) const {
-    return now + clock_.ahead(now);
+    return now + meter_clock.ahead(now);
 }
 
 void Km5Meter::set_clock(const Km5When& shown, std::time_t now) {
     catch_up(now);
-    clock_.set(shown.time() - now, now);
+    meter_clock.set(shown.time() - now, now);
     hours_.pass_over(shown.time());
     days_.pass_over(shown.time());
 }
@@ -181,7 +181,7 @@ void Km5Meter::record_archives(bool on, const Km5When& from) {
 }
 
 void Km5Meter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     hours_.catch_up(clock(now), next_full_hour, [this](std::time_t time) { record_at(Km5Archive::Hourly, time); });
     days_.catch_up(clock(now), next_midnight, [this](std::time_t time) { record_at(Km5Archive::Daily, time); });
 }
@@ -261,7 +261,7 @@ void Km5Meter::swap_for(Km5Config config) {
     for (unsigned subsystem = 0; subsystem < Km5MaxSubsystems; ++subsystem) memories.emplace_back(config, subsystem);
     memories_ = std::move(memories);
     config_ = std::move(config);
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
 }
 
 void Km5Meter::change(Km5Config config) {

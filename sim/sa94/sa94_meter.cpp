@@ -51,7 +51,7 @@ void Sa94Meter::swap_for(Sa94Config config) {
     memory_.write(0, FirmwareBlock, FirmwareAt, ByteVector(text.begin(), text.end()));
     set_tubes(config_.tubes);
     values_.clear();
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
     in_conversation_ = false;
 }
 
@@ -61,7 +61,7 @@ Answer Sa94Meter::hear(std::span<const std::uint8_t> bytes, std::time_t now) {
     catch_up(now);
     const auto request = sa94_question(bytes);
     if (!request || !is_meant(*request)) return {};
-    const Sa94Fault fault = faults_.choose(*request);
+    const Sa94Fault fault = fault_script.choose(*request);
     const unsigned which = request->kind == Sa94Kind::Block ? request->segment : request->code;
     note({.at = now, .request = *request}, {request->kind, which, request->block});
     if (fault.kind == Sa94Fault::Kind::Silence) return {};
@@ -157,13 +157,13 @@ void Sa94Meter::set_tubes(const Sa94Tubes& tubes) {
 // ---- clock
 
 std::int64_t Sa94Meter::face(std::time_t now) const {
-    return sa94_face(sa94_date(now)) + clock_.ahead(now);
+    return sa94_face(sa94_date(now)) + meter_clock.ahead(now);
 }
 
 void Sa94Meter::set_clock(const Sa94When& shown, std::time_t now) {
     catch_up(now);
     const std::int64_t set = sa94_face(shown.date());
-    clock_.set(set - sa94_face(sa94_date(now)), now);
+    meter_clock.set(set - sa94_face(sa94_date(now)), now);
     hours_.pass_over(set);
 }
 
@@ -212,7 +212,7 @@ void Sa94Meter::record_archives(bool on, const Sa94When& from) {
 }
 
 void Sa94Meter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     std::optional<Sa94Chronicle> hourly, daily;
     const auto write = [&](std::optional<Sa94Chronicle>& chronicle, Sa94Archive archive, std::int64_t begin) {
         if (hours_.misses(begin)) return;

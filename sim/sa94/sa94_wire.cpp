@@ -35,9 +35,9 @@ std::optional<Sa94Question> triple(std::uint8_t first, std::uint8_t second, std:
     }
     if (first != ExtendedMark || !is(second, 0xC0, 0x40) || !is(third, 0xC0, 0)) return std::nullopt;
     return Sa94Question{.kind = Sa94Kind::Block,
-                       .segment = second >> 3 & 7U,
-                       .block = (second & 7U) << 6 | third,
-                       .extended_form = true};
+                        .segment = second >> 3 & 7U,
+                        .block = (second & 7U) << 6 | third,
+                        .extended_form = true};
 }
 
 }  // namespace

@@ -91,7 +91,7 @@ Answer VistMeter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     const std::string& said = *line;
     note({.at = now, .device = dialog_ ? dialog_->device : before, .line = said}, said);
     if (!reply) return {};
-    return vist_spoil(*reply, faults_.choose(*line, *reply), config_.answer_delay);
+    return vist_spoil(*reply, fault_script.choose(*line, *reply), config_.answer_delay);
 }
 
 VistMeter::Reply VistMeter::obey(const Words& words, std::time_t now) {

@@ -75,12 +75,12 @@ VistDevice& VistMeter::device(unsigned device) {
 // ---- clock
 
 std::time_t VistMeter::clock(std::time_t now) const {
-    return now + clock_.ahead(now);
+    return now + meter_clock.ahead(now);
 }
 
 void VistMeter::set_clock(const VistWhen& shown, std::time_t now) {
     catch_up(now);
-    clock_.set(shown.time() - now, now);
+    meter_clock.set(shown.time() - now, now);
     hours_.pass_over(shown.time());
 }
 
@@ -95,7 +95,7 @@ void VistMeter::record_archives(bool on, const VistWhen& from) {
 }
 
 void VistMeter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     hours_.catch_up(clock(now), next_full_hour, [this](std::time_t time) { record_at(time); });
 }
 
@@ -173,7 +173,7 @@ void VistMeter::swap_for(VistConfig config) {
     }
     memories_ = std::move(memories);
     config_ = std::move(config);
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
     dialog_.reset();
 }
 

@@ -38,7 +38,7 @@ Answer ModbusVistMeter::hear(std::span<const std::uint8_t> request, std::time_t 
     const ModbusQuestion question = modbus_question(request);
     note({.at = now, .question = question}, {question.function, question.address, question.record});
     const ModbusReply right = answer(question, now);
-    return modbus_spoil(right, faults_.choose(question, right), config_.answer_delay);
+    return modbus_spoil(right, fault_script.choose(question, right), config_.answer_delay);
 }
 
 ModbusReply ModbusVistMeter::answer(const ModbusQuestion& question, std::time_t now) {

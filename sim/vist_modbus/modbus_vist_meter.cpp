@@ -79,12 +79,12 @@ ModbusVistSystem& ModbusVistMeter::system(unsigned system) {
 // ---- clock
 
 std::time_t ModbusVistMeter::clock(std::time_t now) const {
-    return now + clock_.ahead(now);
+    return now + meter_clock.ahead(now);
 }
 
 void ModbusVistMeter::set_clock(const VistWhen& shown, std::time_t now) {
     catch_up(now);
-    clock_.set(shown.time() - now, now);
+    meter_clock.set(shown.time() - now, now);
     hours_.pass_over(shown.time());
 }
 
@@ -99,7 +99,7 @@ void ModbusVistMeter::record_archives(bool on, const VistWhen& from) {
 }
 
 void ModbusVistMeter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     hours_.catch_up(clock(now), next_full_hour, [this](std::time_t end) { record_at_hour(end); });
 }
 
@@ -165,7 +165,7 @@ void ModbusVistMeter::swap_for(ModbusVistConfig config) {
     memories_.assign(config.systems.size(), Memory{.ring = ModbusVistRing(config.capacity)});
     systems_ = config.systems;
     config_ = std::move(config);
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
 }
 
 // ---- what a test looks at

@@ -105,7 +105,7 @@ void empty_directories() {
 }
 
 FuzzGateway::FuzzGateway(const std::string& root) {
-    root_ = root;
+    root_folder = root;
     set_gateway(this);
 }
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-class Km5Description : public Km5Bench {
+class Km5Description : public Km5Stand {
   protected:
     bool describe(sim::Km5Meter& meter, const Km5Setup& setup = {}) {
         machine.connect(Port, meter);

@@ -11,9 +11,9 @@
 
 namespace {
 
-class Sa94Pass : public Sa94ArchiveBench {
+class Sa94Pass : public Sa94ArchiveStand {
   protected:
-    using Sa94ArchiveBench::Sa94ArchiveBench;
+    using Sa94ArchiveStand::Sa94ArchiveStand;
 
     void connect(sim::Sa94Meter& simulated) {
         machine.connect(Port, simulated);

@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the KM5 tests: a scene, a line, a driver on it, and short words for what they leave behind.
+// The stand of the KM5 tests: a scene, a line, a driver on it, and short words for what they leave behind.
 
 #include <string>
 #include <vector>
@@ -7,7 +7,7 @@
 #include "drivers/km5/km5.h"
 #include "drivers/km5/km5_base.h"
 #include "km5_meter.h"
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 #include "support/km5_frames.h"
 #include "support/km5_listeners.h"
 
@@ -22,9 +22,9 @@ struct Km5Setup {
     std::vector<std::string> systems = {"heat"};
 };
 
-class Km5Bench : public DriverBench<KM5> {
+class Km5Stand : public DriverStand<KM5> {
   protected:
-    using DriverBench::DriverBench;
+    using DriverStand::DriverStand;
 
     /// A new driver with its settings, on the open line, as after the start of the daemon.
     KM5& start_driver(const Km5Setup& setup = {});

@@ -21,9 +21,9 @@ int header_turn(const sim::VistFileValue& line) {
 
 }  // namespace
 
-ModbusMonthBench::ModbusMonthBench(const std::string& start, const std::string& zone) : ModbusBench(start, zone) {}
+ModbusMonthStand::ModbusMonthStand(const std::string& start, const std::string& zone) : ModbusStand(start, zone) {}
 
-void ModbusMonthBench::be_quiet(const std::vector<std::string>& uuids) {
+void ModbusMonthStand::be_quiet(const std::vector<std::string>& uuids) {
     scene.remove("/proc/leds");
     for (const std::string& uuid : uuids) {
         scene.remove("/tmp/" + uuid);
@@ -31,7 +31,7 @@ void ModbusMonthBench::be_quiet(const std::vector<std::string>& uuids) {
     }
 }
 
-bool ModbusMonthBench::live(const std::vector<std::string>& uuids, double seconds) {
+bool ModbusMonthStand::live(const std::vector<std::string>& uuids, double seconds) {
     bool has_power = true;
     quietly([&] {
         try {
@@ -45,7 +45,7 @@ bool ModbusMonthBench::live(const std::vector<std::string>& uuids, double second
     return has_power;
 }
 
-LineCounts ModbusMonthBench::lines_of(const std::string& uuid, int n, const std::string& directory) const {
+LineCounts ModbusMonthStand::lines_of(const std::string& uuid, int n, const std::string& directory) const {
     LineCounts counts;
     for (const std::string& name : scene.list("/mnt/storage/" + uuid + "/" + std::to_string(n) + "/" + directory)) {
         std::istringstream text(scene.archive(uuid, n, name, directory).value_or(""));
@@ -56,7 +56,7 @@ LineCounts ModbusMonthBench::lines_of(const std::string& uuid, int n, const std:
     return counts;
 }
 
-std::time_t ModbusMonthBench::last_time(const std::string& uuid, int n, const std::string& name) const {
+std::time_t ModbusMonthStand::last_time(const std::string& uuid, int n, const std::string& name) const {
     class Reader final : public ArchiveHolder {
       public:
         explicit Reader(const std::string& meter) { uuid = meter; }

@@ -38,9 +38,9 @@ struct Device {
 
 /// What stands in the files too often or too seldom, a line each.
 
-class VistMonth : public VistArchiveBench {
+class VistMonth : public VistArchiveStand {
   protected:
-    VistMonth() : VistArchiveBench("2024-03-05 09:40:00", Berlin), begun(machine.now()) {
+    VistMonth() : VistArchiveStand("2024-03-05 09:40:00", Berlin), begun(machine.now()) {
         for (sim::VistMeter* meter : {&first, &second}) meter->record_archives(true, begun - 20 * Hour);
         scene.make_tree("m2");
         scene.service.set_meter("m1", {.serial = 1, .port_name = Port, .manufacturer = "VIST"});
