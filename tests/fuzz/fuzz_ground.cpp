@@ -89,13 +89,13 @@ void quiet_stdout() {
 }
 
 const std::string& full_root() {
-    static const MeterFolder folder;
-    return folder.path();
+    static const MeterFolder Folder;
+    return Folder.path();
 }
 
 const std::string& empty_root() {
-    static const Folder folder;
-    return folder.path();
+    static const Folder Folder;
+    return Folder.path();
 }
 
 void empty_directories() {

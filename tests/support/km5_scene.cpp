@@ -17,7 +17,7 @@ bool holds_in_order(const std::string& line, const Texts& parts) {
 }  // namespace
 
 KM5& Km5Stand::start_driver(const Km5Setup& setup) {
-    driver = std::make_unique<KM5>(Uuid, setup.km56i, setup.isATT_mustbe);
+    driver = std::make_unique<KM5>(Uuid, setup.km56i, setup.must_be_att);
     MeterSettings settings = settings_for(setup.serial);
     settings.subsystem_count = static_cast<int>(setup.systems.size());
     std::copy(setup.systems.begin(), setup.systems.end(), settings.system_type.begin());

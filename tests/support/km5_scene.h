@@ -18,7 +18,7 @@ inline constexpr const char* Berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
 struct Km5Setup {
     unsigned serial = 12345678;
     bool km56i = false;
-    bool isATT_mustbe = false;
+    bool must_be_att = false;
     std::vector<std::string> systems = {"heat"};
 };
 
@@ -53,6 +53,6 @@ std::vector<int> asked(const sim::ByteVector& request, std::size_t arguments = 1
 std::vector<std::vector<int>> asked(const std::vector<sim::ByteVector>& requests, std::size_t arguments = 1);
 
 struct Km5Daemon : Daemon<KM5_base> {
-    explicit Km5Daemon(const Texts& uuids, bool km56i = false, bool isATT_mustbe = false)
-        : Daemon(uuids, km56i, isATT_mustbe) {}
+    explicit Km5Daemon(const Texts& uuids, bool km56i = false, bool must_be_att = false)
+        : Daemon(uuids, km56i, must_be_att) {}
 };

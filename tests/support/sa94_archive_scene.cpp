@@ -51,8 +51,8 @@ std::ostream& operator<<(std::ostream& out, const Sa94Place& place) {
     return out << "segment " << place.segment << ", block " << place.block << ", position " << place.position;
 }
 
-Sa94Ring::Sa94Ring(sim::Sa94Archive archive_, bool extended, sim::Sa94Turning turning, const std::string& zone)
-    : archive(archive_),
+Sa94Ring::Sa94Ring(sim::Sa94Archive walked, bool extended, sim::Sa94Turning turning, const std::string& zone)
+    : archive(walked),
       scene_("2024-03-02 10:05:00", zone),
       logs_(muted_logs()),
       meter({.firmware = extended ? "M301" : "M300", .turning = turning}),
