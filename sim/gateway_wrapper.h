@@ -11,8 +11,8 @@ class GatewayWrapper : public Gateway {
   public:
     /// In front of a machine (the one in use), with its root and its service.
     explicit GatewayWrapper(Gateway& inner = gateway()) : inner_(inner) {
-        root_ = inner_.root();
-        service_address_ = inner_.service_address();
+        root_folder = inner_.root();
+        service_url = inner_.service_address();
         set_gateway(this);
     }
     ~GatewayWrapper() override { set_gateway(&inner_); }

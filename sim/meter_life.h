@@ -82,15 +82,15 @@ class MeterLife : public SimMeter {
   public:
     // ---- misbehaviour, see fault_script.h and the faults of the family
 
-    void misbehave_next(std::size_t answers, Fault fault) { faults_.next(answers, std::move(fault)); }
-    void misbehave_each(std::size_t k, Fault fault) { faults_.each(k, std::move(fault)); }
+    void misbehave_next(std::size_t answers, Fault fault) { fault_script.next(answers, std::move(fault)); }
+    void misbehave_each(std::size_t k, Fault fault) { fault_script.each(k, std::move(fault)); }
     void misbehave_randomly(double rate, std::uint64_t seed, std::vector<Fault> faults) {
-        faults_.randomly(rate, seed, std::move(faults));
+        fault_script.randomly(rate, seed, std::move(faults));
     }
-    void behave() { faults_.clear(); }
-    const FaultScript<Fault>& faults() const { return faults_; }
-    std::size_t faults_made() const { return faults_.faults_made(); }
-    std::size_t scripted_faults_left() const { return faults_.scripted_left(); }
+    void behave() { fault_script.clear(); }
+    const FaultScript<Fault>& faults() const { return fault_script; }
+    std::size_t faults_made() const { return fault_script.faults_made(); }
+    std::size_t scripted_faults_left() const { return fault_script.scripted_left(); }
 
     // ---- what a test looks at
 
@@ -103,9 +103,9 @@ class MeterLife : public SimMeter {
 
   protected:
     void note(Heard heard, Key key) {
-        constexpr std::size_t kept = 4096;
+        constexpr std::size_t Kept = 4096;
         heard_.push_back(std::move(heard));
-        if (heard_.size() > kept) heard_.pop_front();
+        if (heard_.size() > Kept) heard_.pop_front();
         ++counts_[std::move(key)];
     }
     /// Requests since forget_requests() whose key fits.
@@ -118,8 +118,8 @@ class MeterLife : public SimMeter {
         return count;
     }
 
-    FaultScript<Fault> faults_;
-    MeterClock clock_;
+    FaultScript<Fault> fault_script;
+    MeterClock meter_clock;
 
   private:
     std::deque<Heard> heard_;

@@ -5,7 +5,7 @@
 
 namespace sim {
 
-inline constexpr int seconds_per_hour = 3600;
+inline constexpr int SecondsPerHour = 3600;
 
 inline std::tm local(std::time_t time) {
     std::tm tm{};
@@ -22,7 +22,7 @@ inline std::time_t last_full_hour(std::time_t time) {
 /// The first full hour behind `time`. The second look is for zones that change by half an hour.
 inline std::time_t next_full_hour(std::time_t time) {
     do {
-        time = last_full_hour(time) + seconds_per_hour;
+        time = last_full_hour(time) + SecondsPerHour;
     } while (local(time).tm_min != 0);
     return time;
 }

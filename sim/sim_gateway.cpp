@@ -95,13 +95,13 @@ struct SimGateway::Impl {
 };
 
 SimGateway::SimGateway(std::string root, std::time_t start) : impl_(std::make_unique<Impl>(root, start)) {
-    root_ = std::move(root);
+    root_folder = std::move(root);
 }
 
 SimGateway::~SimGateway() = default;
 
 void SimGateway::set_service_address(std::string address) {
-    service_address_ = std::move(address);
+    service_url = std::move(address);
 }
 
 void SimGateway::connect(const std::string& device, SimMeter& meter) {

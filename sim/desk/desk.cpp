@@ -92,7 +92,7 @@ struct Desk::Order {
     void (Desk::*carry_out)(const Words& words, std::ostream& rows);
 };
 
-const Desk::Order Desk::orders[] = {
+const Desk::Order Desk::Orders[] = {
     {"cable LINE cut|whole", "through a cut cable nobody hears anything", &Desk::cable},
     {"adapter LINE out|in", "the terminal and its link go away; what is plugged in is another terminal",
      &Desk::adapter},
@@ -107,11 +107,11 @@ const Desk::Order Desk::orders[] = {
 };
 
 std::string desk_help() {
-    constexpr std::size_t width = 34;
+    constexpr std::size_t Width = 34;
     std::string text;
-    for (const Desk::Order& order : Desk::orders) {
+    for (const Desk::Order& order : Desk::Orders) {
         std::string row = std::string("  ") + order.words;
-        row.resize(std::max(row.size() + 1, width), ' ');
+        row.resize(std::max(row.size() + 1, Width), ' ');
         text += row + order.does + '\n';
     }
     return text;
@@ -207,7 +207,7 @@ std::string Desk::obey(const std::string& line) {
 void Desk::carry_out(const std::string& line, std::ostream& rows) {
     Words words = split(line);
     if (words.empty()) refuse("nothing said; say help");
-    for (const Order& order : orders) {
+    for (const Order& order : Orders) {
         const Words form = split(order.words);
         if (form[0] != words[0]) continue;
         if (form.size() != words.size()) refuse(std::string("say ") + order.words);
@@ -269,8 +269,8 @@ void Desk::told(const Words& words, std::ostream& /*rows*/) {
 }
 
 void Desk::service(const Words& words, std::ostream& /*rows*/) {
-    constexpr const char* manners[] = {"right", "nonsense", "mute", "off"};
-    if (std::ranges::count(manners, words[0]) == 0) refuse(words[0] + ": right, nonsense, mute or off");
+    constexpr const char* Manners[] = {"right", "nonsense", "mute", "off"};
+    if (std::ranges::count(Manners, words[0]) == 0) refuse(words[0] + ": right, nonsense, mute or off");
     manner_ = words[0];
     start_service();
 }

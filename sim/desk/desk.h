@@ -51,7 +51,7 @@ class Desk {
 
   private:
     struct Order;
-    static const Order orders[];
+    static const Order Orders[];
     friend std::string desk_help();
 
     class Slot;

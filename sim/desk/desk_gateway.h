@@ -11,7 +11,7 @@ namespace sim {
 /// In use as long as it lives. `root` must exist.
 class DeskGateway : public GatewayWrapper {
   public:
-    explicit DeskGateway(std::string root) : GatewayWrapper(system_machine()) { root_ = std::move(root); }
+    explicit DeskGateway(std::string root) : GatewayWrapper(system_machine()) { root_folder = std::move(root); }
 
   private:
     static Gateway& system_machine() {

@@ -57,7 +57,7 @@ void dump_records(const Km5Meter& meter, Km5Archive archive, const char* label, 
                   const std::string& uuid) {
     for (const Km5StoredRecord& record : meter.records(archive, subsystem)) {
         out << uuid << ' ' << subsystem + 1 << ' ' << label << ' ' << record.time;
-        for (std::size_t k = 0; k < km5_field_count; ++k) out << ' ' << km5_field_names[k] << '=' << record.values[k];
+        for (std::size_t k = 0; k < Km5FieldCount; ++k) out << ' ' << Km5FieldNames[k] << '=' << record.values[k];
         out << '\n';
     }
 }

@@ -8,11 +8,11 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint8_t error_unknown_command = 0xEF;
-constexpr std::uint8_t error_bad_argument = 0xF0;
-constexpr std::size_t payload_begin = 5;
-constexpr std::size_t record_payload_size = 64;  // date block and fourteen floats
-constexpr std::size_t event_payload_size = 8;
+constexpr std::uint8_t ErrorUnknownCommand = 0xEF;
+constexpr std::uint8_t ErrorBadArgument = 0xF0;
+constexpr std::size_t PayloadBegin = 5;
+constexpr std::size_t RecordPayloadSize = 64;  // date block and fourteen floats
+constexpr std::size_t EventPayloadSize = 8;
 
 std::uint8_t bcd(int number) {
     return static_cast<std::uint8_t>((number / 10 % 10) << 4 | number % 10);
@@ -47,7 +47,7 @@ void append_date_or_zeros(ByteVector& bytes, const std::optional<Km5Date>& date)
 }
 
 std::optional<Km5Archive> archive_named(const Km5Heard& heard) {
-    if (heard.data(0) >= km5_archive_count) return std::nullopt;
+    if (heard.data(0) >= Km5ArchiveCount) return std::nullopt;
     return static_cast<Km5Archive>(heard.data(0));
 }
 
@@ -72,7 +72,7 @@ ByteVector Km5Meter::answer_frame(const Km5Heard& heard) const {
         frame.insert(frame.end(), bytes->begin(), bytes->end());
     } else {
         const bool known = Km5Meter::knows(heard.command());
-        frame.push_back(known ? error_bad_argument : error_unknown_command);
+        frame.push_back(known ? ErrorBadArgument : ErrorUnknownCommand);
     }
     km5_append_sums(frame);
     return frame;
@@ -144,7 +144,7 @@ Km5Meter::Payload Km5Meter::version() const {
 
 Km5Meter::Payload Km5Meter::parameter(const Km5Heard& heard) const {
     const std::size_t length = heard.data(1);
-    if (length == 0 || length > record_payload_size) return std::nullopt;
+    if (length == 0 || length > RecordPayloadSize) return std::nullopt;
     const auto& eeprom = memory(heard.subsystem).eeprom;
     ByteVector bytes;
     if (const auto found = eeprom.find(heard.data(0)); found != eeprom.end()) append_float(bytes, found->second);
@@ -162,7 +162,7 @@ Km5Meter::Payload Km5Meter::page(const Km5Heard& heard) const {
     for (const auto& row : km5_page_floats()) {
         const bool used = (row.models >> config_.model & 1U) != 0;
         if (!used || row.command != heard.command() || row.page != heard.data(0)) continue;
-        bytes.resize(row.position - payload_begin, 0);
+        bytes.resize(row.position - PayloadBegin, 0);
         append_float(bytes, own.value_at(row));
     }
     if (bytes.empty()) return std::nullopt;
@@ -199,7 +199,7 @@ Km5Meter::Payload Km5Meter::record(const Km5Heard& heard) const {
     const auto archive = archive_named(heard);
     if (!archive || *archive == Km5Archive::Errors) return std::nullopt;
     const auto* stored = memory(heard.subsystem).records(*archive).at(index_asked(heard));
-    if (stored == nullptr) return ByteVector(record_payload_size, 0xFF);
+    if (stored == nullptr) return ByteVector(RecordPayloadSize, 0xFF);
     ByteVector bytes;
     append_date_block(bytes, stored->date);
     for (const float value : stored->values) append_float(bytes, value);
@@ -209,7 +209,7 @@ Km5Meter::Payload Km5Meter::record(const Km5Heard& heard) const {
 Km5Meter::Payload Km5Meter::event(const Km5Heard& heard) const {
     if (archive_named(heard) != Km5Archive::Errors) return std::nullopt;
     const auto* stored = memory(heard.subsystem).events.at(index_asked(heard));
-    if (stored == nullptr) return ByteVector(event_payload_size, 0xFF);
+    if (stored == nullptr) return ByteVector(EventPayloadSize, 0xFF);
     ByteVector bytes;
     append_date_block(bytes, stored->date);
     bytes[0] = stored->code;

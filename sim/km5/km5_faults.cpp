@@ -8,29 +8,29 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t head_size = 5;  // address and command
-constexpr std::size_t sums_size = 2;
+constexpr std::size_t HeadSize = 5;  // address and command
+constexpr std::size_t SumsSize = 2;
 
 using Kind = Km5Fault::Kind;
 
 ByteVector with_payload(const ByteVector& right, const ByteVector& payload) {
     ByteVector frame = right;
-    frame.resize(head_size);
+    frame.resize(HeadSize);
     frame.insert(frame.end(), payload.begin(), payload.end());
     km5_append_sums(frame);
     return frame;
 }
 
 ByteVector with_code(const ByteVector& right, std::uint8_t code, std::size_t payload_size) {
-    ByteVector frame(right.begin(), right.begin() + static_cast<std::ptrdiff_t>(head_size + payload_size));
+    ByteVector frame(right.begin(), right.begin() + static_cast<std::ptrdiff_t>(HeadSize + payload_size));
     frame[4] = code;
     km5_append_sums(frame);
     return frame;
 }
 
 ByteVector filled_up(const ByteVector& right, std::size_t length) {
-    ByteVector frame(right.begin(), right.end() - sums_size);
-    if (frame.size() + sums_size < length) frame.resize(length - sums_size, 0x55);
+    ByteVector frame(right.begin(), right.end() - SumsSize);
+    if (frame.size() + SumsSize < length) frame.resize(length - SumsSize, 0x55);
     km5_append_sums(frame);
     return frame;
 }
@@ -42,7 +42,7 @@ ByteVector garbage(std::size_t size, Km5Random& generator) {
 }
 
 ByteVector spoilt_frame(const ByteVector& right, const Km5Fault& fault, Km5Random& generator) {
-    const std::size_t payload_size = right.size() - head_size - sums_size;
+    const std::size_t payload_size = right.size() - HeadSize - SumsSize;
     ByteVector frame = right;
     switch (fault.kind) {
         case Kind::Noise:

@@ -114,7 +114,7 @@ class Km5Memory {
     Km5Ring<Km5StoredEvent> events;
     std::map<int, float> eeprom;
     std::array<std::uint8_t, 7> status;
-    std::array<std::optional<Km5Bounds>, km5_archive_count> claimed;
+    std::array<std::optional<Km5Bounds>, Km5ArchiveCount> claimed;
 
   private:
     unsigned subsystem_;

@@ -11,8 +11,8 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t request_size = 16;
-constexpr std::time_t seconds_per_day = 86400;
+constexpr std::size_t RequestSize = 16;
+constexpr std::time_t SecondsPerDay = 86400;
 
 bool sums_are_right(std::span<const std::uint8_t> request) {
     std::uint8_t exclusive_or = 0;
@@ -38,13 +38,13 @@ std::time_t next_midnight(std::time_t time) {
         const std::time_t next = std::mktime(&midnight);
         if (next > time && midnight.tm_mday != tm.tm_mday) return next;
     }
-    return time + seconds_per_day;
+    return time + SecondsPerDay;
 }
 
 void check(const Km5Config& config) {
     if (config.serial > 99999999) throw std::invalid_argument("a serial number has up to eight digits");
     if (config.model < 1 || config.model > 7) throw std::invalid_argument("models are 1 to 7");
-    const unsigned most = config.km56i ? km5_max_subsystems : 1;
+    const unsigned most = config.km56i ? Km5MaxSubsystems : 1;
     if (config.subsystems < 1 || config.subsystems > most) throw std::invalid_argument("too many subsystems, or none");
     if (config.firmware.size() != 4) throw std::invalid_argument("a firmware text has four characters");
     if (config.type_letters && config.type_letters->size() != 4) throw std::invalid_argument("type letters are four");
@@ -58,7 +58,7 @@ Km5Meter::Km5Meter(Km5Config config) {
 
 Answer Km5Meter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     catch_up(now);
-    if (request.size() != request_size) return {};
+    if (request.size() != RequestSize) return {};
     const auto subsystem = addressed(request);
     if (!subsystem) return {};
     if (!sums_are_right(request)) {
@@ -68,7 +68,7 @@ Answer Km5Meter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     Km5Heard heard{.at = now, .subsystem = *subsystem};
     std::copy(request.begin(), request.end(), heard.frame.begin());
     note(heard, heard.command());
-    const Km5Fault fault = faults_.choose(heard.command(), heard.data(0));
+    const Km5Fault fault = fault_script.choose(heard.command(), heard.data(0));
     return km5_spoil(answer_frame(heard), fault, config_.answer_delay, garbage_);
 }
 
@@ -138,12 +138,12 @@ void Km5Meter::set_status(std::size_t position, std::uint8_t value, unsigned sub
 // ---- clock
 
 std::time_t Km5Meter::clock(std::time_t now) const {
-    return now + clock_.ahead(now);
+    return now + meter_clock.ahead(now);
 }
 
 void Km5Meter::set_clock(const Km5When& shown, std::time_t now) {
     catch_up(now);
-    clock_.set(shown.time() - now, now);
+    meter_clock.set(shown.time() - now, now);
     hours_.pass_over(shown.time());
     days_.pass_over(shown.time());
 }
@@ -181,7 +181,7 @@ void Km5Meter::record_archives(bool on, const Km5When& from) {
 }
 
 void Km5Meter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     hours_.catch_up(clock(now), next_full_hour, [this](std::time_t time) { record_at(Km5Archive::Hourly, time); });
     days_.catch_up(clock(now), next_midnight, [this](std::time_t time) { record_at(Km5Archive::Daily, time); });
 }
@@ -196,17 +196,17 @@ void Km5Meter::record_at(Km5Archive archive, std::time_t time) {
 
 float Km5Meter::recorded_value(std::uint32_t serial, unsigned subsystem, Km5Archive archive, std::time_t record_time,
                                std::size_t field) {
-    constexpr std::int64_t year_2000 = 946684800;
-    constexpr std::size_t first_total = 7;
-    constexpr float lowest_average[first_total] = {20.0F, 6.0F, 4.0F, 2.0F, 90.0F, 50.0F, 10.0F};
-    const std::int64_t hours = (static_cast<std::int64_t>(record_time) - year_2000) / seconds_per_hour;
+    constexpr std::int64_t Year2000 = 946684800;
+    constexpr std::size_t FirstTotal = 7;
+    constexpr float LowestAverage[FirstTotal] = {20.0F, 6.0F, 4.0F, 2.0F, 90.0F, 50.0F, 10.0F};
+    const std::int64_t hours = (static_cast<std::int64_t>(record_time) - Year2000) / SecondsPerHour;
     const auto type = static_cast<std::int64_t>(archive);
     const std::int64_t place = subsystem;
     const std::int64_t meter = serial % 1000;
-    if (field < first_total) {
+    if (field < FirstTotal) {
         const std::int64_t phase = (hours * 7 + meter + place * 29 + type * 41) % 64;
         const bool pressure = field >= 1 && field <= 3;
-        return lowest_average[field] + static_cast<float>(phase) / (pressure ? 64.0F : 8.0F);
+        return LowestAverage[field] + static_cast<float>(phase) / (pressure ? 64.0F : 8.0F);
     }
     const auto rate = static_cast<std::int64_t>(field) + 1;
     const std::int64_t eighths = hours * rate + meter * 8 + place * 3 + type * 5;
@@ -258,10 +258,10 @@ Km5Bounds Km5Meter::bounds(Km5Archive archive, unsigned subsystem) const {
 void Km5Meter::swap_for(Km5Config config) {
     check(config);
     std::vector<Km5Memory> memories;
-    for (unsigned subsystem = 0; subsystem < km5_max_subsystems; ++subsystem) memories.emplace_back(config, subsystem);
+    for (unsigned subsystem = 0; subsystem < Km5MaxSubsystems; ++subsystem) memories.emplace_back(config, subsystem);
     memories_ = std::move(memories);
     config_ = std::move(config);
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
 }
 
 void Km5Meter::change(Km5Config config) {

@@ -119,7 +119,7 @@ class Km5Meter final : public MeterLife<Km5Fault, Km5Heard, std::uint8_t> {
     void record_archives(bool on, const Km5When& from = {});
     void catch_up(std::time_t now);
 
-    /// The value of field k (0..13, see km5_field_names) in a record that a meter stored by itself. Totals grow with
+    /// The value of field k (0..13, see Km5FieldNames) in a record that a meter stored by itself. Totals grow with
     /// time; no two fields, subsystems or archives agree at one time. All values are exact in eighths or 64ths.
     static float recorded_value(std::uint32_t serial, unsigned subsystem, Km5Archive archive, std::time_t record_time,
                                 std::size_t field);

@@ -17,14 +17,14 @@ namespace sim {
 
 /// The archives of a meter, numbered as on the wire.
 enum class Km5Archive : std::uint8_t { Hourly = 0, Daily = 1, Monthly = 2, Yearly = 3, Errors = 4 };
-inline constexpr std::size_t km5_archive_count = 5;
-inline constexpr std::size_t km5_max_subsystems = 3;
-inline constexpr std::size_t km5_field_count = 14;
+inline constexpr std::size_t Km5ArchiveCount = 5;
+inline constexpr std::size_t Km5MaxSubsystems = 3;
+inline constexpr std::size_t Km5FieldCount = 14;
 
 /// The floats of an archive record in the order of the wire; field k lies at answer position 13 + 4k.
-inline constexpr std::array<std::string_view, km5_field_count> km5_field_names = {
+inline constexpr std::array<std::string_view, Km5FieldCount> Km5FieldNames = {
     "ta", "P1", "P2", "P3", "T1", "T2", "T3", "IM1", "IM2", "Vi", "IV1", "IV2", "IQ", "IT"};
-using Km5Floats = std::array<float, km5_field_count>;
+using Km5Floats = std::array<float, Km5FieldCount>;
 
 /// A date as it stands in a meter's memory: plain numbers, local time, never normalised. Each must be 0..99 to survive
 /// the BCD of the wire; the century is 2000.

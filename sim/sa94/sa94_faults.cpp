@@ -54,7 +54,7 @@ Sa94Fault Sa94Fault::on(Sa94Kind request, std::optional<unsigned> segment_or_cod
     return narrowed;
 }
 
-bool Sa94Fault::fits(const Sa94Request& request) const {
+bool Sa94Fault::fits(const Sa94Question& request) const {
     if (only_kind.value_or(request.kind) != request.kind) return false;
     const unsigned which = request.kind == Sa94Kind::Block ? request.segment : request.code;
     if (only_which.value_or(which) != which || only_block.value_or(request.block) != request.block) return false;

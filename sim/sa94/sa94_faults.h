@@ -41,7 +41,7 @@ struct Sa94Fault {
                  std::optional<unsigned> block = std::nullopt) const;
     /// Whether the answer to `request` can suffer this. A Disconnect has no answer, so only a Silence that was narrowed
     /// to it falls on it.
-    bool fits(const Sa94Request& request) const;
+    bool fits(const Sa94Question& request) const;
 };
 
 Sa94Fault sa94_good();

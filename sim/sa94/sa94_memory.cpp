@@ -9,11 +9,11 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint8_t erased = 0xFF;
-constexpr unsigned small_record = 32;
-constexpr unsigned large_record = 64;
-constexpr unsigned error_record = 8;
-constexpr unsigned first_error_block = 2;
+constexpr std::uint8_t Erased = 0xFF;
+constexpr unsigned SmallRecord = 32;
+constexpr unsigned LargeRecord = 64;
+constexpr unsigned ErrorRecord = 8;
+constexpr unsigned FirstErrorBlock = 2;
 
 std::size_t index(Sa94Archive archive) {
     switch (archive) {
@@ -28,7 +28,7 @@ std::size_t index(Sa94Archive archive) {
 }
 
 bool is_null(std::span<const std::uint8_t> record) {
-    return std::all_of(record.begin(), record.end(), [](std::uint8_t byte) { return byte == erased; });
+    return std::all_of(record.begin(), record.end(), [](std::uint8_t byte) { return byte == Erased; });
 }
 
 Sa94Date date_in(Sa94Archive archive, std::span<const std::uint8_t> record) {
@@ -50,39 +50,39 @@ std::time_t sa94_record_time(Sa94Archive archive, std::span<const std::uint8_t> 
 Sa94Memory::Sa94Memory(bool extended, Sa94Turning turning)
     : extended_(extended),
       turning_(turning),
-      bytes_(std::size_t{sa94_segments} * (extended ? 512 : 128) * sa94_block_size, erased) {}
+      bytes_(std::size_t{Sa94Segments} * (extended ? 512 : 128) * Sa94BlockSize, Erased) {}
 
 Sa94Shape Sa94Memory::shape(Sa94Archive archive) const {
     const unsigned blocks = blocks_per_segment();
     const unsigned low_segment = 2 + 2 * static_cast<unsigned>(index(archive));
-    if (archive == Sa94Archive::Errors) return {low_segment, first_error_block, blocks, error_record};
-    return {low_segment, 0, blocks, extended_ ? large_record : small_record};
+    if (archive == Sa94Archive::Errors) return {low_segment, FirstErrorBlock, blocks, ErrorRecord};
+    return {low_segment, 0, blocks, extended_ ? LargeRecord : SmallRecord};
 }
 
 std::size_t Sa94Memory::offset(unsigned segment, unsigned block) const {
-    if (segment >= sa94_segments || block >= blocks_per_segment()) throw std::out_of_range("no such block");
-    return (std::size_t{segment} * blocks_per_segment() + block) * sa94_block_size;
+    if (segment >= Sa94Segments || block >= blocks_per_segment()) throw std::out_of_range("no such block");
+    return (std::size_t{segment} * blocks_per_segment() + block) * Sa94BlockSize;
 }
 
 Sa94Memory::ConstBlock Sa94Memory::block(unsigned segment, unsigned block) const {
-    return ConstBlock(bytes_.data() + offset(segment, block), sa94_block_size);
+    return ConstBlock(bytes_.data() + offset(segment, block), Sa94BlockSize);
 }
 
 Sa94Memory::Block Sa94Memory::block(unsigned segment, unsigned block) {
-    return Block(bytes_.data() + offset(segment, block), sa94_block_size);
+    return Block(bytes_.data() + offset(segment, block), Sa94BlockSize);
 }
 
 void Sa94Memory::write(unsigned segment, unsigned block, unsigned offset, std::span<const std::uint8_t> bytes) {
-    if (offset + bytes.size() > sa94_block_size) throw std::out_of_range("behind the end of a block");
+    if (offset + bytes.size() > Sa94BlockSize) throw std::out_of_range("behind the end of a block");
     std::copy(bytes.begin(), bytes.end(), this->block(segment, block).begin() + offset);
 }
 
 void Sa94Memory::erase(unsigned segment, unsigned first_block, unsigned end_block) {
     if (first_block >= end_block) return;
     const std::size_t begin = offset(segment, first_block);
-    const std::size_t end = offset(segment, end_block - 1) + sa94_block_size;
+    const std::size_t end = offset(segment, end_block - 1) + Sa94BlockSize;
     std::fill(bytes_.begin() + static_cast<std::ptrdiff_t>(begin), bytes_.begin() + static_cast<std::ptrdiff_t>(end),
-              erased);
+              Erased);
 }
 
 // ---- rings

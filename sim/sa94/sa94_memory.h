@@ -22,8 +22,8 @@
 
 namespace sim {
 
-inline constexpr unsigned sa94_segments = 8;
-inline constexpr unsigned sa94_block_size = 128;
+inline constexpr unsigned Sa94Segments = 8;
+inline constexpr unsigned Sa94BlockSize = 128;
 
 /// The moment that the bytes of a record say, -1 when they say none.
 std::time_t sa94_record_time(Sa94Archive archive, std::span<const std::uint8_t> record);
@@ -35,15 +35,15 @@ struct Sa94Shape {
     unsigned blocks;       ///< of a segment, those without records as well
     unsigned record_size;
 
-    unsigned records_per_block() const { return sa94_block_size / record_size; }
+    unsigned records_per_block() const { return Sa94BlockSize / record_size; }
     /// Records that both segments hold.
     unsigned capacity() const { return 2 * (blocks - first_block) * records_per_block(); }
 };
 
 class Sa94Memory {
   public:
-    using Block = std::span<std::uint8_t, sa94_block_size>;
-    using ConstBlock = std::span<const std::uint8_t, sa94_block_size>;
+    using Block = std::span<std::uint8_t, Sa94BlockSize>;
+    using ConstBlock = std::span<const std::uint8_t, Sa94BlockSize>;
 
     Sa94Memory(bool extended, Sa94Turning turning);
 

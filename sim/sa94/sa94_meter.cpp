@@ -8,22 +8,22 @@ namespace sim {
 
 namespace {
 
-constexpr std::int64_t seconds_per_hour = 3600;
-constexpr std::int64_t seconds_per_day = 86400;
-constexpr std::int64_t seconds_between_errors = 600;
-constexpr std::uint8_t error_codes = 20;
+constexpr std::int64_t SecondsPerHour = 3600;
+constexpr std::int64_t SecondsPerDay = 86400;
+constexpr std::int64_t SecondsBetweenErrors = 600;
+constexpr std::uint8_t ErrorCodes = 20;
 
 // Service data, segment 0.
-constexpr unsigned tube_block = 0;
-constexpr unsigned first_tube = 36;
-constexpr unsigned second_tube = 44;
-constexpr unsigned firmware_block = 2;
-constexpr unsigned firmware_at = 1;
-constexpr std::size_t firmware_width = 14;
+constexpr unsigned TubeBlock = 0;
+constexpr unsigned FirstTube = 36;
+constexpr unsigned SecondTube = 44;
+constexpr unsigned FirmwareBlock = 2;
+constexpr unsigned FirmwareAt = 1;
+constexpr std::size_t FirmwareWidth = 14;
 
 void check(const Sa94Config& config) {
     if (config.address >> 20 != 0) throw std::invalid_argument("an address has 20 bits");
-    if (config.firmware.size() > firmware_width) throw std::invalid_argument("a firmware text has up to 14 characters");
+    if (config.firmware.size() > FirmwareWidth) throw std::invalid_argument("a firmware text has up to 14 characters");
 }
 
 std::int64_t floored(std::int64_t face, std::int64_t unit) {
@@ -31,8 +31,8 @@ std::int64_t floored(std::int64_t face, std::int64_t unit) {
 }
 
 std::int64_t usual_step(Sa94Archive archive) {
-    if (archive == Sa94Archive::Errors) return seconds_between_errors;
-    return archive == Sa94Archive::Hourly ? seconds_per_hour : seconds_per_day;
+    if (archive == Sa94Archive::Errors) return SecondsBetweenErrors;
+    return archive == Sa94Archive::Hourly ? SecondsPerHour : SecondsPerDay;
 }
 
 }  // namespace
@@ -47,11 +47,11 @@ void Sa94Meter::swap_for(Sa94Config config) {
     firmware_ = sa94_firmware(config_.firmware);
     memory_ = Sa94Memory(config_.extended.value_or(firmware_.extended), config_.turning);
     std::string text = config_.firmware;
-    text.resize(firmware_width, ' ');
-    memory_.write(0, firmware_block, firmware_at, ByteVector(text.begin(), text.end()));
+    text.resize(FirmwareWidth, ' ');
+    memory_.write(0, FirmwareBlock, FirmwareAt, ByteVector(text.begin(), text.end()));
     set_tubes(config_.tubes);
     values_.clear();
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
     in_conversation_ = false;
 }
 
@@ -59,9 +59,9 @@ void Sa94Meter::swap_for(Sa94Config config) {
 
 Answer Sa94Meter::hear(std::span<const std::uint8_t> bytes, std::time_t now) {
     catch_up(now);
-    const auto request = sa94_request(bytes);
+    const auto request = sa94_question(bytes);
     if (!request || !is_meant(*request)) return {};
-    const Sa94Fault fault = faults_.choose(*request);
+    const Sa94Fault fault = fault_script.choose(*request);
     const unsigned which = request->kind == Sa94Kind::Block ? request->segment : request->code;
     note({.at = now, .request = *request}, {request->kind, which, request->block});
     if (fault.kind == Sa94Fault::Kind::Silence) return {};
@@ -70,14 +70,14 @@ Answer Sa94Meter::hear(std::span<const std::uint8_t> bytes, std::time_t now) {
     return sa94_spoil(right, fault, config_.answer_delay);
 }
 
-bool Sa94Meter::is_meant(const Sa94Request& request) {
+bool Sa94Meter::is_meant(const Sa94Question& request) {
     if (request.kind != Sa94Kind::Connect) return in_conversation_;
     if (request.address == config_.address) return true;
     in_conversation_ = false;
     return false;
 }
 
-ByteVector Sa94Meter::answer(const Sa94Request& request, const Sa94Fault& fault, std::time_t now) {
+ByteVector Sa94Meter::answer(const Sa94Question& request, const Sa94Fault& fault, std::time_t now) {
     switch (request.kind) {
         case Sa94Kind::Connect:
             in_conversation_ = true;
@@ -93,7 +93,7 @@ ByteVector Sa94Meter::answer(const Sa94Request& request, const Sa94Fault& fault,
     return {};
 }
 
-ByteVector Sa94Meter::block(const Sa94Request& request, std::size_t further_on) const {
+ByteVector Sa94Meter::block(const Sa94Question& request, std::size_t further_on) const {
     if (request.extended_form && !memory_.extended()) return {};
     const std::size_t number = (request.block + further_on) % memory_.blocks_per_segment();
     const auto content = memory_.block(request.segment, static_cast<unsigned>(number));
@@ -101,12 +101,12 @@ ByteVector Sa94Meter::block(const Sa94Request& request, std::size_t further_on) 
 }
 
 ByteVector Sa94Meter::parameter(unsigned code, std::time_t now) const {
-    if (code >= sa94_parameter_codes) return {};
+    if (code >= Sa94ParameterCodes) return {};
     const Sa94Date shown = clock(now);
-    if (code == sa94_code_of_time) {
+    if (code == Sa94CodeOfTime) {
         return {0, sa94_bcd(shown.hour), sa94_bcd(shown.minute), sa94_bcd(shown.second)};
     }
-    if (code == sa94_code_of_date) {
+    if (code == Sa94CodeOfDate) {
         return {0, sa94_bcd(shown.day), sa94_bcd(shown.month), sa94_bcd(shown.year)};
     }
     const auto found = std::find_if(firmware_.parameters.begin(), firmware_.parameters.end(),
@@ -150,20 +150,20 @@ float Sa94Meter::value(const std::string& name, std::time_t now) const {
 
 void Sa94Meter::set_tubes(const Sa94Tubes& tubes) {
     config_.tubes = tubes;
-    memory_.write(0, tube_block, first_tube, ByteVector{tubes.DN1, tubes.Q1max, tubes.Q1min});
-    memory_.write(0, tube_block, second_tube, ByteVector{tubes.DN2, tubes.Q2max, tubes.Q2min});
+    memory_.write(0, TubeBlock, FirstTube, ByteVector{tubes.DN1, tubes.Q1max, tubes.Q1min});
+    memory_.write(0, TubeBlock, SecondTube, ByteVector{tubes.DN2, tubes.Q2max, tubes.Q2min});
 }
 
 // ---- clock
 
 std::int64_t Sa94Meter::face(std::time_t now) const {
-    return sa94_face(sa94_date(now)) + clock_.ahead(now);
+    return sa94_face(sa94_date(now)) + meter_clock.ahead(now);
 }
 
 void Sa94Meter::set_clock(const Sa94When& shown, std::time_t now) {
     catch_up(now);
     const std::int64_t set = sa94_face(shown.date());
-    clock_.set(set - sa94_face(sa94_date(now)), now);
+    meter_clock.set(set - sa94_face(sa94_date(now)), now);
     hours_.pass_over(set);
 }
 
@@ -202,7 +202,7 @@ void Sa94Meter::fill_errors(const Sa94Fill& how, std::int64_t oldest, std::int64
     Sa94Chronicle chronicle(firmware_, Sa94Archive::Errors, config_.address, 0);
     for (std::size_t k = passed_over; k < how.records; ++k) {
         Sa94Bytes bytes = chronicle.bare_record(oldest + step * static_cast<std::int64_t>(k));
-        bytes[0] = static_cast<std::uint8_t>((k / 2 % error_codes + 1) | (k % 2 == 1 ? 0x80U : 0U));
+        bytes[0] = static_cast<std::uint8_t>((k / 2 % ErrorCodes + 1) | (k % 2 == 1 ? 0x80U : 0U));
         memory_.append(Sa94Archive::Errors, std::span(bytes).first<8>());
     }
 }
@@ -212,7 +212,7 @@ void Sa94Meter::record_archives(bool on, const Sa94When& from) {
 }
 
 void Sa94Meter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     std::optional<Sa94Chronicle> hourly, daily;
     const auto write = [&](std::optional<Sa94Chronicle>& chronicle, Sa94Archive archive, std::int64_t begin) {
         if (hours_.misses(begin)) return;
@@ -220,10 +220,10 @@ void Sa94Meter::catch_up(std::time_t now) {
         const Sa94Bytes bytes = chronicle->record(begin);
         memory_.append(archive, std::span(bytes).first(memory_.shape(archive).record_size));
     };
-    const auto next = [](std::int64_t time) { return floored(time, seconds_per_hour) + seconds_per_hour; };
+    const auto next = [](std::int64_t time) { return floored(time, SecondsPerHour) + SecondsPerHour; };
     hours_.catch_up(face(now), next, [&](std::int64_t end) {
-        write(hourly, Sa94Archive::Hourly, end - seconds_per_hour);
-        if (end % seconds_per_day == 0) write(daily, Sa94Archive::Daily, end - seconds_per_day);
+        write(hourly, Sa94Archive::Hourly, end - SecondsPerHour);
+        if (end % SecondsPerDay == 0) write(daily, Sa94Archive::Daily, end - SecondsPerDay);
     });
 }
 

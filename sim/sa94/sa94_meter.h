@@ -50,7 +50,7 @@ namespace sim {
 /// A request that the meter took for its own.
 struct Sa94Heard {
     std::time_t at = 0;  ///< by the clock that is right
-    Sa94Request request;
+    Sa94Question request;
 };
 
 /// Kind of a request; segment or code; block.
@@ -130,9 +130,9 @@ class Sa94Meter final : public MeterLife<Sa94Fault, Sa94Heard, Sa94Asked> {
 
   private:
     std::int64_t face(std::time_t now) const;
-    bool is_meant(const Sa94Request& request);
-    ByteVector answer(const Sa94Request& request, const Sa94Fault& fault, std::time_t now);
-    ByteVector block(const Sa94Request& request, std::size_t further_on) const;
+    bool is_meant(const Sa94Question& request);
+    ByteVector answer(const Sa94Question& request, const Sa94Fault& fault, std::time_t now);
+    ByteVector block(const Sa94Question& request, std::size_t further_on) const;
     ByteVector parameter(unsigned code, std::time_t now) const;
     const Sa94Parameter& parameter_named(const std::string& name) const;
     float parameter_value(const Sa94Parameter& parameter, std::time_t now) const;

@@ -12,12 +12,12 @@ namespace sim {
 
 namespace {
 
-constexpr std::int64_t seconds_per_hour = 3600;
-constexpr std::int64_t seconds_per_day = 86400;
-constexpr std::int64_t face_of_2020 = 1577836800;
-constexpr unsigned daily_files_above = 28;
-constexpr std::uint8_t over = 0x80;
-constexpr double widest_word = 65535.0;
+constexpr std::int64_t SecondsPerHour = 3600;
+constexpr std::int64_t SecondsPerDay = 86400;
+constexpr std::int64_t FaceOf2020 = 1577836800;
+constexpr unsigned DailyFilesAbove = 28;
+constexpr std::uint8_t Over = 0x80;
+constexpr double WidestWord = 65535.0;
 
 void write_value(Sa94Bytes& record, const Sa94Column& column, double bare) {
     if (!column.word) {
@@ -25,7 +25,7 @@ void write_value(Sa94Bytes& record, const Sa94Column& column, double bare) {
         std::copy(bytes.begin(), bytes.end(), record.begin() + column.offset);
         return;
     }
-    if (!(bare >= 0.0 && bare <= widest_word) || bare != std::floor(bare)) {
+    if (!(bare >= 0.0 && bare <= WidestWord) || bare != std::floor(bare)) {
         throw std::invalid_argument(std::string(column.name) + ": no word holds " + std::to_string(bare));
     }
     const auto word = static_cast<std::uint16_t>(bare);
@@ -45,7 +45,7 @@ const Sa94Column& column_named(std::span<const Sa94Column> columns, const std::s
 }
 
 std::string file_name(const Sa94Quantity& quantity, Sa94Archive archive) {
-    const unsigned number = quantity.file + (archive == Sa94Archive::Daily ? daily_files_above : 0);
+    const unsigned number = quantity.file + (archive == Sa94Archive::Daily ? DailyFilesAbove : 0);
     const bool hidden = quantity.name == "T1" || quantity.name == "T2";
     return (hidden ? "_A" : "A") + std::to_string(number);
 }
@@ -81,15 +81,15 @@ Sa94Bytes sa94_record(const Sa94Firmware& firmware, Sa94Archive archive, const S
 }
 
 Sa94Bytes sa94_event(const Sa94Event& event) {
-    if (event.code >= over) throw std::invalid_argument("the code of an event is 0 to 127");
+    if (event.code >= Over) throw std::invalid_argument("the code of an event is 0 to 127");
     Sa94Bytes bytes = record_head(Sa94Archive::Errors, event.at.date(), 0);
-    bytes[0] = static_cast<std::uint8_t>(event.code | (event.stopped ? over : 0));
+    bytes[0] = static_cast<std::uint8_t>(event.code | (event.stopped ? Over : 0));
     return bytes;
 }
 
 double sa94_amount(const Sa94Quantity& quantity, std::uint32_t address, std::int64_t face, double period_hours) {
-    const double hours = static_cast<double>(face - face_of_2020) / seconds_per_hour;
-    const auto turn = face / seconds_per_hour % 24 + face / seconds_per_day % 7;
+    const double hours = static_cast<double>(face - FaceOf2020) / SecondsPerHour;
+    const auto turn = face / SecondsPerHour % 24 + face / SecondsPerDay % 7;
     const double swing = quantity.swing * static_cast<double>(turn) / 30.0;
     // Downwards: no hour has more than 3600 seconds in it.
     const double own = 1.0 - static_cast<double>(address % 16) / 1000.0;
@@ -110,8 +110,8 @@ Sa94Bytes Sa94Chronicle::bare_record(std::int64_t face) {
 }
 
 Sa94Bytes Sa94Chronicle::record(std::int64_t face) {
-    const std::int64_t period = archive_ == Sa94Archive::Daily ? seconds_per_day : seconds_per_hour;
-    const double hours = static_cast<double>(period) / seconds_per_hour;
+    const std::int64_t period = archive_ == Sa94Archive::Daily ? SecondsPerDay : SecondsPerHour;
+    const double hours = static_cast<double>(period) / SecondsPerHour;
     Sa94Bytes bytes = bare_record(face);
     for (const Part& part : parts_) {
         const double bare = part.column.scale.bare(sa94_amount(*part.quantity, address_, face + period, hours));
@@ -138,9 +138,9 @@ std::vector<Sa94FileValue> sa94_record_files(const Sa94Firmware& firmware, Sa94A
     const std::time_t time = sa94_record_time(archive, record);
     if (time == -1) return {};
     if (archive == Sa94Archive::Errors) {
-        return {{"_A57", time, record[0] < over ? 192 : 0, static_cast<double>(record[0] % over)}};
+        return {{"_A57", time, record[0] < Over ? 192 : 0, static_cast<double>(record[0] % Over)}};
     }
-    const std::time_t period = archive == Sa94Archive::Daily ? seconds_per_day : seconds_per_hour;
+    const std::time_t period = archive == Sa94Archive::Daily ? SecondsPerDay : SecondsPerHour;
     std::vector<Sa94FileValue> lines;
     for (const Sa94Column& column : firmware.columns(archive)) {
         // A float is believed, also one of a sensor that is not there.

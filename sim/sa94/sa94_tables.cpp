@@ -7,14 +7,14 @@ namespace sim {
 
 namespace {
 
-constexpr Sa94Scale per_hour = {3600.0F, false};       // a flow in seconds
-constexpr Sa94Scale gigajoule = {0.859845F, false};    // to what the files hold
-constexpr Sa94Scale megapascal = {10.197162F, false};  // to kgf/cm2
-constexpr Sa94Scale hundredth = {0.01F, false};        // of a degree
-constexpr Sa94Scale second = {3600.0F, true};          // to hours
-constexpr Sa94Scale half_second = {1800.0F, true};     // to hours
+constexpr Sa94Scale PerHour = {3600.0F, false};        // a flow in seconds
+constexpr Sa94Scale Gigajoule = {0.859845F, false};    // to what the files hold
+constexpr Sa94Scale Megapascal = {10.197162F, false};  // to kgf/cm2
+constexpr Sa94Scale Hundredth = {0.01F, false};        // of a degree
+constexpr Sa94Scale Second = {3600.0F, true};          // to hours
+constexpr Sa94Scale HalfSecond = {1800.0F, true};      // to hours
 
-constexpr Sa94Quantity quantities[] = {
+constexpr Sa94Quantity Quantities[] = {
     // name  file     base  per_hour  swing  of_a_period
     {"IE", 1, 150.0, 0.04175, 0.0, false}, {"E", 2, 0.04, 0.0, 0.008, true},      {"t", 3, 1.0, 0.0, 0.0, true},
     {"IT", 4, 20.0, 1.0, 0.0, false},      {"V1", 5, 1.25, 0.0, 0.125, true},     {"IV1", 6, 300.0, 1.3125, 0.0, false},
@@ -29,68 +29,68 @@ constexpr Sa94Quantity quantities[] = {
 
 // ---- present values
 
-constexpr Sa94Parameter one_pipe[] = {
-    {0, "M1", "M1", per_hour},   {2, "T1", "T1"},   {3, "T2", "T2"},           {5, "dT", "dT"},
-    {7, "IE1", "IE", gigajoule}, {8, "IM1", "IM1"}, {12, "IT1", "IT", second},
+constexpr Sa94Parameter OnePipe[] = {
+    {0, "M1", "M1", PerHour},    {2, "T1", "T1"},   {3, "T2", "T2"},           {5, "dT", "dT"},
+    {7, "IE1", "IE", Gigajoule}, {8, "IM1", "IM1"}, {12, "IT1", "IT", Second},
 };
 
-constexpr Sa94Parameter two_pipes_small[] = {
-    {0, "M1", "M1", per_hour},
-    {1, "M2", "M2", per_hour},
+constexpr Sa94Parameter TwoPipesSmall[] = {
+    {0, "M1", "M1", PerHour},
+    {1, "M2", "M2", PerHour},
     {2, "T1", "T1"},
     {3, "T2", "T2"},
     {4, "T3", "T3"},
     {5, "dT", "dT"},
-    {7, "IE1", "IE", gigajoule},
+    {7, "IE1", "IE", Gigajoule},
     {8, "IM1", "IM1"},
     {9, "IM2", "IM2"},
-    {12, "IT1", "IT", second},
+    {12, "IT1", "IT", Second},
 };
 
-constexpr Sa94Parameter two_volumes[] = {
-    {0, "Q1", "V1", per_hour},
-    {1, "Q2", "V2", per_hour},
+constexpr Sa94Parameter TwoVolumes[] = {
+    {0, "Q1", "V1", PerHour},
+    {1, "Q2", "V2", PerHour},
     {2, "T1", "T1"},
     {3, "T2", "T2"},
     {4, "T3", "T3"},
     {5, "dT", "dT"},
-    {7, "IE1", "IE", gigajoule},
+    {7, "IE1", "IE", Gigajoule},
     {8, "IQ1", "IV1"},
     {9, "IQ2", "IV2"},
-    {12, "IT1", "IT", second},
-    {14, "P1", "P1", megapascal},
-    {15, "P2", "P2", megapascal},
+    {12, "IT1", "IT", Second},
+    {14, "P1", "P1", Megapascal},
+    {15, "P2", "P2", Megapascal},
 };
 
-constexpr Sa94Parameter two_masses[] = {
-    {0, "M1", "M1", per_hour},
-    {1, "M2", "M2", per_hour},
+constexpr Sa94Parameter TwoMasses[] = {
+    {0, "M1", "M1", PerHour},
+    {1, "M2", "M2", PerHour},
     {2, "T1", "T1"},
     {3, "T2", "T2"},
     {4, "T3", "T3"},
     {5, "dT", "dT"},
-    {7, "IE1", "IE", gigajoule},
+    {7, "IE1", "IE", Gigajoule},
     {8, "IM1", "IM1"},
     {9, "IM2", "IM2"},
-    {12, "IT1", "IT", second},
-    {14, "P1", "P1", megapascal},
-    {15, "P2", "P2", megapascal},
+    {12, "IT1", "IT", Second},
+    {14, "P1", "P1", Megapascal},
+    {15, "P2", "P2", Megapascal},
 };
 
-constexpr Sa94Parameter three_channels[] = {
-    {0, "M1", "M1", per_hour},
-    {1, "M2", "M2", per_hour},
+constexpr Sa94Parameter ThreeChannels[] = {
+    {0, "M1", "M1", PerHour},
+    {1, "M2", "M2", PerHour},
     {2, "T1", "T1"},
     {3, "T2", "T2"},
     {4, "T3", "T3"},
     {5, "dT", "dT"},
-    {7, "IE1", "IE", gigajoule},
+    {7, "IE1", "IE", Gigajoule},
     {8, "p1", "p1"},
     {9, "p2", "p2"},
-    {12, "IT1", "IT", second},
+    {12, "IT1", "IT", Second},
     {13, "p3", "p3"},
-    {14, "P1", "P1", megapascal},
-    {15, "P2", "P2", megapascal},
+    {14, "P1", "P1", Megapascal},
+    {15, "P2", "P2", Megapascal},
 };
 
 // ---- hourly records; date at 0, status at 4, hour at 5
@@ -98,54 +98,54 @@ constexpr Sa94Parameter three_channels[] = {
 constexpr bool F = false;  // a float
 constexpr bool W = true;   // a word
 
-constexpr Sa94Column hourly_0[] = {
+constexpr Sa94Column Hourly0[] = {
     {8, F, "V1"}, {12, F, "V2"}, {16, F, "T1"}, {20, F, "T2"}, {24, F, "T3"},
 };
 
-constexpr Sa94Column hourly_5[] = {
-    {8, F, "V1"}, {12, F, "V2"}, {16, F, "T1", hundredth}, {20, F, "T2", hundredth}, {24, F, "T3", hundredth},
+constexpr Sa94Column Hourly5[] = {
+    {8, F, "V1"}, {12, F, "V2"}, {16, F, "T1", Hundredth}, {20, F, "T2", Hundredth}, {24, F, "T3", Hundredth},
 };
 
-constexpr Sa94Column hourly_3_10[] = {
-    {6, W, "t", second},
+constexpr Sa94Column Hourly3And10[] = {
+    {6, W, "t", Second},
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
 };
 
-constexpr Sa94Column hourly_6_7_9[] = {
+constexpr Sa94Column Hourly6And7And9[] = {
     {16, F, "T1"},
     {20, F, "T2"},
     {24, F, "T3"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {40, F, "V1"},
     {44, F, "V2"},
     {48, F, "M1"},
     {52, F, "M2"},
     {56, F, "t"},
-    {60, F, "E", gigajoule},
+    {60, F, "E", Gigajoule},
 };
 
-constexpr Sa94Column hourly_4[] = {
-    {6, W, "t", second},
+constexpr Sa94Column Hourly4[] = {
+    {6, W, "t", Second},
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {40, F, "V1"},
     {44, F, "V2"},
     {48, F, "IV1"},
@@ -153,53 +153,53 @@ constexpr Sa94Column hourly_4[] = {
     {56, F, "IT"},
 };
 
-constexpr Sa94Column hourly_11_12[] = {
-    {6, W, "t", second},
+constexpr Sa94Column Hourly11And12[] = {
+    {6, W, "t", Second},
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {48, F, "IV1"},
     {52, F, "IV2"},
     {56, F, "IT"},
 };
 
-constexpr Sa94Column hourly_14_16[] = {
+constexpr Sa94Column Hourly14And16[] = {
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {52, F, "p3"},
     {56, F, "IT"},
     {60, F, "P3"},
 };
 
-constexpr Sa94Column hourly_15_17[] = {
+constexpr Sa94Column Hourly15And17[] = {
     {8, F, "p1"},
     {12, F, "p2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {52, F, "p3"},
     {56, F, "IT"},
     {60, F, "P3"},
@@ -207,54 +207,54 @@ constexpr Sa94Column hourly_15_17[] = {
 
 // ---- daily records; date at 0
 
-constexpr Sa94Column daily_0[] = {
-    {4, F, "IE", gigajoule}, {8, F, "V1"}, {12, F, "V2"}, {16, F, "T1"}, {20, F, "T2"}, {24, F, "T3"},
+constexpr Sa94Column Daily0[] = {
+    {4, F, "IE", Gigajoule}, {8, F, "V1"}, {12, F, "V2"}, {16, F, "T1"}, {20, F, "T2"}, {24, F, "T3"},
 };
 
-constexpr Sa94Column daily_5[] = {
-    {4, F, "IE", gigajoule},
+constexpr Sa94Column Daily5[] = {
+    {4, F, "IE", Gigajoule},
     {16, F, "T1"},
     {20, F, "T2"},
     {24, F, "T3"},
 };
 
-constexpr Sa94Column daily_3_10[] = {
+constexpr Sa94Column Daily3And10[] = {
     {4, F, "IT"},
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
 };
 
-constexpr Sa94Column daily_4_11_12[] = {
+constexpr Sa94Column Daily4And11And12[] = {
     {4, F, "IT"},
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {48, F, "IV1"},
     {52, F, "IV2"},
 };
 
-constexpr Sa94Column daily_6_7[] = {
-    {4, F, "IE", gigajoule},
+constexpr Sa94Column Daily6And7[] = {
+    {4, F, "IE", Gigajoule},
     {16, F, "T1"},
     {20, F, "T2"},
     {24, F, "T3"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {40, F, "IV1"},
     {44, F, "IV2"},
     {48, F, "IM1"},
@@ -262,13 +262,13 @@ constexpr Sa94Column daily_6_7[] = {
     {56, F, "IT"},
 };
 
-constexpr Sa94Column daily_9[] = {
-    {4, F, "IE", gigajoule},
+constexpr Sa94Column Daily9[] = {
+    {4, F, "IE", Gigajoule},
     {16, F, "T1"},
     {20, F, "T2"},
     {24, F, "T3"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {40, F, "V1"},
     {44, F, "V2"},
     {48, F, "M1"},
@@ -276,72 +276,72 @@ constexpr Sa94Column daily_9[] = {
     {56, F, "t"},
 };
 
-constexpr Sa94Column daily_14_16[] = {
+constexpr Sa94Column Daily14And16[] = {
     {4, F, "IT"},
     {8, F, "IM1"},
     {12, F, "IM2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {52, F, "p3"},
     {60, F, "P3"},
 };
 
-constexpr Sa94Column daily_15_17[] = {
+constexpr Sa94Column Daily15And17[] = {
     {4, F, "IT"},
     {8, F, "p1"},
     {12, F, "p2"},
-    {16, W, "T1", hundredth},
-    {18, W, "T2", hundredth},
-    {20, W, "T3", hundredth},
-    {22, W, "w1", half_second},
-    {24, W, "w2", half_second},
-    {26, W, "w3", half_second},
+    {16, W, "T1", Hundredth},
+    {18, W, "T2", Hundredth},
+    {20, W, "T3", Hundredth},
+    {22, W, "w1", HalfSecond},
+    {24, W, "w2", HalfSecond},
+    {26, W, "w3", HalfSecond},
     {28, F, "IE"},
-    {32, F, "P1", megapascal},
-    {36, F, "P2", megapascal},
+    {32, F, "P1", Megapascal},
+    {36, F, "P2", Megapascal},
     {52, F, "p3"},
     {60, F, "P3"},
 };
 
 // ---- firmwares
 
-constexpr bool small = false;
-constexpr bool large = true;
+constexpr bool Small = false;
+constexpr bool Large = true;
 
-constexpr Sa94Firmware firmwares[] = {
-    {0, "SA94_UNKNOWN", small, {}, hourly_0, daily_0},
-    {1, "100", small},
-    {2, "101", large},
-    {3, "M100", small, one_pipe, hourly_3_10, daily_3_10},
-    {4, "M101", large, {}, hourly_4, daily_4_11_12},
-    {5, "200", small, {}, hourly_5, daily_5},
-    {6, "201", large, two_volumes, hourly_6_7_9, daily_6_7},
-    {7, "MTE1", large, two_volumes, hourly_6_7_9, daily_6_7},
-    {8, "300", small},
-    {9, "301", large, two_volumes, hourly_6_7_9, daily_9},
-    {10, "M300", small, two_pipes_small, hourly_3_10, daily_3_10},
-    {11, "M301", large, two_masses, hourly_11_12, daily_4_11_12},
-    {12, "M401", large, two_masses, hourly_11_12, daily_4_11_12},
-    {13, "M411", large},
-    {14, "M451", large, three_channels, hourly_14_16, daily_14_16},
-    {15, "M461", large, three_channels, hourly_15_17, daily_15_17},
-    {16, "M451-m", large, three_channels, hourly_14_16, daily_14_16},
-    {17, "M461-m", large, three_channels, hourly_15_17, daily_15_17},
+constexpr Sa94Firmware Firmwares[] = {
+    {0, "SA94_UNKNOWN", Small, {}, Hourly0, Daily0},
+    {1, "100", Small},
+    {2, "101", Large},
+    {3, "M100", Small, OnePipe, Hourly3And10, Daily3And10},
+    {4, "M101", Large, {}, Hourly4, Daily4And11And12},
+    {5, "200", Small, {}, Hourly5, Daily5},
+    {6, "201", Large, TwoVolumes, Hourly6And7And9, Daily6And7},
+    {7, "MTE1", Large, TwoVolumes, Hourly6And7And9, Daily6And7},
+    {8, "300", Small},
+    {9, "301", Large, TwoVolumes, Hourly6And7And9, Daily9},
+    {10, "M300", Small, TwoPipesSmall, Hourly3And10, Daily3And10},
+    {11, "M301", Large, TwoMasses, Hourly11And12, Daily4And11And12},
+    {12, "M401", Large, TwoMasses, Hourly11And12, Daily4And11And12},
+    {13, "M411", Large},
+    {14, "M451", Large, ThreeChannels, Hourly14And16, Daily14And16},
+    {15, "M461", Large, ThreeChannels, Hourly15And17, Daily15And17},
+    {16, "M451-m", Large, ThreeChannels, Hourly14And16, Daily14And16},
+    {17, "M461-m", Large, ThreeChannels, Hourly15And17, Daily15And17},
 };
 
 }  // namespace
 
 const Sa94Quantity& sa94_quantity(std::string_view name) {
     const auto* found =
-        std::find_if(std::begin(quantities), std::end(quantities), [&](const auto& row) { return row.name == name; });
-    if (found == std::end(quantities)) throw std::invalid_argument("no quantity " + std::string(name));
+        std::find_if(std::begin(Quantities), std::end(Quantities), [&](const auto& row) { return row.name == name; });
+    if (found == std::end(Quantities)) throw std::invalid_argument("no quantity " + std::string(name));
     return *found;
 }
 
@@ -351,14 +351,14 @@ std::span<const Sa94Column> Sa94Firmware::columns(Sa94Archive archive) const {
 }
 
 std::span<const Sa94Firmware> sa94_firmwares() {
-    return firmwares;
+    return Firmwares;
 }
 
 Sa94Firmware sa94_firmware(const std::string& text) {
     std::string bare = text;
     std::erase(bare, ' ');
     Sa94Firmware best;
-    for (const Sa94Firmware& row : firmwares) {
+    for (const Sa94Firmware& row : Firmwares) {
         if (bare.starts_with(row.name) && row.name.size() > best.name.size()) best = row;
     }
     return best;

@@ -49,9 +49,9 @@ struct Sa94Parameter {
     std::string_view quantity;  ///< what it is when nobody has set it: that of a record, or a rate of one
     Sa94Scale scale = {};
 };
-inline constexpr unsigned sa94_parameter_codes = 16;
-inline constexpr unsigned sa94_code_of_time = 10;
-inline constexpr unsigned sa94_code_of_date = 11;
+inline constexpr unsigned Sa94ParameterCodes = 16;
+inline constexpr unsigned Sa94CodeOfTime = 10;
+inline constexpr unsigned Sa94CodeOfDate = 11;
 
 /// A firmware. One that nobody knows has the id -1 and no tables.
 struct Sa94Firmware {

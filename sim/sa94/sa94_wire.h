@@ -21,7 +21,7 @@ namespace sim {
 enum class Sa94Kind : std::uint8_t { Connect, Block, Parameter, Disconnect };
 
 /// A request, taken apart.
-struct Sa94Request {
+struct Sa94Question {
     Sa94Kind kind = Sa94Kind::Connect;
     std::uint32_t address = 0;   ///< of a Connect
     unsigned segment = 0;        ///< of a Block
@@ -29,11 +29,11 @@ struct Sa94Request {
     unsigned code = 0;           ///< of a Parameter
     bool extended_form = false;  ///< of a Block
 
-    bool operator==(const Sa94Request&) const = default;
+    bool operator==(const Sa94Question&) const = default;
 };
 
 /// Nothing for bytes that are no request, or more than one.
-std::optional<Sa94Request> sa94_request(std::span<const std::uint8_t> bytes);
+std::optional<Sa94Question> sa94_question(std::span<const std::uint8_t> bytes);
 
 /// A number in the meter's floating point: a binary exponent above 2, then sign, and 23 bits of a mantissa that leaves
 /// its leading one out. Throws std::invalid_argument for what has no exponent in it: from 2 to the 127 on, infinity,

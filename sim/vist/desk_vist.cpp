@@ -28,7 +28,7 @@ void dump(const VistMeter& meter, std::ostream& out, const std::string& uuid) {
 }
 
 std::vector<VistDevice> devices(long count) {
-    if (count < 1 || count > static_cast<long>(vist_max_devices)) {
+    if (count < 1 || count > static_cast<long>(VistMaxDevices)) {
         throw std::invalid_argument("devices=" + std::to_string(count) + ": 1 to 6");
     }
     std::vector<VistDevice> all(static_cast<std::size_t>(count));

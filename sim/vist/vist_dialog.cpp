@@ -9,11 +9,11 @@ namespace sim {
 
 namespace {
 
-constexpr int first_timed_version = 102;
+constexpr int FirstTimedVersion = 102;
 
-constexpr const char* unknown_command = "E:CMD";
-constexpr const char* wrong_word = "E:PARAM";
-constexpr const char* wrong_count = "E:NPAR";
+constexpr const char* UnknownCommand = "E:CMD";
+constexpr const char* WrongWord = "E:PARAM";
+constexpr const char* WrongCount = "E:NPAR";
 
 bool is_text(char c) {
     return c >= ' ' && c <= '~';
@@ -54,7 +54,7 @@ std::optional<long> number(std::string_view word) {
 // One reading of something whose inner sum is wrong for a while, or for ever.
 void spoil_while(VistReply& reply, std::size_t& readings) {
     if (readings == 0) return;
-    if (readings != vist_forever) --readings;
+    if (readings != VistForever) --readings;
     vist_spoil_inner_sum(*reply.packet);
 }
 
@@ -67,7 +67,7 @@ struct VistMeter::Command {
     Reply (VistMeter::*answer)(const Words& words, std::time_t now);
 };
 
-const VistMeter::Command VistMeter::commands[] = {
+const VistMeter::Command VistMeter::Commands[] = {
     {"CALL", 1, 1, &VistMeter::call}, {"VDN", 1, 1, &VistMeter::vdn},  {"END", 0, 0, &VistMeter::end},
     {".", 0, 0, &VistMeter::dot},     {"VER", 0, 0, &VistMeter::ver},  {"VDC", 0, 0, &VistMeter::vdc},
     {"/SYS", 2, 2, &VistMeter::sys},  {"/MON", 1, 1, &VistMeter::mon}, {"/ARC/DLD", 1, 2, &VistMeter::arc},
@@ -91,15 +91,15 @@ Answer VistMeter::hear(std::span<const std::uint8_t> request, std::time_t now) {
     const std::string& said = *line;
     note({.at = now, .device = dialog_ ? dialog_->device : before, .line = said}, said);
     if (!reply) return {};
-    return vist_spoil(*reply, faults_.choose(*line, *reply), config_.answer_delay);
+    return vist_spoil(*reply, fault_script.choose(*line, *reply), config_.answer_delay);
 }
 
 VistMeter::Reply VistMeter::obey(const Words& words, std::time_t now) {
-    const auto command = std::find_if(std::begin(commands), std::end(commands),
+    const auto command = std::find_if(std::begin(Commands), std::end(Commands),
                                       [&](const Command& candidate) { return candidate.name == words[0]; });
-    if (command == std::end(commands)) return text(unknown_command);
+    if (command == std::end(Commands)) return text(UnknownCommand);
     const std::size_t given = words.size() - 1;
-    if (given < command->fewest || given > command->most) return text(wrong_count);
+    if (given < command->fewest || given > command->most) return text(WrongCount);
     return (this->*command->answer)(words, now);
 }
 
@@ -142,7 +142,7 @@ VistMeter::Reply VistMeter::call(const Words& /*words*/, std::time_t /*now*/) {
 
 VistMeter::Reply VistMeter::vdn(const Words& words, std::time_t /*now*/) {
     const auto device = number(words[1]);
-    if (!device || *device < 0 || *device >= static_cast<long>(answering_devices())) return text(wrong_word);
+    if (!device || *device < 0 || *device >= static_cast<long>(answering_devices())) return text(WrongWord);
     open(static_cast<unsigned>(*device));
     return name();
 }
@@ -174,7 +174,7 @@ VistMeter::Reply VistMeter::sys(const Words& words, std::time_t /*now*/) {
     if (words[1] == "SPC" && words[2] == "0") return packet(VistSpecials, vist_specials_body(config_));
     if (words[1] == "SPC" && words[2] == "1") return packet(VistDeviceSpecials, vist_device_body(writing(), device));
     if (words[1] == "CFG" && words[2] == "1") return packet(VistDeviceConfig, vist_config_body(device));
-    return text(wrong_word);
+    return text(WrongWord);
 }
 
 VistMeter::Reply VistMeter::mon(const Words& words, std::time_t now) {
@@ -182,25 +182,25 @@ VistMeter::Reply VistMeter::mon(const Words& words, std::time_t now) {
     if (words[1] == "G") {
         return packet(VistIntegrators, vist_integrators_body(writing(), memory, std::nullopt));
     }
-    if (words[1] == "TG" && config_.version >= first_timed_version) {
+    if (words[1] == "TG" && config_.version >= FirstTimedVersion) {
         const VistDate shown = VistWhen(clock(now)).date();
         return packet(VistTimedIntegrators, vist_integrators_body(writing(), memory, shown));
     }
     if (words[1] == "C") return packet(VistMoments, vist_moments_body(writing(), memory));
-    return text(wrong_word);
+    return text(WrongWord);
 }
 
 // ---- archive
 
 VistMeter::Reply VistMeter::arc(const Words& words, std::time_t now) {
     const std::string_view what = words[1];
-    if (words.size() != (what == "SET" ? 3 : 2)) return text(wrong_count);
+    if (words.size() != (what == "SET" ? 3 : 2)) return text(WrongCount);
     if (what == "SET") return archive_set(words[2]);
     if (what == "OLD") return archive_old();
     if (what == "RC") return text("RC=" + std::to_string(header(now, remembering_device()).counts.held));
     if (what == "H") return archive_header(now);
     if (what == "+" || what == "-" || what == "=") return archive_step(what);
-    return text(wrong_word);
+    return text(WrongWord);
 }
 
 VistReply VistMeter::archive_header(std::time_t now) {
@@ -215,8 +215,8 @@ VistReply VistMeter::archive_set(std::string_view position) {
     const VistRing& ring = selected_memory().ring;
     const auto held = static_cast<long>(ring.records().size());
     const auto back = number(position);
-    if (!back || *back < 1 || ring.empty()) return text(wrong_word);
-    if (*back > held && config_.refuses_far_set) return text(wrong_word);
+    if (!back || *back < 1 || ring.empty()) return text(WrongWord);
+    if (*back > held && config_.refuses_far_set) return text(WrongWord);
     dialog_->place = ring.newest() + 1 - static_cast<VistRing::Sequence>(std::min(*back, held));
     dialog_->just_set = true;
     return text("OK");
@@ -224,7 +224,7 @@ VistReply VistMeter::archive_set(std::string_view position) {
 
 VistReply VistMeter::archive_old() {
     const VistRing& ring = selected_memory().ring;
-    if (ring.empty()) return text(wrong_word);
+    if (ring.empty()) return text(WrongWord);
     dialog_->place = ring.oldest();
     dialog_->just_set = true;
     return text("OK");
@@ -232,15 +232,15 @@ VistReply VistMeter::archive_old() {
 
 VistReply VistMeter::archive_step(std::string_view step) {
     VistRing& ring = selected_memory().ring;
-    if (ring.empty()) return text(wrong_word);
+    if (ring.empty()) return text(WrongWord);
     VistRing::Sequence place = std::clamp(dialog_->place, ring.oldest(), ring.newest());  // it may be overwritten
     const bool stays = dialog_->just_set && config_.plus_starts_at_set;
     if (step == "+" && !stays) {
-        if (place == ring.newest()) return text(wrong_word);
+        if (place == ring.newest()) return text(WrongWord);
         ++place;
     }
     if (step == "-") {
-        if (place == ring.oldest()) return text(wrong_word);
+        if (place == ring.oldest()) return text(WrongWord);
         --place;
     }
     dialog_->place = place;

@@ -10,9 +10,9 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t sum_at = 4;
-constexpr std::size_t type_at = 5;
-constexpr std::uint8_t filling = 0x55;
+constexpr std::size_t SumAt = 4;
+constexpr std::size_t TypeAt = 5;
+constexpr std::uint8_t Filling = 0x55;
 
 using Kind = VistFault::Kind;
 
@@ -28,8 +28,8 @@ VistReply with_body(const VistReply& right, const std::string& body) {
 ByteVector filled_up(const VistReply& right, std::size_t length) {
     ByteVector frame = right.bytes();
     if (frame.size() >= length) return frame;
-    if (!right.packet) return with_body(right, right.body + std::string(length - frame.size(), filling)).bytes();
-    frame.resize(length, filling);
+    if (!right.packet) return with_body(right, right.body + std::string(length - frame.size(), Filling)).bytes();
+    frame.resize(length, Filling);
     vist_renew_sum(frame);
     return frame;
 }
@@ -41,7 +41,7 @@ ByteVector spoilt_packet(const ByteVector& right, const VistFault& fault) {
             ++packet[4];
             break;
         case Kind::WrongType:
-            packet[type_at] = static_cast<std::uint8_t>(fault.number);
+            packet[TypeAt] = static_cast<std::uint8_t>(fault.number);
             vist_renew_sum(packet);
             break;
         case Kind::WrongMagic:
@@ -60,7 +60,7 @@ ByteVector spoilt_packet(const ByteVector& right, const VistFault& fault) {
 ByteVector cut_off(ByteVector bytes, std::size_t length, bool is_packet) {
     if (length >= bytes.size()) return bytes;
     bytes.resize(length);
-    while (is_packet && bytes.size() > type_at && bytes[sum_at] == vist_sum(std::span(bytes).subspan(type_at))) {
+    while (is_packet && bytes.size() > TypeAt && bytes[SumAt] == vist_sum(std::span(bytes).subspan(TypeAt))) {
         bytes.pop_back();
     }
     return bytes;

@@ -9,7 +9,7 @@ namespace sim {
 
 namespace {
 
-constexpr std::time_t filed_before = 3600;  // a record is dated at the end of its hour, its lines at the beginning
+constexpr std::time_t FiledBefore = 3600;  // a record is dated at the end of its hour, its lines at the beginning
 
 const VistPresentRow* row_named(std::string_view name) {
     for (const auto rows : {vist_integrator_rows(), vist_moment_rows()}) {
@@ -32,10 +32,10 @@ bool fits(std::int64_t number, std::size_t width, bool is_signed) {
 }
 
 std::int64_t scaled(double value, const VistFieldRow& row, const std::array<std::uint8_t, 4>& precision) {
-    constexpr double beyond_all = 1e15;
+    constexpr double BeyondAll = 1e15;
     const int power = row.precision < 0 ? row.power : precision.at(static_cast<std::size_t>(row.precision));
     const double number = std::round(value * std::pow(10.0, power));
-    const bool whole = std::abs(number) < beyond_all;  // also no NaN
+    const bool whole = std::abs(number) < BeyondAll;  // also no NaN
     if (!whole || !fits(static_cast<std::int64_t>(number), row.width, row.is_signed)) {
         throw std::invalid_argument("no room in a record for " + std::to_string(value));
     }
@@ -53,10 +53,10 @@ std::int64_t joined(std::initializer_list<std::uint8_t> lowest_first) {
 }
 
 bool doubtful(double value, VistDoubt doubt) {
-    constexpr double broken_sensor = 500.0;
+    constexpr double BrokenSensor = 500.0;
     switch (doubt) {
         case VistDoubt::From500:
-            return value >= broken_sensor;
+            return value >= BrokenSensor;
         case VistDoubt::AtZero:
             return value == 0.0;
         case VistDoubt::Never:
@@ -135,15 +135,15 @@ VistValue VistMemory::value(std::string_view name) const {
 VistStoredRecord VistMemory::stored(const VistRecord& record) const {
     const auto& s = record.status;
     const auto& r = record.rest;
-    const std::array<double, vist_record_fields> values = {
+    const std::array<double, VistRecordFields> values = {
         record.IT, record.IQ1, record.IQ2,    record.IQ3,    record.IM1,    record.IM2,   record.IM3,
         record.T1, record.T2,  record.T3,     record.T4,     record.P1,     record.P2,    record.P3,
         record.IE, 0.0,        record.share1, record.share2, record.share3, record.share4};
     VistStoredRecord stored{.time = record.at.time(), .date = record.at.date()};
-    for (std::size_t k = 0; k < vist_record_fields; ++k) {
+    for (std::size_t k = 0; k < VistRecordFields; ++k) {
         stored.numbers[k] = scaled(values[k], vist_field_rows()[k], device.precision);
     }
-    stored.numbers[vist_status_field] = joined({s[0], s[1], s[2], s[3]});
+    stored.numbers[VistStatusField] = joined({s[0], s[1], s[2], s[3]});
     stored.numbers[20] = joined({r[0], r[1], r[2]});
     stored.numbers[21] = r[3];
     stored.numbers[22] = r[4];
@@ -162,14 +162,14 @@ std::vector<VistFileValue> vist_record_files(const VistDevice& device, const Vis
     tm.tm_mday = full_hour.day;
     tm.tm_hour = full_hour.hour;
     tm.tm_isdst = -1;
-    const std::time_t time = std::mktime(&tm) - filed_before;
+    const std::time_t time = std::mktime(&tm) - FiledBefore;
 
     std::vector<VistFileValue> lines;
-    for (std::size_t k = 0; k < vist_record_fields; ++k) {
+    for (std::size_t k = 0; k < VistRecordFields; ++k) {
         const VistFieldRow& row = vist_field_rows()[k];
         if (row.file.empty() || (device.archive_mask >> k & 1U) == 0) continue;
         VistFileValue line{.file = std::string(row.file), .time = time};
-        line.integer = k == vist_status_field;
+        line.integer = k == VistStatusField;
         line.value = line.integer ? status_word(record.numbers[k])
                                   : unscaled(record.numbers[k], row.precision, row.power, device);
         line.quality = doubtful(line.value, row.doubt) ? 0 : 192;
@@ -180,7 +180,7 @@ std::vector<VistFileValue> vist_record_files(const VistDevice& device, const Vis
 
 std::vector<VistFileValue> vist_header_files(const VistDevice& device, const VistHeader& header) {
     std::vector<VistFileValue> lines;
-    for (std::size_t k = 0; k < vist_totals; ++k) {
+    for (std::size_t k = 0; k < VistTotals; ++k) {
         const VistTotalRow& row = vist_total_rows()[k];
         if ((device.archive_mask >> row.mask_bit & 1U) == 0) continue;
         const double value = unscaled(header.totals[k], row.precision, row.power, device);

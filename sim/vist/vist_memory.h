@@ -39,7 +39,7 @@ struct VistFieldRow {
     bool is_signed;
     VistDoubt doubt;
 };
-std::span<const VistFieldRow, vist_record_fields> vist_field_rows();
+std::span<const VistFieldRow, VistRecordFields> vist_field_rows();
 
 /// A total of an archive header. All are always there; the mask bit says whether it is filed.
 struct VistTotalRow {
@@ -48,9 +48,9 @@ struct VistTotalRow {
     int precision;
     int power;
 };
-std::span<const VistTotalRow, vist_totals> vist_total_rows();
+std::span<const VistTotalRow, VistTotals> vist_total_rows();
 
-inline constexpr std::size_t vist_status_field = 15;
+inline constexpr std::size_t VistStatusField = 15;
 
 /// The 32-bit word that is filed (or shown, when not for the archive) for status bytes e0..e3.
 std::uint32_t vist_status_word(const std::array<std::uint8_t, 4>& status, bool for_archive);
@@ -102,7 +102,7 @@ class VistMemory {
     VistRing ring;
     std::optional<VistCounts> claimed_counts;
     std::optional<VistWhen> header_time;
-    std::optional<std::array<std::int64_t, vist_totals>> totals;
+    std::optional<std::array<std::int64_t, VistTotals>> totals;
     std::size_t header_bad_readings = 0;
 
   private:

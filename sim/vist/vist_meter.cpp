@@ -10,9 +10,9 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t most_records = 32767;  // the counts of a header are signed numbers of two bytes
-constexpr std::size_t name_width = 12;
-constexpr std::uint8_t little_endian_bit = 0x80;
+constexpr std::size_t MostRecords = 32767;  // the counts of a header are signed numbers of two bytes
+constexpr std::size_t NameWidth = 12;
+constexpr std::uint8_t LittleEndianBit = 0x80;
 
 bool holds_zero(const std::string& text) {
     return text.find('\0') != std::string::npos;
@@ -20,12 +20,12 @@ bool holds_zero(const std::string& text) {
 
 void check(const VistConfig& config) {
     if (config.network < 0) throw std::invalid_argument("a network number is not negative");
-    if (config.devices.empty() || config.devices.size() > vist_max_devices) {
+    if (config.devices.empty() || config.devices.size() > VistMaxDevices) {
         throw std::invalid_argument("a meter has one to six virtual devices");
     }
-    if (config.capacity < 1 || config.capacity > most_records) throw std::invalid_argument("a ring holds 1 to 32767");
+    if (config.capacity < 1 || config.capacity > MostRecords) throw std::invalid_argument("a ring holds 1 to 32767");
     for (const auto& device : config.devices) {
-        if (device.name.size() > name_width) throw std::invalid_argument("a name has up to 12 bytes");
+        if (device.name.size() > NameWidth) throw std::invalid_argument("a name has up to 12 bytes");
     }
     const std::string serial = config.serial_text.value_or("");
     if (holds_zero(config.firmware) || holds_zero(config.model) || holds_zero(serial)) {
@@ -49,9 +49,9 @@ const VistMemory& VistMeter::memory(unsigned device) const {
 }
 
 VistWriting VistMeter::writing() const {
-    const auto rest = static_cast<std::uint8_t>(config_.enumer_rest & ~little_endian_bit);
+    const auto rest = static_cast<std::uint8_t>(config_.enumer_rest & ~LittleEndianBit);
     const bool little = config_.order == VistOrder::Little;
-    return {.order = config_.order, .enumer = static_cast<std::uint8_t>(rest | (little ? little_endian_bit : 0))};
+    return {.order = config_.order, .enumer = static_cast<std::uint8_t>(rest | (little ? LittleEndianBit : 0))};
 }
 
 // ---- present state
@@ -75,12 +75,12 @@ VistDevice& VistMeter::device(unsigned device) {
 // ---- clock
 
 std::time_t VistMeter::clock(std::time_t now) const {
-    return now + clock_.ahead(now);
+    return now + meter_clock.ahead(now);
 }
 
 void VistMeter::set_clock(const VistWhen& shown, std::time_t now) {
     catch_up(now);
-    clock_.set(shown.time() - now, now);
+    meter_clock.set(shown.time() - now, now);
     hours_.pass_over(shown.time());
 }
 
@@ -95,7 +95,7 @@ void VistMeter::record_archives(bool on, const VistWhen& from) {
 }
 
 void VistMeter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     hours_.catch_up(clock(now), next_full_hour, [this](std::time_t time) { record_at(time); });
 }
 
@@ -103,7 +103,7 @@ void VistMeter::record_at(std::time_t time) {
     if (hours_.misses(time)) return;
     for (unsigned device = 0; device < memories_.size(); ++device) {
         VistStoredRecord record{.time = time, .date = VistWhen(time).date()};
-        for (std::size_t field = 0; field < vist_record_fields; ++field) {
+        for (std::size_t field = 0; field < VistRecordFields; ++field) {
             record.numbers[field] = recorded_number(config_.serial, device, time, field);
         }
         memory(device).ring.push(record);
@@ -155,10 +155,10 @@ void VistMeter::set_header_time(std::optional<VistWhen> time, unsigned device) {
     memory(device).header_time = time;
 }
 
-void VistMeter::set_totals(std::optional<std::array<std::int64_t, vist_totals>> totals, unsigned device) {
-    constexpr std::int64_t widest = 0xFFFFFFFF;  // of all but the last, which has eight bytes
-    for (std::size_t k = 0; totals && k + 1 < vist_totals; ++k) {
-        if ((*totals)[k] < 0 || (*totals)[k] > widest) throw std::invalid_argument("no room in a header for a total");
+void VistMeter::set_totals(std::optional<std::array<std::int64_t, VistTotals>> totals, unsigned device) {
+    constexpr std::int64_t Widest = 0xFFFFFFFF;  // of all but the last, which has eight bytes
+    for (std::size_t k = 0; totals && k + 1 < VistTotals; ++k) {
+        if ((*totals)[k] < 0 || (*totals)[k] > Widest) throw std::invalid_argument("no room in a header for a total");
     }
     memory(device).totals = totals;
 }
@@ -173,7 +173,7 @@ void VistMeter::swap_for(VistConfig config) {
     }
     memories_ = std::move(memories);
     config_ = std::move(config);
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
     dialog_.reset();
 }
 
@@ -193,7 +193,7 @@ VistHeader VistMeter::header(std::time_t now, unsigned device) const {
     const VistWhen when = memory.header_time.value_or(last_full_hour(clock(now)));
     VistHeader header{.time = when.time(), .date = when.date()};
     header.counts = memory.claimed_counts.value_or(memory.ring.counts());
-    for (std::size_t k = 0; k < vist_totals; ++k) {
+    for (std::size_t k = 0; k < VistTotals; ++k) {
         header.totals[k] = memory.totals ? (*memory.totals)[k] : recorded_total(config_.serial, device, header.time, k);
     }
     return header;

@@ -126,16 +126,16 @@ class VistMeter final : public MeterLife<VistFault, VistHeard, std::string> {
                                        std::size_t total);
 
     /// Each names the newest record of that date; std::out_of_range when there is none.
-    void spoil_record(const VistWhen& at, std::size_t readings = vist_forever, unsigned device = 0);  ///< inner sum
+    void spoil_record(const VistWhen& at, std::size_t readings = VistForever, unsigned device = 0);  ///< inner sum
     void erase_record(const VistWhen& at, unsigned device = 0);   ///< reads as 0xFF from now on
     void remove_record(const VistWhen& at, unsigned device = 0);  ///< leaves a hole, and one record less
     void erase_archive(unsigned device = 0);
 
-    void spoil_header(std::size_t readings = vist_forever, unsigned device = 0);
+    void spoil_header(std::size_t readings = VistForever, unsigned device = 0);
     /// The header tells these from now on; std::nullopt ends it. A total that is too wide throws std::invalid_argument.
     void claim_counts(std::optional<VistCounts> counts, unsigned device = 0);
     void set_header_time(std::optional<VistWhen> time, unsigned device = 0);
-    void set_totals(std::optional<std::array<std::int64_t, vist_totals>> totals, unsigned device = 0);
+    void set_totals(std::optional<std::array<std::int64_t, VistTotals>> totals, unsigned device = 0);
 
     // ---- another meter
 
@@ -170,7 +170,7 @@ class VistMeter final : public MeterLife<VistFault, VistHeard, std::string> {
         bool just_set = false;  // no record was read since SET or OLD
     };
     struct Command;
-    static const Command commands[];
+    static const Command Commands[];
 
     VistMemory& memory(unsigned device);
     const VistMemory& memory(unsigned device) const;

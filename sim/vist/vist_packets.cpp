@@ -8,19 +8,19 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t sum_at = 4;
-constexpr std::size_t type_at = 5;
-constexpr std::size_t body_at = 6;
-constexpr std::size_t most_in_body = 253;  // the size byte counts sum and type too
-constexpr std::size_t name_width = 12;
-constexpr std::size_t channel_width = 33;
-constexpr std::size_t reserved_width = 16;
-constexpr std::size_t config_size = 26;
-constexpr std::size_t header_size = 62;
-constexpr std::size_t header_sum_at = 1;
-constexpr std::size_t header_sum_from = 2;
-constexpr std::size_t record_sum_at = 6;
-constexpr std::size_t record_sum_from = 7;
+constexpr std::size_t SumAt = 4;
+constexpr std::size_t TypeAt = 5;
+constexpr std::size_t BodyAt = 6;
+constexpr std::size_t MostInBody = 253;  // the size byte counts sum and type too
+constexpr std::size_t NameWidth = 12;
+constexpr std::size_t ChannelWidth = 33;
+constexpr std::size_t ReservedWidth = 16;
+constexpr std::size_t ConfigSize = 26;
+constexpr std::size_t HeaderSize = 62;
+constexpr std::size_t HeaderSumAt = 1;
+constexpr std::size_t HeaderSumFrom = 2;
+constexpr std::size_t RecordSumAt = 6;
+constexpr std::size_t RecordSumFrom = 7;
 
 /// Bytes in the making.
 class Writer {
@@ -73,7 +73,7 @@ void write_channel(Writer& out, const VistChannel& channel) {
     out.byte(channel.scale);
     out.zeros(9);
     out.big_endian(channel.lower, 4);
-    out.zeros(channel_width - 23);
+    out.zeros(ChannelWidth - 23);
 }
 
 }  // namespace
@@ -85,7 +85,7 @@ std::uint8_t vist_sum(std::span<const std::uint8_t> bytes) {
 }
 
 ByteVector vist_packet(std::uint8_t type, std::span<const std::uint8_t> body) {
-    if (body.size() > most_in_body) throw std::invalid_argument("a packet has no room for that");
+    if (body.size() > MostInBody) throw std::invalid_argument("a packet has no room for that");
     ByteVector packet = {'H', 'P', 'T', static_cast<std::uint8_t>(body.size() + 2), 0, type};
     std::copy(body.begin(), body.end(), std::back_inserter(packet));
     vist_renew_sum(packet);
@@ -128,7 +128,7 @@ ByteVector vist_device_body(const VistWriting& writing, const VistDevice& device
     const VistFormula& formula = device.formula;
     Writer out(writing.order);
     std::string name = device.name;
-    name.resize(name_width);
+    name.resize(NameWidth);
     out.text(name);
     out.big_endian(device.type, 4);
     for (const VistChannel& channel : device.channels) write_channel(out, channel);
@@ -141,7 +141,7 @@ ByteVector vist_device_body(const VistWriting& writing, const VistDevice& device
     out.zeros(6);  // two more formulas, not in use
     out.byte(formula.iG3);
     out.byte(formula.iT4);
-    out.zeros(reserved_width - 2);
+    out.zeros(ReservedWidth - 2);
     out.number(device.active_errors, 4);
     return out.take();
 }
@@ -150,7 +150,7 @@ ByteVector vist_config_body(const VistDevice& device) {
     Writer out(VistOrder::Big);
     out.zeros(12);
     for (const auto diameter : device.DN) out.big_endian(diameter, 2);
-    out.zeros(config_size - out.size());
+    out.zeros(ConfigSize - out.size());
     return out.take();
 }
 
@@ -160,17 +160,17 @@ ByteVector vist_header_body(const VistWriting& writing, const VistMemory& memory
     out.byte(1);
     out.byte(0);  // the sum, below
     out.byte(0);
-    out.byte(header_size);
+    out.byte(HeaderSize);
     out.byte(writing.enumer);
     out.byte(device);
     out.number(memory.device.archive_mask, 4);
     for (const auto count : {header.counts.held, header.counts.newest, header.counts.most}) out.number(count, 2);
     out.date(header.date);
-    for (std::size_t k = 0; k + 1 < vist_totals; ++k) out.number(header.totals[k], 4);
+    for (std::size_t k = 0; k + 1 < VistTotals; ++k) out.number(header.totals[k], 4);
     out.number(header.totals.back(), 8);
     for (const auto precision : memory.device.precision) out.byte(precision);
     ByteVector body = out.take();
-    body[header_sum_at] = vist_sum(std::span(body).subspan(header_sum_from));
+    body[HeaderSumAt] = vist_sum(std::span(body).subspan(HeaderSumFrom));
     return body;
 }
 
@@ -178,26 +178,26 @@ ByteVector vist_record_body(const VistWriting& writing, std::uint32_t mask, cons
     Writer out(writing.order);
     out.date(record.date);
     out.byte(0);  // the sum, below
-    for (std::size_t bit = 0; bit < vist_record_fields; ++bit) {
+    for (std::size_t bit = 0; bit < VistRecordFields; ++bit) {
         if ((mask >> bit & 1U) == 0) continue;
         out.number(record.numbers[bit], vist_field_rows()[bit].width);
     }
     ByteVector body = out.take();
     if (record.erased) return ByteVector(body.size(), 0xFF);
-    body[record_sum_at] = vist_sum(std::span(body).subspan(record_sum_from));
+    body[RecordSumAt] = vist_sum(std::span(body).subspan(RecordSumFrom));
     return body;
 }
 
 bool vist_spoil_inner_sum(ByteVector& packet) {
-    if (packet.size() <= body_at + record_sum_at) return false;
-    if (packet[type_at] != VistArchiveHeader && packet[type_at] != VistArchiveRecord) return false;
-    ++packet[body_at + (packet[type_at] == VistArchiveHeader ? header_sum_at : record_sum_at)];
+    if (packet.size() <= BodyAt + RecordSumAt) return false;
+    if (packet[TypeAt] != VistArchiveHeader && packet[TypeAt] != VistArchiveRecord) return false;
+    ++packet[BodyAt + (packet[TypeAt] == VistArchiveHeader ? HeaderSumAt : RecordSumAt)];
     vist_renew_sum(packet);
     return true;
 }
 
 void vist_renew_sum(ByteVector& packet) {
-    packet[sum_at] = vist_sum(std::span(packet).subspan(type_at));
+    packet[SumAt] = vist_sum(std::span(packet).subspan(TypeAt));
 }
 
 }  // namespace sim

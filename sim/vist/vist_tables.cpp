@@ -6,10 +6,10 @@ namespace sim {
 
 namespace {
 
-constexpr std::int64_t year_2000 = 946684800;
-constexpr std::int64_t seconds_per_hour = 3600;
+constexpr std::int64_t Year2000 = 946684800;
+constexpr std::int64_t SecondsPerHour = 3600;
 
-constexpr VistPresentRow integrators[] = {
+constexpr VistPresentRow Integrators[] = {
     // name, width, when unset; mask bit at the end of the row
     {"IT", 4, {12345, 0}},         // 0  hours
     {"IQ1", 4, {500125, 2}},       // 1
@@ -21,7 +21,7 @@ constexpr VistPresentRow integrators[] = {
     {"IE", 8, {123456789012, 6}},  // 7
 };
 
-constexpr VistPresentRow moments[] = {
+constexpr VistPresentRow Moments[] = {
     // name, width, when unset; mask bit at the end of the row
     {"Q1", 4, {12500, 3}},  // 0
     {"Q2", 4, {11250, 3}},  // 1
@@ -39,7 +39,7 @@ constexpr VistPresentRow moments[] = {
     {"E", 4, {438750, 6}},  // 13
 };
 
-constexpr VistFieldRow fields[vist_record_fields] = {
+constexpr VistFieldRow Fields[VistRecordFields] = {
     // file, width, which precision, power, signed, doubtful; mask bit at the end of the row
     {"A3", 1, -1, 2, false, VistDoubt::Never},     // 0   hours worked
     {"A5", 4, 0, 0, false, VistDoubt::Never},      // 1   volumes
@@ -66,7 +66,7 @@ constexpr VistFieldRow fields[vist_record_fields] = {
     {"", 1, -1, 0, false, VistDoubt::Never},       // 22
 };
 
-constexpr VistTotalRow totals[vist_totals] = {
+constexpr VistTotalRow Totals[VistTotals] = {
     // file, mask bit, which precision, power
     {"A6", 1, 0, 0},   // volume 1
     {"A8", 2, 1, 0},   // volume 2
@@ -85,7 +85,7 @@ struct StatusBit {
     bool archive_only;
 };
 
-constexpr StatusBit status_bits[] = {
+constexpr StatusBit StatusBits[] = {
     {0, 0x01, 0x00000002, false}, {0, 0x02, 0x00000004, false}, {0, 0x04, 0x00000008, false},
     {0, 0x08, 0x00000010, false}, {0, 0x10, 0x00000020, false}, {0, 0x20, 0x00000040, false},
     {0, 0x40, 0x00000080, false}, {0, 0x80, 0x00000100, false}, {1, 0x01, 0x00020000, false},
@@ -97,30 +97,30 @@ constexpr StatusBit status_bits[] = {
 };
 
 std::int64_t hours_since_2000(std::time_t time) {
-    return (static_cast<std::int64_t>(time) - year_2000) / seconds_per_hour;
+    return (static_cast<std::int64_t>(time) - Year2000) / SecondsPerHour;
 }
 
 }  // namespace
 
 std::span<const VistPresentRow> vist_integrator_rows() {
-    return integrators;
+    return Integrators;
 }
 
 std::span<const VistPresentRow> vist_moment_rows() {
-    return moments;
+    return Moments;
 }
 
-std::span<const VistFieldRow, vist_record_fields> vist_field_rows() {
-    return fields;
+std::span<const VistFieldRow, VistRecordFields> vist_field_rows() {
+    return Fields;
 }
 
-std::span<const VistTotalRow, vist_totals> vist_total_rows() {
-    return totals;
+std::span<const VistTotalRow, VistTotals> vist_total_rows() {
+    return Totals;
 }
 
 std::uint32_t vist_status_word(const std::array<std::uint8_t, 4>& status, bool for_archive) {
     std::uint32_t word = 0;
-    for (const StatusBit& bit : status_bits) {
+    for (const StatusBit& bit : StatusBits) {
         if (bit.archive_only && !for_archive) continue;
         if ((status.at(bit.byte) & bit.mask) != 0) word |= bit.shown;
     }
@@ -128,27 +128,27 @@ std::uint32_t vist_status_word(const std::array<std::uint8_t, 4>& status, bool f
 }
 
 std::int64_t vist_recorded_number(std::uint32_t serial, unsigned device, std::time_t record_time, std::size_t field) {
-    constexpr std::int64_t lowest_temperature[] = {900, 500, 100, 50};
-    constexpr std::int64_t lowest_pressure[] = {60, 40, 20};
-    constexpr std::int64_t hours_per_day = 24;
+    constexpr std::int64_t LowestTemperature[] = {900, 500, 100, 50};
+    constexpr std::int64_t LowestPressure[] = {60, 40, 20};
+    constexpr std::int64_t HoursPerDay = 24;
     const std::int64_t hours = hours_since_2000(record_time);
-    const std::int64_t hour_of_day = hours % hours_per_day;
+    const std::int64_t hour_of_day = hours % HoursPerDay;
     const auto k = static_cast<std::int64_t>(field);
     const std::int64_t mixed = hours * 7 + serial % 1000 + device * 29LL;
     if (field == 0) return 100 - mixed % 10;
     if (field <= 6) return 1000 * k + mixed % 1000;
     if (field == 9 && hour_of_day == 5) return 6000;
-    if (field <= 10) return lowest_temperature[field - 7] + mixed % 64;
+    if (field <= 10) return LowestTemperature[field - 7] + mixed % 64;
     if (field == 12 && hour_of_day == 7) return 0;
-    if (field <= 13) return lowest_pressure[field - 11] + mixed % 16;
+    if (field <= 13) return LowestPressure[field - 11] + mixed % 16;
     if (field == 14) return mixed % 2000 - 500;
-    if (field == vist_status_field) return hour_of_day == 3 ? 0x40000821 : 0;
+    if (field == VistStatusField) return hour_of_day == 3 ? 0x40000821 : 0;
     if (field <= 19) return 10 * (k - 15) + mixed % 10;
     return field == 20 ? 0x030201 : 0x44;
 }
 
 std::int64_t vist_recorded_total(std::uint32_t serial, unsigned device, std::time_t header_time, std::size_t total) {
-    const std::int64_t rate = total + 1 < vist_totals ? static_cast<std::int64_t>(total) + 1 : 1'000'003;
+    const std::int64_t rate = total + 1 < VistTotals ? static_cast<std::int64_t>(total) + 1 : 1'000'003;
     return hours_since_2000(header_time) * rate + serial % 1000 * 8LL + device * 3LL;
 }
 

@@ -20,10 +20,10 @@ using VistDate = Km5Date;
 /// A moment: "2024-03-02 11:00" in local time, kept as it stands, or a time_t.
 using VistWhen = Km5When;
 
-inline constexpr std::size_t vist_max_devices = 6;
-inline constexpr std::size_t vist_channels = 3;
-inline constexpr std::size_t vist_record_fields = 23;
-inline constexpr std::size_t vist_totals = 8;
+inline constexpr std::size_t VistMaxDevices = 6;
+inline constexpr std::size_t VistChannels = 3;
+inline constexpr std::size_t VistRecordFields = 23;
+inline constexpr std::size_t VistTotals = 8;
 
 /// The order of the bytes of a number. The meter names it in bit 7 of `enumer`: set is Little.
 enum class VistOrder { Big, Little };
@@ -60,7 +60,7 @@ struct VistDevice {
     std::string name = "TS1";         ///< Windows-1251, up to 12 bytes; the zero behind it falls away at 12
     std::uint32_t type = 0x02000000;  ///< VDS TYPE; bit 25 says that the value is weighted
     VistFormula formula = {};
-    std::array<VistChannel, vist_channels> channels = {{{123456, 2, 1200}, {60000, 1, 500}, {32, 0, -4}}};
+    std::array<VistChannel, VistChannels> channels = {{{123456, 2, 1200}, {60000, 1, 500}, {32, 0, -4}}};
     std::array<std::int16_t, 3> DN = {50, 40, 25};
     std::uint8_t pt4 = 1;
     std::int16_t dT = 300;
@@ -128,7 +128,7 @@ struct VistRecord {
 };
 
 /// The numbers of a record by mask bit, as the wire carries them. Bits 15 and 20 are bytes; the first is the lowest.
-using VistNumbers = std::array<std::int64_t, vist_record_fields>;
+using VistNumbers = std::array<std::int64_t, VistRecordFields>;
 
 /// A record as the meter has it.
 struct VistStoredRecord {
@@ -138,7 +138,7 @@ struct VistStoredRecord {
     bool erased = false;           ///< reads as 0xFF
     std::size_t bad_readings = 0;  ///< so many readings have a wrong inner sum
 };
-inline constexpr std::size_t vist_forever = std::numeric_limits<std::size_t>::max();
+inline constexpr std::size_t VistForever = std::numeric_limits<std::size_t>::max();
 
 /// The three counts of an archive header.
 struct VistCounts {
@@ -154,7 +154,7 @@ struct VistHeader {
     std::time_t time = 0;
     VistDate date = {};
     VistCounts counts = {};
-    std::array<std::int64_t, vist_totals> totals = {};
+    std::array<std::int64_t, VistTotals> totals = {};
 };
 
 /// One line that a reader of the archive ought to file: in `file`, dated `time`.

@@ -29,7 +29,7 @@ void dump(const ModbusVistMeter& meter, std::ostream& out, const std::string& uu
 }
 
 std::vector<ModbusVistSystem> systems(long count) {
-    if (count < 1 || count > static_cast<long>(modbus_vist_systems)) {
+    if (count < 1 || count > static_cast<long>(ModbusVistSystems)) {
         throw std::invalid_argument("devices=" + std::to_string(count) + ": 1 to 3");
     }
     std::vector<ModbusVistSystem> all(static_cast<std::size_t>(count));
@@ -39,8 +39,8 @@ std::vector<ModbusVistSystem> systems(long count) {
 
 /// What a register holds for one degree, one cubic metre per hour and so on; 1 where a value has no unit of its own.
 double unit(const ModbusVistMeter& meter, const std::string& name, const DeskRules& rules) {
-    constexpr double per_hour = 3600.0;
-    constexpr double energy_steps = 1200.0;
+    constexpr double PerHour = 3600.0;
+    constexpr double EnergySteps = 1200.0;
     if (name.size() != 2) return 1.0;
     switch (name[0]) {
         case 'T':
@@ -52,9 +52,9 @@ double unit(const ModbusVistMeter& meter, const std::string& name, const DeskRul
             return std::pow(10.0, meter.value(std::string("GP") + name[1], rules.now));
         case 'V':
         case 'G':
-            return per_hour;
+            return PerHour;
         case 'E':
-            return energy_steps;
+            return EnergySteps;
         default:
             return 1.0;
     }

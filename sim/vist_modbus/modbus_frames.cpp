@@ -6,40 +6,40 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t shortest_frame = 4;
-constexpr std::size_t longest_frame = 256;
-constexpr std::size_t register_request = 8;
-constexpr std::size_t file_request = 12;
-constexpr std::uint8_t one_group = 7;  // bytes of a group of a file request, behind the byte count
-constexpr std::uint8_t reference_type = 6;
-constexpr std::uint16_t most_registers = 125;
-constexpr std::uint16_t longest_record = 124;  // registers: the byte count of the answer is 250 then
+constexpr std::size_t ShortestFrame = 4;
+constexpr std::size_t LongestFrame = 256;
+constexpr std::size_t RegisterRequest = 8;
+constexpr std::size_t FileRequest = 12;
+constexpr std::uint8_t OneGroup = 7;  // bytes of a group of a file request, behind the byte count
+constexpr std::uint8_t ReferenceType = 6;
+constexpr std::uint16_t MostRegisters = 125;
+constexpr std::uint16_t LongestRecord = 124;  // registers: the byte count of the answer is 250 then
 
 std::uint16_t number_at(std::span<const std::uint8_t> frame, std::size_t place) {
     return static_cast<std::uint16_t>(frame[place] << 8U | frame[place + 1]);
 }
 
 void read_register_request(std::span<const std::uint8_t> frame, ModbusQuestion& question) {
-    if (frame.size() != register_request) {
+    if (frame.size() != RegisterRequest) {
         question.refusal = ModbusWrongValue;
         return;
     }
     question.address = number_at(frame, 2);
     question.count = number_at(frame, 4);
-    if (question.count == 0 || question.count > most_registers) question.refusal = ModbusWrongValue;
+    if (question.count == 0 || question.count > MostRegisters) question.refusal = ModbusWrongValue;
 }
 
 void read_file_request(std::span<const std::uint8_t> frame, ModbusQuestion& question) {
-    if (frame.size() != file_request || frame[2] != one_group) {
+    if (frame.size() != FileRequest || frame[2] != OneGroup) {
         question.refusal = ModbusWrongValue;
         return;
     }
     question.address = number_at(frame, 4);
     question.record = number_at(frame, 6);
     question.count = number_at(frame, 8);
-    if (frame[3] != reference_type) {
+    if (frame[3] != ReferenceType) {
         question.refusal = ModbusUnknownAddress;
-    } else if (question.count == 0 || question.count > longest_record) {
+    } else if (question.count == 0 || question.count > LongestRecord) {
         question.refusal = ModbusWrongValue;
     }
 }
@@ -67,7 +67,7 @@ ByteVector modbus_sealed(ByteVector frame) {
 }
 
 bool modbus_is_whole(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < shortest_frame || bytes.size() > longest_frame) return false;
+    if (bytes.size() < ShortestFrame || bytes.size() > LongestFrame) return false;
     const std::size_t covered = bytes.size() - 2;
     return modbus_crc(bytes.first(covered)) == (bytes[covered] | bytes[covered + 1] << 8U);
 }
@@ -75,11 +75,11 @@ bool modbus_is_whole(std::span<const std::uint8_t> bytes) {
 ModbusQuestion modbus_question(std::span<const std::uint8_t> frame) {
     ModbusQuestion question{.slave = frame[0], .function = frame[1]};
     switch (question.function) {
-        case modbus_read_holding:
-        case modbus_read_input:
+        case ModbusReadHolding:
+        case ModbusReadInput:
             read_register_request(frame, question);
             break;
-        case modbus_read_file:
+        case ModbusReadFile:
             read_file_request(frame, question);
             break;
         default:

@@ -17,9 +17,9 @@
 
 namespace sim {
 
-inline constexpr std::uint8_t modbus_read_holding = 3;
-inline constexpr std::uint8_t modbus_read_input = 4;
-inline constexpr std::uint8_t modbus_read_file = 20;
+inline constexpr std::uint8_t ModbusReadHolding = 3;
+inline constexpr std::uint8_t ModbusReadInput = 4;
+inline constexpr std::uint8_t ModbusReadFile = 20;
 
 enum ModbusException : std::uint8_t {
     ModbusNoException = 0,

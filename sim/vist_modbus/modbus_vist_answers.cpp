@@ -6,11 +6,11 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint8_t reference_type = 6;
-constexpr std::size_t clock_registers = 3;
-constexpr std::size_t first_value = 514;  // of system 0
-constexpr std::size_t last_value = 1078;
-constexpr std::size_t system_stride = 1024;
+constexpr std::uint8_t ReferenceType = 6;
+constexpr std::size_t ClockRegisters = 3;
+constexpr std::size_t FirstValue = 514;  // of system 0
+constexpr std::size_t LastValue = 1078;
+constexpr std::size_t SystemStride = 1024;
 
 /// The registers asked for, out of a block that begins at register `first`; nothing when they are not all in it.
 std::optional<std::span<const std::uint8_t>> part(const ModbusQuestion& question, std::size_t first,
@@ -38,13 +38,13 @@ Answer ModbusVistMeter::hear(std::span<const std::uint8_t> request, std::time_t 
     const ModbusQuestion question = modbus_question(request);
     note({.at = now, .question = question}, {question.function, question.address, question.record});
     const ModbusReply right = answer(question, now);
-    return modbus_spoil(right, faults_.choose(question, right), config_.answer_delay);
+    return modbus_spoil(right, fault_script.choose(question, right), config_.answer_delay);
 }
 
 ModbusReply ModbusVistMeter::answer(const ModbusQuestion& question, std::time_t now) {
     if (question.refusal != ModbusNoException) return refusal(question, question.refusal);
-    if (question.function == modbus_read_holding) return holding(question);
-    if (question.function == modbus_read_input) return input(question, now);
+    if (question.function == ModbusReadHolding) return holding(question);
+    if (question.function == ModbusReadInput) return input(question, now);
     return file(question, now);
 }
 
@@ -63,14 +63,14 @@ ModbusReply ModbusVistMeter::holding(const ModbusQuestion& question) const {
 }
 
 ModbusReply ModbusVistMeter::input(const ModbusQuestion& question, std::time_t now) const {
-    if (question.address < clock_registers) {
+    if (question.address < ClockRegisters) {
         const ByteVector shown = date_bytes(VistWhen(clock(now)).date());
         const auto found = part(question, 0, shown);
         return found ? data(question, *found) : refusal(question, ModbusUnknownAddress);
     }
     for (unsigned system = 0; system < systems_.size(); ++system) {
-        const std::size_t first = first_value + system * system_stride;
-        if (question.address < first || question.address > last_value + system * system_stride) continue;
+        const std::size_t first = FirstValue + system * SystemStride;
+        if (question.address < first || question.address > LastValue + system * SystemStride) continue;
         const ByteVector block = values_of(system, now);
         const auto found = part(question, first, block);
         return found ? data(question, *found) : refusal(question, ModbusUnknownAddress);
@@ -79,11 +79,11 @@ ModbusReply ModbusVistMeter::input(const ModbusQuestion& question, std::time_t n
 }
 
 ByteVector ModbusVistMeter::values_of(unsigned system, std::time_t now) const {
-    ByteVector block(2 * (last_value - first_value + 1), config_.filler);
+    ByteVector block(2 * (LastValue - FirstValue + 1), config_.filler);
     for (const ModbusVistValueRow& row : modbus_vist_value_rows()) {
         const std::uint32_t number = value(std::string(row.name), now, system);
         const std::size_t width = 2 * std::size_t{row.registers};
-        const std::size_t place = 2 * (row.address - first_value);
+        const std::size_t place = 2 * (row.address - FirstValue);
         for (std::size_t k = 0; k < width; ++k) {
             block[place + k] = static_cast<std::uint8_t>(number >> (8 * (width - 1 - k)));
         }
@@ -95,7 +95,7 @@ ModbusReply ModbusVistMeter::file_record(const ModbusQuestion& question, ByteVec
     std::size_t size = 2 * std::size_t{question.count};
     if (config_.short_records && question.record > 0) size = (question.count + 1U) / 2 * 2;
     record.resize(size, config_.filler);
-    ByteVector bytes = {static_cast<std::uint8_t>(size + 1), reference_type};
+    ByteVector bytes = {static_cast<std::uint8_t>(size + 1), ReferenceType};
     bytes.insert(bytes.end(), record.begin(), record.end());
     return data(question, bytes);
 }
@@ -117,7 +117,7 @@ ModbusReply ModbusVistMeter::file(const ModbusQuestion& question, std::time_t no
     }
     ModbusReply reply = file_record(question, modbus_vist_record_bytes(settings.archive_mask, *record));
     if (record->bad_readings > 0) {
-        if (record->bad_readings != vist_forever) --record->bad_readings;
+        if (record->bad_readings != VistForever) --record->bad_readings;
         modbus_spoil_record_sum(reply);
     }
     return reply;

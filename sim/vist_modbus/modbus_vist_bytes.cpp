@@ -8,17 +8,17 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t holding_size = 1336;
-constexpr std::size_t config_system_at = 105;
-constexpr std::size_t config_system_width = 26;
-constexpr std::size_t system_count_at = 197;
-constexpr std::size_t setup_at = 198;
-constexpr std::size_t setup_width = 370;
-constexpr std::size_t archive_at = 1308;
-constexpr std::size_t archive_width = 9;
-constexpr std::size_t channels_at = 16;
-constexpr std::size_t channel_width = 33;
-constexpr std::size_t header_size = 62;
+constexpr std::size_t HoldingSize = 1336;
+constexpr std::size_t ConfigSystemAt = 105;
+constexpr std::size_t ConfigSystemWidth = 26;
+constexpr std::size_t SystemCountAt = 197;
+constexpr std::size_t SetupAt = 198;
+constexpr std::size_t SetupWidth = 370;
+constexpr std::size_t ArchiveAt = 1308;
+constexpr std::size_t ArchiveWidth = 9;
+constexpr std::size_t ChannelsAt = 16;
+constexpr std::size_t ChannelWidth = 33;
+constexpr std::size_t HeaderSize = 62;
 
 /// Bytes of a fixed layout, all big-endian.
 class Image {
@@ -62,7 +62,7 @@ void write_setup(Image& image, std::size_t base, const ModbusVistSystem& system)
     image.number(base + 12, system.parameters, 4);
     for (std::size_t k = 0; k < system.channels.size(); ++k) {
         const ModbusVistChannel& channel = system.channels[k];
-        const std::size_t at = base + channels_at + k * channel_width;
+        const std::size_t at = base + ChannelsAt + k * ChannelWidth;
         image.number(at + 3, channel.divisor, 2);
         image.number(at + 5, channel.upper, 4);
         image.number(at + 9, channel.scale, 1);
@@ -81,7 +81,7 @@ void write_setup(Image& image, std::size_t base, const ModbusVistSystem& system)
 }
 
 void write_archive(Image& image, unsigned number, const ModbusVistSystem& system, std::size_t capacity) {
-    const std::size_t base = archive_at + number * archive_width;
+    const std::size_t base = ArchiveAt + number * ArchiveWidth;
     image.number(base, number, 1);
     image.number(base + 2, system.told_mask.value_or(system.archive_mask), 4);
     image.number(base + 6, capacity, 2);
@@ -90,31 +90,31 @@ void write_archive(Image& image, unsigned number, const ModbusVistSystem& system
 }  // namespace
 
 ByteVector modbus_vist_holding(const ModbusVistConfig& config, std::span<const ModbusVistSystem> systems) {
-    Image image(holding_size, config.filler);
+    Image image(HoldingSize, config.filler);
     image.text(4, 21, config.firmware);
     image.text(25, 21, config.name);
     image.text(46, 59, config.serial_text.value_or(std::to_string(config.serial)));
-    image.number(system_count_at, config.claimed_systems.value_or(static_cast<std::uint8_t>(systems.size())), 1);
-    for (unsigned k = 0; k < modbus_vist_systems; ++k) {
-        const std::size_t config_base = config_system_at + k * config_system_width;
-        const std::size_t setup_base = setup_at + k * setup_width;
+    image.number(SystemCountAt, config.claimed_systems.value_or(static_cast<std::uint8_t>(systems.size())), 1);
+    for (unsigned k = 0; k < ModbusVistSystems; ++k) {
+        const std::size_t config_base = ConfigSystemAt + k * ConfigSystemWidth;
+        const std::size_t setup_base = SetupAt + k * SetupWidth;
         if (k < systems.size()) {
             write_config(image, config_base, systems[k]);
             write_setup(image, setup_base, systems[k]);
             write_archive(image, k, systems[k], config.capacity);
         } else {
-            image.zeros(config_base, config_system_width);
-            image.zeros(setup_base, setup_width);
-            image.zeros(archive_at + k * archive_width, archive_width);
+            image.zeros(config_base, ConfigSystemWidth);
+            image.zeros(setup_base, SetupWidth);
+            image.zeros(ArchiveAt + k * ArchiveWidth, ArchiveWidth);
         }
     }
     return std::move(image.bytes());
 }
 
 ByteVector modbus_vist_header_bytes(const ModbusVistSystem& system, const ModbusVistHeader& header, unsigned number) {
-    Image image(header_size, 0);
+    Image image(HeaderSize, 0);
     image.number(0, 1, 1);
-    image.number(3, header_size, 1);
+    image.number(3, HeaderSize, 1);
     image.number(5, number, 1);
     image.number(6, system.archive_mask, 4);
     image.number(10, header.counts.held, 2);
@@ -125,7 +125,7 @@ ByteVector modbus_vist_header_bytes(const ModbusVistSystem& system, const Modbus
                            header.date.year}) {
         image.number(place++, static_cast<std::uint64_t>(part), 1);
     }
-    for (std::size_t k = 0; k + 1 < vist_totals; ++k) image.number(22 + 4 * k, header.totals[k], 4);
+    for (std::size_t k = 0; k + 1 < VistTotals; ++k) image.number(22 + 4 * k, header.totals[k], 4);
     image.number(50, header.totals.back(), 8);
     for (std::size_t k = 0; k < system.precision.size(); ++k) image.number(58 + k, system.precision[k], 1);
     image.number(1, sum_of(std::span(image.bytes()).subspan(2)), 1);
@@ -134,19 +134,19 @@ ByteVector modbus_vist_header_bytes(const ModbusVistSystem& system, const Modbus
 
 std::size_t modbus_vist_record_size(std::uint32_t mask) {
     std::size_t size = 1;
-    for (std::size_t bit = 0; bit < vist_record_fields; ++bit) {
+    for (std::size_t bit = 0; bit < VistRecordFields; ++bit) {
         if ((mask >> bit & 1U) != 0) size += modbus_vist_field_rows()[bit].width;
     }
     return size;
 }
 
 ByteVector modbus_vist_record_bytes(std::uint32_t mask, const ModbusVistStored& record) {
-    constexpr std::size_t kept_from = 20;
-    constexpr std::uint32_t keeps_places = 1U << 22U;
+    constexpr std::size_t KeptFrom = 20;
+    constexpr std::uint32_t KeepsPlaces = 1U << 22U;
     ByteVector bytes(1);
-    for (std::size_t bit = 0; bit < vist_record_fields; ++bit) {
+    for (std::size_t bit = 0; bit < VistRecordFields; ++bit) {
         const bool set = (mask >> bit & 1U) != 0;
-        const bool kept = bit >= kept_from && (mask & keeps_places) != 0;
+        const bool kept = bit >= KeptFrom && (mask & KeepsPlaces) != 0;
         if (!set && !kept) continue;
         const std::size_t width = modbus_vist_field_rows()[bit].width;
         const auto number = static_cast<std::uint64_t>(set ? record.numbers[bit] : 0);

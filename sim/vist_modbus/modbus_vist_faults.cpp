@@ -8,7 +8,7 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t record_sum_at = 2;  // in the data, behind the head of the file record
+constexpr std::size_t RecordSumAt = 2;  // in the data, behind the head of the file record
 
 using Kind = ModbusFault::Kind;
 
@@ -71,7 +71,7 @@ bool ModbusFault::fits(const ModbusQuestion& question, const ModbusReply& right)
     if (!which.fits(question)) return false;
     switch (kind) {
         case Kind::BadSum:
-            return question.function == modbus_read_file && question.record > 0 && right.data.size() > record_sum_at;
+            return question.function == ModbusReadFile && question.record > 0 && right.data.size() > RecordSumAt;
         case Kind::ByteCount:
             return right.exception == ModbusNoException;
         default:
@@ -139,7 +139,7 @@ Answer modbus_spoil(const ModbusReply& right, const ModbusFault& fault, double d
 }
 
 void modbus_spoil_record_sum(ModbusReply& reply) {
-    if (reply.data.size() > record_sum_at) ++reply.data[record_sum_at];
+    if (reply.data.size() > RecordSumAt) ++reply.data[RecordSumAt];
 }
 
 }  // namespace sim

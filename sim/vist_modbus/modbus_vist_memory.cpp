@@ -8,9 +8,9 @@ namespace sim {
 
 namespace {
 
-constexpr std::int64_t broken_sensor = -1000;
-constexpr std::size_t first_temperature = 7;
-constexpr std::size_t last_temperature = 10;
+constexpr std::int64_t BrokenSensor = -1000;
+constexpr std::size_t FirstTemperature = 7;
+constexpr std::size_t LastTemperature = 10;
 
 bool fits(std::int64_t number, std::size_t width, bool is_signed) {
     const std::int64_t span = std::int64_t{1} << (8 * width);
@@ -22,9 +22,9 @@ int power_of_ten(int precision, int power, const ModbusVistSystem& system) {
 }
 
 std::int64_t scaled(double value, const ModbusVistFieldRow& row, const ModbusVistSystem& system) {
-    constexpr double beyond_all = 1e15;
+    constexpr double BeyondAll = 1e15;
     const double number = std::round(value * std::pow(10.0, power_of_ten(row.precision, row.power, system)));
-    const bool whole = std::abs(number) < beyond_all;  // also no NaN
+    const bool whole = std::abs(number) < BeyondAll;  // also no NaN
     if (!whole || !fits(static_cast<std::int64_t>(number), row.width, row.is_signed)) {
         throw std::invalid_argument("no room in a record for " + std::to_string(value));
     }
@@ -85,20 +85,20 @@ std::vector<ModbusVistStored> ModbusVistRing::oldest_first() const {
 // ---- records
 
 ModbusVistStored modbus_vist_stored(const ModbusVistSystem& system, const ModbusVistRecord& record) {
-    constexpr std::size_t rest20 = 20;
-    constexpr std::uint32_t widest_rest20 = 0xFFFFFF;
-    if (record.rest20 > widest_rest20) throw std::invalid_argument("three bytes have no room for that");
-    const std::array<double, vist_record_fields> values = {
+    constexpr std::size_t Rest20 = 20;
+    constexpr std::uint32_t WidestRest20 = 0xFFFFFF;
+    if (record.rest20 > WidestRest20) throw std::invalid_argument("three bytes have no room for that");
+    const std::array<double, VistRecordFields> values = {
         record.worked, record.V1,     record.V2,     record.V3,     record.M1, record.M2, record.M3,    record.T1,
         record.T2,     record.T3,     record.T4,     record.P1,     record.P2, record.P3, record.E,     0.0,
         record.share1, record.share2, record.share3, record.share4, 0.0,       0.0,       record.share5};
     ModbusVistStored stored{.time = record.at.time()};
-    for (std::size_t k = 0; k < vist_record_fields; ++k) {
+    for (std::size_t k = 0; k < VistRecordFields; ++k) {
         stored.numbers[k] = scaled(values[k], modbus_vist_field_rows()[k], system);
     }
-    stored.numbers[modbus_vist_status_field] = record.status;
-    stored.numbers[rest20] = record.rest20;
-    stored.numbers[rest20 + 1] = record.rest21;
+    stored.numbers[ModbusVistStatusField] = record.status;
+    stored.numbers[Rest20] = record.rest20;
+    stored.numbers[Rest20 + 1] = record.rest21;
     return stored;
 }
 
@@ -106,16 +106,16 @@ ModbusVistStored modbus_vist_stored(const ModbusVistSystem& system, const Modbus
 
 std::vector<VistFileValue> modbus_vist_record_files(const ModbusVistSystem& system, const ModbusVistStored& record) {
     std::vector<VistFileValue> lines;
-    for (std::size_t k = 0; k < vist_record_fields; ++k) {
+    for (std::size_t k = 0; k < VistRecordFields; ++k) {
         const ModbusVistFieldRow& row = modbus_vist_field_rows()[k];
         if (row.file.empty() || (system.archive_mask >> k & 1U) == 0) continue;
         VistFileValue line{.file = std::string(row.file), .time = record.time};
-        line.integer = k == modbus_vist_status_field;
+        line.integer = k == ModbusVistStatusField;
         line.value = line.integer ? modbus_vist_status(static_cast<std::uint32_t>(record.numbers[k]))
                                   : static_cast<double>(record.numbers[k]) /
                                         std::pow(10.0, power_of_ten(row.precision, row.power, system));
-        const bool temperature = k >= first_temperature && k <= last_temperature;
-        line.quality = temperature && record.numbers[k] == broken_sensor ? 0 : 192;
+        const bool temperature = k >= FirstTemperature && k <= LastTemperature;
+        line.quality = temperature && record.numbers[k] == BrokenSensor ? 0 : 192;
         lines.push_back(line);
     }
     return lines;
@@ -124,7 +124,7 @@ std::vector<VistFileValue> modbus_vist_record_files(const ModbusVistSystem& syst
 std::vector<VistFileValue> modbus_vist_header_files(const ModbusVistSystem& system, const ModbusVistHeader& header) {
     const std::uint32_t told = system.told_mask.value_or(system.archive_mask);
     std::vector<VistFileValue> lines;
-    for (std::size_t k = 0; k < vist_totals; ++k) {
+    for (std::size_t k = 0; k < VistTotals; ++k) {
         const ModbusVistTotalRow& row = modbus_vist_total_rows()[k];
         if (!row.always && (told >> row.mask_bit & 1U) == 0) continue;
         const double value =

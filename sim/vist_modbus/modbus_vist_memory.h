@@ -33,7 +33,7 @@ struct ModbusVistFieldRow {
     int power;
     bool is_signed;
 };
-std::span<const ModbusVistFieldRow, vist_record_fields> modbus_vist_field_rows();
+std::span<const ModbusVistFieldRow, VistRecordFields> modbus_vist_field_rows();
 
 /// A total of an archive header. All are always there.
 struct ModbusVistTotalRow {
@@ -43,9 +43,9 @@ struct ModbusVistTotalRow {
     int precision;
     int power;
 };
-std::span<const ModbusVistTotalRow, vist_totals> modbus_vist_total_rows();
+std::span<const ModbusVistTotalRow, VistTotals> modbus_vist_total_rows();
 
-inline constexpr std::size_t modbus_vist_status_field = 15;
+inline constexpr std::size_t ModbusVistStatusField = 15;
 
 /// The word that is filed, or shown, for a status word of the meter.
 std::uint32_t modbus_vist_status(std::uint32_t word);

@@ -10,10 +10,10 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t most_records = 65534;  // places are numbers of two bytes, and readers count one further
-constexpr std::size_t name_width = 12;
-constexpr std::size_t text_width = 21;
-constexpr std::size_t serial_width = 59;
+constexpr std::size_t MostRecords = 65534;  // places are numbers of two bytes, and readers count one further
+constexpr std::size_t NameWidth = 12;
+constexpr std::size_t TextWidth = 21;
+constexpr std::size_t SerialWidth = 59;
 
 void check_text(const std::string& text, std::size_t width) {
     if (text.find('\0') != std::string::npos) throw std::invalid_argument("a zero ends a text");
@@ -29,22 +29,22 @@ const ModbusVistValueRow& value_row(std::string_view name) {
 }
 
 void check_value(const std::string& name, std::uint32_t number) {
-    constexpr std::uint32_t widest_register = 0xFFFF;
-    if (value_row(name).registers == 1 && number > widest_register) {
+    constexpr std::uint32_t WidestRegister = 0xFFFF;
+    if (value_row(name).registers == 1 && number > WidestRegister) {
         throw std::invalid_argument("no room in a register for " + name);
     }
 }
 
 void check(const ModbusVistConfig& config) {
-    if (config.systems.empty() || config.systems.size() > modbus_vist_systems) {
+    if (config.systems.empty() || config.systems.size() > ModbusVistSystems) {
         throw std::invalid_argument("a meter has one to three heat systems");
     }
-    if (config.capacity < 1 || config.capacity > most_records) throw std::invalid_argument("a ring holds 1 to 65534");
-    check_text(config.firmware, text_width);
-    check_text(config.name, text_width);
-    check_text(config.serial_text.value_or(""), serial_width);
+    if (config.capacity < 1 || config.capacity > MostRecords) throw std::invalid_argument("a ring holds 1 to 65534");
+    check_text(config.firmware, TextWidth);
+    check_text(config.name, TextWidth);
+    check_text(config.serial_text.value_or(""), SerialWidth);
     for (const auto& system : config.systems) {
-        check_text(system.name, name_width);
+        check_text(system.name, NameWidth);
         for (const auto& [name, number] : system.values) check_value(name, number);
     }
 }
@@ -79,12 +79,12 @@ ModbusVistSystem& ModbusVistMeter::system(unsigned system) {
 // ---- clock
 
 std::time_t ModbusVistMeter::clock(std::time_t now) const {
-    return now + clock_.ahead(now);
+    return now + meter_clock.ahead(now);
 }
 
 void ModbusVistMeter::set_clock(const VistWhen& shown, std::time_t now) {
     catch_up(now);
-    clock_.set(shown.time() - now, now);
+    meter_clock.set(shown.time() - now, now);
     hours_.pass_over(shown.time());
 }
 
@@ -99,15 +99,15 @@ void ModbusVistMeter::record_archives(bool on, const VistWhen& from) {
 }
 
 void ModbusVistMeter::catch_up(std::time_t now) {
-    clock_.begin(now);
+    meter_clock.begin(now);
     hours_.catch_up(clock(now), next_full_hour, [this](std::time_t end) { record_at_hour(end); });
 }
 
 void ModbusVistMeter::record_at_hour(std::time_t end) {
-    if (hours_.misses(end - seconds_per_hour)) return;
+    if (hours_.misses(end - SecondsPerHour)) return;
     for (unsigned system = 0; system < systems_.size(); ++system) {
-        ModbusVistStored record{.time = end - seconds_per_hour};
-        for (std::size_t field = 0; field < vist_record_fields; ++field) {
+        ModbusVistStored record{.time = end - SecondsPerHour};
+        for (std::size_t field = 0; field < VistRecordFields; ++field) {
             record.numbers[field] = recorded_number(config_.serial, system, record.time, field);
         }
         memories_[system].ring.push(record);
@@ -150,10 +150,10 @@ void ModbusVistMeter::set_header_time(std::optional<VistWhen> time, unsigned sys
     memories_.at(system).header_time = time;
 }
 
-void ModbusVistMeter::set_totals(std::optional<std::array<std::uint64_t, vist_totals>> totals, unsigned system) {
-    constexpr std::uint64_t widest = 0xFFFFFFFF;  // of all but the last, which has eight bytes
-    for (std::size_t k = 0; totals && k + 1 < vist_totals; ++k) {
-        if ((*totals)[k] > widest) throw std::invalid_argument("no room in a header for a total");
+void ModbusVistMeter::set_totals(std::optional<std::array<std::uint64_t, VistTotals>> totals, unsigned system) {
+    constexpr std::uint64_t Widest = 0xFFFFFFFF;  // of all but the last, which has eight bytes
+    for (std::size_t k = 0; totals && k + 1 < VistTotals; ++k) {
+        if ((*totals)[k] > Widest) throw std::invalid_argument("no room in a header for a total");
     }
     memories_.at(system).totals = totals;
 }
@@ -165,7 +165,7 @@ void ModbusVistMeter::swap_for(ModbusVistConfig config) {
     memories_.assign(config.systems.size(), Memory{.ring = ModbusVistRing(config.capacity)});
     systems_ = config.systems;
     config_ = std::move(config);
-    clock_.replace(config_.clock_offset, config_.clock_drift_ppm);
+    meter_clock.replace(config_.clock_offset, config_.clock_drift_ppm);
 }
 
 // ---- what a test looks at
@@ -181,11 +181,11 @@ const ModbusVistStored* ModbusVistMeter::record_at(std::size_t place, unsigned s
 ModbusVistHeader ModbusVistMeter::header(std::time_t now, unsigned system) const {
     const Memory& memory = memories_.at(system);
     const ModbusVistStored* newest = memory.ring.newest();
-    const std::time_t own = newest == nullptr ? last_full_hour(clock(now)) : newest->time + seconds_per_hour;
+    const std::time_t own = newest == nullptr ? last_full_hour(clock(now)) : newest->time + SecondsPerHour;
     const VistWhen when = memory.header_time.value_or(own);
     ModbusVistHeader header{.time = when.time(), .date = when.date()};
     header.counts = memory.claimed_counts.value_or(memory.ring.counts());
-    for (std::size_t k = 0; k < vist_totals; ++k) {
+    for (std::size_t k = 0; k < VistTotals; ++k) {
         header.totals[k] = memory.totals ? (*memory.totals)[k] : recorded_total(config_.serial, system, header.time, k);
     }
     return header;

@@ -108,14 +108,14 @@ class ModbusVistMeter final : public MeterLife<ModbusFault, ModbusHeard, ModbusP
                                         std::size_t total);
 
     /// Each names the newest record of the hour that begins then; std::out_of_range when there is none.
-    void spoil_record(const VistWhen& at, std::size_t readings = vist_forever, unsigned system = 0);  ///< its sum
+    void spoil_record(const VistWhen& at, std::size_t readings = VistForever, unsigned system = 0);  ///< its sum
     void erase_record(const VistWhen& at, unsigned system = 0);  ///< reads as 0xFF from now on
     void erase_archive(unsigned system = 0);
 
     /// The header tells these from now on; std::nullopt ends it. A total that is too wide throws std::invalid_argument.
     void claim_counts(std::optional<ModbusVistCounts> counts, unsigned system = 0);
     void set_header_time(std::optional<VistWhen> time, unsigned system = 0);
-    void set_totals(std::optional<std::array<std::uint64_t, vist_totals>> totals, unsigned system = 0);
+    void set_totals(std::optional<std::array<std::uint64_t, VistTotals>> totals, unsigned system = 0);
 
     // ---- another meter
 
@@ -146,7 +146,7 @@ class ModbusVistMeter final : public MeterLife<ModbusFault, ModbusHeard, ModbusP
         ModbusVistRing ring;
         std::optional<ModbusVistCounts> claimed_counts = std::nullopt;
         std::optional<VistWhen> header_time = std::nullopt;
-        std::optional<std::array<std::uint64_t, vist_totals>> totals = std::nullopt;
+        std::optional<std::array<std::uint64_t, VistTotals>> totals = std::nullopt;
     };
 
     ModbusReply answer(const ModbusQuestion& question, std::time_t now);

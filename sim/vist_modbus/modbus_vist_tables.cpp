@@ -6,10 +6,10 @@ namespace sim {
 
 namespace {
 
-constexpr std::int64_t year_2000 = 946684800;
-constexpr std::int64_t seconds_per_hour = 3600;
+constexpr std::int64_t Year2000 = 946684800;
+constexpr std::int64_t SecondsPerHour = 3600;
 
-constexpr ModbusVistValueRow values[] = {
+constexpr ModbusVistValueRow Values[] = {
     // name, address, registers, when unset, per second
     {"GP1", 514, 1, 3, 0},     // decimals of Q1 and M1
     {"GP2", 515, 1, 3, 0},     // of Q2 and M2
@@ -42,7 +42,7 @@ constexpr ModbusVistValueRow values[] = {
     {"t1", 1078, 1, 0, 1},     // seconds worked in the current hour
 };
 
-constexpr ModbusVistFieldRow fields[vist_record_fields] = {
+constexpr ModbusVistFieldRow Fields[VistRecordFields] = {
     // file, width, which precision, power, signed; mask bit at the end of the row
     {"A3", 1, -1, 2, false},   // 0   hours worked
     {"A5", 4, 0, 0, true},     // 1   volumes
@@ -69,7 +69,7 @@ constexpr ModbusVistFieldRow fields[vist_record_fields] = {
     {"A27", 1, -1, 2, false},  // 22
 };
 
-constexpr ModbusVistTotalRow totals[vist_totals] = {
+constexpr ModbusVistTotalRow Totals[VistTotals] = {
     // file, mask bit, always, which precision, power
     {"A6", 1, true, 0, 0},    // volume 1
     {"A8", 2, true, 1, 0},    // volume 2
@@ -86,7 +86,7 @@ struct StatusBit {
     std::uint32_t shown;
 };
 
-constexpr StatusBit status_bits[] = {
+constexpr StatusBit StatusBits[] = {
     {0, 0x00000002},  {1, 0x00000004},  {2, 0x00000008},  {3, 0x00000010},  {4, 0x00000020},  {5, 0x00000040},
     {6, 0x00000080},  {7, 0x00000100},  {8, 0x00020000},  {9, 0x00040000},  {10, 0x00080000}, {11, 0x00200000},
     {12, 0x00400000}, {13, 0x00100000}, {14, 0x00800000}, {15, 0x01000000}, {24, 0x00000200}, {25, 0x00004000},
@@ -94,26 +94,26 @@ constexpr StatusBit status_bits[] = {
 };
 
 std::int64_t hours_since_2000(std::time_t time) {
-    return (static_cast<std::int64_t>(time) - year_2000) / seconds_per_hour;
+    return (static_cast<std::int64_t>(time) - Year2000) / SecondsPerHour;
 }
 
 }  // namespace
 
 std::span<const ModbusVistValueRow> modbus_vist_value_rows() {
-    return values;
+    return Values;
 }
 
-std::span<const ModbusVistFieldRow, vist_record_fields> modbus_vist_field_rows() {
-    return fields;
+std::span<const ModbusVistFieldRow, VistRecordFields> modbus_vist_field_rows() {
+    return Fields;
 }
 
-std::span<const ModbusVistTotalRow, vist_totals> modbus_vist_total_rows() {
-    return totals;
+std::span<const ModbusVistTotalRow, VistTotals> modbus_vist_total_rows() {
+    return Totals;
 }
 
 std::uint32_t modbus_vist_status(std::uint32_t word) {
     std::uint32_t shown = 0;
-    for (const StatusBit& row : status_bits) {
+    for (const StatusBit& row : StatusBits) {
         if ((word >> row.bit & 1U) != 0) shown |= row.shown;
     }
     return shown;
@@ -121,21 +121,21 @@ std::uint32_t modbus_vist_status(std::uint32_t word) {
 
 std::int64_t modbus_vist_recorded_number(std::uint32_t serial, unsigned system, std::time_t record_time,
                                          std::size_t field) {
-    constexpr std::int64_t lowest_temperature[] = {900, 500, 100, -30};
-    constexpr std::int64_t lowest_pressure[] = {60, 40, 20};
-    constexpr std::int64_t hours_per_day = 24;
-    constexpr std::int64_t broken_sensor = -1000;
+    constexpr std::int64_t LowestTemperature[] = {900, 500, 100, -30};
+    constexpr std::int64_t LowestPressure[] = {60, 40, 20};
+    constexpr std::int64_t HoursPerDay = 24;
+    constexpr std::int64_t BrokenSensor = -1000;
     const std::int64_t hours = hours_since_2000(record_time);
-    const std::int64_t hour_of_day = hours % hours_per_day;
+    const std::int64_t hour_of_day = hours % HoursPerDay;
     const auto k = static_cast<std::int64_t>(field);
     const std::int64_t mixed = hours * 7 + serial % 1000 + system * 29LL;
     if (field == 0) return 100 - mixed % 10;
     if (field <= 6) return 1000 * k + mixed % 1000;
-    if (field == 9 && hour_of_day == 5) return broken_sensor;
-    if (field <= 10) return lowest_temperature[field - 7] + mixed % 64;
-    if (field <= 13) return lowest_pressure[field - 11] + mixed % 16;
+    if (field == 9 && hour_of_day == 5) return BrokenSensor;
+    if (field <= 10) return LowestTemperature[field - 7] + mixed % 64;
+    if (field <= 13) return LowestPressure[field - 11] + mixed % 16;
     if (field == 14) return mixed % 2000 - 500;
-    if (field == modbus_vist_status_field) return hour_of_day == 3 ? 0x42000821 : 0;
+    if (field == ModbusVistStatusField) return hour_of_day == 3 ? 0x42000821 : 0;
     if (field <= 19) return 10 * (k - 15) + mixed % 10;
     if (field == 20) return 0x030201;
     return field == 21 ? 0x44 : 50 + mixed % 10;
@@ -143,7 +143,7 @@ std::int64_t modbus_vist_recorded_number(std::uint32_t serial, unsigned system, 
 
 std::uint64_t modbus_vist_recorded_total(std::uint32_t serial, unsigned system, std::time_t header_time,
                                          std::size_t total) {
-    const std::uint64_t rate = total + 1 < vist_totals ? total + 1 : 1'000'003;
+    const std::uint64_t rate = total + 1 < VistTotals ? total + 1 : 1'000'003;
     const auto hours = static_cast<std::uint64_t>(hours_since_2000(header_time));
     return hours * rate + serial % 1000 * 8ULL + system * 3ULL;
 }

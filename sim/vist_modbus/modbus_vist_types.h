@@ -15,7 +15,7 @@
 
 namespace sim {
 
-inline constexpr std::size_t modbus_vist_systems = 3;
+inline constexpr std::size_t ModbusVistSystems = 3;
 
 /// The limits of a channel: the upper one is divided by 10 to the `scale`, the lower one is so many times smaller.
 struct ModbusVistChannel {
@@ -113,7 +113,7 @@ struct ModbusVistHeader {
     std::time_t time = 0;
     VistDate date = {};
     ModbusVistCounts counts = {};
-    std::array<std::uint64_t, vist_totals> totals = {};  ///< V1 V2 V3 M1 M2 M3, 0.01 hours worked, E
+    std::array<std::uint64_t, VistTotals> totals = {};  ///< V1 V2 V3 M1 M2 M3, 0.01 hours worked, E
 };
 
 /// A request that the meter took for its own.

@@ -21,15 +21,16 @@ std::string archive_path(const std::string& uuid, int subsystem, const std::stri
     return "/mnt/storage/" + uuid + "/" + std::to_string(subsystem) + "/" + directory + "/" + name;
 }
 
-ArchiveFile::ArchiveFile(const std::string& path_, bool locked_) : path(path_), locked(locked_) {}
+ArchiveFile::ArchiveFile(const std::string& whole_path, bool lock) : path(whole_path), locked(lock) {}
 
-ArchiveFile::ArchiveFile(const std::string& uuid, int subsystem, const std::string& name_, int to_tmp)
-    : name(cut(name_, NameBytes)),
-      path(cut(archive_path(uuid, subsystem, to_tmp == 1 ? "tmp_archives" : "tc_archives", name_), PathBytes - 1)) {}
+ArchiveFile::ArchiveFile(const std::string& uuid, int subsystem, const std::string& parameter, int to_tmp)
+    : name(cut(parameter, NameBytes)),
+      path(cut(archive_path(uuid, subsystem, to_tmp == 1 ? "tmp_archives" : "tc_archives", parameter), PathBytes - 1)) {
+}
 
-ArchiveFile::ArchiveFile(const std::string& uuid, const std::string& subsystem, const std::string& name_)
-    : name(cut(name_, NameBytes)),
-      path(cut("/mnt/storage/" + uuid + "/" + subsystem + "/tc_archives/" + name_, PathBytes - 1)) {}
+ArchiveFile::ArchiveFile(const std::string& uuid, const std::string& subsystem, const std::string& parameter)
+    : name(cut(parameter, NameBytes)),
+      path(cut("/mnt/storage/" + uuid + "/" + subsystem + "/tc_archives/" + parameter, PathBytes - 1)) {}
 
 bool ArchiveFile::open(int flags) {
     if (file) return true;

@@ -10,7 +10,7 @@ constexpr std::size_t LongestName = 150;
 
 }  // namespace
 
-NamedBuffer::NamedBuffer(int capacity_, UniLog* log_) : capacity(capacity_), log(log_) {}
+NamedBuffer::NamedBuffer(int most_entries, UniLog* logger) : capacity(most_entries), log(logger) {}
 
 int NamedBuffer::CreateBuffer(const std::string& name, int size) {
     const int index = static_cast<int>(entries.size());

@@ -27,26 +27,26 @@ int open_regular(const std::string& path, int flags, mode_t mode) {
 
 }  // namespace
 
-File::File(const std::string& path, int flags, mode_t mode) : fd_(open_regular(path, flags, mode)) {}
+File::File(const std::string& path, int flags, mode_t mode) : fd(open_regular(path, flags, mode)) {}
 
-File::File(File&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+File::File(File&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
 
 File& File::operator=(File&& other) noexcept {
     if (this != &other) {
         close();
-        fd_ = std::exchange(other.fd_, -1);
+        fd = std::exchange(other.fd, -1);
     }
     return *this;
 }
 
 void File::lock() {
-    if (is_open()) uninterrupted([&] { return gateway().lock_file(fd_); });
+    if (is_open()) uninterrupted([&] { return gateway().lock_file(fd); });
 }
 
 std::size_t File::read(std::span<char> into) {
     std::size_t count = 0;
     while (is_open() && count < into.size()) {
-        const ssize_t got = uninterrupted([&] { return gateway().read_file(fd_, into.subspan(count)); });
+        const ssize_t got = uninterrupted([&] { return gateway().read_file(fd, into.subspan(count)); });
         if (got <= 0) break;
         count += static_cast<std::size_t>(got);
     }
@@ -55,7 +55,7 @@ std::size_t File::read(std::span<char> into) {
 
 bool File::write(std::string_view text) {
     while (is_open() && !text.empty()) {
-        const ssize_t written = uninterrupted([&] { return gateway().write_file(fd_, text); });
+        const ssize_t written = uninterrupted([&] { return gateway().write_file(fd, text); });
         if (written <= 0) break;
         text.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -65,7 +65,7 @@ bool File::write(std::string_view text) {
 bool File::write_from(File& source, off_t size) {
     while (is_open() && source.is_open() && size > 0) {
         const auto rest = static_cast<std::size_t>(size);
-        const ssize_t sent = uninterrupted([&] { return gateway().send_file(fd_, source.fd_, rest); });
+        const ssize_t sent = uninterrupted([&] { return gateway().send_file(fd, source.fd, rest); });
         if (sent <= 0) break;
         size -= static_cast<off_t>(sent);
     }
@@ -73,19 +73,19 @@ bool File::write_from(File& source, off_t size) {
 }
 
 bool File::make_durable() {
-    return is_open() && uninterrupted([&] { return gateway().make_durable(fd_); }) == 0;
+    return is_open() && uninterrupted([&] { return gateway().make_durable(fd); }) == 0;
 }
 
 bool File::resize(off_t size) {
-    return is_open() && uninterrupted([&] { return gateway().resize_file(fd_, size); }) == 0;
+    return is_open() && uninterrupted([&] { return gateway().resize_file(fd, size); }) == 0;
 }
 
 off_t File::seek(off_t offset, int whence) {
-    return gateway().seek_file(fd_, offset, whence);
+    return gateway().seek_file(fd, offset, whence);
 }
 
 bool File::look(struct stat& status) const {
-    return gateway().look_at_file(fd_, status) == 0;
+    return gateway().look_at_file(fd, status) == 0;
 }
 
 bool File::last_line_is_open() {
@@ -94,5 +94,5 @@ bool File::last_line_is_open() {
 }
 
 void File::close() {
-    if (is_open()) gateway().close_file(std::exchange(fd_, -1));
+    if (is_open()) gateway().close_file(std::exchange(fd, -1));
 }

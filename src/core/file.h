@@ -21,10 +21,10 @@ class File {
     File(File&& other) noexcept;
     File& operator=(File&& other) noexcept;
 
-    bool is_open() const { return fd_ >= 0; }
+    bool is_open() const { return fd >= 0; }
     explicit operator bool() const { return is_open(); }
     /// The descriptor, -1 without a file.
-    int descriptor() const { return fd_; }
+    int descriptor() const { return fd; }
 
     /// Waits until nobody else has the exclusive lock, and takes it until the file is closed.
     void lock();
@@ -46,5 +46,5 @@ class File {
     void close();
 
   private:
-    int fd_ = -1;
+    int fd = -1;
 };

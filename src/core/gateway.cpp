@@ -19,7 +19,7 @@ constexpr unsigned long EndOfExchange = 0x3303;  // request of the gateway's ser
 /// Thin calls of the operating system, nothing more.
 class SystemGateway final : public Gateway {
   public:
-    void set_root(const std::string& root) { root_ = root; }
+    void set_root(const std::string& root) { root_folder = root; }
 
     timeval time_of_day() override {
         timeval now{};
@@ -92,7 +92,7 @@ Gateway* g_gateway = &g_system;
 }  // namespace
 
 int Gateway::open_file(const std::string& path, int flags, mode_t mode) {
-    return ::open((root_ + path).c_str(), flags, mode);
+    return ::open((root_folder + path).c_str(), flags, mode);
 }
 
 void Gateway::close_file(int fd) {
@@ -128,27 +128,27 @@ int Gateway::look_at_file(int fd, struct stat& status) {
 }
 
 int Gateway::look_at(const std::string& path, struct stat& status) {
-    return ::stat((root_ + path).c_str(), &status);
+    return ::stat((root_folder + path).c_str(), &status);
 }
 
 int Gateway::look_at_name(const std::string& path, struct stat& status) {
-    return ::lstat((root_ + path).c_str(), &status);
+    return ::lstat((root_folder + path).c_str(), &status);
 }
 
 int Gateway::make_folder(const std::string& path) {
-    return ::mkdir((root_ + path).c_str(), 0777);
+    return ::mkdir((root_folder + path).c_str(), 0777);
 }
 
 int Gateway::make_link(const std::string& target, const std::string& path) {
-    return ::symlink((root_ + target).c_str(), (root_ + path).c_str());
+    return ::symlink((root_folder + target).c_str(), (root_folder + path).c_str());
 }
 
 int Gateway::remove(const std::string& path) {
-    return std::remove((root_ + path).c_str());
+    return std::remove((root_folder + path).c_str());
 }
 
 int Gateway::list_folder(const std::string& path, std::vector<std::string>& names) {
-    DIR* const folder = ::opendir((root_ + path).c_str());
+    DIR* const folder = ::opendir((root_folder + path).c_str());
     if (folder == nullptr) return -1;
     while (const dirent* const entry = ::readdir(folder)) names.emplace_back(entry->d_name);
     ::closedir(folder);

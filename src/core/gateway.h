@@ -77,13 +77,13 @@ class Gateway {
     std::time_t now() { return time_of_day().tv_sec; }
 
     /// The folder that stands for "/", without a slash at its end: empty in the daemon.
-    const std::string& root() const { return root_; }
+    const std::string& root() const { return root_folder; }
     /// Where the configuration service answers.
-    const std::string& service_address() const { return service_address_; }
+    const std::string& service_address() const { return service_url; }
 
   protected:
-    std::string root_;
-    std::string service_address_ = "http://127.0.0.1:8082/";  // the gateway's configuration service, fixed
+    std::string root_folder;
+    std::string service_url = "http://127.0.0.1:8082/";  // the gateway's configuration service, fixed
 };
 
 /// The machine in use: the system's one until another is installed.

@@ -31,11 +31,12 @@ std::string hex_row(const std::uint8_t* data, int length) {
 
 }  // namespace
 
-UniLog::UniLog(int mask_, const std::string& path_, const std::string& name_) : mask(mask_), name(name_), path(path_) {
+UniLog::UniLog(int outputs, const std::string& file_path, const std::string& label)
+    : mask(outputs), name(label), path(file_path) {
     if (!path.empty()) file = File(path, O_RDWR | O_CREAT | O_TRUNC, 0644);
 }
 
-UniLog::UniLog(const std::string& path_, const std::string& name_) : UniLog(0, path_, name_) {}
+UniLog::UniLog(const std::string& file_path, const std::string& label) : UniLog(0, file_path, label) {}
 
 std::unique_ptr<UniLog> open_meter_log(const std::string& uuid, const std::string& ending) {
     return std::make_unique<UniLog>(UniLog::ToFile, "/tmp/uni_logs." + uuid + "." + ending, "");

@@ -18,10 +18,10 @@ TEST(WireBytes, OfANumberComeLowestFirst) {
 }
 
 TEST(WireBytes, WithTheHighestBitSetAreNotNegative) {
-    constexpr std::uint8_t all_set[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-    EXPECT_EQ(le_u16(all_set, 0), 0xFFFFU);
-    EXPECT_EQ(le_u32(all_set, 0), 0xFFFFFFFFU);
-    EXPECT_EQ(le_u64(all_set, 0), 0xFFFFFFFFFFFFFFFFULL);
+    constexpr std::uint8_t AllSet[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    EXPECT_EQ(le_u16(AllSet, 0), 0xFFFFU);
+    EXPECT_EQ(le_u32(AllSet, 0), 0xFFFFFFFFU);
+    EXPECT_EQ(le_u64(AllSet, 0), 0xFFFFFFFFFFFFFFFFULL);
 }
 
 TEST(WireBytes, BehindTheEndOfAnAnswerReadAsZero) {
@@ -40,14 +40,14 @@ TEST(WireBytes, OfAFieldThatWasReceivedInPartAreFollowedByZeros) {
 }
 
 TEST(WireBytes, OfAFloatAreIeeeSinglePrecision) {
-    constexpr std::uint8_t bytes[] = {0x00, 0x00, 0xF1, 0x42,   // 120.5
+    constexpr std::uint8_t Bytes[] = {0x00, 0x00, 0xF1, 0x42,   // 120.5
                                       0x00, 0x00, 0x80, 0xBF,   // -1
                                       0x00, 0x00, 0xC0, 0x7F,   // not a number
                                       0x01, 0x00, 0x00, 0x00};  // the smallest that is not zero
-    EXPECT_EQ(le_float(bytes, 0), 120.5F);
-    EXPECT_EQ(le_float(bytes, 4), -1.0F);
-    EXPECT_TRUE(std::isnan(le_float(bytes, 8)));
-    EXPECT_GT(le_float(bytes, 12), 0.0F);
+    EXPECT_EQ(le_float(Bytes, 0), 120.5F);
+    EXPECT_EQ(le_float(Bytes, 4), -1.0F);
+    EXPECT_TRUE(std::isnan(le_float(Bytes, 8)));
+    EXPECT_GT(le_float(Bytes, 12), 0.0F);
 }
 
 TEST(WireBytes, InBcdAreTwoDigits) {

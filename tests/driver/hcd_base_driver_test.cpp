@@ -112,14 +112,14 @@ TEST_F(BaseDriver, TellsItsBusyHookEightBitsOfTheFlag) {
 std::vector<std::tuple<const std::uint8_t*, std::uintptr_t, std::uintptr_t, int, std::uintptr_t>> data_calls;
 
 TEST_F(BaseDriver, HandsDataToItsDataHook) {
-    constexpr std::uint8_t buffer[] = {1, 2};
+    constexpr std::uint8_t Buffer[] = {1, 2};
     data_calls.clear();
     driver.data_hook = [](const std::uint8_t* data, std::uintptr_t a, std::uintptr_t b, unsigned char flag,
                           std::uintptr_t context) { data_calls.emplace_back(data, a, b, flag, context); };
     driver.set_tty_send(exchange_read_bytes, 42);
-    driver.data_notify(buffer, 3, 4, 5);
+    driver.data_notify(Buffer, 3, 4, 5);
     ASSERT_EQ(data_calls.size(), 1U);
-    EXPECT_EQ(data_calls[0], std::make_tuple(buffer, 3, 4, 5, 42));
+    EXPECT_EQ(data_calls[0], std::make_tuple(Buffer, 3, 4, 5, 42));
 }
 
 // ---- the serial number that a meter reports

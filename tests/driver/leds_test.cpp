@@ -42,9 +42,9 @@ class LedsDeathTest : public ::testing::Test {
         if (!answer.empty()) {
             meter.will_say({{0.1, {answer.begin(), answer.end()}}, {0.3, {answer.begin(), answer.end()}}});
         }
-        constexpr std::uint8_t ask[] = {1, 2, 3};
+        constexpr std::uint8_t Ask[] = {1, 2, 3};
         ExchangeAnswer rx;
-        routine(fd, 10, Bytes(ask), rx, 100, false);
+        routine(fd, 10, Bytes(Ask), rx, 100, false);
         return transmit(scene) == transmitted && receive(scene) == received;
     }
 };

@@ -156,8 +156,8 @@ TEST_F(SystemPort, IsSetAsTold) {
 
 TEST_F(SystemPort, CarriesBytesBothWays) {
     const int fd = open_line(name, LineOfKm5, 3, 2);
-    constexpr std::uint8_t ask[] = {0x00, 0x11, 0x0A, 0xFF};
-    EXPECT_EQ(gateway().write_port(fd, ask), 4);
+    constexpr std::uint8_t Ask[] = {0x00, 0x11, 0x0A, 0xFF};
+    EXPECT_EQ(gateway().write_port(fd, Ask), 4);
     std::vector<std::uint8_t> heard(10);
     EXPECT_EQ(::read(master, heard.data(), heard.size()), 4);
     EXPECT_EQ(::write(master, "\x13\r\x03", 3), 3);

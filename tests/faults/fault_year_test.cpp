@@ -16,7 +16,7 @@
 
 namespace {
 
-const bool private_mounts = faults::enter_private_mounts();
+const bool PrivateMounts = faults::enter_private_mounts();
 
 struct Year {
     const char* family;
@@ -57,7 +57,7 @@ TEST_P(FaultYearTest, NothingThatHoldsAtEveryMomentBreaks) {
     EXPECT_GT(year.calm_looks(), days);
     EXPECT_GT(year.lines_read(), 1000U);
     EXPECT_GT(year.records_found(), 100U);
-    if (!private_mounts) GTEST_SKIP() << "no mounts of its own: the storage was neither full nor read-only";
+    if (!PrivateMounts) GTEST_SKIP() << "no mounts of its own: the storage was neither full nor read-only";
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FaultYearTest, ::testing::ValuesIn(Years), [](const auto& test) {

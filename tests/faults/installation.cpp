@@ -124,8 +124,8 @@ Installation draw_installation(const std::string& family, std::uint64_t seed) {
 }
 
 const std::vector<std::string>& family_names() {
-    static const std::vector<std::string> names = {"KM5", "VIST", "VISTmodbus", "SA94", "SingleBus"};
-    return names;
+    static const std::vector<std::string> Names = {"KM5", "VIST", "VISTmodbus", "SA94", "SingleBus"};
+    return Names;
 }
 
 }  // namespace faults

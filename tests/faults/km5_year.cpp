@@ -263,7 +263,7 @@ class Km5Year final : public YearMeter {
     Variant variant_;
     sim::Km5Meter own_{variant_.config()};
     sim::Km5Meter other_{variant_.config()};
-    std::array<Taken, sim::km5_max_subsystems> taken_ = {};
+    std::array<Taken, sim::Km5MaxSubsystems> taken_ = {};
     std::time_t other_done_ = 0;
     std::time_t next_event_ = 0;
     unsigned event_ = 0;

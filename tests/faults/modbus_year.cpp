@@ -41,7 +41,7 @@ sim::ModbusVistConfig draw_config(int number, Dice& dice) {
                                  .capacity = HoursHeld,
                                  .short_records = dice.one_in(3),
                                  .clock_offset = YearMeter::ClockAhead};
-    const std::size_t count = 1 + dice.below(sim::modbus_vist_systems);
+    const std::size_t count = 1 + dice.below(sim::ModbusVistSystems);
     for (std::size_t n = 0; n < count; ++n) {
         sim::ModbusVistSystem system{.name = "TS" + std::to_string(n + 1)};
         system.archive_mask = Masks[dice.below(std::size(Masks))];
@@ -126,7 +126,7 @@ class ModbusYear final : public YearMeter {
         const auto file = static_cast<std::uint16_t>(archive / Kinds);
         return last_heard((other ? other_ : own_).heard(), [&](const sim::ModbusHeard& heard) {
             const sim::ModbusQuestion& question = heard.question;
-            return question.function == sim::modbus_read_file && question.address == file && question.record != 0;
+            return question.function == sim::ModbusReadFile && question.address == file && question.record != 0;
         });
     }
 
@@ -191,7 +191,7 @@ class ModbusYear final : public YearMeter {
     static void take_header(sim::ModbusVistMeter& meter, unsigned system, std::time_t time,
                             std::vector<YearRecord>& all) {
         sim::ModbusVistHeader header{.time = time};
-        for (std::size_t total = 0; total < sim::vist_totals; ++total) {
+        for (std::size_t total = 0; total < sim::VistTotals; ++total) {
             header.totals[total] = sim::ModbusVistMeter::recorded_total(meter.config().serial, system, time, total);
         }
         const auto values = sim::modbus_vist_header_files(with_all_totals(meter, system), header);

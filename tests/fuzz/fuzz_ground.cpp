@@ -89,13 +89,13 @@ void quiet_stdout() {
 }
 
 const std::string& full_root() {
-    static const MeterFolder folder;
-    return folder.path();
+    static const MeterFolder Folder;
+    return Folder.path();
 }
 
 const std::string& empty_root() {
-    static const Folder folder;
-    return folder.path();
+    static const Folder Folder;
+    return Folder.path();
 }
 
 void empty_directories() {
@@ -105,7 +105,7 @@ void empty_directories() {
 }
 
 FuzzGateway::FuzzGateway(const std::string& root) {
-    root_ = root;
+    root_folder = root;
     set_gateway(this);
 }
 

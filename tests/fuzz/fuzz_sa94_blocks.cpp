@@ -293,8 +293,8 @@ int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const auto names = CurrentParameters;
-    CurrentParameters = names;  // what an earlier run has renamed
+    static const auto Names = CurrentParameters;
+    CurrentParameters = Names;  // what an earlier run has renamed
     FuzzInput input(data, size);
     const std::uint8_t scene = input.byte();
     ::setenv("TZ", (scene & 1) != 0 ? "EET-2EEST,M3.5.0/3,M10.5.0/4" : "UTC0", 1);

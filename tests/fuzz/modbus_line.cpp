@@ -38,7 +38,7 @@ ssize_t ModbusScriptedLine::write_port(int /*fd*/, std::span<const std::uint8_t>
     expect(sealed == request_, "a request has a right CRC");
     coming_.clear();
     heard_.clear();
-    if (input_.empty()) at_end();
+    if (source.empty()) at_end();
     return static_cast<ssize_t>(request.size());
 }
 
@@ -50,11 +50,11 @@ int ModbusScriptedLine::wait_readable(int /*fd*/, std::int64_t microseconds) {
 int ModbusScriptedLine::next_event() {
     read_error_ = 0;
     read_nothing_ = false;
-    if (input_.empty()) {
+    if (source.empty()) {
         at_end();
         return keep_silent();
     }
-    const std::uint8_t head = input_.byte();
+    const std::uint8_t head = source.byte();
     switch (head >> 4) {
         case 0xF:
             return head < 0xF8 ? keep_silent() : 0;
@@ -72,7 +72,7 @@ int ModbusScriptedLine::next_event() {
             break;
     }
     if (head < 0x40) {
-        const auto bytes = input_.bytes(head + 1U);
+        const auto bytes = source.bytes(head + 1U);
         coming_.assign(bytes.begin(), bytes.end());
         piece_ = coming_.size();
         return coming_.empty() ? keep_silent() : 1;
@@ -93,8 +93,8 @@ void ModbusScriptedLine::answer_rightly(std::uint8_t head) {
         coming_[1] |= 0x80;
         coming_.push_back(head);
     } else {
-        const std::uint8_t words = input_.byte();
-        const auto given = input_.bytes(2 * std::min<std::size_t>(words, MostWords));
+        const std::uint8_t words = source.byte();
+        const auto given = source.bytes(2 * std::min<std::size_t>(words, MostWords));
         std::vector<std::uint8_t> data(given.begin(), given.end());
         data.resize((data.size() + 1) / 2 * 2);
         if (request_[1] == FileRecord && words % 2 != 0) {

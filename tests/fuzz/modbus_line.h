@@ -20,7 +20,7 @@
 
 class ModbusScriptedLine : public FuzzGateway {
   public:
-    ModbusScriptedLine(const std::string& root, FuzzInput& input) : FuzzGateway(root), input_(input) {}
+    ModbusScriptedLine(const std::string& root, FuzzInput& input) : FuzzGateway(root), source(input) {}
 
     ssize_t write_port(int fd, std::span<const std::uint8_t> request) override;
     int wait_readable(int fd, std::int64_t microseconds) override;
@@ -34,7 +34,7 @@ class ModbusScriptedLine : public FuzzGateway {
   protected:
     /// The input is used up when somebody asks, or waits.
     virtual void at_end() {}
-    FuzzInput& input_;
+    FuzzInput& source;
 
   private:
     int next_event();

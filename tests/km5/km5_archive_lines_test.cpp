@@ -10,9 +10,9 @@
 
 namespace {
 
-class Km5Lines : public Km5Bench {
+class Km5Lines : public Km5Stand {
   protected:
-    using Km5Bench::Km5Bench;
+    using Km5Stand::Km5Stand;
 
     /// The files of subsystem 1 and what stands in them, without the marker.
     std::vector<std::string> lines() const {

@@ -10,7 +10,7 @@ namespace {
 
 using sim::Km5Archive;
 
-class Km5Walk : public Km5Bench {
+class Km5Walk : public Km5Stand {
   protected:
     static constexpr std::time_t Ten = 1709373600;  // 2024-03-02 10:00:00 UTC
     static constexpr std::time_t Hour = 3600;

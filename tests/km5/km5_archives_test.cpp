@@ -30,7 +30,7 @@ TEST(Km5ArchiveTurns, ComeWhenTheirPeriodIsStrictlyExceededAndHalfAnHourEarlierA
     }
 }
 
-class Km5ArchiveTimes : public Km5Bench {};
+class Km5ArchiveTimes : public Km5Stand {};
 
 TEST_F(Km5ArchiveTimes, TheTimeCountsFromTheAskingWhateverBecomesOfIt) {
     start_driver();
@@ -66,7 +66,7 @@ TEST_F(Km5ArchiveTimes, TheQuestionIsLoggedWithItsTimesAndItsAnswer) {
 
 // ---- bounds
 
-class Km5ArchiveBounds : public Km5Bench {
+class Km5ArchiveBounds : public Km5Stand {
   protected:
     Km5ArchiveBounds() {
         machine.connect(Port, meter);

@@ -12,9 +12,9 @@
 
 namespace {
 
-class Km5Process : public Km5Bench {
+class Km5Process : public Km5Stand {
   protected:
-    using Km5Bench::Km5Bench;
+    using Km5Stand::Km5Stand;
 
     void configure(const std::string& uuid, unsigned serial, const std::string& port = Port) {
         scene.make_tree(uuid);

@@ -24,9 +24,9 @@ class StateTrail : public FileTrail {
     }
 };
 
-class Km5Cycle : public Km5Bench {
+class Km5Cycle : public Km5Stand {
   protected:
-    using Km5Bench::Km5Bench;
+    using Km5Stand::Km5Stand;
 
     /// One poll, the first one at which archives are due as well.
     void poll_with_archives() {

@@ -7,7 +7,7 @@
 
 namespace {
 
-class Km5Description : public Km5Bench {
+class Km5Description : public Km5Stand {
   protected:
     bool describe(sim::Km5Meter& meter, const Km5Setup& setup = {}) {
         machine.connect(Port, meter);
@@ -100,7 +100,7 @@ TEST_F(Km5Description, ALimitThatCannotBeReadIsZero) {
 
 TEST_F(Km5Description, AnAttIsServedWhereOneIsWanted) {
     sim::Km5Meter meter({.model = 3, .att = true});
-    EXPECT_TRUE(describe(meter, {.isATT_mustbe = true}));
+    EXPECT_TRUE(describe(meter, {.must_be_att = true}));
     EXPECT_EQ(item("MeterModel"), "AT-T-3");
     EXPECT_EQ(logged("messages", "model is AT-T-3"), 1);
     EXPECT_EQ(logged("messages", "isATT_mustbe = yes, isATT = yes"), 1);
@@ -118,7 +118,7 @@ TEST_F(Km5Description, AnAttIsRefusedWhereAKm5IsWanted) {
 
 TEST_F(Km5Description, AKm5IsRefusedWhereAnAttIsWanted) {
     sim::Km5Meter meter;
-    EXPECT_FALSE(describe(meter, {.isATT_mustbe = true}));
+    EXPECT_FALSE(describe(meter, {.must_be_att = true}));
     EXPECT_EQ(connected(), "000000");
     EXPECT_EQ(item("MeterModel"), "(none)");
     EXPECT_EQ(requests().size(), 2U);

@@ -8,7 +8,7 @@
 
 namespace {
 
-class Km5Due : public Km5Bench {
+class Km5Due : public Km5Stand {
   protected:
     Km5Due() {
         machine.connect(Port, meter);

@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* Events = "_A57";
 
-class Km5Events : public Km5Bench {
+class Km5Events : public Km5Stand {
   protected:
     std::vector<int> indices() const {
         std::vector<int> all;

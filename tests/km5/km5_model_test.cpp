@@ -23,7 +23,7 @@ ByteVector version(const std::string& text, const std::string& letters) {
     return answer(9, payload);
 }
 
-class Km5Models : public Km5Bench {
+class Km5Models : public Km5Stand {
   protected:
     Km5Models() {
         machine.connect(Port, meter);

@@ -10,7 +10,7 @@ namespace {
 using km5_frames::answer;
 using sim::ByteVector;
 
-class Km5Packs : public Km5Bench {
+class Km5Packs : public Km5Stand {
   protected:
     Km5Packs() {
         machine.connect(Port, meter);

@@ -26,7 +26,7 @@ struct Sequence {
     std::set<std::string> tells;
 };
 
-class Km5PowerCut : public Km5Bench, public ::testing::WithParamInterface<Unsynced> {
+class Km5PowerCut : public Km5Stand, public ::testing::WithParamInterface<Unsynced> {
   protected:
     sim::Km5Meter new_meter() const {
         sim::Km5Meter meter({.model = 2});
@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(Fates, Km5PowerCut, ::testing::Values(Unsynced::Dropped
 
 // ---- a line of which only a part reached the storage
 
-class Km5TornLine : public Km5Bench {
+class Km5TornLine : public Km5Stand {
   protected:
     void torn(const std::string& text) {
         scene.write("/mnt/storage/m1/1/tc_archives/A12", text);

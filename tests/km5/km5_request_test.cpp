@@ -12,7 +12,7 @@ namespace {
 using km5_frames::answer;
 using sim::ByteVector;
 
-class Km5Requests : public Km5Bench {
+class Km5Requests : public Km5Stand {
   protected:
     Km5Requests() {
         machine.connect(Port, meter);
@@ -239,7 +239,7 @@ TEST_F(Km5Requests, APauseFlagHoldsARequestOfADriverThatHeedsItAndOfNoOther) {
 
 // ---- the address from the serial number
 
-class Km5Address : public Km5Bench {
+class Km5Address : public Km5Stand {
   protected:
     std::array<std::uint8_t, 4> of(unsigned serial, bool km56i = false, int subsystem = 0) {
         start_driver({.serial = serial, .km56i = km56i, .systems = Texts(static_cast<std::size_t>(subsystem) + 1)});

@@ -7,7 +7,7 @@
 
 namespace {
 
-class Km5Start : public Km5Bench {};
+class Km5Start : public Km5Stand {};
 
 TEST_F(Km5Start, ADriverIsAKm5WithoutDescription) {
     start_driver();

@@ -10,7 +10,7 @@ namespace {
 using km5_frames::answer;
 using sim::ByteVector;
 
-class Km5Status : public Km5Bench {
+class Km5Status : public Km5Stand {
   protected:
     Km5Status() {
         machine.connect(Port, meter);
@@ -106,7 +106,7 @@ TEST_F(Km5Status, ASilentMeterCosts21ExchangesForThe12RequestsOfAPass) {
 
 // ---- failed pages
 
-class Km5Pages : public Km5Bench {
+class Km5Pages : public Km5Stand {
   protected:
     /// Whether a pass over the pages has found something to publish.
     bool read_pages() {
@@ -200,9 +200,9 @@ TEST_F(Km5Pages, AClockPageThatFailsLeavesTheOldClock) {
     EXPECT_EQ(item("MDateTime"), std::to_string(before));
 }
 
-class Km5SummerClock : public Km5Bench {
+class Km5SummerClock : public Km5Stand {
   protected:
-    Km5SummerClock() : Km5Bench("2024-07-01 12:00:00", Berlin) {}
+    Km5SummerClock() : Km5Stand("2024-07-01 12:00:00", Berlin) {}
 };
 
 TEST_F(Km5SummerClock, AMetersWinterDateIsReadByTheGatewaysSummerTime) {

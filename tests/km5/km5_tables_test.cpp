@@ -134,7 +134,7 @@ TEST(Km5Tables, ArchiveTypesHaveTextsAndAnUnknownOneIsHourly) {
     for (const int type : {-1, 5, 1000}) EXPECT_EQ(std::string(archive_type_name(type)), "Hourly") << type;
 }
 
-class Km5Names : public Km5Bench {};
+class Km5Names : public Km5Stand {};
 
 TEST_F(Km5Names, AnHourlyOrDailyNameIsConvertedAndTheConversionLogged) {
     start_driver();
@@ -182,7 +182,7 @@ constexpr const char* DailyFiles[8] = {
     "A29 A32 A34 A36 A40 A42 A45 A46 A48 A49",
 };
 
-class Km5FilesOfModel : public Km5Bench, public ::testing::WithParamInterface<int> {
+class Km5FilesOfModel : public Km5Stand, public ::testing::WithParamInterface<int> {
   protected:
     std::string files() const {
         std::string all;

@@ -108,7 +108,7 @@ INSTANTIATE_TEST_SUITE_P(Models, Km5ValuesOfModel, ::testing::Values(1, 2, 3, 4,
 
 // ---- a pass over the pages
 
-class Km5ValuePass : public Km5Bench {
+class Km5ValuePass : public Km5Stand {
   protected:
     void publish() {
         EXPECT_TRUE(driver->get_all_current_values());

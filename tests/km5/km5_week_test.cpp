@@ -23,9 +23,9 @@ using sim::Km5Meter;
 constexpr unsigned FirstSerial = 12345678;
 constexpr unsigned SecondSerial = 22345671;
 
-class Km5Week : public Km5Bench {
+class Km5Week : public Km5Stand {
   protected:
-    Km5Week() : Km5Bench("2024-03-27 09:40:00", Berlin) {
+    Km5Week() : Km5Stand("2024-03-27 09:40:00", Berlin) {
         configure("m1", FirstSerial);
         configure("m2", SecondSerial);
         for (Km5Meter* meter : {&first, &second}) {

@@ -22,9 +22,9 @@ class ItemTrail : public FileTrail {
 };
 
 /// A meter of firmware 10 with empty archives, read at 10:05.
-class Sa94Cycle : public Sa94Bench {
+class Sa94Cycle : public Sa94Stand {
   protected:
-    explicit Sa94Cycle(const std::string& start = "2024-03-02 10:05:00") : Sa94Bench(start) {
+    explicit Sa94Cycle(const std::string& start = "2024-03-02 10:05:00") : Sa94Stand(start) {
         meter.put_firmware("M300");
         meter.put_tubes({2, 3, 4}, {2, 3, 4});
         meter.put_parameter(10, {0x00, 0x10, 0x04, 0x58});

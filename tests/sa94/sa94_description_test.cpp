@@ -7,7 +7,7 @@
 
 namespace {
 
-class Sa94Firmware : public Sa94Bench {
+class Sa94Firmware : public Sa94Stand {
   protected:
     Sa94Firmware() { clear_logs(); }
 

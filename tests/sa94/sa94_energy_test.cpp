@@ -17,7 +17,7 @@ constexpr int Hourly = 0;
 constexpr int Daily = 1;
 
 /// Firmware 10 unless a test says otherwise: records of 32 bytes with the energy at byte 28.
-class Sa94EnergyOfRecords : public Sa94Bench {
+class Sa94EnergyOfRecords : public Sa94Stand {
   protected:
     Sa94EnergyOfRecords() { identify(10); }
 

@@ -19,7 +19,7 @@ Sa94Bytes event(int byte, int day, int month, int year, int hour = 8, int minute
         .clock(hour, minute, second);
 }
 
-class Sa94Errors : public Sa94Bench {
+class Sa94Errors : public Sa94Stand {
   protected:
     Sa94Errors() {
         identify(11);

@@ -7,9 +7,9 @@
 
 namespace {
 
-class Sa94Lag : public Sa94Bench {
+class Sa94Lag : public Sa94Stand {
   protected:
-    explicit Sa94Lag(const std::string& start = "2024-03-02 12:05:00") : Sa94Bench(start) {}
+    explicit Sa94Lag(const std::string& start = "2024-03-02 12:05:00") : Sa94Stand(start) {}
 
     void show_clock(std::uint8_t day, std::uint8_t month, std::uint8_t year) {
         meter.put_parameter(10, {0x00, 0x12, 0x00, 0x00});
@@ -77,9 +77,9 @@ TEST_F(Sa94LagInAnotherHour, ALagLeavesThePauseAsItIsAndItIsOverWithoutOne) {
 
 // ---- within a pass
 
-class Sa94PassInAThirdHour : public Sa94Bench {
+class Sa94PassInAThirdHour : public Sa94Stand {
   protected:
-    Sa94PassInAThirdHour() : Sa94Bench("2024-03-02 12:05:00") {
+    Sa94PassInAThirdHour() : Sa94Stand("2024-03-02 12:05:00") {
         meter.put_firmware("M300");
         meter.put_parameter(10, {0x00, 0x12, 0x04, 0x58});
         meter.put_parameter(11, {0x00, 0x02, 0x03, 0x24});

@@ -13,7 +13,7 @@ namespace {
 
 using Sent = std::vector<std::string>;
 
-class Sa94Link : public Sa94Bench {
+class Sa94Link : public Sa94Stand {
   protected:
     Sa94Link() { clear_logs(); }
 

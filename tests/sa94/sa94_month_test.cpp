@@ -27,9 +27,9 @@ constexpr double HoursOfErrors = 6.5;  // between two of them
 constexpr std::size_t Tries = 24;
 constexpr std::array Archives = {Sa94Archive::Errors, Sa94Archive::Hourly, Sa94Archive::Daily};
 
-class Sa94Month : public Sa94ArchiveBench {
+class Sa94Month : public Sa94ArchiveStand {
   protected:
-    Sa94Month() : Sa94ArchiveBench("2024-03-05 09:40:00", Berlin) {
+    Sa94Month() : Sa94ArchiveStand("2024-03-05 09:40:00", Berlin) {
         scene.service.set_meter(Uuid, {.serial = meter.config().address, .port_name = Port, .manufacturer = "SA94"});
         mute_logs();
         scene.clear_tmp();  // no items either: nobody looks at them here

@@ -7,10 +7,10 @@
 
 namespace {
 
-class Sa94Parameters : public Sa94Bench {
+class Sa94Parameters : public Sa94Stand {
   protected:
     explicit Sa94Parameters(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
-        : Sa94Bench(start, zone) {
+        : Sa94Stand(start, zone) {
         clear_logs();
         meter.put_parameter(10, {0x00, 0x10, 0x04, 0x58});
         meter.put_parameter(11, {0x00, 0x02, 0x03, 0x24});

@@ -11,9 +11,9 @@
 
 namespace {
 
-class Sa94Pass : public Sa94ArchiveBench {
+class Sa94Pass : public Sa94ArchiveStand {
   protected:
-    using Sa94ArchiveBench::Sa94ArchiveBench;
+    using Sa94ArchiveStand::Sa94ArchiveStand;
 
     void connect(sim::Sa94Meter& simulated) {
         machine.connect(Port, simulated);
@@ -69,7 +69,7 @@ TEST_P(Sa94PassOf, PublishesEachParameterInItsUnitInTheOrderOfTheCodes) {
         const std::string name(parameter.name);
         const float bare = 10.5F + static_cast<float>(parameter.code);
         simulated.set_value(name, bare);
-        codes.insert({parameter.code, sim::sa94_code_of_time, sim::sa94_code_of_date});
+        codes.insert({parameter.code, sim::Sa94CodeOfTime, sim::Sa94CodeOfDate});
         if (name == "T3" && !t3) continue;
         char text[64];
         std::snprintf(text, sizeof(text), "%f", static_cast<double>(parameter.scale.filed(bare)));

@@ -43,7 +43,7 @@ std::set<std::string> telling(Sa94Archive archive) {
     return names;
 }
 
-class Sa94PowerCut : public Sa94ArchiveBench, public ::testing::WithParamInterface<std::tuple<Unsynced, const char*>> {
+class Sa94PowerCut : public Sa94ArchiveStand, public ::testing::WithParamInterface<std::tuple<Unsynced, const char*>> {
   protected:
     static Unsynced fate() { return std::get<0>(GetParam()); }
 
@@ -268,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(Fates, Sa94EnergyCut,
 
 // ---- a line of which only a part reached the storage
 
-class Sa94TornLine : public Sa94ArchiveBench {
+class Sa94TornLine : public Sa94ArchiveStand {
   protected:
     /// A file as a cut has left it; hours 08:00 and 09:00 are in the meter.
     void torn(const std::string& name, const std::string& text) {

@@ -14,9 +14,9 @@ constexpr int Hourly = 0;
 constexpr int Daily = 1;
 
 /// Firmware 10 unless a test says otherwise: records of 32 bytes, four in a block.
-class Sa94Records : public Sa94Bench {
+class Sa94Records : public Sa94Stand {
   protected:
-    explicit Sa94Records(const std::string& start = "2024-03-02 10:05:00") : Sa94Bench(start) {
+    explicit Sa94Records(const std::string& start = "2024-03-02 10:05:00") : Sa94Stand(start) {
         identify(10);
         clear_logs();
     }

@@ -47,7 +47,7 @@ bool is_blank(const SA94Request& request) {
     return std::all_of(request.response.begin(), request.response.end(), [](int byte) { return byte == 0; });
 }
 
-TEST(Sa94Request, ANewRequestIsEmptyAndWaitsForAnAnswer) {
+TEST(Sa94Question, ANewRequestIsEmptyAndWaitsForAnAnswer) {
     const SA94Request request(0x12345);
     EXPECT_EQ(request.address, 0x12345);
     EXPECT_TRUE(request.must_answer);
@@ -56,7 +56,7 @@ TEST(Sa94Request, ANewRequestIsEmptyAndWaitsForAnAnswer) {
     EXPECT_TRUE(is_blank(request));
 }
 
-TEST(Sa94Request, ResetZeroesBytesAndNothingElse) {
+TEST(Sa94Question, ResetZeroesBytesAndNothingElse) {
     SA94Request request = used();
     request.setDisconnect();
     request.recv_length = 77;
@@ -70,7 +70,7 @@ TEST(Sa94Request, ResetZeroesBytesAndNothingElse) {
     EXPECT_FALSE(request.must_answer);
 }
 
-TEST(Sa94Request, AConnectCarriesTheAddressInThreeBytes) {
+TEST(Sa94Question, AConnectCarriesTheAddressInThreeBytes) {
     EXPECT_EQ(connect_to(0x12345), (Sent{0xC4, 0x46, 0x45}));
     EXPECT_EQ(connect_to(0), (Sent{0xC0, 0x00, 0x00}));
     EXPECT_EQ(connect_to(1), (Sent{0xC0, 0x00, 0x01}));
@@ -80,18 +80,18 @@ TEST(Sa94Request, AConnectCarriesTheAddressInThreeBytes) {
     EXPECT_EQ(connect_to(0x80000), (Sent{0xE0, 0x00, 0x00}));
 }
 
-TEST(Sa94Request, BitsAboveTheTwentiethAreDropped) {
+TEST(Sa94Question, BitsAboveTheTwentiethAreDropped) {
     EXPECT_EQ(connect_to(0xFFFFF), (Sent{0xFF, 0x7F, 0x7F}));
     EXPECT_EQ(connect_to(0x7FF12345), (Sent{0xC4, 0x46, 0x45}));
     EXPECT_EQ(connect_to(0x100000), (Sent{0xC0, 0x00, 0x00}));
 }
 
-TEST(Sa94Request, ANegativeAddressIsShiftedArithmetically) {
+TEST(Sa94Question, ANegativeAddressIsShiftedArithmetically) {
     EXPECT_EQ(connect_to(-1), (Sent{0xFF, 0x7F, 0x7F}));
     EXPECT_EQ(connect_to(-2), (Sent{0xFF, 0x7F, 0x7E}));
 }
 
-TEST(Sa94Request, AConnectHasItsTopBitsSetAndTheAddressBytesBehindItHaveNot) {
+TEST(Sa94Question, AConnectHasItsTopBitsSetAndTheAddressBytesBehindItHaveNot) {
     for (std::int32_t address = 0; address < 0x100000; address += 0x0F1) {
         const Sent bytes = connect_to(address);
         ASSERT_EQ(bytes[0] & 0xC0, 0xC0);
@@ -101,7 +101,7 @@ TEST(Sa94Request, AConnectHasItsTopBitsSetAndTheAddressBytesBehindItHaveNot) {
     }
 }
 
-TEST(Sa94Request, ABlockInTheShortForm) {
+TEST(Sa94Question, ABlockInTheShortForm) {
     EXPECT_EQ(short_block(3, 127), (Sent{0xA3, 0x7F}));
     EXPECT_EQ(short_block(0, 0), (Sent{0xA0, 0x00}));
     EXPECT_EQ(short_block(7, 1), (Sent{0xA7, 0x01}));
@@ -109,7 +109,7 @@ TEST(Sa94Request, ABlockInTheShortForm) {
     EXPECT_EQ(short_block(2, 0xFFFFFFFF), (Sent{0xA2, 0x7F}));
 }
 
-TEST(Sa94Request, ABlockInTheLongForm) {
+TEST(Sa94Question, ABlockInTheLongForm) {
     EXPECT_EQ(long_block(5, 511), (Sent{0xB7, 0x6F, 0x3F}));
     EXPECT_EQ(long_block(2, 64), (Sent{0xB7, 0x51, 0x00}));
     EXPECT_EQ(long_block(0, 0), (Sent{0xB7, 0x40, 0x00}));
@@ -119,7 +119,7 @@ TEST(Sa94Request, ABlockInTheLongForm) {
     EXPECT_EQ(long_block(2, 0xFFFFFFFF), (Sent{0xB7, 0x57, 0x3F}));
 }
 
-TEST(Sa94Request, FirmwareAndTubesAreTwoBlocksInTheShortForm) {
+TEST(Sa94Question, FirmwareAndTubesAreTwoBlocksInTheShortForm) {
     SA94Request request(1);
     request.setReadFirmware();
     EXPECT_EQ(sent(request), (Sent{0xA0, 0x02}));
@@ -127,7 +127,7 @@ TEST(Sa94Request, FirmwareAndTubesAreTwoBlocksInTheShortForm) {
     EXPECT_EQ(sent(request), (Sent{0xA0, 0x00}));
 }
 
-TEST(Sa94Request, AParameterIsOneByte) {
+TEST(Sa94Question, AParameterIsOneByte) {
     SA94Request request(1);
     request.setReadParameter(12);
     EXPECT_EQ(sent(request), (Sent{0x8C}));
@@ -137,7 +137,7 @@ TEST(Sa94Request, AParameterIsOneByte) {
     EXPECT_EQ(sent(request), (Sent{0x8F}));
 }
 
-TEST(Sa94Request, ADisconnectIsOneByteWithoutAnAnswerForGood) {
+TEST(Sa94Question, ADisconnectIsOneByteWithoutAnAnswerForGood) {
     SA94Request request(1);
     request.setDisconnect();
     EXPECT_EQ(sent(request), (Sent{0x01}));
@@ -146,7 +146,7 @@ TEST(Sa94Request, ADisconnectIsOneByteWithoutAnAnswerForGood) {
     EXPECT_FALSE(request.must_answer);
 }
 
-TEST(Sa94Request, EveryBuilderForgetsTheReplyBefore) {
+TEST(Sa94Question, EveryBuilderForgetsTheReplyBefore) {
     using Builder = void (*)(SA94Request&);
     const Builder builders[] = {
         [](SA94Request& request) { request.setConnect(); },

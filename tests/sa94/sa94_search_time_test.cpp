@@ -199,7 +199,7 @@ TEST(Sa94Search, AnAnswerOnTheLastTryIsEnough) {
 
 // ---- what the logs tell
 
-class Sa94SearchLog : public Sa94ArchiveBench {
+class Sa94SearchLog : public Sa94ArchiveStand {
   protected:
     sim::Sa94Meter meter{{.firmware = "M300"}};
 };

@@ -11,9 +11,9 @@ constexpr std::time_t Now = 1709373900;  // 2024-03-02 10:05 UTC
 constexpr std::time_t Hour = 3600;
 constexpr std::time_t Day = 86400;
 
-class Sa94Start : public Sa94Bench {
+class Sa94Start : public Sa94Stand {
   protected:
-    using Sa94Bench::Sa94Bench;
+    using Sa94Stand::Sa94Stand;
 
     /// A file with one line of this time.
     void stored(const std::string& name, std::time_t time) {

@@ -7,7 +7,7 @@
 
 namespace {
 
-class Sa94StatusRead : public Sa94Bench {
+class Sa94StatusRead : public Sa94Stand {
   protected:
     Sa94StatusRead() { clear_logs(); }
 
@@ -60,7 +60,7 @@ TEST_F(Sa94StatusRead, ASilentMeterKeepsItsOldStatus) {
 
 // ---- tubes
 
-class Sa94Tubes : public Sa94Bench {
+class Sa94Tubes : public Sa94Stand {
   protected:
     Sa94Tubes() { clear_logs(); }
 

@@ -66,15 +66,15 @@ TEST(Sa94Tables, ParametersStandInTheOrderOfTheirCodes) {
 // ---- tubes
 
 TEST(Sa94Tables, DiametersByTheirCodes) {
-    constexpr int diameters[] = {10, 15, 25, 40, 50, 80, 100, 150, 200, 300, 400, 6, 10, 10};
-    for (int code = 0; code < static_cast<int>(std::size(diameters)); ++code) {
-        EXPECT_EQ(tube_diameter(code), diameters[code]) << code;
+    constexpr int Diameters[] = {10, 15, 25, 40, 50, 80, 100, 150, 200, 300, 400, 6, 10, 10};
+    for (int code = 0; code < static_cast<int>(std::size(Diameters)); ++code) {
+        EXPECT_EQ(tube_diameter(code), Diameters[code]) << code;
     }
     EXPECT_EQ(tube_diameter(255), 10);
 }
 
 TEST(Sa94Tables, GreatestFlowsByTheirCodes) {
-    constexpr float flows[11][11] = {
+    constexpr float Flows[11][11] = {
         {0.25F, 0.32F, 0.4F, 0.5F, 0.6F, 0.8F, 1, 1.25F, 1.6F, 2, 2.5F},
         {0.6F, 0.8F, 1, 1.25F, 1.6F, 2, 2.5F, 3.2F, 4, 5, 6},
         {1.6F, 2, 2.5F, 3.2F, 4, 5, 6, 8, 10, 12.5F, 16},
@@ -88,7 +88,7 @@ TEST(Sa94Tables, GreatestFlowsByTheirCodes) {
         {400, 500, 600, 800, 1000, 1250, 1600, 2000, 2500, 3200, 4000},
     };
     for (int dn = 0; dn <= 10; ++dn) {
-        for (int q = 0; q <= 10; ++q) EXPECT_EQ(flow_limit(dn, q), flows[dn][q]) << dn << " " << q;
+        for (int q = 0; q <= 10; ++q) EXPECT_EQ(flow_limit(dn, q), Flows[dn][q]) << dn << " " << q;
     }
 }
 
@@ -156,13 +156,13 @@ struct Renaming {
 };
 
 TEST(Sa94Names, FlowsInTheArchivesGoByTheStatus) {
-    constexpr Renaming renamings[] = {
+    constexpr Renaming Renamings[] = {
         {"p1", 0x00, "A12", "A40"}, {"p1", 0x40, "A12", "A40"}, {"p1", 0x04, "A12", "A40"}, {"p1", 0x44, "A6", "A34"},
         {"p2", 0x00, "A14", "A42"}, {"p2", 0x3B, "A14", "A42"}, {"p2", 0x44, "A8", "A36"},  {"p2", 0x7F, "A8", "A36"},
         {"p3", 0x02, "A16", "A44"}, {"p3", 0x08, "A16", "A44"}, {"p3", 0x20, "A16", "A44"}, {"p3", 0x00, "A10", "A38"},
         {"p3", 0x55, "A10", "A38"},
     };
-    for (const Renaming& each : renamings) {
+    for (const Renaming& each : Renamings) {
         for (const int id : {14, 15, 16, 17}) {
             EXPECT_EQ(renameArchiveItem(0, each.name, id, each.status), each.hourly) << each.name << +each.status;
             EXPECT_EQ(renameArchiveItem(1, each.name, id, each.status), each.daily) << each.name << +each.status;

@@ -17,7 +17,7 @@ constexpr std::time_t Hour = 3600;
 constexpr std::time_t Minute = 60;
 constexpr std::time_t Newest = 1709370000;  // 2024-03-02 09:00 UTC
 
-class Sa94ErrorWalk : public Sa94ArchiveBench {
+class Sa94ErrorWalk : public Sa94ArchiveStand {
   protected:
     /// So many errors, a minute apart, that end at 09:00.
     void fill(std::size_t errors) {
@@ -158,10 +158,10 @@ TEST_F(Sa94ErrorWalk, TheLastErrorNotInTheMeterEndsTheRunWithoutADisconnect) {
 
 // ---- hourly and daily records
 
-class Sa94OddWalk : public Sa94ArchiveBench {
+class Sa94OddWalk : public Sa94ArchiveStand {
   protected:
     explicit Sa94OddWalk(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC")
-        : Sa94ArchiveBench(start, zone) {}
+        : Sa94ArchiveStand(start, zone) {}
     void fill(std::size_t records) {
         meter.fill(Sa94Archive::Hourly, {.records = records, .newest = "2024-03-02 09:00"});
     }

@@ -15,7 +15,7 @@ constexpr std::size_t Tries = 24;
 constexpr std::time_t Hour = 3600;
 constexpr std::time_t Newest = 1709370000;  // 2024-03-02 09:00 UTC
 
-class Sa94Walk : public Sa94ArchiveBench {
+class Sa94Walk : public Sa94ArchiveStand {
   protected:
     /// So many hours that end at 09:00 of this day.
     void fill_hours(std::size_t records) {

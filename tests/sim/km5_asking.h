@@ -22,7 +22,7 @@ using sim::Km5Archive;
 using sim::Km5Bounds;
 using sim::Km5Meter;
 
-inline constexpr std::time_t eleven = 1709377200;  // 2024-03-02 11:00:00 UTC
+inline constexpr std::time_t Eleven = 1709377200;  // 2024-03-02 11:00:00 UTC
 
 /// Each test starts in UTC and leaves the zone as it was.
 class Km5Test : public ::testing::Test {
@@ -80,7 +80,7 @@ inline ByteVector joined(const Answer& answer) {
 }
 
 inline ByteVector ask(Km5Meter& meter, std::uint8_t command, std::initializer_list<std::uint8_t> data = {},
-                      unsigned subsystem = 0, std::time_t now = eleven) {
+                      unsigned subsystem = 0, std::time_t now = Eleven) {
     return joined(meter.hear(request(meter.address(subsystem), command, data), now));
 }
 

@@ -28,7 +28,7 @@ TEST_F(SimKm5Archives, GivesARecordAsItWasStored) {
 
 TEST_F(SimKm5Archives, PutsFieldKOfARecordAtThirteenPlusFourK) {
     Km5Meter meter;
-    meter.store_yearly({.at = eleven,
+    meter.store_yearly({.at = Eleven,
                         .ta = 1,
                         .P1 = 2,
                         .P2 = 3,
@@ -72,7 +72,7 @@ TEST_F(SimKm5Archives, TellsTheBoundsOfARingThatIsEmptyFillsAndTurns) {
     for (const auto& bounds : expected) {
         EXPECT_EQ(bounds_of(ask(meter, 51, {1})), bounds);
         EXPECT_EQ(meter.bounds(Km5Archive::Daily), bounds);
-        meter.store_daily({.at = eleven});
+        meter.store_daily({.at = Eleven});
     }
     EXPECT_EQ(meter.records(Km5Archive::Daily).size(), 9U);
 }
@@ -80,7 +80,7 @@ TEST_F(SimKm5Archives, TellsTheBoundsOfARingThatIsEmptyFillsAndTurns) {
 TEST_F(SimKm5Archives, OverwritesTheOldestRecordOfAFullRing) {
     Km5Meter meter({.capacity = {.hourly = 3}});
     for (std::time_t hour = 0; hour < 4; ++hour)
-        meter.store_hourly({.at = eleven + hour * 3600, .IQ = static_cast<float>(hour)});
+        meter.store_hourly({.at = Eleven + hour * 3600, .IQ = static_cast<float>(hour)});
     EXPECT_EQ(float_at(ask(meter, 65, {0, 0}), 61), 3.0F);
     EXPECT_EQ(float_at(ask(meter, 65, {0, 1}), 61), 1.0F);
     EXPECT_EQ(float_at(ask(meter, 65, {0, 2}), 61), 2.0F);
@@ -90,7 +90,7 @@ TEST_F(SimKm5Archives, OverwritesTheOldestRecordOfAFullRing) {
 
 TEST_F(SimKm5Archives, ReadsErasedMemoryWhereThereIsNoRecord) {
     Km5Meter meter({.capacity = {.hourly = 300}});
-    for (int k = 0; k < 258; ++k) meter.store_hourly({.at = eleven, .IQ = static_cast<float>(k)});
+    for (int k = 0; k < 258; ++k) meter.store_hourly({.at = Eleven, .IQ = static_cast<float>(k)});
     EXPECT_EQ(float_at(ask(meter, 65, {0, 0x01, 0x01, 0, 0}), 61), 257.0F);
     EXPECT_EQ(part(ask(meter, 65, {0, 0x02, 0x01, 0, 0}), 5, 68), ByteVector(64, 0xFF));
     EXPECT_EQ(part(ask(meter, 65, {0, 0x2C, 0x01, 0, 0}), 5, 68), ByteVector(64, 0xFF));
@@ -112,7 +112,7 @@ TEST_F(SimKm5Archives, FindsTheRecordOfAnHourOrTheFirstAfterIt) {
 
 TEST_F(SimKm5Archives, FindsARecordInARingThatHasTurned) {
     Km5Meter meter({.capacity = {.hourly = 4}});
-    for (std::time_t hour = 0; hour < 6; ++hour) meter.store_hourly({.at = eleven + hour * 3600});
+    for (std::time_t hour = 0; hour < 6; ++hour) meter.store_hourly({.at = Eleven + hour * 3600});
     // 15:00 and 16:00 have taken the places of 11:00 and 12:00.
     EXPECT_EQ(word_at(ask(meter, 52, {0, 0x02, 0x03, 0x24, 0x11}), 6), 2U);
     EXPECT_EQ(word_at(ask(meter, 52, {0, 0x02, 0x03, 0x24, 0x15}), 6), 0U);
@@ -176,7 +176,7 @@ TEST_F(SimKm5Archives, KeepsADateThatNoCalendarHolds) {
 TEST_F(SimKm5Archives, RecordsEachHourAndEachDayOfItsOwnClock) {
     Km5Meter meter({.clock_offset = -600});
     meter.record_archives(true, "2024-03-01 22:30");
-    ask(meter, 9, {}, 0, eleven - 9L * 3600);  // 02:00, shown as 01:50
+    ask(meter, 9, {}, 0, Eleven - 9L * 3600);  // 02:00, shown as 01:50
     const auto& hourly = meter.records(Km5Archive::Hourly);
     ASSERT_EQ(hourly.size(), 3U);
     EXPECT_EQ(hourly[0].date, (sim::Km5Date{.year = 24, .month = 3, .day = 1, .hour = 23}));
@@ -185,20 +185,20 @@ TEST_F(SimKm5Archives, RecordsEachHourAndEachDayOfItsOwnClock) {
     ASSERT_EQ(daily.size(), 1U);
     EXPECT_EQ(daily[0].time, 1709337600);  // 2024-03-02 00:00:00
     EXPECT_EQ(daily[0].values, Km5Meter::recorded_values(12345678, 0, Km5Archive::Daily, 1709337600));
-    ask(meter, 9, {}, 0, eleven - 9L * 3600 + 599);
+    ask(meter, 9, {}, 0, Eleven - 9L * 3600 + 599);
     EXPECT_EQ(hourly.size(), 3U);
-    ask(meter, 9, {}, 0, eleven - 9L * 3600 + 600);
+    ask(meter, 9, {}, 0, Eleven - 9L * 3600 + 600);
     EXPECT_EQ(hourly.size(), 4U);
 }
 
 TEST_F(SimKm5Archives, RecordsForEverySubsystemWithValuesOfItsOwn) {
     Km5Meter meter({.serial = 87654321, .km56i = true, .subsystems = 2});
-    meter.record_archives(true, eleven - 1);
-    meter.catch_up(eleven);
+    meter.record_archives(true, Eleven - 1);
+    meter.catch_up(Eleven);
     EXPECT_EQ(float_at(ask(meter, 65, {0}, 0), 61),
-              Km5Meter::recorded_value(87654321, 0, Km5Archive::Hourly, eleven, 12));
+              Km5Meter::recorded_value(87654321, 0, Km5Archive::Hourly, Eleven, 12));
     EXPECT_EQ(float_at(ask(meter, 65, {0}, 1), 61),
-              Km5Meter::recorded_value(87654321, 1, Km5Archive::Hourly, eleven, 12));
+              Km5Meter::recorded_value(87654321, 1, Km5Archive::Hourly, Eleven, 12));
     EXPECT_TRUE(meter.records(Km5Archive::Hourly, 2).empty());
 }
 
@@ -215,7 +215,7 @@ TEST_F(SimKm5Archives, RecordsNoValueTwiceAtOneTime) {
     std::set<float> values;
     for (unsigned subsystem = 0; subsystem < 3; ++subsystem) {
         for (const auto archive : {Km5Archive::Hourly, Km5Archive::Daily}) {
-            for (const float value : Km5Meter::recorded_values(12345678, subsystem, archive, eleven))
+            for (const float value : Km5Meter::recorded_values(12345678, subsystem, archive, Eleven))
                 values.insert(value);
         }
     }
@@ -272,23 +272,23 @@ TEST_F(SimKm5Archives, RecordsOnTheHourWhereTheHourIsNotThatOfGreenwich) {
 
 TEST_F(SimKm5Archives, MakesUpNoRecordsWhenItsClockIsSet) {
     Km5Meter meter;
-    meter.record_archives(true, eleven);
-    meter.set_clock("2024-03-02 15:30", eleven + 60);
-    ask(meter, 9, {}, 0, eleven + 120);
+    meter.record_archives(true, Eleven);
+    meter.set_clock("2024-03-02 15:30", Eleven + 60);
+    ask(meter, 9, {}, 0, Eleven + 120);
     EXPECT_TRUE(meter.records(Km5Archive::Hourly).empty());
-    meter.set_clock("2024-03-02 14:30", eleven + 180);
-    ask(meter, 9, {}, 0, eleven + 180 + 5399);
+    meter.set_clock("2024-03-02 14:30", Eleven + 180);
+    ask(meter, 9, {}, 0, Eleven + 180 + 5399);
     EXPECT_TRUE(meter.records(Km5Archive::Hourly).empty());  // 15:00 was shown once before
-    ask(meter, 9, {}, 0, eleven + 180 + 5400);
+    ask(meter, 9, {}, 0, Eleven + 180 + 5400);
     EXPECT_EQ(meter.records(Km5Archive::Hourly).size(), 1U);
 }
 
 TEST_F(SimKm5Archives, StopsRecordingWhenTold) {
     Km5Meter meter;
-    meter.record_archives(true, eleven);
-    meter.catch_up(eleven + 3600);
+    meter.record_archives(true, Eleven);
+    meter.catch_up(Eleven + 3600);
     meter.record_archives(false);
-    meter.catch_up(eleven + 36000);
+    meter.catch_up(Eleven + 36000);
     EXPECT_EQ(meter.records(Km5Archive::Hourly).size(), 1U);
     EXPECT_THROW(meter.record_archives(true), std::invalid_argument);
 }

@@ -26,7 +26,7 @@ TEST_F(SimKm5Fault, IsAbsentAtFirst) {
 
 TEST_F(SimKm5Fault, MayBeSilence) {
     meter.misbehave_next(1, sim::km5_silence());
-    EXPECT_TRUE(meter.hear(request(meter.address(), 44, {1}), eleven).empty());
+    EXPECT_TRUE(meter.hear(request(meter.address(), 44, {1}), Eleven).empty());
     EXPECT_EQ(heard(), right);
     EXPECT_EQ(meter.requests(44), 2U);
 }
@@ -76,7 +76,7 @@ TEST_F(SimKm5Fault, MayBeAnErrorAnswer) {
 
 TEST_F(SimKm5Fault, MayBeAPauseInTheMiddle) {
     meter.misbehave_next(1, sim::km5_halved(0.9));
-    const Answer answer = meter.hear(request(meter.address(), 44, {1}), eleven);
+    const Answer answer = meter.hear(request(meter.address(), 44, {1}), Eleven);
     ASSERT_EQ(answer.size(), 2U);
     EXPECT_EQ(answer[0].bytes, part(right, 0, 4));
     EXPECT_DOUBLE_EQ(answer[0].delay_seconds, 0.02);

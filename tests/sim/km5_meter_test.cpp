@@ -19,7 +19,7 @@ TEST_F(SimKm5Meter, SaysWhoItIsToARequestWithItsAddress) {
     const ByteVector asked = {0x78, 0x56, 0x34, 0x12, 0x00, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x08, 0x14};
     const ByteVector expected = {0x78, 0x56, 0x34, 0x12, 0x00, 0x78, 0x56, 0x34,
                                  0x12, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x29};
-    EXPECT_EQ(joined(meter.hear(asked, eleven)), expected);
+    EXPECT_EQ(joined(meter.hear(asked, Eleven)), expected);
 }
 
 TEST_F(SimKm5Meter, SaysItsFirmwareAndItsTypeLetters) {
@@ -27,16 +27,16 @@ TEST_F(SimKm5Meter, SaysItsFirmwareAndItsTypeLetters) {
     const ByteVector asked = {0x01, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x08, 0x0A};
     const ByteVector expected = {0x01, 0x00, 0x00, 0x00, 0x09, 0x32, 0x2E, 0x31, 0x35,
                                  0x00, 0x00, 0x4B, 0x4D, 0x35, 0x32, 0x11, 0xCF};
-    EXPECT_EQ(joined(meter.hear(asked, eleven)), expected);
+    EXPECT_EQ(joined(meter.hear(asked, Eleven)), expected);
 }
 
 TEST_F(SimKm5Meter, SaysTheTimeInItsDateBlock) {
     Km5Meter meter({.serial = 1});
-    meter.set_clock("2024-03-02 10:57:30", eleven);
+    meter.set_clock("2024-03-02 10:57:30", Eleven);
     const ByteVector asked = {0x01, 0, 0, 0, 0x2C, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2D, 0x2D};
     const ByteVector expected = {0x01, 0x00, 0x00, 0x00, 0x2C, 0x00, 0x02, 0x03,
                                  0x24, 0x00, 0x10, 0x57, 0x30, 0x7F, 0xED};
-    EXPECT_EQ(joined(meter.hear(asked, eleven)), expected);
+    EXPECT_EQ(joined(meter.hear(asked, Eleven)), expected);
 }
 
 TEST_F(SimKm5Meter, KeepsSilentUnlessTheFrameIsWholeAndMeantForIt) {
@@ -51,19 +51,19 @@ TEST_F(SimKm5Meter, KeepsSilentUnlessTheFrameIsWholeAndMeantForIt) {
     ByteVector wrong_cs2 = good;
     wrong_cs2[15] = 0x0B;
     for (const auto& frame : {ByteVector{}, shorter, longer, to_another, wrong_cs1, wrong_cs2}) {
-        EXPECT_TRUE(meter.hear(frame, eleven).empty());
+        EXPECT_TRUE(meter.hear(frame, Eleven).empty());
     }
     EXPECT_EQ(meter.requests(), 0U);
     EXPECT_EQ(meter.refused(), 2U);
-    EXPECT_FALSE(meter.hear(good, eleven).empty());
+    EXPECT_FALSE(meter.hear(good, Eleven).empty());
 }
 
 TEST_F(SimKm5Meter, LeavesTheLastArgumentOutOfTheFirstSumOfARequest) {
     Km5Meter meter({.serial = 1});
     const ByteVector outside = {0x01, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0x08, 0x0B};
     const ByteVector inside = {0x01, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0x09, 0x0B};
-    EXPECT_FALSE(meter.hear(outside, eleven).empty());
-    EXPECT_TRUE(meter.hear(inside, eleven).empty());
+    EXPECT_FALSE(meter.hear(outside, Eleven).empty());
+    EXPECT_TRUE(meter.hear(inside, Eleven).empty());
 }
 
 TEST_F(SimKm5Meter, AnswersWithTheLengthOfEachCommandAndWithRightSums) {
@@ -109,7 +109,7 @@ TEST_F(SimKm5Meter, OfTheSixthKindHasOneAddressForEachSubsystem) {
     EXPECT_EQ(part(ask(meter, 9, {}, 1), 0, 3), (ByteVector{0x78, 0x56, 0x34, 0x11}));
     EXPECT_EQ(part(ask(meter, 9, {}, 0), 0, 3), (ByteVector{0x78, 0x56, 0x34, 0x10}));
     EXPECT_EQ(part(ask(meter, 9), 11, 14), (ByteVector{'K', 'M', '5', 'I'}));
-    EXPECT_TRUE(meter.hear(request({0x78, 0x56, 0x34, 0x13}, 9, {}), eleven).empty());
+    EXPECT_TRUE(meter.hear(request({0x78, 0x56, 0x34, 0x13}, 9, {}), Eleven).empty());
     EXPECT_EQ(meter.heard().front().subsystem, 2U);
 }
 
@@ -221,26 +221,26 @@ TEST_F(SimKm5Meter, ShowsLocalTimeAheadByItsOffset) {
 TEST_F(SimKm5Meter, DriftsFromTheFirstTimeItHearsOf) {
     Km5Meter meter({.clock_drift_ppm = 100});
     ask(meter, 9);
-    EXPECT_EQ(meter.clock(eleven), eleven);
-    EXPECT_EQ(meter.clock(eleven + 100000), eleven + 100010);
-    meter.set_clock(eleven + 100000, eleven + 100000);
-    EXPECT_EQ(meter.clock(eleven + 200000), eleven + 200010);
+    EXPECT_EQ(meter.clock(Eleven), Eleven);
+    EXPECT_EQ(meter.clock(Eleven + 100000), Eleven + 100010);
+    meter.set_clock(Eleven + 100000, Eleven + 100000);
+    EXPECT_EQ(meter.clock(Eleven + 200000), Eleven + 200010);
 }
 
 // ---- another meter
 
 TEST_F(SimKm5Meter, IsSwappedForAnotherWithAnEmptyMemory) {
     Km5Meter meter({.serial = 1});
-    meter.store_hourly({.at = eleven});
+    meter.store_hourly({.at = Eleven});
     meter.swap_for({.serial = 2, .model = 4, .att = true});
-    EXPECT_TRUE(meter.hear(request({0x01, 0, 0, 0}, 0, {}), eleven).empty());
+    EXPECT_TRUE(meter.hear(request({0x01, 0, 0, 0}, 0, {}), Eleven).empty());
     EXPECT_EQ(ask(meter, 0).at(9), 3);
     EXPECT_EQ(bounds_of(ask(meter, 51, {0})), (Km5Bounds{.flag = 0x80}));
 }
 
 TEST_F(SimKm5Meter, ChangesWhatItIsAndKeepsItsMemory) {
     Km5Meter meter({.serial = 1});
-    meter.store_hourly({.at = eleven});
+    meter.store_hourly({.at = Eleven});
     meter.set_serial(12345678);
     meter.set_model(5);
     meter.set_firmware("1.57");
@@ -261,7 +261,7 @@ TEST_F(SimKm5Meter, CanHaveAModelIndexAndLettersThatFitNothing) {
 
 TEST_F(SimKm5Meter, CountsAndKeepsTheRequestsThatItHeard) {
     Km5Meter meter;
-    for (int k = 0; k < 5000; ++k) ask(meter, 65, {0, static_cast<std::uint8_t>(k % 256)}, 0, eleven + k);
+    for (int k = 0; k < 5000; ++k) ask(meter, 65, {0, static_cast<std::uint8_t>(k % 256)}, 0, Eleven + k);
     ask(meter, 51, {3});
     EXPECT_EQ(meter.requests(), 5001U);
     EXPECT_EQ(meter.requests(65), 5000U);
@@ -269,7 +269,7 @@ TEST_F(SimKm5Meter, CountsAndKeepsTheRequestsThatItHeard) {
     EXPECT_EQ(meter.heard().size(), 4096U);
     EXPECT_EQ(meter.heard().back().command(), 51);
     EXPECT_EQ(meter.heard().back().data(0), 3);
-    EXPECT_EQ(meter.heard()[4094].at, eleven + 4999);
+    EXPECT_EQ(meter.heard()[4094].at, Eleven + 4999);
     meter.forget_requests();
     EXPECT_EQ(meter.requests(), 0U);
 }
@@ -278,7 +278,7 @@ TEST_F(SimKm5Meter, RemembersItsEvents) {
     Km5Meter meter;
     meter.store_event("2024-03-02 11:00:00", 0x85);
     ASSERT_EQ(meter.events().size(), 1U);
-    EXPECT_EQ(meter.events()[0].time, eleven);
+    EXPECT_EQ(meter.events()[0].time, Eleven);
     EXPECT_EQ(meter.events()[0].code, 0x85);
 }
 

@@ -16,8 +16,8 @@ namespace modbus_asking {
 using sim::Answer;
 using sim::ByteVector;
 using sim::ModbusVistMeter;
-using vist_asking::eleven;
-using vist_asking::hour;
+using vist_asking::Eleven;
+using vist_asking::Hour;
 using vist_asking::joined;
 using vist_asking::part;
 using vist_asking::sum;
@@ -25,7 +25,7 @@ using vist_asking::sum;
 using ModbusVistTest = vist_asking::VistTest;
 
 /// Serial number 17, and so slave 0x11.
-inline constexpr std::uint32_t seventeen = 17;
+inline constexpr std::uint32_t Seventeen = 17;
 
 inline std::uint8_t high(unsigned number) {
     return static_cast<std::uint8_t>(number >> 8U);
@@ -35,7 +35,7 @@ inline std::uint8_t low(unsigned number) {
 }
 
 /// What a meter says to these bytes, with the CRC added.
-inline ByteVector ask(ModbusVistMeter& meter, const ByteVector& request, std::time_t now = eleven) {
+inline ByteVector ask(ModbusVistMeter& meter, const ByteVector& request, std::time_t now = Eleven) {
     return joined(meter.hear(sim::modbus_sealed(request), now));
 }
 
@@ -60,13 +60,13 @@ inline ByteVector holding(ModbusVistMeter& meter, unsigned address, unsigned cou
     return data_of(ask(meter, registers_request(0x11, 3, address, count)), 3);
 }
 
-inline ByteVector input(ModbusVistMeter& meter, unsigned address, unsigned count, std::time_t now = eleven) {
+inline ByteVector input(ModbusVistMeter& meter, unsigned address, unsigned count, std::time_t now = Eleven) {
     return data_of(ask(meter, registers_request(0x11, 4, address, count), now), 4);
 }
 
 /// Behind the two bytes of the file response head, if these are right.
 inline ByteVector record(ModbusVistMeter& meter, unsigned file, unsigned number, unsigned length,
-                         std::time_t now = eleven) {
+                         std::time_t now = Eleven) {
     const ByteVector data = data_of(ask(meter, record_request(0x11, file, number, length), now), 20);
     if (data.size() < 2 || data[0] + 1U != data.size() || data[1] != 6) return {};
     return part(data, 2, data.size() - 1);

@@ -20,9 +20,9 @@ class SimModbusVistArchives : public ModbusVistTest {
   protected:
     /// A meter whose newest record is that of 10:00 to 11:00.
     static ModbusVistMeter with_records(int count, ModbusVistConfig config = {}) {
-        config.serial = seventeen;
+        config.serial = Seventeen;
         ModbusVistMeter meter(std::move(config));
-        for (int k = count; k > 0; --k) meter.store_hourly({.at = eleven - k * hour, .V1 = static_cast<double>(k)});
+        for (int k = count; k > 0; --k) meter.store_hourly({.at = Eleven - k * Hour, .V1 = static_cast<double>(k)});
         return meter;
     }
     static ModbusVistCounts counts(ModbusVistMeter& meter, unsigned file = 0) {
@@ -40,7 +40,7 @@ bool sum_holds(const ByteVector& record, std::size_t size) {
 // ---- bytes
 
 TEST_F(SimModbusVistArchives, HeaderHoldsMaskCountsTimeTotalsAndPrecisions) {
-    ModbusVistMeter meter({.serial = seventeen, .systems = {{.archive_mask = 0x407E, .precision = {2, 1, 3, 4}}}});
+    ModbusVistMeter meter({.serial = Seventeen, .systems = {{.archive_mask = 0x407E, .precision = {2, 1, 3, 4}}}});
     meter.store_hourly({.at = "2024-03-02 10:00"});
     meter.set_totals({{1, 2, 3, 4, 5, 6, 7, 0x0102030405}});
     ByteVector expected = {0x11, 0x14, 98,   97,   6,           //
@@ -53,11 +53,11 @@ TEST_F(SimModbusVistArchives, HeaderHoldsMaskCountsTimeTotalsAndPrecisions) {
                            0,    0,    0,    0x01, 0x02, 0x03, 0x04, 0x05, 2, 1, 3, 4};
     expected.resize(3 + 98, 0xA5);
     const ByteVector request = {0x11, 0x14, 0x07, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00, 0x30, 0xF8, 0xA5};
-    EXPECT_EQ(joined(meter.hear(request, eleven + 59)), sim::modbus_sealed(expected));
+    EXPECT_EQ(joined(meter.hear(request, Eleven + 59)), sim::modbus_sealed(expected));
 }
 
 TEST_F(SimModbusVistArchives, RecordHoldsTheFieldsThatTheMaskNames) {
-    ModbusVistMeter meter({.serial = seventeen, .systems = {{.archive_mask = 0xC883, .precision = {2, 1, 3, 4}}}});
+    ModbusVistMeter meter({.serial = Seventeen, .systems = {{.archive_mask = 0xC883, .precision = {2, 1, 3, 4}}}});
     meter.store_hourly(
         {.at = "2024-03-02 10:00", .worked = 1.0, .V1 = 1.5, .T1 = 71.2, .P1 = 6.1, .E = -0.5, .status = 0x40000821});
     EXPECT_EQ(meter.record_size(), 17U);
@@ -71,7 +71,7 @@ TEST_F(SimModbusVistArchives, RecordHoldsTheFieldsThatTheMaskNames) {
 
 TEST_F(SimModbusVistArchives, RecordOfAllFieldsHasThemInTheirOrder) {
     ModbusVistMeter meter(
-        {.serial = seventeen, .systems = {{.archive_mask = 0x7FFFFF, .precision = {0, 0, 0, 0}}}, .filler = 0});
+        {.serial = Seventeen, .systems = {{.archive_mask = 0x7FFFFF, .precision = {0, 0, 0, 0}}}, .filler = 0});
     meter.store_hourly({.at = "2024-03-02 10:00",
                         .worked = 0.01,
                         .V1 = -2,
@@ -123,7 +123,7 @@ TEST_F(SimModbusVistArchives, LengthOfARecordMayCountBytesAndIsEvenThen) {
 }
 
 TEST_F(SimModbusVistArchives, LastFieldKeepsThePlacesOfTheTwoBeforeItEvenWhenTheyAreNotThere) {
-    ModbusVistMeter meter({.serial = seventeen, .systems = {{.archive_mask = 0x400001}}});
+    ModbusVistMeter meter({.serial = Seventeen, .systems = {{.archive_mask = 0x400001}}});
     meter.store_hourly({.at = "2024-03-02 10:00", .rest20 = 0x010203, .rest21 = 4, .share5 = 0.42});
     EXPECT_EQ(meter.record_size(), 3U);
     EXPECT_EQ(record(meter, 0, 1, 4), (ByteVector{0x64, 0x64, 0, 0, 0, 0, 42, 0xA5}));
@@ -148,20 +148,20 @@ TEST_F(SimModbusVistArchives, RequestsOutsideTheFilesAreRefused) {
 // ---- ring
 
 TEST_F(SimModbusVistArchives, ReachBackFromTheHeaderByTheirPlacesAloneInAnyStateOfTheRing) {
-    constexpr int capacity = 5;
-    for (int stored = 0; stored <= 3 * capacity; ++stored) {
-        ModbusVistMeter meter = with_records(stored, {.capacity = capacity});
+    constexpr int Capacity = 5;
+    for (int stored = 0; stored <= 3 * Capacity; ++stored) {
+        ModbusVistMeter meter = with_records(stored, {.capacity = Capacity});
         const ModbusVistCounts counts = this->counts(meter);
-        EXPECT_EQ(counts.held, std::min(stored, capacity));
-        EXPECT_EQ(counts.next, stored % capacity);
-        EXPECT_EQ(counts.most, capacity);
+        EXPECT_EQ(counts.held, std::min(stored, Capacity));
+        EXPECT_EQ(counts.next, stored % Capacity);
+        EXPECT_EQ(counts.most, Capacity);
         const int place_after_newest = counts.next + 1;
         for (int k = 1; k <= counts.held; ++k) {
             int place = place_after_newest - k;
-            if (place < 1) place += capacity;
+            if (place < 1) place += Capacity;
             const auto* found = meter.record_at(static_cast<std::size_t>(place));
             ASSERT_NE(found, nullptr);
-            EXPECT_EQ(found->time, meter.header(eleven).time - k * hour);
+            EXPECT_EQ(found->time, meter.header(Eleven).time - k * Hour);
             EXPECT_EQ(number(record(meter, 0, static_cast<unsigned>(place), 54), 2, 4),
                       100U * static_cast<unsigned>(k));
         }
@@ -171,11 +171,11 @@ TEST_F(SimModbusVistArchives, ReachBackFromTheHeaderByTheirPlacesAloneInAnyState
 TEST_F(SimModbusVistArchives, OldestRecordOfAFullRingStandsBehindTheNewest) {
     ModbusVistMeter meter = with_records(7, {.capacity = 5});
     EXPECT_EQ(counts(meter), (ModbusVistCounts{.held = 5, .next = 2, .most = 5}));
-    EXPECT_EQ(meter.record_at(3)->time, eleven - 5 * hour);
-    EXPECT_EQ(meter.record_at(2)->time, eleven - hour);
-    EXPECT_EQ(meter.record_at(5)->time, eleven - 3 * hour);
-    EXPECT_EQ(meter.records().front().time, eleven - 5 * hour);
-    EXPECT_EQ(meter.records().back().time, eleven - hour);
+    EXPECT_EQ(meter.record_at(3)->time, Eleven - 5 * Hour);
+    EXPECT_EQ(meter.record_at(2)->time, Eleven - Hour);
+    EXPECT_EQ(meter.record_at(5)->time, Eleven - 3 * Hour);
+    EXPECT_EQ(meter.records().front().time, Eleven - 5 * Hour);
+    EXPECT_EQ(meter.records().back().time, Eleven - Hour);
     EXPECT_THROW(meter.record_at(0), std::out_of_range);
     EXPECT_THROW(meter.record_at(6), std::out_of_range);
 }
@@ -208,12 +208,12 @@ TEST_F(SimModbusVistArchives, RecordsCanBeSpoiltErasedAndForgotten) {
 }
 
 TEST_F(SimModbusVistArchives, RecordsThatHaveNoRoomForANumberAreRefused) {
-    ModbusVistMeter meter({.serial = seventeen});
-    EXPECT_THROW(meter.store_hourly({.at = eleven, .worked = 2.56}), std::invalid_argument);
-    EXPECT_THROW(meter.store_hourly({.at = eleven, .T1 = 3276.8}), std::invalid_argument);
-    EXPECT_THROW(meter.store_hourly({.at = eleven, .P1 = -0.1}), std::invalid_argument);
-    EXPECT_THROW(meter.store_hourly({.at = eleven, .rest20 = 0x1000000}), std::invalid_argument);
-    meter.store_hourly({.at = eleven, .worked = 2.55, .T1 = -3276.8, .P1 = 25.5, .rest20 = 0xFFFFFF});
+    ModbusVistMeter meter({.serial = Seventeen});
+    EXPECT_THROW(meter.store_hourly({.at = Eleven, .worked = 2.56}), std::invalid_argument);
+    EXPECT_THROW(meter.store_hourly({.at = Eleven, .T1 = 3276.8}), std::invalid_argument);
+    EXPECT_THROW(meter.store_hourly({.at = Eleven, .P1 = -0.1}), std::invalid_argument);
+    EXPECT_THROW(meter.store_hourly({.at = Eleven, .rest20 = 0x1000000}), std::invalid_argument);
+    meter.store_hourly({.at = Eleven, .worked = 2.55, .T1 = -3276.8, .P1 = 25.5, .rest20 = 0xFFFFFF});
     EXPECT_EQ(meter.records().size(), 1U);
 }
 
@@ -221,9 +221,9 @@ TEST_F(SimModbusVistArchives, RecordsThatHaveNoRoomForANumberAreRefused) {
 
 TEST_F(SimModbusVistArchives, HeaderIsDatedAtTheEndOfTheNewestRecordOrAtTheLastFullHour) {
     ModbusVistMeter meter = with_records(1);
-    EXPECT_EQ(part(record(meter, 0, 0, 48, eleven + 5 * hour), 16, 21), (ByteVector{11, 0, 0, 2, 3, 24}));
+    EXPECT_EQ(part(record(meter, 0, 0, 48, Eleven + 5 * Hour), 16, 21), (ByteVector{11, 0, 0, 2, 3, 24}));
     meter.erase_archive();
-    EXPECT_EQ(part(record(meter, 0, 0, 48, eleven + 5 * hour + 59), 16, 21), (ByteVector{16, 0, 0, 2, 3, 24}));
+    EXPECT_EQ(part(record(meter, 0, 0, 48, Eleven + 5 * Hour + 59), 16, 21), (ByteVector{16, 0, 0, 2, 3, 24}));
     meter.set_header_time("2023-01-31 00:10:20");
     EXPECT_EQ(part(record(meter, 0, 0, 48), 16, 21), (ByteVector{0, 10, 20, 31, 1, 23}));
 }
@@ -239,52 +239,52 @@ TEST_F(SimModbusVistArchives, HeaderMayClaimAnyCounts) {
 
 TEST_F(SimModbusVistArchives, TotalsGrowAndTheLastOneTakesMoreThanFourBytes) {
     ModbusVistMeter meter = with_records(1);
-    for (std::size_t k = 0; k < sim::vist_totals; ++k) {
-        EXPECT_LT(ModbusVistMeter::recorded_total(17, 0, eleven, k),
-                  ModbusVistMeter::recorded_total(17, 0, eleven + hour, k));
+    for (std::size_t k = 0; k < sim::VistTotals; ++k) {
+        EXPECT_LT(ModbusVistMeter::recorded_total(17, 0, Eleven, k),
+                  ModbusVistMeter::recorded_total(17, 0, Eleven + Hour, k));
     }
-    EXPECT_GT(ModbusVistMeter::recorded_total(17, 0, eleven, 7), 0xFFFFFFFFULL);
-    EXPECT_EQ(number(record(meter, 0, 0, 48), 22, 4), ModbusVistMeter::recorded_total(17, 0, eleven, 0));
+    EXPECT_GT(ModbusVistMeter::recorded_total(17, 0, Eleven, 7), 0xFFFFFFFFULL);
+    EXPECT_EQ(number(record(meter, 0, 0, 48), 22, 4), ModbusVistMeter::recorded_total(17, 0, Eleven, 0));
     EXPECT_THROW(meter.set_totals({{0x100000000, 0, 0, 0, 0, 0, 0, 0}}), std::invalid_argument);
 }
 
 // ---- by itself
 
 TEST_F(SimModbusVistArchives, RecordsEachHourOfEachSystemByItself) {
-    ModbusVistMeter meter({.serial = seventeen, .systems = {{}, {}}, .capacity = 4});
+    ModbusVistMeter meter({.serial = Seventeen, .systems = {{}, {}}, .capacity = 4});
     meter.record_archives(true, "2024-03-02 05:30");
     EXPECT_EQ(counts(meter, 0), (ModbusVistCounts{.held = 4, .next = 2, .most = 4}));
     EXPECT_EQ(counts(meter, 1), (ModbusVistCounts{.held = 4, .next = 2, .most = 4}));
-    EXPECT_EQ(meter.records(1).back().time, eleven - hour);
-    EXPECT_EQ(meter.header(eleven, 1).time, eleven);
-    for (std::size_t k = 0; k < sim::vist_record_fields; ++k) {
-        EXPECT_EQ(meter.records(1).back().numbers[k], ModbusVistMeter::recorded_number(17, 1, eleven - hour, k));
+    EXPECT_EQ(meter.records(1).back().time, Eleven - Hour);
+    EXPECT_EQ(meter.header(Eleven, 1).time, Eleven);
+    for (std::size_t k = 0; k < sim::VistRecordFields; ++k) {
+        EXPECT_EQ(meter.records(1).back().numbers[k], ModbusVistMeter::recorded_number(17, 1, Eleven - Hour, k));
     }
     EXPECT_NE(record(meter, 0, 2, 54), record(meter, 1, 2, 54));
-    record(meter, 0, 0, 48, eleven + 2 * hour - 1);
-    EXPECT_EQ(meter.records().back().time, eleven);
+    record(meter, 0, 0, 48, Eleven + 2 * Hour - 1);
+    EXPECT_EQ(meter.records().back().time, Eleven);
     meter.record_archives(false);
-    record(meter, 0, 0, 48, eleven + 9 * hour);
-    EXPECT_EQ(meter.records().back().time, eleven);
+    record(meter, 0, 0, 48, Eleven + 9 * Hour);
+    EXPECT_EQ(meter.records().back().time, Eleven);
 }
 
 TEST_F(SimModbusVistArchives, MissedHoursLeaveNoPlace) {
-    ModbusVistMeter meter({.serial = seventeen});
+    ModbusVistMeter meter({.serial = Seventeen});
     meter.miss_hour("2024-03-02 09:00");
     meter.record_archives(true, "2024-03-02 08:00");
-    meter.catch_up(eleven);
+    meter.catch_up(Eleven);
     ASSERT_EQ(meter.records().size(), 2U);
-    EXPECT_EQ(meter.records()[0].time, eleven - 3 * hour);
-    EXPECT_EQ(meter.records()[1].time, eleven - hour);
+    EXPECT_EQ(meter.records()[0].time, Eleven - 3 * Hour);
+    EXPECT_EQ(meter.records()[1].time, Eleven - Hour);
 }
 
 TEST_F(SimModbusVistArchives, RecordEveryHourThatPassesWhenTheClockIsPutForwardOrBack) {
     live_in("CET-1CEST,M3.5.0,M10.5.0/3");
-    ModbusVistMeter spring({.serial = seventeen});
+    ModbusVistMeter spring({.serial = Seventeen});
     spring.record_archives(true, "2024-03-31 00:00");
     spring.catch_up(sim::VistWhen("2024-03-31 05:00").time());
     EXPECT_EQ(spring.records().size(), 4U);
-    ModbusVistMeter autumn({.serial = seventeen});
+    ModbusVistMeter autumn({.serial = Seventeen});
     autumn.record_archives(true, "2024-10-27 00:00");
     autumn.catch_up(sim::VistWhen("2024-10-27 05:00").time());
     EXPECT_EQ(autumn.records().size(), 6U);
@@ -293,7 +293,7 @@ TEST_F(SimModbusVistArchives, RecordEveryHourThatPassesWhenTheClockIsPutForwardO
 // ---- files
 
 TEST_F(SimModbusVistArchives, TellWhatOughtToBeFiledOfARecord) {
-    ModbusVistMeter meter({.serial = seventeen, .systems = {{.archive_mask = 0x40C481, .precision = {2, 1, 3, 4}}}});
+    ModbusVistMeter meter({.serial = Seventeen, .systems = {{.archive_mask = 0x40C481, .precision = {2, 1, 3, 4}}}});
     meter.store_hourly({.at = "2024-03-02 10:00",
                         .worked = 0.99,
                         .T1 = -100.0,
@@ -302,12 +302,12 @@ TEST_F(SimModbusVistArchives, TellWhatOughtToBeFiledOfARecord) {
                         .status = 0x40000821,
                         .share5 = 0.42});
     const std::vector<sim::VistFileValue> expected = {
-        {.file = "A3", .time = eleven - hour, .value = 0.99},
-        {.file = "A20", .time = eleven - hour, .quality = 0, .value = -100.0},
-        {.file = "T4", .time = eleven - hour, .value = -7.5},
-        {.file = "A2", .time = eleven - hour, .value = -0.5},
-        {.file = "A28", .time = eleven - hour, .value = 0x00204042, .integer = true},
-        {.file = "A27", .time = eleven - hour, .value = 0.42},
+        {.file = "A3", .time = Eleven - Hour, .value = 0.99},
+        {.file = "A20", .time = Eleven - Hour, .quality = 0, .value = -100.0},
+        {.file = "T4", .time = Eleven - Hour, .value = -7.5},
+        {.file = "A2", .time = Eleven - Hour, .value = -0.5},
+        {.file = "A28", .time = Eleven - Hour, .value = 0x00204042, .integer = true},
+        {.file = "A27", .time = Eleven - Hour, .value = 0.42},
     };
     EXPECT_EQ(meter.record_files(meter.records().back()), expected);
 }
@@ -316,18 +316,18 @@ TEST_F(SimModbusVistArchives, TellWhatOughtToBeFiledOfAHeader) {
     ModbusVistMeter meter = with_records(1, {.systems = {{.told_mask = 0x10, .precision = {2, 1, 3, 4}}}});
     meter.set_totals({{100, 200, 300, 400, 500, 600, 700, 800}});
     const std::vector<sim::VistFileValue> volumes_and_first_mass = {
-        {.file = "A6", .time = eleven, .value = 1.0},
-        {.file = "A8", .time = eleven, .value = 20.0},
-        {.file = "A10", .time = eleven, .value = 0.3},
-        {.file = "A12", .time = eleven, .value = 4.0},
+        {.file = "A6", .time = Eleven, .value = 1.0},
+        {.file = "A8", .time = Eleven, .value = 20.0},
+        {.file = "A10", .time = Eleven, .value = 0.3},
+        {.file = "A12", .time = Eleven, .value = 4.0},
     };
-    EXPECT_EQ(meter.header_files(eleven), volumes_and_first_mass);
+    EXPECT_EQ(meter.header_files(Eleven), volumes_and_first_mass);
     meter.system().told_mask = 0x4061;
-    const auto lines = meter.header_files(eleven);
+    const auto lines = meter.header_files(Eleven);
     ASSERT_EQ(lines.size(), 7U);
-    EXPECT_EQ(lines[3], (sim::VistFileValue{.file = "A14", .time = eleven, .value = 50.0}));
-    EXPECT_EQ(lines[5], (sim::VistFileValue{.file = "A4", .time = eleven, .value = 7.0}));
-    EXPECT_EQ(lines[6], (sim::VistFileValue{.file = "A1", .time = eleven, .value = 0.08}));
+    EXPECT_EQ(lines[3], (sim::VistFileValue{.file = "A14", .time = Eleven, .value = 50.0}));
+    EXPECT_EQ(lines[5], (sim::VistFileValue{.file = "A4", .time = Eleven, .value = 7.0}));
+    EXPECT_EQ(lines[6], (sim::VistFileValue{.file = "A1", .time = Eleven, .value = 0.08}));
 }
 
 }  // namespace

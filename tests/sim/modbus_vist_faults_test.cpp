@@ -9,18 +9,18 @@ namespace {
 
 using namespace modbus_asking;  // NOLINT(google-build-using-namespace)
 
-const ByteVector clock_request = {0x11, 0x04, 0x00, 0x00, 0x00, 0x03};
-const ByteVector clock_answer = {0x11, 0x04, 0x06, 0x0B, 0x00, 0x3B, 0x02, 0x03, 0x18, 0x00, 0x36};
-constexpr std::time_t asked = eleven + 59;
+const ByteVector ClockRequest = {0x11, 0x04, 0x00, 0x00, 0x00, 0x03};
+const ByteVector ClockAnswer = {0x11, 0x04, 0x06, 0x0B, 0x00, 0x3B, 0x02, 0x03, 0x18, 0x00, 0x36};
+constexpr std::time_t Asked = Eleven + 59;
 
 class SimModbusVistFaults : public ModbusVistTest {
   protected:
-    ByteVector clock() { return ask(meter, clock_request, asked); }
-    ModbusVistMeter meter{{.serial = seventeen, .systems = {{.archive_mask = 0x1}, {}}}};
+    ByteVector clock() { return ask(meter, ClockRequest, Asked); }
+    ModbusVistMeter meter{{.serial = Seventeen, .systems = {{.archive_mask = 0x1}, {}}}};
 };
 
 TEST_F(SimModbusVistFaults, BeginWithAGoodMeter) {
-    EXPECT_EQ(clock(), clock_answer);
+    EXPECT_EQ(clock(), ClockAnswer);
     EXPECT_EQ(meter.faults_made(), 0U);
 }
 
@@ -29,7 +29,7 @@ TEST_F(SimModbusVistFaults, MaySilenceTheNextAnswers) {
     EXPECT_TRUE(clock().empty());
     EXPECT_EQ(meter.scripted_faults_left(), 1U);
     EXPECT_TRUE(clock().empty());
-    EXPECT_EQ(clock(), clock_answer);
+    EXPECT_EQ(clock(), ClockAnswer);
     EXPECT_EQ(meter.requests(), 3U);
     EXPECT_EQ(meter.faults_made(), 2U);
 }
@@ -43,44 +43,44 @@ TEST_F(SimModbusVistFaults, MayRefuseWithAnyCode) {
 
 TEST_F(SimModbusVistFaults, MaySpoilTheCheckSum) {
     meter.misbehave_next(1, sim::modbus_wrong_crc());
-    ByteVector wrong = clock_answer;
+    ByteVector wrong = ClockAnswer;
     wrong[9] = 0x01;
     EXPECT_EQ(clock(), wrong);
 }
 
 TEST_F(SimModbusVistFaults, MayPutBytesBeforeAndBehindAnAnswer) {
     meter.misbehave_next(1, sim::modbus_noise());
-    ByteVector noisy = clock_answer;
+    ByteVector noisy = ClockAnswer;
     noisy.insert(noisy.begin(), {0x00, 0x11});
     EXPECT_EQ(clock(), noisy);
     meter.misbehave_next(1, sim::modbus_trailing({0x01, 0x02}));
-    ByteVector longer = clock_answer;
+    ByteVector longer = ClockAnswer;
     longer.insert(longer.end(), {0x01, 0x02});
     EXPECT_EQ(clock(), longer);
 }
 
 TEST_F(SimModbusVistFaults, MayCutAnAnswerShort) {
-    for (std::size_t length = 1; length < clock_answer.size(); ++length) {
+    for (std::size_t length = 1; length < ClockAnswer.size(); ++length) {
         meter.misbehave_next(1, sim::modbus_cut(length));
-        EXPECT_EQ(clock(), part(clock_answer, 0, length - 1));
+        EXPECT_EQ(clock(), part(ClockAnswer, 0, length - 1));
     }
     meter.misbehave_next(1, sim::modbus_cut(100));
-    EXPECT_EQ(clock(), clock_answer);
+    EXPECT_EQ(clock(), ClockAnswer);
     meter.misbehave_next(1, sim::modbus_cut(0));
     EXPECT_TRUE(clock().empty());
 }
 
 TEST_F(SimModbusVistFaults, MayAnswerLate) {
     meter.misbehave_next(1, sim::modbus_slow(0.65));
-    const Answer answer = meter.hear(sim::modbus_sealed(clock_request), asked);
+    const Answer answer = meter.hear(sim::modbus_sealed(ClockRequest), Asked);
     ASSERT_EQ(answer.size(), 1U);
     EXPECT_EQ(answer[0].delay_seconds, 0.65);
-    EXPECT_EQ(answer[0].bytes, clock_answer);
+    EXPECT_EQ(answer[0].bytes, ClockAnswer);
 }
 
 TEST_F(SimModbusVistFaults, MayAnswerInPieces) {
     meter.misbehave_next(1, sim::modbus_pieces(4, 0.1));
-    const Answer answer = meter.hear(sim::modbus_sealed(clock_request), asked);
+    const Answer answer = meter.hear(sim::modbus_sealed(ClockRequest), Asked);
     ASSERT_EQ(answer.size(), 3U);
     EXPECT_EQ(answer[0].delay_seconds, 0.02);
     EXPECT_EQ(answer[0].bytes, (ByteVector{0x11, 0x04, 0x06, 0x0B}));
@@ -109,7 +109,7 @@ TEST_F(SimModbusVistFaults, MayTellAByteCountThatIsNotTrue) {
 TEST_F(SimModbusVistFaults, MaySpoilTheSumOfArchiveRecordsOnly) {
     meter.store_hourly({.at = "2024-03-02 10:00"});
     meter.misbehave_next(1, sim::modbus_bad_sum());
-    EXPECT_EQ(clock(), clock_answer);
+    EXPECT_EQ(clock(), ClockAnswer);
     EXPECT_EQ(part(record(meter, 0, 0, 48), 0, 0), ByteVector{0x01});
     EXPECT_EQ(record(meter, 0, 1, 1), (ByteVector{0x65, 0x64}));
     EXPECT_EQ(record(meter, 0, 1, 1), (ByteVector{0x64, 0x64}));
@@ -123,7 +123,7 @@ TEST_F(SimModbusVistFaults, MaySayAnythingAtAll) {
 TEST_F(SimModbusVistFaults, CanBeNarrowedToAFunctionAnAddressOrARecord) {
     meter.misbehave_next(1, sim::modbus_silence().on({.function = 20, .address = 1, .record = 7}));
     meter.misbehave_next(2, sim::modbus_silence().on({.function = 4, .address = 518}));
-    EXPECT_EQ(clock(), clock_answer);
+    EXPECT_EQ(clock(), ClockAnswer);
     EXPECT_FALSE(record(meter, 1, 0, 48).empty());
     EXPECT_FALSE(record(meter, 0, 7, 4).empty());
     EXPECT_TRUE(record(meter, 1, 7, 4).empty());
@@ -141,7 +141,7 @@ TEST_F(SimModbusVistFaults, FollowAScriptThenAPeriodThenChance) {
     for (int k = 0; k < 9; ++k) said += std::to_string(clock().size()) + " ";
     EXPECT_EQ(said, "11 0 5 11 11 5 11 11 5 ");
     meter.behave();
-    EXPECT_EQ(clock(), clock_answer);
+    EXPECT_EQ(clock(), ClockAnswer);
     meter.misbehave_randomly(0.5, 7, {sim::modbus_silence(), sim::modbus_cut(1)});
     int silent = 0;
     int cut = 0;

@@ -13,7 +13,7 @@ using sim::ModbusVistConfig;
 
 class SimModbusVist : public ModbusVistTest {
   protected:
-    ModbusVistMeter meter{{.serial = seventeen, .systems = {{.name = "HEAT"}, {.name = "GVS"}, {.name = "VENT"}}}};
+    ModbusVistMeter meter{{.serial = Seventeen, .systems = {{.name = "HEAT"}, {.name = "GVS"}, {.name = "VENT"}}}};
 };
 
 std::string text_at(const ByteVector& bytes, std::size_t place) {
@@ -35,18 +35,18 @@ TEST_F(SimModbusVist, ReckonsTheCheckSumOfTheStandard) {
 
 TEST_F(SimModbusVist, TellsItsClock) {
     const ByteVector request = {0x11, 0x04, 0x00, 0x00, 0x00, 0x03, 0xB2, 0x9B};
-    EXPECT_EQ(joined(meter.hear(request, eleven + 59)),
+    EXPECT_EQ(joined(meter.hear(request, Eleven + 59)),
               (ByteVector{0x11, 0x04, 0x06, 0x0B, 0x00, 0x3B, 0x02, 0x03, 0x18, 0x00, 0x36}));
 }
 
 TEST_F(SimModbusVist, TellsItsTemperatures) {
     const ByteVector request = {0x11, 0x04, 0x02, 0x06, 0x00, 0x04, 0x12, 0xE0};
-    EXPECT_EQ(joined(meter.hear(request, eleven)),
+    EXPECT_EQ(joined(meter.hear(request, Eleven)),
               (ByteVector{0x11, 0x04, 0x08, 0x25, 0x4E, 0x17, 0x89, 0x04, 0x1A, 0x02, 0xD5, 0x22, 0x1E}));
 }
 
 TEST_F(SimModbusVist, AnswersAtOnceInOnePiece) {
-    const Answer answer = meter.hear(sim::modbus_sealed({0x11, 0x04, 0x00, 0x00, 0x00, 0x01}), eleven);
+    const Answer answer = meter.hear(sim::modbus_sealed({0x11, 0x04, 0x00, 0x00, 0x00, 0x01}), Eleven);
     ASSERT_EQ(answer.size(), 1U);
     EXPECT_EQ(answer[0].delay_seconds, 0.02);
 }
@@ -62,7 +62,7 @@ TEST_F(SimModbusVist, KeepsSilentWhenItIsNotMeantOrDoesNotUnderstand) {
     for (const auto& request : {wrong_crc, twice, behind_noise, to_another, part(right, 0, 6), ByteVector{0x11},
                                 ByteVector{}, sim::modbus_sealed({0x11}), sim::modbus_sealed({0x00, 0x04, 0, 0, 0, 3}),
                                 sim::modbus_sealed(ByteVector(300, 0x11))}) {
-        EXPECT_TRUE(meter.hear(request, eleven).empty()) << ::testing::PrintToString(request);
+        EXPECT_TRUE(meter.hear(request, Eleven).empty()) << ::testing::PrintToString(request);
     }
     EXPECT_EQ(meter.requests(), 0U);
 }
@@ -70,7 +70,7 @@ TEST_F(SimModbusVist, KeepsSilentWhenItIsNotMeantOrDoesNotUnderstand) {
 TEST_F(SimModbusVist, AnswersToTheLowByteOfItsSerialNumber) {
     ModbusVistMeter higher({.serial = 300});
     EXPECT_EQ(higher.address(), 44);
-    EXPECT_EQ(joined(higher.hear(ByteVector{0x2C, 0x04, 0x00, 0x00, 0x00, 0x03, 0xB6, 0x76}, eleven)).size(), 11U);
+    EXPECT_EQ(joined(higher.hear(ByteVector{0x2C, 0x04, 0x00, 0x00, 0x00, 0x03, 0xB6, 0x76}, Eleven)).size(), 11U);
     ModbusVistMeter never({.serial = 256});
     EXPECT_TRUE(ask(never, {0x00, 0x04, 0x00, 0x00, 0x00, 0x03}).empty());
 }
@@ -114,14 +114,14 @@ TEST_F(SimModbusVist, GivesAnyRegistersWithinItsMap) {
 // ---- configuration
 
 TEST_F(SimModbusVist, TellsWhoItIs) {
-    ModbusVistMeter told({.serial = seventeen, .firmware = "V3.07", .name = "ABC-5"});
+    ModbusVistMeter told({.serial = Seventeen, .firmware = "V3.07", .name = "ABC-5"});
     const ByteVector block = holding(told, 0, 99);
     ASSERT_EQ(block.size(), 198U);
     EXPECT_EQ(text_at(block, 4), "V3.07");
     EXPECT_EQ(text_at(block, 25), "ABC-5");
     EXPECT_EQ(text_at(block, 46), "17");
     EXPECT_EQ(block[197], 1);
-    ModbusVistMeter other({.serial = seventeen, .serial_text = "no number"});
+    ModbusVistMeter other({.serial = Seventeen, .serial_text = "no number"});
     EXPECT_EQ(text_at(holding(other, 0, 99), 46), "no number");
 }
 
@@ -139,7 +139,7 @@ TEST_F(SimModbusVist, MayClaimAnyNumberOfSystems) {
     EXPECT_EQ(holding(meter, 98, 1)[1], 200);
     meter.claim_systems(std::nullopt);
     EXPECT_EQ(holding(meter, 98, 1)[1], 3);
-    ModbusVistMeter born_so({.serial = seventeen, .claimed_systems = 0});
+    ModbusVistMeter born_so({.serial = Seventeen, .claimed_systems = 0});
     EXPECT_EQ(holding(born_so, 98, 1)[1], 0);
 }
 
@@ -180,7 +180,7 @@ TEST_F(SimModbusVist, TellsTheMaskOfItsRecordsUnlessToldOtherwise) {
 }
 
 TEST_F(SimModbusVist, HasMemoryForThreeSystemsAndValuesOfThoseThatExist) {
-    ModbusVistMeter small({.serial = seventeen});
+    ModbusVistMeter small({.serial = Seventeen});
     EXPECT_EQ(holding(small, 284, 76), ByteVector(152, 0));
     EXPECT_EQ(part(holding(small, 658, 5), 1, 9), ByteVector(9, 0));
     EXPECT_EQ(refusal(small, registers_request(0x11, 4, 1538, 4)), 2);
@@ -216,13 +216,13 @@ TEST_F(SimModbusVist, PutsTheHighWordOfALongValueFirst) {
 }
 
 TEST_F(SimModbusVist, LetsTheValuesOfTheHourGrowUntilItEnds) {
-    EXPECT_EQ(number(input(meter, 1042, 2, eleven), 0, 4), 0U);
-    EXPECT_EQ(number(input(meter, 1042, 2, eleven + 1800), 0, 4), 21600U);
-    EXPECT_EQ(number(input(meter, 1078, 1, eleven + 3599), 0, 2), 3599U);
-    EXPECT_EQ(number(input(meter, 1042, 2, eleven + 3600), 0, 4), 0U);
+    EXPECT_EQ(number(input(meter, 1042, 2, Eleven), 0, 4), 0U);
+    EXPECT_EQ(number(input(meter, 1042, 2, Eleven + 1800), 0, 4), 21600U);
+    EXPECT_EQ(number(input(meter, 1078, 1, Eleven + 3599), 0, 2), 3599U);
+    EXPECT_EQ(number(input(meter, 1042, 2, Eleven + 3600), 0, 4), 0U);
     meter.set_value("V1", 7199);
-    EXPECT_EQ(number(input(meter, 1042, 2, eleven + 1800), 0, 4), 7199U);
-    EXPECT_EQ(meter.value("V1", eleven + 7), 7199U);
+    EXPECT_EQ(number(input(meter, 1042, 2, Eleven + 1800), 0, 4), 7199U);
+    EXPECT_EQ(meter.value("V1", Eleven + 7), 7199U);
 }
 
 TEST_F(SimModbusVist, RefusesToBeSetUpAsNoMeterIs) {
@@ -242,18 +242,18 @@ TEST_F(SimModbusVist, RefusesToBeSetUpAsNoMeterIs) {
 // ---- clock
 
 TEST_F(SimModbusVist, HasAClockOfItsOwn) {
-    ModbusVistMeter ahead({.serial = seventeen, .clock_offset = 65});
-    EXPECT_EQ(input(ahead, 0, 3, eleven), (ByteVector{11, 1, 5, 2, 3, 24}));
-    ahead.set_clock("2024-12-31 23:59:59", eleven);
-    EXPECT_EQ(input(ahead, 0, 3, eleven + 1), (ByteVector{0, 0, 0, 1, 1, 25}));
-    ModbusVistMeter fast({.serial = seventeen, .clock_drift_ppm = 1000.0});
-    input(fast, 0, 3, eleven);
-    EXPECT_EQ(input(fast, 0, 3, eleven + 10000), (ByteVector{13, 46, 50, 2, 3, 24}));
+    ModbusVistMeter ahead({.serial = Seventeen, .clock_offset = 65});
+    EXPECT_EQ(input(ahead, 0, 3, Eleven), (ByteVector{11, 1, 5, 2, 3, 24}));
+    ahead.set_clock("2024-12-31 23:59:59", Eleven);
+    EXPECT_EQ(input(ahead, 0, 3, Eleven + 1), (ByteVector{0, 0, 0, 1, 1, 25}));
+    ModbusVistMeter fast({.serial = Seventeen, .clock_drift_ppm = 1000.0});
+    input(fast, 0, 3, Eleven);
+    EXPECT_EQ(input(fast, 0, 3, Eleven + 10000), (ByteVector{13, 46, 50, 2, 3, 24}));
 }
 
 TEST_F(SimModbusVist, TellsLocalTime) {
     live_in("MSK-3");
-    EXPECT_EQ(input(meter, 0, 3, eleven), (ByteVector{14, 0, 0, 2, 3, 24}));
+    EXPECT_EQ(input(meter, 0, 3, Eleven), (ByteVector{14, 0, 0, 2, 3, 24}));
 }
 
 // ---- what it heard

@@ -23,12 +23,12 @@ using sim::Sa94Kind;
 using sim::Sa94Meter;
 using sim::Sa94StoredRecord;
 
-inline constexpr std::time_t eleven = 1709377200;  // 2024-03-02 11:00:00 UTC
-inline constexpr std::time_t hour = 3600;
+inline constexpr std::time_t Eleven = 1709377200;  // 2024-03-02 11:00:00 UTC
+inline constexpr std::time_t Hour = 3600;
 
-inline const ByteVector connect_12345 = {0xC4, 0x46, 0x45};
-inline const ByteVector leave = {0x01};
-inline const ByteVector nothing = {};
+inline const ByteVector Connect12345 = {0xC4, 0x46, 0x45};
+inline const ByteVector Leave = {0x01};
+inline const ByteVector Nothing = {};
 
 /// Each test starts in UTC and leaves the zone as it was.
 class Sa94Test : public ::testing::Test {
@@ -51,7 +51,7 @@ class Sa94Test : public ::testing::Test {
 };
 
 /// The bytes of all bursts of the answer.
-inline ByteVector ask(Sa94Meter& meter, const ByteVector& request, std::time_t now = eleven) {
+inline ByteVector ask(Sa94Meter& meter, const ByteVector& request, std::time_t now = Eleven) {
     ByteVector all;
     for (const auto& burst : meter.hear(request, now)) all.insert(all.end(), burst.bytes.begin(), burst.bytes.end());
     return all;
@@ -61,7 +61,7 @@ inline ByteVector ask(Sa94Meter& meter, const ByteVector& request, std::time_t n
 inline Sa94Meter talking(Sa94Config config = {}) {
     config.address = 0x12345;
     Sa94Meter meter(std::move(config));
-    ask(meter, connect_12345);
+    ask(meter, Connect12345);
     return meter;
 }
 

@@ -20,17 +20,17 @@ class SimSa94Desk : public Sa94Test {
         return out.str();
     }
     static ByteVector ask(sim::DeskMeter& desk, const ByteVector& request) {
-        const Answer answer = desk.made.meter->hear(request, eleven);
+        const Answer answer = desk.made.meter->hear(request, Eleven);
         return answer.empty() ? ByteVector{} : answer.front().bytes;
     }
-    const sim::DeskRules rules{.now = eleven, .line = "/tmp/line"};
+    const sim::DeskRules rules{.now = Eleven, .line = "/tmp/line"};
 };
 
 TEST_F(SimSa94Desk, SerialNumberIsTheAddressAndTheManufacturerIsToldToTheService) {
     sim::DeskMeter desk = make_desk_meter("type=sa94,serial=74565,status=149,firmware=M300 1.0", 1, rules);
     EXPECT_EQ(desk.settings.serial, 0x12345U);
     EXPECT_EQ(desk.settings.manufacturer, "sa-94-2m");
-    EXPECT_EQ(ask(desk, connect_12345), ByteVector{0x95});
+    EXPECT_EQ(ask(desk, Connect12345), ByteVector{0x95});
     EXPECT_EQ(part(ask(desk, {0xA0, 0x02}), 1, 4), (ByteVector{'M', '3', '0', '0'}));
 }
 
@@ -55,7 +55,7 @@ TEST_F(SimSa94Desk, HasAPastOfSoManyHours) {
 
 TEST_F(SimSa94Desk, PresentValuesMayBeGiven) {
     sim::DeskMeter desk = make_desk_meter("type=sa94,serial=74565,firmware=M451,T1=1,p1=0.5", 1, rules);
-    ask(desk, connect_12345);
+    ask(desk, Connect12345);
     EXPECT_EQ(ask(desk, {0x82}), (ByteVector{0x81, 0x00, 0x00, 0x00}));
     EXPECT_EQ(ask(desk, {0x88}), (ByteVector{0x80, 0x00, 0x00, 0x00}));
 }

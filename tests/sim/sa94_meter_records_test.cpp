@@ -14,9 +14,9 @@ namespace {
 using namespace sa94_asking;  // NOLINT(google-build-using-namespace)
 using sim::Sa94FileValue;
 
-constexpr Sa94Archive hourly = Sa94Archive::Hourly;
-constexpr Sa94Archive daily = Sa94Archive::Daily;
-constexpr Sa94Archive errors = Sa94Archive::Errors;
+constexpr Sa94Archive Hourly = Sa94Archive::Hourly;
+constexpr Sa94Archive Daily = Sa94Archive::Daily;
+constexpr Sa94Archive Errors = Sa94Archive::Errors;
 
 class SimSa94Records : public Sa94Test {};
 
@@ -57,7 +57,7 @@ TEST_F(SimSa94Records, DailyRecordHasNoHour) {
     Sa94Meter meter = talking({.firmware = "M300"});
     meter.store_daily({.at = "2024-03-02 00:00", .values = {{"IT", 1.0}}});
     EXPECT_EQ(part(ask(meter, {0xA4, 0x00}), 0, 8), (ByteVector{0x00, 0x02, 0x03, 0x24, 0x81, 0x00, 0x00, 0x00}));
-    EXPECT_EQ(meter.records(daily), (std::vector<Sa94StoredRecord>{{1709337600, 4, 0, 0}}));
+    EXPECT_EQ(meter.records(Daily), (std::vector<Sa94StoredRecord>{{1709337600, 4, 0, 0}}));
 }
 
 TEST_F(SimSa94Records, ErrorRecordHasItsCodeAndWhetherItIsOver) {
@@ -79,7 +79,7 @@ TEST_F(SimSa94Records, FirmwareWithoutAFormOfRecordsWritesDateAndHourOnly) {
         ByteVector expected = {0x00, 0x02, 0x03, 0x24, 0x01, 0x10};
         expected.resize(32, 0);
         EXPECT_EQ(part(ask(meter, {0xA2, 0x00}), 0, 32), expected) << firmware;
-        EXPECT_EQ(meter.record_files(hourly, meter.records(hourly).front()), std::vector<Sa94FileValue>{});
+        EXPECT_EQ(meter.record_files(Hourly, meter.records(Hourly).front()), std::vector<Sa94FileValue>{});
         EXPECT_THROW(meter.store_hourly({.at = "2024-03-02 11:00", .values = {{"T1", 1}}}), std::invalid_argument);
     }
     Sa94Meter large = talking({.firmware = "M411"});
@@ -95,7 +95,7 @@ TEST_F(SimSa94Records, WhatNoRecordCanHoldIsRefused) {
     EXPECT_THROW(meter.store_hourly({.at = "2024-03-02 11:00", .values = {{"P1", 1}}}), std::invalid_argument);
     EXPECT_THROW(meter.store_hourly({.at = "2024-03-02 11:00", .values = {{"IM1", 2e38}}}), std::invalid_argument);
     EXPECT_THROW(meter.store_hourly({}), std::invalid_argument);
-    EXPECT_TRUE(meter.records(hourly).empty());
+    EXPECT_TRUE(meter.records(Hourly).empty());
 }
 
 // ---- what ought to be filed
@@ -104,27 +104,27 @@ TEST_F(SimSa94Records, LinesOfAnHourAreDatedAtItsBeginningAndTotalsAtItsEnd) {
     Sa94Meter meter({.firmware = "M300", .status = 0x02});
     meter.store_hourly(
         {.at = "2024-03-02 10:00", .values = {{"t", 1800}, {"IM1", 120.5}, {"T1", 7125}, {"T3", 1000}, {"w1", 900}}});
-    const auto lines = meter.record_files(hourly, meter.records(hourly).front());
-    const std::vector<Sa94FileValue> expected = {{"A3", eleven - hour, 192, 0.5},   {"A12", eleven, 192, 120.5},
-                                                 {"A14", eleven, 192, 0.0},         {"_A20", eleven - hour, 192, 71.25},
-                                                 {"_A21", eleven - hour, 192, 0.0}, {"A22", eleven - hour, 192, 10.0},
-                                                 {"A26", eleven - hour, 192, 0.5},  {"A25", eleven - hour, 192, 0.0},
-                                                 {"A24", eleven - hour, 192, 0.0},  {"A1", eleven, 192, 0.0}};
+    const auto lines = meter.record_files(Hourly, meter.records(Hourly).front());
+    const std::vector<Sa94FileValue> expected = {{"A3", Eleven - Hour, 192, 0.5},   {"A12", Eleven, 192, 120.5},
+                                                 {"A14", Eleven, 192, 0.0},         {"_A20", Eleven - Hour, 192, 71.25},
+                                                 {"_A21", Eleven - Hour, 192, 0.0}, {"A22", Eleven - Hour, 192, 10.0},
+                                                 {"A26", Eleven - Hour, 192, 0.5},  {"A25", Eleven - Hour, 192, 0.0},
+                                                 {"A24", Eleven - Hour, 192, 0.0},  {"A1", Eleven, 192, 0.0}};
     EXPECT_EQ(lines, expected);
     meter.set_status(0x04);  // a meter of this firmware has no third sensor then
-    EXPECT_EQ(meter.record_files(hourly, meter.records(hourly).front()).size(), expected.size() - 1);
+    EXPECT_EQ(meter.record_files(Hourly, meter.records(Hourly).front()).size(), expected.size() - 1);
 }
 
 TEST_F(SimSa94Records, LinesOfADayGoToFilesOfTheirOwn) {
     Sa94Meter meter({.firmware = "301"});
     meter.store_daily({.at = "2024-03-01 00:00", .values = {{"IE", 2.0}, {"P1", 0.5}, {"V1", 3.0}, {"T1", 50.0}}});
-    const auto lines = meter.record_files(daily, meter.records(daily).front());
-    const std::time_t midnight = eleven - 11 * hour;
+    const auto lines = meter.record_files(Daily, meter.records(Daily).front());
+    const std::time_t midnight = Eleven - 11 * Hour;
     ASSERT_EQ(lines.size(), 11U);
     EXPECT_EQ(lines[0], (Sa94FileValue{"A29", midnight, 192, 2.0F * 0.859845F}));
-    EXPECT_EQ(lines[1], (Sa94FileValue{"_A48", midnight - 24 * hour, 192, 50.0}));
-    EXPECT_EQ(lines[4], (Sa94FileValue{"A45", midnight - 24 * hour, 192, 0.5F * 10.197162F}));
-    EXPECT_EQ(lines[6], (Sa94FileValue{"A33", midnight - 24 * hour, 192, 3.0}));
+    EXPECT_EQ(lines[1], (Sa94FileValue{"_A48", midnight - 24 * Hour, 192, 50.0}));
+    EXPECT_EQ(lines[4], (Sa94FileValue{"A45", midnight - 24 * Hour, 192, 0.5F * 10.197162F}));
+    EXPECT_EQ(lines[6], (Sa94FileValue{"A33", midnight - 24 * Hour, 192, 3.0}));
 }
 
 TEST_F(SimSa94Records, StatusDecidesWhatTheOpenChannelsAre) {
@@ -133,7 +133,7 @@ TEST_F(SimSa94Records, StatusDecidesWhatTheOpenChannelsAre) {
     const auto files = [&](std::uint8_t status) {
         meter.set_status(status);
         std::set<std::string> names;
-        for (const auto& line : meter.record_files(hourly, meter.records(hourly).front())) {
+        for (const auto& line : meter.record_files(Hourly, meter.records(Hourly).front())) {
             if (line.value == 1.0 || line.value == 2.0 || line.value == 3.0) names.insert(line.file);
         }
         return names;
@@ -148,11 +148,11 @@ TEST_F(SimSa94Records, StatusDecidesWhatTheOpenChannelsAre) {
 
 TEST_F(SimSa94Records, LineOfAnErrorSaysWhetherItBegan) {
     Sa94Meter meter;
-    meter.start_error(5, eleven);
-    meter.stop_error(127, eleven + 1);
-    const auto held = meter.records(errors);
-    EXPECT_EQ(meter.record_files(errors, held[0]), (std::vector<Sa94FileValue>{{"_A57", eleven, 192, 5.0}}));
-    EXPECT_EQ(meter.record_files(errors, held[1]), (std::vector<Sa94FileValue>{{"_A57", eleven + 1, 0, 127.0}}));
+    meter.start_error(5, Eleven);
+    meter.stop_error(127, Eleven + 1);
+    const auto held = meter.records(Errors);
+    EXPECT_EQ(meter.record_files(Errors, held[0]), (std::vector<Sa94FileValue>{{"_A57", Eleven, 192, 5.0}}));
+    EXPECT_EQ(meter.record_files(Errors, held[1]), (std::vector<Sa94FileValue>{{"_A57", Eleven + 1, 0, 127.0}}));
 }
 
 TEST_F(SimSa94Records, UnitsAreExactToTheLastBit) {
@@ -166,7 +166,7 @@ TEST_F(SimSa94Records, UnitsAreExactToTheLastBit) {
 
 TEST_F(SimSa94Records, EveryFirmwareWithAFormOfRecordsFillsItsRings) {
     for (const auto& firmware : sim::sa94_firmwares()) {
-        for (const Sa94Archive archive : {hourly, daily}) {
+        for (const Sa94Archive archive : {Hourly, Daily}) {
             Sa94Meter meter({.firmware = std::string(firmware.name)});
             EXPECT_EQ(meter.firmware().id, firmware.id);
             meter.fill(archive, {.records = 4, .newest = "2024-03-02 00:00"});

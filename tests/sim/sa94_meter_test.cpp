@@ -15,7 +15,7 @@ namespace {
 using namespace sa94_asking;  // NOLINT(google-build-using-namespace)
 using sim::sa94_float;
 using sim::sa94_float_value;
-using sim::sa94_request;
+using sim::sa94_question;
 
 class SimSa94 : public Sa94Test {};
 
@@ -42,19 +42,19 @@ TEST_F(SimSa94, HasAnAddressOfTwentyBits) {
 
 TEST_F(SimSa94, IsSilentUntilItIsConnected) {
     Sa94Meter meter({.address = 0x12345});
-    EXPECT_EQ(ask(meter, {0xA0, 0x02}), nothing);
-    EXPECT_EQ(ask(meter, {0x82}), nothing);
-    EXPECT_EQ(ask(meter, {0x01}), nothing);
+    EXPECT_EQ(ask(meter, {0xA0, 0x02}), Nothing);
+    EXPECT_EQ(ask(meter, {0x82}), Nothing);
+    EXPECT_EQ(ask(meter, {0x01}), Nothing);
     EXPECT_EQ(meter.heard().size(), 0U);
-    EXPECT_EQ(ask(meter, connect_12345).size(), 1U);
+    EXPECT_EQ(ask(meter, Connect12345).size(), 1U);
     EXPECT_EQ(ask(meter, {0xA0, 0x02}).size(), 128U);
 }
 
 TEST_F(SimSa94, IsSilentOnceItWasLeft) {
     Sa94Meter meter = talking();
-    EXPECT_EQ(ask(meter, {0x01}), nothing);
+    EXPECT_EQ(ask(meter, {0x01}), Nothing);
     EXPECT_FALSE(meter.in_conversation());
-    EXPECT_EQ(ask(meter, {0x82}), nothing);
+    EXPECT_EQ(ask(meter, {0x82}), Nothing);
     EXPECT_EQ(meter.requests(Sa94Kind::Disconnect), 1U);
 }
 
@@ -62,7 +62,7 @@ TEST_F(SimSa94, FallsSilentWhenAnotherMeterIsConnected) {
     Sa94Meter meter = talking();
     Sa94Meter other({.address = 0x12346, .status = 0x10});
     for (Sa94Meter* each : {&meter, &other}) ask(*each, {0xC4, 0x46, 0x46});
-    EXPECT_EQ(ask(meter, {0x82}), nothing);
+    EXPECT_EQ(ask(meter, {0x82}), Nothing);
     EXPECT_EQ(ask(other, {0x82}).size(), 4U);
 }
 
@@ -74,7 +74,7 @@ TEST_F(SimSa94, MetersOnOneLineAreHeardOneAtATime) {
     line.connect(second);
     std::uint8_t byte = 0;
     const auto says = [&](const ByteVector& request) {
-        line.deliver(request, 0, eleven);
+        line.deliver(request, 0, Eleven);
         const auto arrival = line.next_arrival();
         return arrival && line.read({&byte, 1}, *arrival) == 1 && !line.next_arrival();
     };
@@ -105,7 +105,7 @@ TEST_F(SimSa94, IsSilentToWhatIsNoRequest) {
                                       {0xC4, 0xC6, 0x45},
                                       {0xC4, 0x46, 0xC5},
                                       {0xC4, 0x46, 0x45, 0x01}}) {
-        EXPECT_EQ(ask(meter, request), nothing);
+        EXPECT_EQ(ask(meter, request), Nothing);
     }
     EXPECT_TRUE(meter.in_conversation());
     EXPECT_EQ(meter.heard().size(), 1U);
@@ -114,17 +114,17 @@ TEST_F(SimSa94, IsSilentToWhatIsNoRequest) {
 // ---- requests
 
 TEST_F(SimSa94, TellsTheFormsOfARequestApart) {
-    EXPECT_EQ(sa94_request(ByteVector{0xA3, 0x7F}),
-              (sim::Sa94Request{.kind = Sa94Kind::Block, .segment = 3, .block = 127}));
-    EXPECT_EQ(sa94_request(ByteVector{0xB7, 0x6F, 0x3F}),
-              (sim::Sa94Request{.kind = Sa94Kind::Block, .segment = 5, .block = 511, .extended_form = true}));
-    EXPECT_EQ(sa94_request(ByteVector{0xB7, 0x51, 0x00}),
-              (sim::Sa94Request{.kind = Sa94Kind::Block, .segment = 2, .block = 64, .extended_form = true}));
-    EXPECT_EQ(sa94_request(ByteVector{0x8C}), (sim::Sa94Request{.kind = Sa94Kind::Parameter, .code = 12}));
-    EXPECT_EQ(sa94_request(ByteVector{0x9F}), (sim::Sa94Request{.kind = Sa94Kind::Parameter, .code = 31}));
-    EXPECT_EQ(sa94_request(ByteVector{0xA0}), std::nullopt);
-    EXPECT_EQ(sa94_request(ByteVector{0xC4, 0x46, 0x45}),
-              (sim::Sa94Request{.kind = Sa94Kind::Connect, .address = 0x12345}));
+    EXPECT_EQ(sa94_question(ByteVector{0xA3, 0x7F}),
+              (sim::Sa94Question{.kind = Sa94Kind::Block, .segment = 3, .block = 127}));
+    EXPECT_EQ(sa94_question(ByteVector{0xB7, 0x6F, 0x3F}),
+              (sim::Sa94Question{.kind = Sa94Kind::Block, .segment = 5, .block = 511, .extended_form = true}));
+    EXPECT_EQ(sa94_question(ByteVector{0xB7, 0x51, 0x00}),
+              (sim::Sa94Question{.kind = Sa94Kind::Block, .segment = 2, .block = 64, .extended_form = true}));
+    EXPECT_EQ(sa94_question(ByteVector{0x8C}), (sim::Sa94Question{.kind = Sa94Kind::Parameter, .code = 12}));
+    EXPECT_EQ(sa94_question(ByteVector{0x9F}), (sim::Sa94Question{.kind = Sa94Kind::Parameter, .code = 31}));
+    EXPECT_EQ(sa94_question(ByteVector{0xA0}), std::nullopt);
+    EXPECT_EQ(sa94_question(ByteVector{0xC4, 0x46, 0x45}),
+              (sim::Sa94Question{.kind = Sa94Kind::Connect, .address = 0x12345}));
 }
 
 TEST_F(SimSa94, ReachesEveryBlockOfEverySegmentInTheLongForm) {
@@ -132,7 +132,7 @@ TEST_F(SimSa94, ReachesEveryBlockOfEverySegmentInTheLongForm) {
         for (unsigned block = 0; block < 512; ++block) {
             const ByteVector bytes = {0xB7, static_cast<std::uint8_t>(0x40 + segment * 8 + block / 64),
                                       static_cast<std::uint8_t>(block % 64)};
-            const auto request = sa94_request(bytes);
+            const auto request = sa94_question(bytes);
             ASSERT_TRUE(request.has_value());
             EXPECT_EQ(request->segment, segment);
             EXPECT_EQ(request->block, block);
@@ -183,7 +183,7 @@ TEST_F(SimSa94, LargeSegmentsAreReachedInTheLongFormAndTheirStartInTheShortOne) 
 TEST_F(SimSa94, AMeterWithSmallSegmentsDoesNotKnowTheLongForm) {
     Sa94Meter meter = talking({.firmware = "M300"});
     EXPECT_EQ(ask(meter, {0xA3, 0x7F}), erased(128));
-    EXPECT_EQ(ask(meter, {0xB7, 0x58, 0x00}), nothing);
+    EXPECT_EQ(ask(meter, {0xB7, 0x58, 0x00}), Nothing);
     EXPECT_THROW(meter.memory().block(3, 128), std::out_of_range);
     EXPECT_THROW(meter.memory().block(8, 0), std::out_of_range);
     EXPECT_THROW(meter.memory().write(0, 0, 127, ByteVector{1, 2}), std::out_of_range);
@@ -223,7 +223,7 @@ TEST_F(SimSa94, AnswersAParameterWithItsFloat) {
     EXPECT_EQ(ask(meter, {0x82}), (ByteVector{0x81, 0x00, 0x00, 0x00}));
     meter.set_value("T2", -71.25F);
     EXPECT_EQ(ask(meter, {0x83}), (ByteVector{0x87, 0x8E, 0x80, 0x00}));  // -71.25 is C2 8E 80 00
-    EXPECT_EQ(meter.value("T2", eleven), -71.25F);
+    EXPECT_EQ(meter.value("T2", Eleven), -71.25F);
     EXPECT_THROW(meter.set_value("P1", 1.0F), std::invalid_argument);
     EXPECT_FALSE(meter.has_value("P1"));
     EXPECT_TRUE(meter.has_value("IM2"));
@@ -233,28 +233,28 @@ TEST_F(SimSa94, AnswersACodeWithoutAValueWithZeroAndOneBeyondFifteenNotAtAll) {
     Sa94Meter meter = talking({.firmware = "M100"});
     EXPECT_EQ(ask(meter, {0x81}), (ByteVector{0, 0, 0, 0}));
     EXPECT_EQ(ask(meter, {0x86}), (ByteVector{0, 0, 0, 0}));
-    EXPECT_EQ(ask(meter, {0x90}), nothing);
-    EXPECT_EQ(ask(meter, {0x9F}), nothing);
+    EXPECT_EQ(ask(meter, {0x90}), Nothing);
+    EXPECT_EQ(ask(meter, {0x9F}), Nothing);
 }
 
 TEST_F(SimSa94, TotalsGrowWithTheClockAndMeansStay) {
     Sa94Meter meter({.address = 0x10, .firmware = "M300"});
-    EXPECT_GT(meter.value("IM1", eleven + 24 * hour), meter.value("IM1", eleven));
-    EXPECT_EQ(meter.value("IT1", eleven + hour), meter.value("IT1", eleven) + 3600.0F);
-    EXPECT_EQ(meter.value("T1", eleven + 5 * hour), meter.value("T1", eleven));
+    EXPECT_GT(meter.value("IM1", Eleven + 24 * Hour), meter.value("IM1", Eleven));
+    EXPECT_EQ(meter.value("IT1", Eleven + Hour), meter.value("IT1", Eleven) + 3600.0F);
+    EXPECT_EQ(meter.value("T1", Eleven + 5 * Hour), meter.value("T1", Eleven));
     meter.set_value("IM1", 7.0F);
-    EXPECT_EQ(meter.value("IM1", eleven + 24 * hour), 7.0F);
+    EXPECT_EQ(meter.value("IM1", Eleven + 24 * Hour), 7.0F);
     Sa94Meter swaying({.firmware = "M300", .sway = true});
-    EXPECT_NE(swaying.value("T1", eleven + 5 * hour), swaying.value("T1", eleven));
+    EXPECT_NE(swaying.value("T1", Eleven + 5 * Hour), swaying.value("T1", Eleven));
 }
 
 TEST_F(SimSa94, ThirdGenerationHasVolumesOrMassesByItsStatus) {
     Sa94Meter meter({.firmware = "M451", .status = 0x00});
-    const float mass = meter.value("p1", eleven);
+    const float mass = meter.value("p1", Eleven);
     meter.set_status(0x40);
-    EXPECT_EQ(meter.value("p1", eleven), mass);
+    EXPECT_EQ(meter.value("p1", Eleven), mass);
     meter.set_status(0x44);
-    EXPECT_NE(meter.value("p1", eleven), mass);
+    EXPECT_NE(meter.value("p1", Eleven), mass);
 }
 
 // ---- floats
@@ -294,33 +294,33 @@ TEST_F(SimSa94, BcdIsTwoDigitsAndIsNotChecked) {
 
 TEST_F(SimSa94, TellsItsTimeAndDateInBcd) {
     Sa94Meter meter = talking();
-    EXPECT_EQ(ask(meter, {0x8A}, eleven + 12 * 60 + 34), (ByteVector{0, 0x11, 0x12, 0x34}));
+    EXPECT_EQ(ask(meter, {0x8A}, Eleven + 12 * 60 + 34), (ByteVector{0, 0x11, 0x12, 0x34}));
     EXPECT_EQ(ask(meter, {0x8B}), (ByteVector{0, 0x02, 0x03, 0x24}));
 }
 
 TEST_F(SimSa94, ClockMayBeAheadDriftAndBeSet) {
     Sa94Meter meter = talking({.clock_offset = -61, .clock_drift_ppm = 1000.0});
     EXPECT_EQ(ask(meter, {0x8A}), (ByteVector{0, 0x10, 0x58, 0x59}));
-    EXPECT_EQ(ask(meter, {0x8A}, eleven + 1000), (ByteVector{0, 0x11, 0x15, 0x40}));
-    meter.set_clock("2023-12-31 23:59:58", eleven);
-    EXPECT_EQ(ask(meter, {0x8A}, eleven + 2), (ByteVector{0, 0x00, 0x00, 0x00}));
-    EXPECT_EQ(ask(meter, {0x8B}, eleven + 2), (ByteVector{0, 0x01, 0x01, 0x24}));
+    EXPECT_EQ(ask(meter, {0x8A}, Eleven + 1000), (ByteVector{0, 0x11, 0x15, 0x40}));
+    meter.set_clock("2023-12-31 23:59:58", Eleven);
+    EXPECT_EQ(ask(meter, {0x8A}, Eleven + 2), (ByteVector{0, 0x00, 0x00, 0x00}));
+    EXPECT_EQ(ask(meter, {0x8B}, Eleven + 2), (ByteVector{0, 0x01, 0x01, 0x24}));
 }
 
 TEST_F(SimSa94, ClockKnowsNoSummerTime) {
     live_in("CET-1CEST,M3.5.0,M10.5.0/3");
-    constexpr std::time_t july_noon = 1719835200;  // 2024-07-01 12:00 UTC, 14:00 in summer time
+    constexpr std::time_t JulyNoon = 1719835200;  // 2024-07-01 12:00 UTC, 14:00 in summer time
     Sa94Meter meter = talking();
-    EXPECT_EQ(ask(meter, {0x8A}, july_noon), (ByteVector{0, 0x13, 0x00, 0x00}));
-    EXPECT_EQ(sim::Sa94When("2024-07-01 13:00").time(), july_noon);
-    EXPECT_EQ(sim::Sa94When(july_noon).date(), sim::Sa94When("2024-07-01 13:00").date());
+    EXPECT_EQ(ask(meter, {0x8A}, JulyNoon), (ByteVector{0, 0x13, 0x00, 0x00}));
+    EXPECT_EQ(sim::Sa94When("2024-07-01 13:00").time(), JulyNoon);
+    EXPECT_EQ(sim::Sa94When(JulyNoon).date(), sim::Sa94When("2024-07-01 13:00").date());
 }
 
 TEST_F(SimSa94, FacesCountSecondsThroughTheCalendar) {
     EXPECT_EQ(sim::sa94_face(sim::Sa94When("2024-02-29 23:59:59").date()) + 1,
               sim::sa94_face(sim::Sa94When("2024-03-01 00:00").date()));
-    EXPECT_EQ(sim::sa94_face(sim::Sa94When("2024-03-02 11:00").date()), eleven);
-    EXPECT_EQ(sim::sa94_date_of_face(eleven + 61), sim::Sa94When("2024-03-02 11:01:01").date());
+    EXPECT_EQ(sim::sa94_face(sim::Sa94When("2024-03-02 11:00").date()), Eleven);
+    EXPECT_EQ(sim::sa94_date_of_face(Eleven + 61), sim::Sa94When("2024-03-02 11:01:01").date());
 }
 
 // ---- another meter

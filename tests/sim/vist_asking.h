@@ -20,8 +20,8 @@ using sim::ByteVector;
 using sim::VistMeter;
 using sim::VistOrder;
 
-inline constexpr std::time_t eleven = 1709377200;  // 2024-03-02 11:00:00 UTC
-inline constexpr std::time_t hour = 3600;
+inline constexpr std::time_t Eleven = 1709377200;  // 2024-03-02 11:00:00 UTC
+inline constexpr std::time_t Hour = 3600;
 
 /// Each test starts in UTC and leaves the zone as it was.
 class VistTest : public ::testing::Test {
@@ -55,12 +55,12 @@ inline ByteVector joined(const Answer& answer) {
 }
 
 /// The answer to a command, to which the carriage return is added.
-inline ByteVector ask(VistMeter& meter, const std::string& command, std::time_t now = eleven) {
+inline ByteVector ask(VistMeter& meter, const std::string& command, std::time_t now = Eleven) {
     return joined(meter.hear(bytes_of(command + "\r"), now));
 }
 
 /// The same, as text.
-inline std::string say(VistMeter& meter, const std::string& command, std::time_t now = eleven) {
+inline std::string say(VistMeter& meter, const std::string& command, std::time_t now = Eleven) {
     const ByteVector answer = ask(meter, command, now);
     return {answer.begin(), answer.end()};
 }

@@ -18,7 +18,7 @@ class SimVistArchives : public VistTest {
     static VistMeter five_records(VistConfig config = {}) {
         config.network = 7;
         VistMeter meter(std::move(config));
-        for (std::time_t at = eleven - 4 * hour; at <= eleven; at += hour) meter.store_hourly({.at = at});
+        for (std::time_t at = Eleven - 4 * Hour; at <= Eleven; at += Hour) meter.store_hourly({.at = at});
         say(meter, "CALL 7");
         return meter;
     }
@@ -39,7 +39,7 @@ TEST_F(SimVistArchives, HeaderHoldsMaskCountsTimeTotalsAndPrecisions) {
                                  0,    0,    0,    1,    0,    0,    0,    2,    0, 0, 0, 3, 0, 0, 0, 4,  //
                                  0,    0,    0,    5,    0,    0,    0,    6,    0, 0, 0, 7,              //
                                  0,    0,    0,    0x01, 0x02, 0x03, 0x04, 0x05, 2, 1, 3, 4};
-    EXPECT_EQ(ask(meter, "/ARC/DLD H", eleven + 59), expected);
+    EXPECT_EQ(ask(meter, "/ARC/DLD H", Eleven + 59), expected);
 }
 
 TEST_F(SimVistArchives, HeaderOfALittleEndianMeterIsLittleEndianThroughout) {
@@ -203,7 +203,7 @@ TEST_F(SimVistArchives, RefuseEveryReadingOfAnEmptyRing) {
 
 TEST_F(SimVistArchives, OverwriteTheOldestRecordOfAFullRing) {
     VistMeter meter = five_records({.capacity = 3});
-    EXPECT_EQ(meter.header(eleven).counts, (sim::VistCounts{.held = 3, .newest = 1, .most = 3}));
+    EXPECT_EQ(meter.header(Eleven).counts, (sim::VistCounts{.held = 3, .newest = 1, .most = 3}));
     say(meter, "/ARC/DLD OLD");
     EXPECT_EQ(dated(ask(meter, "/ARC/DLD =")), "09:00 02.03.24");
 }
@@ -215,7 +215,7 @@ TEST_F(SimVistArchives, KeepAMinuteThatIsNoFullHour) {
     meter.store_hourly({.at = "2024-03-02 12:30"});
     say(meter, "/ARC/DLD SET 1");
     EXPECT_EQ(dated(ask(meter, "/ARC/DLD =")), "12:30 02.03.24");
-    EXPECT_EQ(meter.record_files(meter.records().back()).front().time, eleven);
+    EXPECT_EQ(meter.record_files(meter.records().back()).front().time, Eleven);
 }
 
 TEST_F(SimVistArchives, HaveAWrongInnerSumForSomeReadings) {

@@ -10,7 +10,7 @@ namespace {
 
 using namespace vist_asking;  // NOLINT(google-build-using-namespace)
 
-const std::string ok = "HL0[7:0]{OK}>";
+const std::string Ok = "HL0[7:0]{OK}>";
 // The diameters of a device that has none: type 21 hex and 26 zeros.
 ByteVector config_packet() {
     const ByteVector head = {'H', 'P', 'T', 28, 0x21, 0x21};
@@ -26,7 +26,7 @@ class SimVistFaults : public VistTest {
 };
 
 TEST_F(SimVistFaults, BeginWithAGoodMeter) {
-    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), Ok);
     EXPECT_EQ(ask(meter, "/SYS CFG 1"), config_packet());
     EXPECT_EQ(meter.faults_made(), 0U);
 }
@@ -35,16 +35,16 @@ TEST_F(SimVistFaults, MaySilenceTheNextAnswers) {
     meter.misbehave_next(2, sim::vist_silence());
     EXPECT_EQ(say(meter, "."), "");
     EXPECT_EQ(say(meter, "VER"), "");
-    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), Ok);
     EXPECT_EQ(meter.requests("."), 2U);
     EXPECT_EQ(meter.faults_made(), 2U);
 }
 
 TEST_F(SimVistFaults, MayPutBytesBeforeAndBehindAnAnswer) {
     meter.misbehave_next(1, sim::vist_noise({0x00, 0x7F}));
-    EXPECT_EQ(say(meter, "."), std::string("\0\x7F", 2) + ok);
+    EXPECT_EQ(say(meter, "."), std::string("\0\x7F", 2) + Ok);
     meter.misbehave_next(1, sim::vist_trailing({'!'}));
-    EXPECT_EQ(say(meter, "."), ok + "!");
+    EXPECT_EQ(say(meter, "."), Ok + "!");
     meter.misbehave_next(1, sim::vist_trailing());
     ByteVector longer = config_packet();
     longer.push_back(0x55);
@@ -53,7 +53,7 @@ TEST_F(SimVistFaults, MayPutBytesBeforeAndBehindAnAnswer) {
 
 TEST_F(SimVistFaults, OfPacketsWaitForAPacket) {
     meter.misbehave_next(1, sim::vist_wrong_sum());
-    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), Ok);
     ByteVector wrong = config_packet();
     wrong[4] = 0x22;
     EXPECT_EQ(ask(meter, "/SYS CFG 1"), wrong);
@@ -92,7 +92,7 @@ TEST_F(SimVistFaults, MayCutAnAnswerShort) {
         EXPECT_EQ(ask(meter, "/SYS CFG 1"), part(config_packet(), 0, length - 1));
     }
     meter.misbehave_next(1, sim::vist_short(100));
-    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), Ok);
     meter.misbehave_next(1, sim::vist_short(0));
     EXPECT_EQ(say(meter, "."), "");
 }
@@ -123,7 +123,7 @@ TEST_F(SimVistFaults, MayMakeAnAnswerLongerThanAnybodyReads) {
 
 TEST_F(SimVistFaults, MayPauseInTheMiddleOfAnAnswer) {
     meter.misbehave_next(1, sim::vist_halved(0.6));
-    const Answer answer = meter.hear(bytes_of(".\r"), eleven);
+    const Answer answer = meter.hear(bytes_of(".\r"), Eleven);
     ASSERT_EQ(answer.size(), 2U);
     EXPECT_EQ(answer[0].bytes, bytes_of("HL0[7:"));
     EXPECT_EQ(answer[0].delay_seconds, 0.02);
@@ -141,11 +141,11 @@ TEST_F(SimVistFaults, MayNameAnotherDeviceInTheHeadOfATextFrame) {
 
 TEST_F(SimVistFaults, MayBeErrorWordsOrTextInThePlaceOfAPacket) {
     meter.misbehave_next(1, sim::vist_error("E:PWD").on("VER"));
-    EXPECT_EQ(say(meter, "."), ok);
+    EXPECT_EQ(say(meter, "."), Ok);
     EXPECT_EQ(say(meter, "VER"), "HL0[7:0]{E:PWD}>");
     EXPECT_EQ(say(meter, "VER"), "HL0[7:0]{VER=102}>");
     meter.misbehave_next(1, sim::vist_text_for_packet());
-    EXPECT_EQ(say(meter, "/SYS CFG 1"), ok);
+    EXPECT_EQ(say(meter, "/SYS CFG 1"), Ok);
 }
 
 TEST_F(SimVistFaults, MayBeAnyBytes) {
@@ -157,7 +157,7 @@ TEST_F(SimVistFaults, KeepToTheirCommand) {
     meter.store_hourly({.at = "2024-03-02 10:00"});
     meter.store_hourly({.at = "2024-03-02 11:00"});
     meter.misbehave_each(1, sim::vist_silence().on("/ARC/DLD +"));
-    EXPECT_EQ(say(meter, "/ARC/DLD OLD"), ok);
+    EXPECT_EQ(say(meter, "/ARC/DLD OLD"), Ok);
     EXPECT_EQ(say(meter, "/ARC/DLD +"), "");
     EXPECT_EQ(dated(ask(meter, "/ARC/DLD =")), "11:00 02.03.24");
     EXPECT_TRUE(sim::vist_begins("/ARC/DLD SET 12", "/ARC/DLD"));

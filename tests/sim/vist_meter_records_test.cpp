@@ -26,14 +26,14 @@ class SimVistRecords : public VistTest {
 TEST_F(SimVistRecords, GrowWithEachFullHourOfTheMetersClock) {
     VistMeter meter({.devices = {{}, {}}, .clock_offset = 120});
     meter.record_archives(true, "2024-03-02 08:00");
-    meter.catch_up(eleven - 121);
+    meter.catch_up(Eleven - 121);
     EXPECT_EQ(meter.records().size(), 2U);
-    meter.catch_up(eleven - 120);
+    meter.catch_up(Eleven - 120);
     EXPECT_EQ(meter.records().size(), 3U);
     EXPECT_EQ(meter.records(1).size(), 3U);
-    EXPECT_EQ(meter.records().back().time, eleven);
-    for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
-        EXPECT_EQ(meter.records(1).back().numbers[field], VistMeter::recorded_number(10001, 1, eleven, field));
+    EXPECT_EQ(meter.records().back().time, Eleven);
+    for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
+        EXPECT_EQ(meter.records(1).back().numbers[field], VistMeter::recorded_number(10001, 1, Eleven, field));
     }
 }
 
@@ -64,11 +64,11 @@ TEST_F(SimVistRecords, HaveNoneInTheHourThatSpringLeavesOut) {
 
 TEST_F(SimVistRecords, HoldNumbersThatFitTheirFieldsInEveryHour) {
     VistMeter meter({.network = 7, .devices = {{.archive_mask = 0x007FFFFF}}, .capacity = 5000});
-    meter.record_archives(true, eleven - 5000 * hour);
-    meter.catch_up(eleven);
+    meter.record_archives(true, Eleven - 5000 * Hour);
+    meter.catch_up(Eleven);
     std::set<int> doubtful_hours;
     for (const auto& record : meter.records()) {
-        for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+        for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
             const std::int64_t number = record.numbers[field];
             const bool one_byte = field == 0 || (field >= 11 && field <= 13) || (field >= 16 && field != 20);
             const bool two_bytes = field >= 7 && field <= 10;
@@ -89,9 +89,9 @@ TEST_F(SimVistRecords, TellTheLinesThatBelongIntoTheFiles) {
     meter.store_hourly(
         {.at = "2024-03-02 11:00", .IQ1 = 1.5, .T1 = 71.2, .P1 = 6.1, .IE = -0.5, .status = {0x21, 0x08, 0x00, 0x40}});
     const std::vector<VistFileValue> expected = {
-        {"A3", eleven - hour, 192, 1.0, false},   {"A5", eleven - hour, 192, 1.5, false},
-        {"A20", eleven - hour, 192, 71.2, false}, {"A17", eleven - hour, 192, 6.1, false},
-        {"A2", eleven - hour, 192, -0.5, false},  {"A28", eleven - hour, 192, 2162754.0, true},  // 0x210042
+        {"A3", Eleven - Hour, 192, 1.0, false},   {"A5", Eleven - Hour, 192, 1.5, false},
+        {"A20", Eleven - Hour, 192, 71.2, false}, {"A17", Eleven - Hour, 192, 6.1, false},
+        {"A2", Eleven - Hour, 192, -0.5, false},  {"A28", Eleven - Hour, 192, 2162754.0, true},  // 0x210042
     };
     EXPECT_EQ(meter.record_files(meter.records().back()), expected);
 }
@@ -99,7 +99,7 @@ TEST_F(SimVistRecords, TellTheLinesThatBelongIntoTheFiles) {
 TEST_F(SimVistRecords, TellEachFieldsFileAndPowerOfTen) {
     VistMeter meter({.devices = {{.archive_mask = 0x007FFFFF, .precision = {0, 1, 2, 3}}}});
     meter.record_archives(true, "2024-03-02 10:00");
-    meter.catch_up(eleven);
+    meter.catch_up(Eleven);
     auto record = meter.records().back();
     record.numbers.fill(1);
     std::string told;
@@ -124,15 +124,15 @@ TEST_F(SimVistRecords, TellTheTotalsOfTheHeaderAtItsOwnTime) {
     VistMeter meter({.devices = {{.archive_mask = 0x40C2, .precision = {1, 2, 3, 4}}}});
     meter.set_totals({{15, 2, 3, 4, 5, 60, 705, -20000}});
     const std::vector<VistFileValue> expected = {
-        {"A6", eleven, 192, 1.5, false},
-        {"A16", eleven, 192, 0.06, false},
-        {"A4", eleven, 192, 7.05, false},
-        {"A1", eleven, 192, -2.0, false},
+        {"A6", Eleven, 192, 1.5, false},
+        {"A16", Eleven, 192, 0.06, false},
+        {"A4", Eleven, 192, 7.05, false},
+        {"A1", Eleven, 192, -2.0, false},
     };
-    EXPECT_EQ(meter.header_files(eleven + 1800), expected);
+    EXPECT_EQ(meter.header_files(Eleven + 1800), expected);
     meter.set_totals(std::nullopt);
-    EXPECT_EQ(meter.header(eleven + 1800).totals[7], VistMeter::recorded_total(10001, 0, eleven, 7));
-    EXPECT_GT(VistMeter::recorded_total(10001, 0, eleven, 7), 0xFFFFFFFFLL);
+    EXPECT_EQ(meter.header(Eleven + 1800).totals[7], VistMeter::recorded_total(10001, 0, Eleven, 7));
+    EXPECT_GT(VistMeter::recorded_total(10001, 0, Eleven, 7), 0xFFFFFFFFLL);
     EXPECT_THROW(meter.set_totals({{0x100000000, 0, 0, 0, 0, 0, 0, 0}}), std::invalid_argument);
 }
 

@@ -84,7 +84,7 @@ TEST_F(SimVistMeter, StartsAnewInTheFirstDeviceWhenCalledInADialog) {
 TEST_F(SimVistMeter, HearsTheLastLineBehindRubbish) {
     VistMeter meter({.network = 7});
     const ByteVector rubbish_first = {0x00, 0xFF, 0x80, 'x', 'C', 'A', 'L', 'L', ' ', '7', '\r'};
-    EXPECT_EQ(joined(meter.hear(rubbish_first, eleven)), bytes_of("HL0[7:0]{NAME=TS1}>"));
+    EXPECT_EQ(joined(meter.hear(rubbish_first, Eleven)), bytes_of("HL0[7:0]{NAME=TS1}>"));
     EXPECT_EQ(say(meter, "VDC\rVER"), "HL0[7:0]{VER=102}>");
     EXPECT_EQ(meter.heard().back().line, "VER");
 }
@@ -92,10 +92,10 @@ TEST_F(SimVistMeter, HearsTheLastLineBehindRubbish) {
 TEST_F(SimVistMeter, DoesNotTakeALineThatHasNoEnd) {
     VistMeter meter({.network = 7});
     for (const char* request : {"CALL 7", "CALL 7\n", "", "\r", "\xFF\r"}) {
-        EXPECT_TRUE(meter.hear(bytes_of(request), eleven).empty()) << request;
+        EXPECT_TRUE(meter.hear(bytes_of(request), Eleven).empty()) << request;
     }
     say(meter, "CALL 7");
-    EXPECT_TRUE(meter.hear(bytes_of("END"), eleven).empty());
+    EXPECT_TRUE(meter.hear(bytes_of("END"), Eleven).empty());
     EXPECT_TRUE(meter.in_dialog());
 }
 
@@ -236,7 +236,7 @@ TEST_F(SimVistMeter, HasAllValuesAtFirst) {
 
 TEST_F(SimVistMeter, PutsItsClockBeforeTheTotalsFromVersion102On) {
     VistMeter meter({.network = 7, .version = 102, .devices = {{.integrator_mask = 0}}});
-    meter.set_clock("2024-03-02 11:00:30", eleven);
+    meter.set_clock("2024-03-02 11:00:30", Eleven);
     say(meter, "CALL 7");
     EXPECT_EQ(ask(meter, "/MON TG"),
               (ByteVector{'H', 'P', 'T', 13, 0x52, 0x0C, 11, 0, 30, 2, 3, 24, 0x00, 0x00, 0x00, 0x00, 0x00}));
@@ -263,9 +263,9 @@ TEST_F(SimVistMeter, KeepsItsDevicesApart) {
 
 TEST_F(SimVistMeter, HasAClockThatIsAheadAndDrifts) {
     VistMeter meter({.clock_offset = 600, .clock_drift_ppm = 100.0});
-    EXPECT_EQ(meter.clock(eleven), eleven + 600);
-    meter.catch_up(eleven);
-    EXPECT_EQ(meter.clock(eleven + 10 * hour), eleven + 10 * hour + 600 + 4);  // 3.6 s
+    EXPECT_EQ(meter.clock(Eleven), Eleven + 600);
+    meter.catch_up(Eleven);
+    EXPECT_EQ(meter.clock(Eleven + 10 * Hour), Eleven + 10 * Hour + 600 + 4);  // 3.6 s
 }
 
 TEST_F(SimVistMeter, ShowsTheLocalTimeOfItsPlace) {

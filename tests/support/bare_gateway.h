@@ -9,7 +9,7 @@
 
 class BareGateway : public Gateway {
   public:
-    explicit BareGateway(std::string root) { root_ = std::move(root); }
+    explicit BareGateway(std::string root) { root_folder = std::move(root); }
 
     timeval time_of_day() override { return {}; }
     std::int64_t steady_microseconds() override { return 0; }

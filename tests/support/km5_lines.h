@@ -8,7 +8,7 @@
 #include "km5_meter.h"
 #include "support/stored_lines.h"
 
-/// Where one field of a record goes. Field numbers are those of km5_field_names.
+/// Where one field of a record goes. Field numbers are those of Km5FieldNames.
 struct Km5LinePlace {
     std::size_t field;
     const char* hourly;

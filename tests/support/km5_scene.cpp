@@ -16,8 +16,8 @@ bool holds_in_order(const std::string& line, const Texts& parts) {
 
 }  // namespace
 
-KM5& Km5Bench::start_driver(const Km5Setup& setup) {
-    driver = std::make_unique<KM5>(Uuid, setup.km56i, setup.isATT_mustbe);
+KM5& Km5Stand::start_driver(const Km5Setup& setup) {
+    driver = std::make_unique<KM5>(Uuid, setup.km56i, setup.must_be_att);
     MeterSettings settings = settings_for(setup.serial);
     settings.subsystem_count = static_cast<int>(setup.systems.size());
     std::copy(setup.systems.begin(), setup.systems.end(), settings.system_type.begin());
@@ -27,7 +27,7 @@ KM5& Km5Bench::start_driver(const Km5Setup& setup) {
     return *driver;
 }
 
-KM5& Km5Bench::start_described(sim::Km5Meter& meter, const Km5Setup& setup) {
+KM5& Km5Stand::start_described(sim::Km5Meter& meter, const Km5Setup& setup) {
     machine.connect(Port, meter);
     start_driver(setup);
     EXPECT_TRUE(driver->get_description());
@@ -36,7 +36,7 @@ KM5& Km5Bench::start_described(sim::Km5Meter& meter, const Km5Setup& setup) {
     return *driver;
 }
 
-std::string Km5Bench::state() const {
+std::string Km5Stand::state() const {
     std::string line = scene.file(std::string("/tmp/driver.") + Uuid + ".state").value_or("");
     if (line.ends_with('\n')) line.pop_back();
     const std::string name = std::string("[") + Uuid + "]  ";
@@ -44,13 +44,13 @@ std::string Km5Bench::state() const {
     return at == std::string::npos ? line : line.substr(at + name.size());
 }
 
-int Km5Bench::logged_parts(const std::string& kind, const Texts& parts) const {
+int Km5Stand::logged_parts(const std::string& kind, const Texts& parts) const {
     const auto lines = log(kind);
     return static_cast<int>(std::count_if(lines.begin(), lines.end(),
                                           [&parts](const std::string& line) { return holds_in_order(line, parts); }));
 }
 
-std::vector<sim::ByteVector> Km5Bench::requests() const {
+std::vector<sim::ByteVector> Km5Stand::requests() const {
     std::vector<sim::ByteVector> all;
     for (const auto& exchange : machine.exchanges()) all.push_back(exchange.request);
     return all;

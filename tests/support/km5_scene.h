@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the KM5 tests: a scene, a line, a driver on it, and short words for what they leave behind.
+// The stand of the KM5 tests: a scene, a line, a driver on it, and short words for what they leave behind.
 
 #include <string>
 #include <vector>
@@ -7,7 +7,7 @@
 #include "drivers/km5/km5.h"
 #include "drivers/km5/km5_base.h"
 #include "km5_meter.h"
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 #include "support/km5_frames.h"
 #include "support/km5_listeners.h"
 
@@ -18,13 +18,13 @@ inline constexpr const char* Berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
 struct Km5Setup {
     unsigned serial = 12345678;
     bool km56i = false;
-    bool isATT_mustbe = false;
+    bool must_be_att = false;
     std::vector<std::string> systems = {"heat"};
 };
 
-class Km5Bench : public DriverBench<KM5> {
+class Km5Stand : public DriverStand<KM5> {
   protected:
-    using DriverBench::DriverBench;
+    using DriverStand::DriverStand;
 
     /// A new driver with its settings, on the open line, as after the start of the daemon.
     KM5& start_driver(const Km5Setup& setup = {});
@@ -53,6 +53,6 @@ std::vector<int> asked(const sim::ByteVector& request, std::size_t arguments = 1
 std::vector<std::vector<int>> asked(const std::vector<sim::ByteVector>& requests, std::size_t arguments = 1);
 
 struct Km5Daemon : Daemon<KM5_base> {
-    explicit Km5Daemon(const Texts& uuids, bool km56i = false, bool isATT_mustbe = false)
-        : Daemon(uuids, km56i, isATT_mustbe) {}
+    explicit Km5Daemon(const Texts& uuids, bool km56i = false, bool must_be_att = false)
+        : Daemon(uuids, km56i, must_be_att) {}
 };

@@ -21,9 +21,9 @@ int header_turn(const sim::VistFileValue& line) {
 
 }  // namespace
 
-ModbusMonthBench::ModbusMonthBench(const std::string& start, const std::string& zone) : ModbusBench(start, zone) {}
+ModbusMonthStand::ModbusMonthStand(const std::string& start, const std::string& zone) : ModbusStand(start, zone) {}
 
-void ModbusMonthBench::be_quiet(const std::vector<std::string>& uuids) {
+void ModbusMonthStand::be_quiet(const std::vector<std::string>& uuids) {
     scene.remove("/proc/leds");
     for (const std::string& uuid : uuids) {
         scene.remove("/tmp/" + uuid);
@@ -31,7 +31,7 @@ void ModbusMonthBench::be_quiet(const std::vector<std::string>& uuids) {
     }
 }
 
-bool ModbusMonthBench::live(const std::vector<std::string>& uuids, double seconds) {
+bool ModbusMonthStand::live(const std::vector<std::string>& uuids, double seconds) {
     bool has_power = true;
     quietly([&] {
         try {
@@ -45,7 +45,7 @@ bool ModbusMonthBench::live(const std::vector<std::string>& uuids, double second
     return has_power;
 }
 
-LineCounts ModbusMonthBench::lines_of(const std::string& uuid, int n, const std::string& directory) const {
+LineCounts ModbusMonthStand::lines_of(const std::string& uuid, int n, const std::string& directory) const {
     LineCounts counts;
     for (const std::string& name : scene.list("/mnt/storage/" + uuid + "/" + std::to_string(n) + "/" + directory)) {
         std::istringstream text(scene.archive(uuid, n, name, directory).value_or(""));
@@ -56,7 +56,7 @@ LineCounts ModbusMonthBench::lines_of(const std::string& uuid, int n, const std:
     return counts;
 }
 
-std::time_t ModbusMonthBench::last_time(const std::string& uuid, int n, const std::string& name) const {
+std::time_t ModbusMonthStand::last_time(const std::string& uuid, int n, const std::string& name) const {
     class Reader final : public ArchiveHolder {
       public:
         explicit Reader(const std::string& meter) { uuid = meter; }
@@ -67,7 +67,7 @@ std::time_t ModbusMonthBench::last_time(const std::string& uuid, int n, const st
 std::vector<sim::VistFileValue> modbus_record_lines(const sim::ModbusVistMeter& meter, unsigned system,
                                                     std::time_t time) {
     sim::ModbusVistStored record{.time = time};
-    for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+    for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
         record.numbers[field] = sim::ModbusVistMeter::recorded_number(meter.config().serial, system, time, field);
     }
     auto lines = meter.record_files(record, system);
@@ -77,7 +77,7 @@ std::vector<sim::VistFileValue> modbus_record_lines(const sim::ModbusVistMeter& 
 
 std::vector<sim::VistFileValue> modbus_header_lines(sim::ModbusVistMeter& meter, unsigned system, std::time_t time) {
     sim::ModbusVistHeader header{.time = time};
-    for (std::size_t total = 0; total < sim::vist_totals; ++total) {
+    for (std::size_t total = 0; total < sim::VistTotals; ++total) {
         header.totals[total] = sim::ModbusVistMeter::recorded_total(meter.config().serial, system, time, total);
     }
     auto lines = sim::modbus_vist_header_files(meter.system(system), header);

@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the longer Modbus tests: the process on the line of a scene, and the lines that ought to stand in the
+// The stand of the longer Modbus tests: the process on the line of a scene, and the lines that ought to stand in the
 // archive files, reckoned by the meter's own tables.
 
 #include <ctime>
@@ -8,12 +8,12 @@
 
 #include "support/modbus_scene.h"
 
-class ModbusMonthBench : public ModbusBench {
+class ModbusMonthStand : public ModbusStand {
   protected:
     static constexpr std::time_t Hour = 3600;
 
     /// `start` is local time in `zone`.
-    explicit ModbusMonthBench(const std::string& start, const std::string& zone = "UTC");
+    explicit ModbusMonthStand(const std::string& start, const std::string& zone = "UTC");
 
     /// Neither logs, items nor LEDs are looked at; without them a month takes a few seconds.
     void be_quiet(const std::vector<std::string>& uuids);

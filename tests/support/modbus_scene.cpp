@@ -52,26 +52,26 @@ ModbusBlock& ModbusBlock::sum(std::size_t at, std::size_t count) {
     return *this;
 }
 
-HCD_VISTmodbus& ModbusBench::start_driver(std::uint32_t serial) {
+HCD_VISTmodbus& ModbusStand::start_driver(std::uint32_t serial) {
     driver = std::make_unique<HCD_VISTmodbus>(Uuid);
     driver->take_settings(settings_for(serial));
     driver->set_tty_fd(open_line(Port, LineOfVistModbus, driver->settings().tc_baud, driver->settings().tc_parity));
     return *driver;
 }
 
-void ModbusBench::leave_record(std::time_t time, int n) {
+void ModbusStand::leave_record(std::time_t time, int n) {
     for (const char* name : {"A3", "A5", "A7", "A9", "A11", "A13", "A15", "A2"}) {
         leave_staged(name, stored_line(time, 192, 1) + "\n", n);
     }
 }
 
-void ModbusBench::leave_header(std::time_t time, int n) {
+void ModbusStand::leave_header(std::time_t time, int n) {
     for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}) {
         leave_staged(name, stored_line(time, 192, 1) + "\n", n);
     }
 }
 
-Texts ModbusBench::asked() const {
+Texts ModbusStand::asked() const {
     Texts all;
     for (const auto& exchange : machine.exchanges()) all.push_back(what_is_asked(exchange.request));
     return all;

@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the tests of VIST meters on Modbus: a scene, a line, a driver on it, blocks made by hand, and short
+// The stand of the tests of VIST meters on Modbus: a scene, a line, a driver on it, blocks made by hand, and short
 // words for what they leave behind.
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 #include "drivers/vist_modbus/hcd_vistmodbus.h"
 #include "drivers/vist_modbus/vistmodbus_base.h"
 #include "modbus_vist_meter.h"
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 
 namespace modbus_bytes {
 
@@ -34,11 +34,11 @@ class ModbusBlock {
     sim::ByteVector bytes_;
 };
 
-class ModbusBench : public DriverBench<HCD_VISTmodbus> {
+class ModbusStand : public DriverStand<HCD_VISTmodbus> {
   protected:
     static constexpr std::uint32_t Serial = 17;
 
-    using DriverBench::DriverBench;
+    using DriverStand::DriverStand;
 
     /// A new driver for a serial number on the open line, as after the start of the daemon.
     HCD_VISTmodbus& start_driver(std::uint32_t serial = Serial);

@@ -51,8 +51,8 @@ std::ostream& operator<<(std::ostream& out, const Sa94Place& place) {
     return out << "segment " << place.segment << ", block " << place.block << ", position " << place.position;
 }
 
-Sa94Ring::Sa94Ring(sim::Sa94Archive archive_, bool extended, sim::Sa94Turning turning, const std::string& zone)
-    : archive(archive_),
+Sa94Ring::Sa94Ring(sim::Sa94Archive walked, bool extended, sim::Sa94Turning turning, const std::string& zone)
+    : archive(walked),
       scene_("2024-03-02 10:05:00", zone),
       logs_(muted_logs()),
       meter({.firmware = extended ? "M301" : "M300", .turning = turning}),
@@ -132,11 +132,11 @@ std::string sa94_line(const sim::Sa94FileValue& value) {
     return sa94_line(value.time, value.quality, value.value);
 }
 
-std::unique_ptr<SA94> Sa94ArchiveBench::new_driver() const {
+std::unique_ptr<SA94> Sa94ArchiveStand::new_driver() const {
     return muted_ ? std::make_unique<SA94>(Uuid, muted_logs()) : std::make_unique<SA94>(Uuid);
 }
 
-SA94& Sa94ArchiveBench::start_driver(const sim::Sa94Meter& meter) {
+SA94& Sa94ArchiveStand::start_driver(const sim::Sa94Meter& meter) {
     driver = new_driver();
     MeterSettings settings = settings_for(meter.config().address);
     settings.tc_parity = NoParity;
@@ -145,7 +145,7 @@ SA94& Sa94ArchiveBench::start_driver(const sim::Sa94Meter& meter) {
     return *driver;
 }
 
-SA94& Sa94ArchiveBench::start_described(sim::Sa94Meter& meter) {
+SA94& Sa94ArchiveStand::start_described(sim::Sa94Meter& meter) {
     machine.disconnect_all(Port);
     machine.connect(Port, meter);
     start_driver(meter);
@@ -155,14 +155,14 @@ SA94& Sa94ArchiveBench::start_described(sim::Sa94Meter& meter) {
     return *driver;
 }
 
-SA94& Sa94ArchiveBench::start_behind(sim::Sa94Meter& meter, const std::string& file, std::time_t last) {
+SA94& Sa94ArchiveStand::start_behind(sim::Sa94Meter& meter, const std::string& file, std::time_t last) {
     leave_archive(file, sa94_line(last, 192, 1.0));
     start_described(meter);
     leave_archive(file, "");
     return *driver;
 }
 
-LineCounts Sa94ArchiveBench::lines() const {
+LineCounts Sa94ArchiveStand::lines() const {
     LineCounts counts;
     for (const std::string& name : scene.list(std::string("/mnt/storage/") + Uuid + "/1/tc_archives")) {
         if (name == "_hPrevE" || name == "_dPrevE") continue;
@@ -172,7 +172,7 @@ LineCounts Sa94ArchiveBench::lines() const {
     return counts;
 }
 
-void Sa94ArchiveBench::count(LineCounts& counts, const sim::Sa94Meter& meter, sim::Sa94Archive archive,
+void Sa94ArchiveStand::count(LineCounts& counts, const sim::Sa94Meter& meter, sim::Sa94Archive archive,
                              std::size_t first, std::size_t end, int times) {
     const auto records = meter.records(archive);
     for (std::size_t k = first; k < std::min(end, records.size()); ++k) {
@@ -182,7 +182,7 @@ void Sa94ArchiveBench::count(LineCounts& counts, const sim::Sa94Meter& meter, si
     }
 }
 
-LineCounts Sa94ArchiveBench::all_lines(const sim::Sa94Meter& meter, sim::Sa94Archive archive) {
+LineCounts Sa94ArchiveStand::all_lines(const sim::Sa94Meter& meter, sim::Sa94Archive archive) {
     LineCounts counts;
     count(counts, meter, archive, 0, meter.records(archive).size());
     return counts;

@@ -1,5 +1,5 @@
 #pragma once
-// The benches of the SA94 archive tests. One has a line without time, for thousands of searches; the other has a scene
+// The stands of the SA94 archive tests. One has a line without time, for thousands of searches; the other has a scene
 // with a line in virtual time, for passes that leave files behind. Both have a simulated meter with a memory of its
 // own.
 
@@ -112,9 +112,9 @@ class Sa94Ring {
 std::string sa94_line(std::time_t time, int quality, double value);
 std::string sa94_line(const sim::Sa94FileValue& value);
 
-class Sa94ArchiveBench : public DriverBench<SA94> {
+class Sa94ArchiveStand : public DriverStand<SA94> {
   protected:
-    using DriverBench::DriverBench;
+    using DriverStand::DriverStand;
 
     /// A new driver for the meter's address on the open line, as after the start of the daemon.
     SA94& start_driver(const sim::Sa94Meter& meter);

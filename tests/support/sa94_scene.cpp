@@ -131,14 +131,14 @@ Sa94Bytes& Sa94Bytes::record(std::size_t position, const Sa94Bytes& record) {
     return put(position * record.bytes().size(), record.bytes());
 }
 
-// ---- the bench
+// ---- the stand
 
-Sa94Bench::Sa94Bench(const std::string& start, const std::string& zone) : DriverBench(start, zone) {
+Sa94Stand::Sa94Stand(const std::string& start, const std::string& zone) : DriverStand(start, zone) {
     machine.connect(Port, meter);
     start_driver();
 }
 
-SA94& Sa94Bench::start_driver() {
+SA94& Sa94Stand::start_driver() {
     driver = std::make_unique<SA94>(Uuid);
     MeterSettings settings = settings_for(Address);
     settings.tc_parity = NoParity;
@@ -147,7 +147,7 @@ SA94& Sa94Bench::start_driver() {
     return *driver;
 }
 
-void Sa94Bench::identify(int firmware_id, int status) {
+void Sa94Stand::identify(int firmware_id, int status) {
     const double before = machine.seconds();
     const std::size_t heard = meter.heard.size();
     const Texts items_before = items();
@@ -164,7 +164,7 @@ void Sa94Bench::identify(int firmware_id, int status) {
     clear_logs();
 }
 
-void Sa94Bench::resume(std::time_t hourly, std::time_t daily, std::time_t errors) {
+void Sa94Stand::resume(std::time_t hourly, std::time_t daily, std::time_t errors) {
     constexpr std::time_t Day = 86400;  // a total of a day is dated by its end
     if (hourly != 0) leave_archive("A2", stored_line(hourly, 192, 1.0) + "\n");
     if (daily != 0) leave_archive("A34", stored_line(daily + Day, 192, 1.0) + "\n");
@@ -174,10 +174,10 @@ void Sa94Bench::resume(std::time_t hourly, std::time_t daily, std::time_t errors
     clear_logs();
 }
 
-void Sa94Bench::clear_logs() {
+void Sa94Stand::clear_logs() {
     for (const char* kind : {"messages", "debug", "general"}) clear_log(kind);
 }
 
-int Sa94Bench::sent_times(const std::string& request) const {
+int Sa94Stand::sent_times(const std::string& request) const {
     return static_cast<int>(std::count(sent().begin(), sent().end(), request));
 }

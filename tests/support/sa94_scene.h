@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the SA94 tests: a scene, a driver on an open line, a meter that says what is put down for it byte by
+// The stand of the SA94 tests: a scene, a driver on an open line, a meter that says what is put down for it byte by
 // byte, and short words for what they leave behind.
 
 #include <array>
@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "drivers/sa94/sa94.h"
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 
 /// A meter without sense on address 0x12345. It answers a connect with its status byte, a block with the bytes that
 /// were put there (an erased one otherwise), a parameter with its four bytes (zeros otherwise), and nothing else.
@@ -95,7 +95,7 @@ class Sa94NamesKept {
     std::array<SA94ParameterRow, 11> before_ = CurrentParameters;
 };
 
-class Sa94Bench : public DriverBench<SA94> {
+class Sa94Stand : public DriverStand<SA94> {
   protected:
     static constexpr const char* Connect = "C4 46 45";
     static constexpr const char* Disconnect = "01";
@@ -103,7 +103,7 @@ class Sa94Bench : public DriverBench<SA94> {
     static constexpr const char* ReadTubes = "A0 00";
 
     /// `start` is local time in `zone`.
-    explicit Sa94Bench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
+    explicit Sa94Stand(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
 
     /// A new driver with its settings, on the open line.
     SA94& start_driver();

@@ -17,23 +17,23 @@ std::string vist_line(const sim::VistFileValue& value) {
     return stored_line(value.time, value.quality, value.value);
 }
 
-VistArchiveBench::VistArchiveBench(const std::string& start, const std::string& zone)
-    : DriverBench(start, zone), general(std::make_unique<UniLog>(UniLog::ToFile, GeneralLog, "")) {
+VistArchiveStand::VistArchiveStand(const std::string& start, const std::string& zone)
+    : DriverStand(start, zone), general(std::make_unique<UniLog>(UniLog::ToFile, GeneralLog, "")) {
     g_log = general.get();
 }
 
-VistArchiveBench::~VistArchiveBench() {
+VistArchiveStand::~VistArchiveStand() {
     g_log = nullptr;
 }
 
-HCD_VIST& VistArchiveBench::start_driver() {
+HCD_VIST& VistArchiveStand::start_driver() {
     driver = std::make_unique<HCD_VIST>(Uuid);
     driver->take_settings(settings_for(1));
     driver->set_tty_fd(open_line(Port, LineOfVist, driver->settings().tc_baud, driver->settings().tc_parity));
     return *driver;
 }
 
-HCD_VIST& VistArchiveBench::start_described(sim::VistMeter& meter) {
+HCD_VIST& VistArchiveStand::start_described(sim::VistMeter& meter) {
     machine.disconnect_all(Port);
     machine.connect(Port, meter);
     start_driver();
@@ -43,25 +43,25 @@ HCD_VIST& VistArchiveBench::start_described(sim::VistMeter& meter) {
     return *driver;
 }
 
-void VistArchiveBench::leave_record(std::time_t time, int n) {
+void VistArchiveStand::leave_record(std::time_t time, int n) {
     for (const char* name : {"A2", "A3", "A5", "A7", "A9", "A11", "A13", "A15", "A20", "A21", "A22", "A17", "A18",
                              "A19", "A28", "A25", "A26", "A24", "A23"}) {
         leave_staged(name, stored_line(time, 192, 1) + "\n", n);
     }
 }
 
-void VistArchiveBench::leave_header(std::time_t time, int n) {
+void VistArchiveStand::leave_header(std::time_t time, int n) {
     for (const char* name : {"A1", "A4", "A6", "A8", "A10", "A12", "A14", "A16"}) {
         leave_staged(name, stored_line(time, 192, 1) + "\n", n);
     }
 }
 
-int VistArchiveBench::general_logged(const std::string& line) const {
+int VistArchiveStand::general_logged(const std::string& line) const {
     const Texts all = lines_of_log("general.txt");
     return static_cast<int>(std::count(all.begin(), all.end(), line));
 }
 
-Texts VistArchiveBench::commands() const {
+Texts VistArchiveStand::commands() const {
     Texts all;
     for (const auto& exchange : machine.exchanges()) {
         all.emplace_back(exchange.request.begin(), exchange.request.end());

@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the VIST archive tests: a scene, a line, a driver on it, packets made by hand, and short words for what
+// The stand of the VIST archive tests: a scene, a line, a driver on it, packets made by hand, and short words for what
 // they leave behind.
 
 #include <cstdint>
@@ -9,16 +9,16 @@
 
 #include "drivers/vist/hcd_vist.h"
 #include "drivers/vist/vist_base.h"
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 #include "vist_meter.h"
 
 std::string vist_line(const sim::VistFileValue& value);
 
-class VistArchiveBench : public DriverBench<HCD_VIST> {
+class VistArchiveStand : public DriverStand<HCD_VIST> {
   protected:
     /// `start` is local time in `zone`.
-    explicit VistArchiveBench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
-    ~VistArchiveBench() override;
+    explicit VistArchiveStand(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
+    ~VistArchiveStand() override;
 
     /// A new driver for network number 1 on the open line, as after the start of the daemon.
     HCD_VIST& start_driver();

@@ -69,7 +69,7 @@ sim::Answer VistPuppet::hear(std::span<const std::uint8_t> request, std::time_t 
     return {{.delay_seconds = 0.02, .bytes = std::move(bytes)}};
 }
 
-VistLinkBench::VistLinkBench() {
+VistLinkStand::VistLinkStand() {
     meter.put_body("VER", "VER=102");
     meter.put_body("VDC", "VDC=2");
     meter.put_packet("/MON G", 10, {1, 2, 3});
@@ -81,13 +81,13 @@ VistLinkBench::VistLinkBench() {
     quietly([&] { link = std::make_unique<VISTFunctions>(driver.get(), link_log.get(), line); });
 }
 
-bool VistLinkBench::ask(std::span<const VISTRequest> rows, int rec_count) {
+bool VistLinkStand::ask(std::span<const VISTRequest> rows, int rec_count) {
     parameters.rec_count = rec_count;
     reply = link->do_request(rows, parameters);
     return reply.done;
 }
 
-VistDescribedBench::VistDescribedBench() {
+VistDescribedStand::VistDescribedStand() {
     put_version(102);
     put_devices(1);
     put_specials("V1.02", "TYPE", "10001");
@@ -97,17 +97,17 @@ VistDescribedBench::VistDescribedBench() {
     meter.put_packet("/SYS CFG 1", 33, config);
 }
 
-void VistDescribedBench::put_version(int version) {
+void VistDescribedStand::put_version(int version) {
     meter.put_body("VER", "VER=" + std::to_string(version));
 }
 
-void VistDescribedBench::put_specials(const std::string& firmware, const std::string& model,
+void VistDescribedStand::put_specials(const std::string& firmware, const std::string& model,
                                       const std::string& serial) {
     const std::string zero(1, '\0');
     meter.put_packet("/SYS SPC 0", 30, vist_frames::raw(firmware + zero + model + zero + serial + zero));
 }
 
-void VistDescribedBench::put_byte_order(bool little, bool with_clock) {
+void VistDescribedStand::put_byte_order(bool little, bool with_clock) {
     sim::ByteVector body = {10, 4, 58, 2, 3, 24};
     if (!with_clock) body.clear();
     body.push_back(little ? 0x80 : 0x00);

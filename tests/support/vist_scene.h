@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the VIST link and description tests: a scene, a line, a driver on it, a meter that says what it is told,
+// The stand of the VIST link and description tests: a scene, a line, a driver on it, a meter that says what it is told,
 // and short words for what they leave behind.
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "drivers/vist/hcd_vist.h"
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 #include "support/plain_driver.h"
 
 /// A meter without sense: it answers each command with what is put down for it, unless something else is to be said
@@ -56,15 +56,15 @@ sim::ByteVector raw(const std::string& bytes);
 
 /// A driver for network number 1 on the open line, and the puppet at its other end.
 template <typename Driver>
-class VistBench : public DriverBench<Driver> {
+class VistStand : public DriverStand<Driver> {
   protected:
-    VistBench() {
-        this->machine.connect(Bench::Port, meter);
+    VistStand() {
+        this->machine.connect(Stand::Port, meter);
         // The driver prints its address at start; that is nobody's business here.
-        Bench::quietly([this] { this->driver = std::make_unique<Driver>(Bench::Uuid); });
-        const MeterSettings settings = Bench::settings_for(1);
+        Stand::quietly([this] { this->driver = std::make_unique<Driver>(Stand::Uuid); });
+        const MeterSettings settings = Stand::settings_for(1);
         this->driver->take_settings(settings);
-        this->driver->set_tty_fd(open_line(Bench::Port, LineOfVist, settings.tc_baud, settings.tc_parity));
+        this->driver->set_tty_fd(open_line(Stand::Port, LineOfVist, settings.tc_baud, settings.tc_parity));
     }
 
     /// The commands on the line so far, in a row, each with "|" for its carriage return.
@@ -83,9 +83,9 @@ class VistBench : public DriverBench<Driver> {
 };
 
 /// The link by itself: the meter answers VER, VDC and MON G.
-class VistLinkBench : public VistBench<PlainDriver> {
+class VistLinkStand : public VistStand<PlainDriver> {
   protected:
-    VistLinkBench();
+    VistLinkStand();
 
     bool ask(std::span<const VISTRequest> rows, int rec_count = VISTParameters::NoPosition);
     /// The first bytes that a conversation has left.
@@ -103,9 +103,9 @@ class VistLinkBench : public VistBench<PlainDriver> {
 };
 
 /// What a description asks for, put down in the puppet: version 102, one device, order of bytes big-endian.
-class VistDescribedBench : public VistBench<HCD_VIST> {
+class VistDescribedStand : public VistStand<HCD_VIST> {
   protected:
-    VistDescribedBench();
+    VistDescribedStand();
 
     void put_version(int version);
     void put_devices(int count) { meter.put_body("VDC", "VDC=" + std::to_string(count)); }

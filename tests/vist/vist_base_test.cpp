@@ -12,9 +12,9 @@
 
 namespace {
 
-class VistProcess : public VistArchiveBench {
+class VistProcess : public VistArchiveStand {
   protected:
-    using VistArchiveBench::VistArchiveBench;
+    using VistArchiveStand::VistArchiveStand;
 
     void configure(const std::string& uuid, unsigned network, const std::string& port = Port) {
         scene.make_tree(uuid);

@@ -37,7 +37,7 @@ class Watcher final : public sim::SimMeter {
     Texts seen_;
 };
 
-class VistCycle : public VistArchiveBench {
+class VistCycle : public VistArchiveStand {
   protected:
     static sim::VistConfig two_devices() { return {.devices = {{}, {}}, .plus_starts_at_set = true}; }
     void store(int first, int last, unsigned device = 0) {
@@ -289,7 +289,7 @@ TEST_F(VistCycle, AMeterIsBehindWhenOneOfItsDevicesIs) {
     }
 }
 
-class VistLag : public VistDescribedBench, public ::testing::WithParamInterface<int> {};
+class VistLag : public VistDescribedStand, public ::testing::WithParamInterface<int> {};
 
 TEST_P(VistLag, AnArchiveIsBehindWhenItsRecordsEndMoreThanFourHoursBeforeTheMetersClock) {
     constexpr std::time_t Clock = 1709373899;  // of the puppet, 2024-03-02 10:04:59

@@ -12,7 +12,7 @@ namespace {
 
 using sim::ByteVector;
 
-class VistDescription : public VistDescribedBench {
+class VistDescription : public VistDescribedStand {
   protected:
     void put_number(std::size_t at, std::int32_t number) {
         for (std::size_t i = 0; i < 4; ++i) record[at + i] = static_cast<std::uint8_t>(number >> (24 - 8 * i));

@@ -16,7 +16,7 @@ using sim::ByteVector;
 using vist_frames::raw;
 using vist_frames::text;
 
-class VistConversations : public VistLinkBench {};
+class VistConversations : public VistLinkStand {};
 
 // ---- a conversation that goes well
 

@@ -38,9 +38,9 @@ struct Device {
 
 /// What stands in the files too often or too seldom, a line each.
 
-class VistMonth : public VistArchiveBench {
+class VistMonth : public VistArchiveStand {
   protected:
-    VistMonth() : VistArchiveBench("2024-03-05 09:40:00", Berlin), begun(machine.now()) {
+    VistMonth() : VistArchiveStand("2024-03-05 09:40:00", Berlin), begun(machine.now()) {
         for (sim::VistMeter* meter : {&first, &second}) meter->record_archives(true, begun - 20 * Hour);
         scene.make_tree("m2");
         scene.service.set_meter("m1", {.serial = 1, .port_name = Port, .manufacturer = "VIST"});
@@ -129,7 +129,7 @@ class VistMonth : public VistArchiveBench {
         for (std::time_t hour = from; hour <= to; hour += Hour) {
             if (hour > newest(LineGone - 1) && hour < oldest_held(LineBack)) continue;
             sim::VistStoredRecord record{.time = hour, .date = sim::VistWhen(hour).date()};
-            for (std::size_t field = 0; field < sim::vist_record_fields; ++field) {
+            for (std::size_t field = 0; field < sim::VistRecordFields; ++field) {
                 record.numbers[field] =
                     sim::VistMeter::recorded_number(device.meter.config().serial, device.number, hour, field);
             }

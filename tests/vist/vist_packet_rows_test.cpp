@@ -13,7 +13,7 @@ using sim::ByteVector;
 using vist_frames::packet;
 using vist_frames::text;
 
-class VistPacketRows : public VistLinkBench {
+class VistPacketRows : public VistLinkStand {
   protected:
     static ByteVector with_sum_off(ByteVector bytes) {
         ++bytes[4];

@@ -84,9 +84,9 @@ struct Decoded {
     Raw bytes;  ///< as they stand afterwards
 };
 
-Decoded decode(Raw bytes, std::size_t size, bool fSwap, std::int32_t mask = 1, std::size_t pointer = 0) {
+Decoded decode(Raw bytes, std::size_t size, bool swapped, std::int32_t mask = 1, std::size_t pointer = 0) {
     Decoded result;
-    process_value(mask, size, bytes, pointer, result.value, fSwap);
+    process_value(mask, size, bytes, pointer, result.value, swapped);
     result.pointer = pointer;
     result.bytes = bytes;
     return result;

@@ -12,7 +12,7 @@ namespace {
 using sim::ByteVector;
 using namespace vist_present;
 
-class VistPass : public VistDescribedBench {
+class VistPass : public VistDescribedStand {
   protected:
     VistPass() {
         meter.put_packet("/MON TG", 12, with_clock(integrators()));

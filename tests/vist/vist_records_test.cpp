@@ -220,7 +220,7 @@ TEST(VistProgress, TheRecordJustWrittenIsNotWrittenTwiceInOnePass) {
 
 // ---- what becomes of them
 
-class VistFiling : public VistDescribedBench, public ::testing::WithParamInterface<bool> {
+class VistFiling : public VistDescribedStand, public ::testing::WithParamInterface<bool> {
   protected:
     /// A pass over an archive of this header and one record of every field.
     void pass(const Header& header, const Raw& newest) {

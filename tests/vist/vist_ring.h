@@ -1,5 +1,5 @@
 #pragma once
-// The bench of the archive walk: a meter whose ring holds some hours of one day, and passes over it.
+// The stand of the archive walk: a meter whose ring holds some hours of one day, and passes over it.
 
 #include <string>
 #include <vector>
@@ -14,7 +14,7 @@ using VistTexts = std::vector<std::string>;
 inline constexpr std::size_t AllTries = 15 * 5;
 
 /// A ring of ten records, 01:00 to 10:00, at 10:05; the value of A3 is a hundredth of the hour.
-class VistArchives : public VistArchiveBench {
+class VistArchives : public VistArchiveStand {
   protected:
     void store(int hour) {
         meter.store_hourly({.at = Midnight + hour * Hour, .IT = hour / 100.0, .T1 = 71.2, .P1 = 6.1});

@@ -17,7 +17,7 @@ using namespace vist_present;
 
 // ---- description and values
 
-class VistStories : public VistDescribedBench {
+class VistStories : public VistDescribedStand {
   protected:
     /// What the decoding of an integrator packet tells. A clock is that of 10:04 and so many seconds.
     static VistStory of_integrators(int buffer, unsigned mask, const std::string& seconds) {

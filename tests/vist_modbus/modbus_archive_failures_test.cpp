@@ -10,7 +10,7 @@ namespace {
 constexpr std::time_t Ten = 1709373600;  // 2024-03-02 10:00:00, the time of the header
 constexpr std::time_t Hour = 3600;
 
-class ModbusArchiveFailure : public ModbusBench {
+class ModbusArchiveFailure : public ModbusStand {
   protected:
     ModbusArchiveFailure() {
         for (int k = 10; k > 0; --k) meter.store_hourly({.at = Ten - k * Hour});

@@ -10,9 +10,9 @@ namespace {
 constexpr std::time_t Ten = 1709373600;  // 2024-03-02 10:00:00, the time of the header
 constexpr std::time_t Hour = 3600;
 
-class ModbusArchive : public ModbusBench {
+class ModbusArchive : public ModbusStand {
   protected:
-    using ModbusBench::ModbusBench;
+    using ModbusStand::ModbusStand;
 
     /// A meter whose newest record, of so many, is that of 09:00, and a driver that knows what it holds.
     void start(int records, std::size_t capacity = 1536) {

@@ -12,7 +12,7 @@ namespace {
 constexpr std::time_t Ten = 1709373600;  // 2024-03-02 10:00:00
 constexpr std::time_t Hour = 3600;
 
-class ModbusCycle : public ModbusBench {
+class ModbusCycle : public ModbusStand {
   protected:
     ModbusCycle() { meter.record_archives(true, "2024-03-02 04:00"); }
 

@@ -30,7 +30,7 @@ ByteVector example(int function = 4) {
     return modbus_bytes::answer(Slave, function, {0xAE, 0x41, 0x56, 0x52, 0x43, 0x40});
 }
 
-class ModbusExchange : public ModbusBench {
+class ModbusExchange : public ModbusStand {
   protected:
     ModbusExchange() : fd(open_line(Port, LineOfVistModbus, 3, 2)) { machine.connect(Port, meter); }
 
@@ -154,7 +154,7 @@ class ScriptedPort : public BareGateway {
     };
 
     ScriptedPort() : BareGateway("") {
-        root_ = scene_.root();
+        root_folder = scene_.root();
         set_gateway(this);
         led_tx_pulse();
         led_rx_pulse();

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* Clock = "Текущие Дата и Время прибора";
 
-class ModbusRequests : public ModbusBench {
+class ModbusRequests : public ModbusStand {
   protected:
     ModbusRequests() { machine.connect(Port, meter); }
     int send(const ModbusRequest& row, int system = 0, bool range = true) {

@@ -36,9 +36,9 @@ struct Device {
     int n() const { return system + 1; }
 };
 
-class ModbusMonth : public ModbusMonthBench {
+class ModbusMonth : public ModbusMonthStand {
   protected:
-    ModbusMonth() : ModbusMonthBench("2024-03-05 09:40:00", Berlin), begun(machine.now()) {
+    ModbusMonth() : ModbusMonthStand("2024-03-05 09:40:00", Berlin), begun(machine.now()) {
         scene.make_tree("m2");
         scene.service.set_meter("m1", {.serial = 40001, .port_name = Port, .manufacturer = "VISTmodbus"});
         scene.service.set_meter("m2", {.serial = 50456, .port_name = Port, .manufacturer = "VISTmodbus"});

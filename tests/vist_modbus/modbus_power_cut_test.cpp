@@ -28,9 +28,9 @@ constexpr std::uint32_t NoWorkTime = 0x45FFE;     // bits 1 to 12, 14, 18: volum
 constexpr std::uint32_t PressuresFirst = 0x5880;  // bits 7, 11, 12, 14: two pressures, then energy, then a temperature
 
 /// Records of the hours 8 and 9 when the power fails at half past ten, and a third one an hour later.
-class ModbusPowerCutBench : public ModbusMonthBench {
+class ModbusPowerCutStand : public ModbusMonthStand {
   protected:
-    ModbusPowerCutBench() : ModbusMonthBench("2024-03-02 10:05:00"), ten(machine.now() / Hour * Hour) {
+    ModbusPowerCutStand() : ModbusMonthStand("2024-03-02 10:05:00"), ten(machine.now() / Hour * Hour) {
         scene.service.set_meter("m1", {.serial = 17, .port_name = Port, .manufacturer = "VISTmodbus"});
         be_quiet({Uuid});
     }
@@ -95,7 +95,7 @@ class ModbusPowerCutBench : public ModbusMonthBench {
 
 // ---- at any line
 
-class ModbusPowerCut : public ModbusPowerCutBench,
+class ModbusPowerCut : public ModbusPowerCutStand,
                        public ::testing::WithParamInterface<std::tuple<Unsynced, std::uint32_t>> {
   protected:
     /// What must stand in the files in the end when the first `survived` lines of the first pass outlived the cut.
@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(Fates, ModbusPowerCut,
 
 // ---- each kind of line, by name
 
-class ModbusPowerCutAt : public ModbusPowerCutBench {
+class ModbusPowerCutAt : public ModbusPowerCutStand {
   protected:
     using Names = std::vector<std::string>;
 

@@ -78,7 +78,7 @@ TEST(ModbusTables, ThePowersOfTenAreReadBeforeTheFlowsThatNeedThem) {
     EXPECT_EQ(kinds, "-0TQMP1VGEt");
 }
 
-class ModbusTablesOnTheLine : public ModbusBench {};
+class ModbusTablesOnTheLine : public ModbusStand {};
 
 TEST_F(ModbusTablesOnTheLine, EachHeatSystemInTurnIsAskedForItsSetupAndThenItsValues) {
     const sim::ModbusVistSystem system;

@@ -7,9 +7,9 @@
 
 namespace {
 
-class ModbusPresent : public ModbusBench {
+class ModbusPresent : public ModbusStand {
   protected:
-    using ModbusBench::ModbusBench;
+    using ModbusStand::ModbusStand;
 
     void connect(sim::ModbusVistConfig config = {}) {
         config.serial = Serial;

@@ -14,9 +14,9 @@ namespace {
 
 using Stamps = std::vector<std::pair<std::time_t, std::time_t>>;
 
-class ModbusWrongHours : public ModbusMonthBench {
+class ModbusWrongHours : public ModbusMonthStand {
   protected:
-    ModbusWrongHours() : ModbusMonthBench("2024-03-02 10:05:00"), ten(machine.now() / Hour * Hour) {
+    ModbusWrongHours() : ModbusMonthStand("2024-03-02 10:05:00"), ten(machine.now() / Hour * Hour) {
         scene.service.set_meter("m1", {.serial = 17, .port_name = Port, .manufacturer = "VISTmodbus"});
         be_quiet({Uuid});
     }

@@ -13,9 +13,9 @@
 
 namespace {
 
-class ModbusProcess : public ModbusBench {
+class ModbusProcess : public ModbusStand {
   protected:
-    explicit ModbusProcess(const std::string& start = "2024-03-02 10:05:00") : ModbusBench(start) {}
+    explicit ModbusProcess(const std::string& start = "2024-03-02 10:05:00") : ModbusStand(start) {}
 
     void configure(const std::string& uuid, unsigned serial, const std::string& port = Port) {
         scene.make_tree(uuid);

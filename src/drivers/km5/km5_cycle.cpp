@@ -15,8 +15,8 @@ constexpr std::size_t TraceCommandBytes = 128;
 
 }  // namespace
 
-KM5::KM5(const std::string& meter, bool km56i, bool isATT_mustbe_)
-    : isATT_mustbe(isATT_mustbe_),
+KM5::KM5(const std::string& meter, bool km56i, bool must_be_att)
+    : isATT_mustbe(must_be_att),
       messages_log(open_meter_log(meter, "messages.txt")),
       debug_log(open_meter_log(meter, "debug.txt")),
       general_log(open_meter_log(meter, "general.txt")),

@@ -83,10 +83,10 @@ std::array<float, 4> KM5::read_flow_limits() {
         return read_EEPROM(number, EepromValueBytes, value) ? value : 0.0F;
     };
     const float M1max = read(numbers.M1max);
-    const float raw_M1min = read(numbers.M1min);
+    const float M1min = read(numbers.M1min);
     const float M2max = read(numbers.M2max);
-    const float raw_M2min = read(numbers.M2min);
-    return {M1max, raw_M1min * M1max / 100.0F, M2max, raw_M2min * M2max / 100.0F};
+    const float M2min = read(numbers.M2min);
+    return {M1max, M1min * M1max / 100.0F, M2max, M2min * M2max / 100.0F};
 }
 
 void KM5::publish_description(const std::string& serial, const std::array<float, 4>& limits) {

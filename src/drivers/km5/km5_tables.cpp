@@ -129,69 +129,69 @@ const std::array<const char*, 5> daily_integrals = {"A29", "A32", "A34", "A40", 
 
 namespace {
 
-constexpr bool Always(int /*model*/, bool /*gvs*/) { return true; }
-constexpr bool Gvs(int /*model*/, bool gvs) { return gvs; }
-constexpr bool NotGvs(int /*model*/, bool gvs) { return !gvs; }
-constexpr bool Model3(int model, bool /*gvs*/) { return model == 3; }
-constexpr bool NotModel3(int model, bool /*gvs*/) { return model != 3; }
-constexpr bool Model6(int model, bool /*gvs*/) { return model == 6; }
-constexpr bool NotModel6(int model, bool /*gvs*/) { return model != 6; }
-constexpr bool Model5or6(int model, bool /*gvs*/) { return model == 5 || model == 6; }
-constexpr bool NotModel5or6(int model, bool /*gvs*/) { return model != 5 && model != 6; }
+constexpr bool always(int /*model*/, bool /*gvs*/) { return true; }
+constexpr bool hot_water(int /*model*/, bool gvs) { return gvs; }
+constexpr bool no_hot_water(int /*model*/, bool gvs) { return !gvs; }
+constexpr bool model_3(int model, bool /*gvs*/) { return model == 3; }
+constexpr bool not_model_3(int model, bool /*gvs*/) { return model != 3; }
+constexpr bool model_6(int model, bool /*gvs*/) { return model == 6; }
+constexpr bool not_model_6(int model, bool /*gvs*/) { return model != 6; }
+constexpr bool model_5_or_6(int model, bool /*gvs*/) { return model == 5 || model == 6; }
+constexpr bool not_model_5_or_6(int model, bool /*gvs*/) { return model != 5 && model != 6; }
 
 // A version is held in single precision, so firmware 2.10 is below the gate of 2.1; it stays without the last page.
 constexpr KM5_page_value PageValues[] = {
     // cmd  page from  position      name             condition
-    {0x2C, 1, 0.0,  5,            "IE1",            Always},
-    {0x2C, 2, 0.0,  5,            "IM1",            Always},
-    {0x2C, 3, 0.0,  5,            "IM2",            Always},
-    {0x2C, 4, 0.0,  5,            "IT1",            Always},
-    {0x2C, 5, 0.0,  5,            "Q1",             Always},
-    {0x2C, 5, 1.58, 9,            "M1",             Always},
-    {0x2C, 5, 1.58, 13,           "P1",             Always},
-    {0x2C, 5, 1.58, 17,           "P3",             Gvs},
-    {0x2C, 5, 1.58, 17,           "P2",             NotGvs},
-    {0x2C, 5, 1.58, 21,           "T1",             Always},
-    {0x2C, 5, 1.58, 25,           "T3",             Gvs},
-    {0x2C, 5, 1.58, 25,           "T2",             NotGvs},
-    {0x2C, 5, 1.58, ConstantOne,  "GVSConversion",  Gvs},
-    {0x2C, 6, 0.0,  5,            "M1",             Always},
-    {0x2C, 7, 1.59, 5,            "Q2",             Always},
-    {0x2C, 7, 1.59, 9,            "M2",             Always},
-    {0x2C, 7, 1.59, 13,           "Q4",             Always},
-    {0x2C, 7, 1.59, 17,           "M4",             Always},
-    {0x2C, 7, 1.59, 21,           "T5",             Always},
-    {0x2C, 7, 1.59, 25,           "T4",             Always},
-    {0x2C, 8, 1.86, 9,            "M5",             Always},
-    {0x7B, 0, 1.59, 5,            "M1",             Always},
-    {0x7B, 0, 1.59, 9,            "M2",             Always},
-    {0x7B, 0, 1.59, 13,           "M4",             Always},
-    {0x7B, 0, 1.59, 17,           "T1",             Always},
-    {0x7B, 0, 1.59, 21,           "T3",             Gvs},
-    {0x7B, 0, 1.59, 21,           "T2",             NotGvs},
-    {0x7B, 0, 1.59, 25,           "T2",             Gvs},
-    {0x7B, 0, 1.59, 25,           "T3",             NotGvs},
-    {0x7B, 0, 1.59, ConstantOne,  "GVSConversion",  Gvs},
-    {0x7B, 0, 1.59, 29,           "Ta",             Always},
-    {0x7B, 0, 1.59, 33,           "P1",             Always},
-    {0x7B, 0, 1.59, 37,           "P3",             Gvs},
-    {0x7B, 0, 1.59, 37,           "P2",             NotGvs},
-    {0x7B, 0, 1.59, 41,           "P4",             Always},
-    {0x7B, 0, 1.59, 49,           "T4",             Always},
-    {0x7B, 0, 1.59, 53,           "T5",             Always},
-    {0x7B, 0, 1.59, 61,           "IE2",            Always},
-    {0x7B, 0, 1.59, 65,           "T6",             Always},
-    {0x5F, 0, 2.1,  13,           "IM1",            Always},
-    {0x5F, 0, 2.1,  17,           "IM3",            Model3},
-    {0x5F, 0, 2.1,  17,           "IM2",            NotModel3},
-    {0x5F, 0, 2.1,  21,           "IE4",            Model5or6},
-    {0x5F, 0, 2.1,  21,           "Vi",             NotModel5or6},
-    {0x5F, 0, 2.1,  25,           "IM4",            Model6},
-    {0x5F, 0, 2.1,  25,           "IQ1",            NotModel6},
-    {0x5F, 0, 2.1,  29,           "IM5",            Model6},
-    {0x5F, 0, 2.1,  29,           "IQ2",            NotModel6},
-    {0x5F, 0, 2.1,  33,           "IE1",            Always},
-    {0x5F, 0, 2.1,  37,           "Tp",             Always},
+    {0x2C, 1, 0.0,  5,            "IE1",            always},
+    {0x2C, 2, 0.0,  5,            "IM1",            always},
+    {0x2C, 3, 0.0,  5,            "IM2",            always},
+    {0x2C, 4, 0.0,  5,            "IT1",            always},
+    {0x2C, 5, 0.0,  5,            "Q1",             always},
+    {0x2C, 5, 1.58, 9,            "M1",             always},
+    {0x2C, 5, 1.58, 13,           "P1",             always},
+    {0x2C, 5, 1.58, 17,           "P3",             hot_water},
+    {0x2C, 5, 1.58, 17,           "P2",             no_hot_water},
+    {0x2C, 5, 1.58, 21,           "T1",             always},
+    {0x2C, 5, 1.58, 25,           "T3",             hot_water},
+    {0x2C, 5, 1.58, 25,           "T2",             no_hot_water},
+    {0x2C, 5, 1.58, ConstantOne,  "GVSConversion",  hot_water},
+    {0x2C, 6, 0.0,  5,            "M1",             always},
+    {0x2C, 7, 1.59, 5,            "Q2",             always},
+    {0x2C, 7, 1.59, 9,            "M2",             always},
+    {0x2C, 7, 1.59, 13,           "Q4",             always},
+    {0x2C, 7, 1.59, 17,           "M4",             always},
+    {0x2C, 7, 1.59, 21,           "T5",             always},
+    {0x2C, 7, 1.59, 25,           "T4",             always},
+    {0x2C, 8, 1.86, 9,            "M5",             always},
+    {0x7B, 0, 1.59, 5,            "M1",             always},
+    {0x7B, 0, 1.59, 9,            "M2",             always},
+    {0x7B, 0, 1.59, 13,           "M4",             always},
+    {0x7B, 0, 1.59, 17,           "T1",             always},
+    {0x7B, 0, 1.59, 21,           "T3",             hot_water},
+    {0x7B, 0, 1.59, 21,           "T2",             no_hot_water},
+    {0x7B, 0, 1.59, 25,           "T2",             hot_water},
+    {0x7B, 0, 1.59, 25,           "T3",             no_hot_water},
+    {0x7B, 0, 1.59, ConstantOne,  "GVSConversion",  hot_water},
+    {0x7B, 0, 1.59, 29,           "Ta",             always},
+    {0x7B, 0, 1.59, 33,           "P1",             always},
+    {0x7B, 0, 1.59, 37,           "P3",             hot_water},
+    {0x7B, 0, 1.59, 37,           "P2",             no_hot_water},
+    {0x7B, 0, 1.59, 41,           "P4",             always},
+    {0x7B, 0, 1.59, 49,           "T4",             always},
+    {0x7B, 0, 1.59, 53,           "T5",             always},
+    {0x7B, 0, 1.59, 61,           "IE2",            always},
+    {0x7B, 0, 1.59, 65,           "T6",             always},
+    {0x5F, 0, 2.1,  13,           "IM1",            always},
+    {0x5F, 0, 2.1,  17,           "IM3",            model_3},
+    {0x5F, 0, 2.1,  17,           "IM2",            not_model_3},
+    {0x5F, 0, 2.1,  21,           "IE4",            model_5_or_6},
+    {0x5F, 0, 2.1,  21,           "Vi",             not_model_5_or_6},
+    {0x5F, 0, 2.1,  25,           "IM4",            model_6},
+    {0x5F, 0, 2.1,  25,           "IQ1",            not_model_6},
+    {0x5F, 0, 2.1,  29,           "IM5",            model_6},
+    {0x5F, 0, 2.1,  29,           "IQ2",            not_model_6},
+    {0x5F, 0, 2.1,  33,           "IE1",            always},
+    {0x5F, 0, 2.1,  37,           "Tp",             always},
 };
 
 }  // namespace

@@ -31,8 +31,8 @@ SA94Logs open_logs(const std::string& meter) {
 
 SA94::SA94(const std::string& meter) : SA94(meter, open_logs(meter)) {}
 
-SA94::SA94(const std::string& meter, SA94Logs logs_)
-    : logs(std::move(logs_)),
+SA94::SA94(const std::string& meter, SA94Logs meter_logs)
+    : logs(std::move(meter_logs)),
       link([this](Bytes tx, ExchangeAnswer& rx) { send_receive(tx, rx, SA94Request::ResponseBytes, false); },
            [this](bool ok) { setConnected(ok, uuid); }, *logs.log_debug) {
     uuid = meter;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-SA94Link::SA94Link(Exchange exchange_, Connected connected, UniLog& log_)
-    : exchange(std::move(exchange_)), set_connected(std::move(connected)), log(log_) {}
+SA94Link::SA94Link(Exchange one_exchange, Connected connected, UniLog& line_log)
+    : exchange(std::move(one_exchange)), set_connected(std::move(connected)), log(line_log) {}
 
 void SA94Link::exchangeOnce(SA94Request& request) const {
     ExchangeAnswer answer;

@@ -8,7 +8,7 @@ constexpr std::uint8_t low_byte(std::uint32_t value) {
 
 }  // namespace
 
-SA94Request::SA94Request(std::int32_t address_) : address(address_) {
+SA94Request::SA94Request(std::int32_t number) : address(number) {
     reset();
 }
 

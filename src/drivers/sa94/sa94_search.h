@@ -12,8 +12,9 @@
 class SA94Search {
   public:
     /// Link and logs outlive the search.
-    SA94Search(const SA94Link& link_, const SA94Logs& logs_, SA94Memory memory_, std::int32_t address_)
-        : link(link_), logs(logs_), memory(memory_), address(address_) {}
+    SA94Search(const SA94Link& meter_link, const SA94Logs& meter_logs, SA94Memory meter_memory,
+               std::int32_t meter_address)
+        : link(meter_link), logs(meter_logs), memory(meter_memory), address(meter_address) {}
 
     /// The older of the two places where the ring may begin, and the time of its record.
     bool getFirstRecordInfo(int archive_type, std::time_t& tmp_timestamp, int& first_segment,

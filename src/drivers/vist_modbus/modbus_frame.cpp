@@ -63,8 +63,8 @@ std::vector<std::uint8_t> record_frame(int slave, int file, int record, int leng
     return frame;
 }
 
-ModbusParser::ModbusParser(std::span<std::uint8_t> answer_, int slave_, std::uint8_t function_)
-    : answer(answer_), slave(low_byte(slave_)), function(function_) {}
+ModbusParser::ModbusParser(std::span<std::uint8_t> into, int from, std::uint8_t asked)
+    : answer(into), slave(low_byte(from)), function(asked) {}
 
 void ModbusParser::reset() {
     state = State::Slave;

@@ -26,8 +26,8 @@ class VistModbusLink {
     /// Gets a row's data from the first data byte on, with what the answer's area holds behind them: zeros.
     using Process = std::function<void(const ModbusRequest& row, Bytes data)>;
 
-    /// `connected_` is told after each row whether it came within its tries.
-    VistModbusLink(UniLog* log_, std::function<void(bool)> connected_) : log(log_), connected(std::move(connected_)) {}
+    /// `tell` hears after each row whether it came within its tries.
+    VistModbusLink(UniLog* logger, std::function<void(bool)> tell) : log(logger), connected(std::move(tell)) {}
 
     /// One row for a heat system, with its tries. `range`: the second number of the question is the last register,
     /// otherwise the row's count as it stands. The length of the answer, or -1.

@@ -1,6 +1,6 @@
 #pragma once
-// The bench that the tests of every family stand on: a scene, a line, a driver on it, and short words for what they
-// leave behind. The families' own benches add their meters and what only they can say.
+// What the tests of every family stand on: a scene, a line, a driver on it, and short words for what they
+// leave behind. The families' own stands add their meters and what only they can say.
 
 #include <functional>
 #include <memory>
@@ -16,13 +16,13 @@
 
 using Texts = std::vector<std::string>;
 
-class Bench : public ::testing::Test {
+class Stand : public ::testing::Test {
   protected:
     static constexpr const char* Uuid = "m1";
     static constexpr const char* Port = "/dev/ttyS1";
 
     /// `start` is local time in `zone`. The port is there, nobody hangs on it.
-    explicit Bench(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
+    explicit Stand(const std::string& start = "2024-03-02 10:05:00", const std::string& zone = "UTC");
 
     /// What a driver prints is nobody's business in most tests.
     template <typename Work>
@@ -83,9 +83,9 @@ class Bench : public ::testing::Test {
 };
 
 template <typename Driver>
-class DriverBench : public Bench {
+class DriverStand : public Stand {
   protected:
-    using Bench::Bench;
+    using Stand::Stand;
 
     void run() {
         quietly([this] { driver->run_main(); });

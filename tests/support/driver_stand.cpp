@@ -1,4 +1,4 @@
-#include "support/driver_bench.h"
+#include "support/driver_stand.h"
 
 #include <unistd.h>
 
@@ -34,40 +34,40 @@ std::string log_ending(const std::string& kind) {
 
 }  // namespace
 
-Bench::Bench(const std::string& start, const std::string& zone) : scene(in_memory(start), zone) {
+Stand::Stand(const std::string& start, const std::string& zone) : scene(in_memory(start), zone) {
     scene.make_tree(Uuid);
     machine.add_device(Port);
 }
 
-void Bench::silence(const std::function<void()>& work) {
+void Stand::silence(const std::function<void()>& work) {
     stdout_of(work);
 }
 
-MeterSettings Bench::settings_for(std::uint32_t serial) {
+MeterSettings Stand::settings_for(std::uint32_t serial) {
     return {.tc_sernum = serial, .port_name = Port, .tc_baud = 3, .tc_parity = 2};
 }
 
-std::string Bench::item(const std::string& name, int n, const std::string& uuid) const {
+std::string Stand::item(const std::string& name, int n, const std::string& uuid) const {
     std::string text = scene.item(uuid, n, name).value_or("(none)");
     if (text.ends_with('\n')) text.pop_back();
     return text;
 }
 
-std::string Bench::connected() const {
+std::string Stand::connected() const {
     std::string all;
     for (int n = 1; n <= 6; ++n) all += item("Connected", n);
     return all;
 }
 
-std::string Bench::archive(const std::string& name, int n, const std::string& directory) const {
+std::string Stand::archive(const std::string& name, int n, const std::string& directory) const {
     return scene.archive(Uuid, n, name, directory).value_or("");
 }
 
-Texts Bench::archive_names(int n) const {
+Texts Stand::archive_names(int n) const {
     return scene.list(archive_folder(Uuid, n, "tc_archives"));
 }
 
-LineCounts Bench::lines_in(const std::string& directory, int n, const std::string& uuid) const {
+LineCounts Stand::lines_in(const std::string& directory, int n, const std::string& uuid) const {
     LineCounts counts;
     for (const std::string& name : scene.list(archive_folder(uuid, n, directory))) {
         if (name.size() > 1 && name[0] == '_' && std::islower(static_cast<unsigned char>(name[1])) != 0) continue;
@@ -77,15 +77,15 @@ LineCounts Bench::lines_in(const std::string& directory, int n, const std::strin
     return counts;
 }
 
-void Bench::leave_archive(const std::string& name, const std::string& text, int n, const std::string& directory) {
+void Stand::leave_archive(const std::string& name, const std::string& text, int n, const std::string& directory) {
     scene.write(archive_folder(Uuid, n, directory) + "/" + name, text);
 }
 
-Texts Bench::log(const std::string& kind) const {
+Texts Stand::log(const std::string& kind) const {
     return lines_of_log(log_ending(kind));
 }
 
-Texts Bench::lines_of_log(const std::string& ending) const {
+Texts Stand::lines_of_log(const std::string& ending) const {
     std::string text = scene.file("/tmp/uni_logs." + ending).value_or("");
     std::erase(text, '\0');
     Texts lines;
@@ -96,18 +96,18 @@ Texts Bench::lines_of_log(const std::string& ending) const {
     return lines;
 }
 
-int Bench::logged(const std::string& kind, const std::string& line) const {
+int Stand::logged(const std::string& kind, const std::string& line) const {
     const Texts all = log(kind);
     return static_cast<int>(std::count(all.begin(), all.end(), line));
 }
 
-int Bench::logged_start(const std::string& kind, const std::string& line) const {
+int Stand::logged_start(const std::string& kind, const std::string& line) const {
     const Texts all = log(kind);
     return static_cast<int>(
         std::count_if(all.begin(), all.end(), [&line](const std::string& each) { return each.starts_with(line); }));
 }
 
-::testing::AssertionResult Bench::logged_in_order(const std::string& kind, const Texts& lines) const {
+::testing::AssertionResult Stand::logged_in_order(const std::string& kind, const Texts& lines) const {
     const Texts all = log(kind);
     auto from = all.begin();
     for (const std::string& line : lines) {
@@ -118,6 +118,6 @@ int Bench::logged_start(const std::string& kind, const std::string& line) const 
     return ::testing::AssertionSuccess();
 }
 
-void Bench::clear_log(const std::string& kind) {
+void Stand::clear_log(const std::string& kind) {
     scene.write("/tmp/uni_logs." + log_ending(kind), "");
 }
