@@ -25,8 +25,8 @@ std::int64_t end_of_period(std::int64_t begin, ArchiveKind kind) {
     return make_time(day);
 }
 
-ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind_, const ArchiveQuestion& question)
-    : kind(kind_), good(question.good), by_record(question.by_record), column_names(question.names) {
+ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind_of_records, const ArchiveQuestion& question)
+    : kind(kind_of_records), good(question.good), by_record(question.by_record), column_names(question.names) {
     if (column_names.empty()) column_names = archive_names(folder, kind);
     std::ranges::sort(column_names, comes_before);
     column_names.erase(std::unique(column_names.begin(), column_names.end()), column_names.end());

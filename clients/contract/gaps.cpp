@@ -18,7 +18,7 @@ constexpr std::int64_t Day = 86400;
 class Calendar {
   public:
     /// Records come at the minute of the hour, or the time of the day, at which this one came.
-    Calendar(ArchiveKind kind_, std::int64_t record) : kind(kind_), first(record) {}
+    Calendar(ArchiveKind kind_of_records, std::int64_t record) : kind(kind_of_records), first(record) {}
 
     std::int64_t number(std::int64_t time) const {
         if (kind != ArchiveKind::Daily) {
