@@ -90,7 +90,6 @@ void print_table(const std::vector<std::string>& headings, const std::vector<std
 void print_json(const Json::Value& value) {
     Json::StreamWriterBuilder form;
     form["indentation"] = "";
-    form["emitUTF8"] = true;
     Output out;
     out << Json::writeString(form, value) << '\n';
     out.flush();

@@ -75,6 +75,7 @@ class Table {
 };
 void print_table(const std::vector<std::string>& headings, const std::vector<std::vector<std::string>>& rows,
                  const Console& console);
+/// In one line of ASCII: nothing in it acts on a terminal.
 void print_json(const Json::Value& value);
 
 /// Adds `--json` and `--epoch` to a command.

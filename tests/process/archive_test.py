@@ -218,6 +218,33 @@ class Archive(unittest.TestCase):
             file.write(f"{made.begin},192,77.000000\n")
         self.assertEqual(json.loads(ctl(made.root, "export", "--sqlite", database, "--json"))["lines"], 1)
 
+    def test_hostile_files_hang_nothing_and_reach_no_terminal(self):
+        made = Made(6, hours=3)
+        made.write()
+        items = f"{made.root}/tmp/m1/1/tc_items"
+        os.makedirs(items)
+        for name, text in (("T1", b"\033[2J\xc2\x9b31m\n"), ("MeterModel", b"\xe2\x80\xae<b>\xff\n"), ("A\033]0;x\a", b"1\n")):
+            with open(f"{items}/{name}", "wb") as file:
+                file.write(text)
+        os.mkfifo(f"{items}/T2")
+        os.mkfifo(f"{made.folder}/A2")
+        os.symlink("A6", f"{made.folder}/A5")
+        os.symlink("A5", f"{made.folder}/A6")
+        os.symlink("/etc/passwd", f"{made.folder}/A7")
+        os.makedirs(f"{made.root}/tmp/a\nb/1/tc_items")
+        os.symlink("/", f"{made.root}/mnt/storage/up")
+        os.symlink("loop", f"{made.root}/mnt/storage/loop")
+        with open(f"{made.folder}/A3", "wb") as file:
+            file.truncate(1 << 30)
+        told = {words: ctl(made.root, *words, status=words[0] == "gaps")
+                for words in (("list",), ("values", "m1"), ("values", "m1", "--json"), ("archive", "m1"), ("gaps", "m1"),
+                              ("archive", "m1", "--format", "csv"), ("export", "--sqlite", f"{made.root}/all.db"))}
+        for words, text in told.items():
+            self.assertFalse(re.search(rb"[\x00-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|root:|\xe2\x80\xae", text), words)
+            text.decode()
+        self.assertEqual(len(told["list",].splitlines()), 3)
+        self.assertEqual(len(json.loads(told["values", "m1", "--json"])["values"]), 3)
+
     def test_wrong_words_and_missing_files_are_told(self):
         made = Made(5, hours=3)
         made.write()
