@@ -73,7 +73,7 @@ constexpr PacketRow Packets[] = {
 };
 
 // Slots of a packet with integrators, and of one with current values; the mask has a bit for each.
-constexpr const char* IntegratorNames[] = {"IT", "IQ1", "IQ2", "IQ3", "IM1", "IM2", "IM3", "IE"};
+constexpr const char* IntegratorNames[] = {"IT in hours", "IQ1", "IQ2", "IQ3", "IM1", "IM2", "IM3", "IE"};
 constexpr const char* CurrentNames[] = {"Q1", "Q2", "Q3", "M1", "M2", "M3", "T1", "T2", "T3", "", "P1", "P2", "P3"};
 
 bool is_packet(Bytes bytes) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <map>
 
 #include <fmt/format.h>
 #include <json/writer.h>
@@ -160,9 +161,13 @@ int run_decode(const std::string& family_text, const std::string& path, const Co
     int fd = STDIN_FILENO;
     if (!path.empty() && path != "-") fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     if (fd < 0) throw Failure{fmt::format("{}: {}", path, std::strerror(errno)), Finding};
-    const auto decoder = contract::make_decoder(family);
+    constexpr std::size_t MostLines = 256;
+    std::map<std::string, std::unique_ptr<contract::Decoder>> decoders;  // one for each line of a trace
     Printer printer(console);
     contract::CaptureReader reader(family != contract::SA94, [&](const contract::Piece& piece) {
+        if (decoders.size() > MostLines) decoders.clear();
+        auto& decoder = decoders[piece.line];
+        if (decoder == nullptr) decoder = contract::make_decoder(family);
         for (const Frame& frame : decoder->decode(piece)) printer.print(frame);
     });
     read_rows(fd, reader);
