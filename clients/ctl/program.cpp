@@ -73,10 +73,9 @@ int run_program(int argc, const char* const* argv) {
                                events_command(app, console),  plot_command(app, console),
                                export_command(app, console),  watch_command(app, console)};
     const Commands commands = {
-        list_command(app, console),
-        values_command(app, console),
-        archive_command(app, console),
-        decode_command(app, console),
+        list_command(app, console),   values_command(app, console), archive_command(app, console),
+        decode_command(app, console), probe_command(app, console),  pause_command(app, console),
+        resume_command(app, console), poll_command(app, console),
     };
     try {
         app.parse(argc, argv);
