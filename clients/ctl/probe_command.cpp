@@ -2,11 +2,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <fmt/format.h>
 #include <json/value.h>
 
 #include "contract/frame.h"
 #include "contract/installation.h"
+#include "contract/items.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
@@ -23,8 +26,7 @@ namespace {
 constexpr unsigned UsualSpeed = 9600;
 constexpr double SettleSeconds = 4;    // longer than any exchange that had begun when the flag was made
 constexpr double ListenSeconds = 0.5;  // when no daemon runs
-constexpr int PassSeconds = 60;        // how long the end of a daemon's pass is waited for
-constexpr int IdleSeconds = 5;         // without a word in the log of a meter: its pass is over
+constexpr double IdleSeconds = 2.5;    // without a word in the log of a meter: its pass is over
 
 struct Words {
     std::string family;
@@ -35,6 +37,7 @@ struct Words {
     bool scan = false;
     bool anyway = false;
     bool now = false;
+    std::string wait = "1m";
 };
 
 /// The links of two families tell on standard output what they do; it is ours.
@@ -87,28 +90,40 @@ std::vector<contract::Process> daemons_of(dev_t port) {
     return found;
 }
 
-bool is_in_pass(const std::vector<contract::Process>& daemons) {
-    const std::int64_t now = gateway().now();
-    for (const contract::Process& process : daemons) {
-        // A question of the others stands alone.
-        if (process.family == contract::KM5 || process.family == contract::VISTmodbus) continue;
-        for (const std::string& uuid : process.uuids) {
-            for (const char* const ending : {".txt", ".debug.txt"}) {
-                struct stat status {};
-                if (gateway().look_at("/tmp/uni_logs." + uuid + ending, status) != 0) continue;
-                if (now - status.st_mtime < IdleSeconds) return true;
-            }
+/// A meter's driver has said something in its log just now. One that reaches no meter is in no dialog.
+bool is_in_dialog(const contract::Process& process) {
+    // A question of these two stands alone.
+    if (process.family == contract::KM5 || process.family == contract::VISTmodbus) return false;
+    const timeval now = gateway().time_of_day();
+    for (const std::string& uuid : process.uuids) {
+        const auto connected = contract::read_item(uuid, 1, "Connected");
+        if (!connected || connected->text != "1") continue;
+        for (const char* const ending : {".txt", ".debug.txt"}) {
+            struct stat status {};
+            if (gateway().look_at("/tmp/uni_logs." + uuid + ending, status) != 0) continue;
+            const double age = static_cast<double>(now.tv_sec - status.st_mtim.tv_sec) +
+                               static_cast<double>(now.tv_usec) / 1e6 -
+                               static_cast<double>(status.st_mtim.tv_nsec) / 1e9;
+            if (age < IdleSeconds) return true;
         }
     }
     return false;
 }
 
-/// A dialog of the daemon that we break into is lost, and its pass with it: better between two passes.
-void await_end_of_pass(const std::vector<contract::Process>& daemons, const Progress& progress) {
-    for (int waited = 0; waited < PassSeconds && is_in_pass(daemons); ++waited) {
-        progress.show(fmt::format("waiting for the end of the daemon's pass, {} s at most", PassSeconds - waited));
+/// A dialog of the daemon that we break into is lost, and with it what the pass would have read.
+void await_end_of_pass(const std::vector<contract::Process>& daemons, std::int64_t patience, const Progress& progress) {
+    const std::int64_t end = gateway().steady_microseconds() + patience * 1'000'000;
+    while (std::ranges::any_of(daemons, is_in_dialog)) {
+        const std::int64_t left = (end - gateway().steady_microseconds()) / 1'000'000;
+        if (left <= 0) {
+            throw Failure{
+                "heatmeterd is in the middle of a pass: wait longer (--wait 10m), or break into it (--now), which may "
+                "cost it records twice or a value of 0"};
+        }
+        progress.show(
+            fmt::format("waiting for the end of the daemon's pass, {} at most", contract::duration_text(left)));
         heed_signals();
-        gateway().sleep(1);
+        gateway().sleep_nanoseconds(100'000'000);
     }
     heed_signals();
 }
@@ -229,6 +244,9 @@ int run_probe(const Words& words, const Console& console) {
     const std::vector<LineChoice> lines = chosen_lines(family, words);
     const std::vector<std::uint32_t> addresses = chosen_addresses(family, words);
 
+    const auto patience = contract::parse_duration(words.wait);
+    if (!patience) throw Failure{"no time: \"" + words.wait + "\" (such as 90s, 10m)", Usage};
+
     note_signals();
     std::vector<Found> found;
     std::vector<std::int64_t> gaps;
@@ -240,7 +258,7 @@ int run_probe(const Words& words, const Console& console) {
         BorrowedLine line(words.port, family.close);
         const auto daemons = daemons_of(line.number());
         if (!is_foreign) {
-            if (!words.now) await_end_of_pass(daemons, progress);
+            if (!words.now) await_end_of_pass(daemons, *patience, progress);
             hold = std::make_unique<PauseHold>(contract::PauseHolder{.command = "probe"});
         }
         progress.show("waiting until the line is quiet");
@@ -287,6 +305,8 @@ Command probe_command(CLI::App& app, Console& console) {
         ->check(CLI::IsMember({"N", "E", "O"}));
     command->add_flag("--scan", words->scan, "tries all speeds and parities, and all addresses where there are few");
     command->add_flag("--now", words->now, "although a daemon is in the middle of a pass, which may fail then");
+    command->add_option("--wait", words->wait, "how long the end of the daemon's pass is waited for; 1m without it")
+        ->type_name("TIME");
     command->add_flag("--anyway", words->anyway, "although somebody else holds the lines");
     command->add_flag("--json", console.json, "JSON instead of text");
     return {command, [words, &console] { return run_probe(*words, console); }};
