@@ -102,7 +102,9 @@ std::vector<Frame> Decoder::decode(const Piece& piece) {
 }
 
 Frame Decoder::told(const Piece& /*piece*/) {
-    return {};
+    Frame frame;
+    frame.reason = "out of the log of another family";
+    return frame;
 }
 
 Frame Decoder::silence() {
