@@ -109,6 +109,8 @@ void CaptureReader::take_row(std::string_view row) {
         if (piece.bytes.empty() && piece.reason.empty()) piece.reason = "no bytes";
         return give(piece);
     }
+    // Where a log has begun anew.
+    if (row.starts_with("---") && row.find_first_not_of('-') == std::string_view::npos) return;
     // In a log, what has no time goes on from the row before it, and is no traffic.
     if (!is_log && !row.starts_with('#')) take_hex_row(row);
 }

@@ -87,8 +87,9 @@ std::size_t packet_length(Bytes bytes) {
 /// The length of a text that some bytes begin with, its end included; 0 for none.
 std::size_t text_length(Bytes bytes, std::string_view end) {
     const Bytes part = part_of(bytes, 0, LongestText);
-    const auto found = std::ranges::search(part, end, {}, {}, [](char c) { return static_cast<std::uint8_t>(c); });
-    return found.empty() ? 0 : static_cast<std::size_t>(found.end() - part.begin());
+    const auto found = std::search(part.begin(), part.end(), end.begin(), end.end(),
+                                   [](std::uint8_t byte, char letter) { return static_cast<char>(byte) == letter; });
+    return found == part.end() ? 0 : static_cast<std::size_t>(found - part.begin()) + end.size();
 }
 
 bool begins_with(Bytes bytes, std::string_view text) {

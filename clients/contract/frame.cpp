@@ -12,21 +12,13 @@
 
 namespace contract {
 
-namespace {
-
-template <typename Number>
-FrameField number_field(std::string name, Number value) {
-    return {std::move(name), fmt::format("{}", value), std::isfinite(value)};
-}
-
-}  // namespace
-
 void Frame::add(std::string name, double value) {
-    fields.push_back(number_field(std::move(name), value));
+    // Scaled by powers of ten, of whole numbers of at most 32 bits but for a few.
+    fields.push_back({std::move(name), fmt::format("{:.12g}", value), std::isfinite(value)});
 }
 
 void Frame::add(std::string name, float value) {
-    fields.push_back(number_field(std::move(name), value));
+    fields.push_back({std::move(name), fmt::format("{}", value), std::isfinite(value)});
 }
 
 void Frame::add(std::string name, const std::tm& tm) {
