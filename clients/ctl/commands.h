@@ -14,6 +14,11 @@ Command events_command(CLI::App& app, Console& console);
 Command plot_command(CLI::App& app, Console& console);
 Command export_command(CLI::App& app, Console& console);
 Command watch_command(CLI::App& app, Console& console);
+Command decode_command(CLI::App& app, Console& console);
+Command probe_command(CLI::App& app, Console& console);
+Command pause_command(CLI::App& app, Console& console);
+Command resume_command(CLI::App& app, Console& console);
+Command poll_command(CLI::App& app, Console& console);
 
 // Words of the command line that say which meter, which system, which time; a Failure for others.
 contract::MeterSystem meter_system_of(const std::string& text);

@@ -68,10 +68,12 @@ int run_program(int argc, const char* const* argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(Footer);
-    const Commands commands = {list_command(app, console),    values_command(app, console),
-                               archive_command(app, console), gaps_command(app, console),
-                               events_command(app, console),  plot_command(app, console),
-                               export_command(app, console),  watch_command(app, console)};
+    const Commands commands = {
+        list_command(app, console),   values_command(app, console), archive_command(app, console),
+        gaps_command(app, console),   events_command(app, console), plot_command(app, console),
+        export_command(app, console), watch_command(app, console),  decode_command(app, console),
+        probe_command(app, console),  pause_command(app, console),  resume_command(app, console),
+        poll_command(app, console)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

@@ -242,6 +242,16 @@ std::string day_text(const std::tm& tm) {
     return format_cut(31, "%02d:%02d:%02d", tm.tm_mday, tm.tm_mon + 1, tm.tm_year - 100);
 }
 
+InnerSum header_sum(Bytes packet) {
+    return {.is = u8_at(packet, HeaderCrc),
+            .should_be = checksum(part_of(packet, HeaderSummed, packet_size(packet) - 4))};
+}
+
+InnerSum record_sum(Bytes packet) {
+    return {.is = u8_at(packet, RecordCrc),
+            .should_be = checksum(part_of(packet, RecordFields, packet_size(packet) - 9))};
+}
+
 ArchiveHeader decode_header(PacketBuffer packet) {
     ArchiveHeader header;
     header.fSwapArch = (u8_at(packet, HeaderEnumer) & LittleEndianBit) == 0;
@@ -250,7 +260,7 @@ ArchiveHeader decode_header(PacketBuffer packet) {
         for (const std::size_t at : {HeaderRecNum, HeaderRecNew, HeaderRecMax}) swap_bytes(packet, at, 2);
     }
     header.arch_mask = le_u32(packet, HeaderMask);
-    header.good = u8_at(packet, HeaderCrc) == checksum(part_of(packet, HeaderSummed, packet_size(packet) - 4));
+    header.good = header_sum(packet).holds();
     if (!header.good) return header;
 
     header.time = packet_time(packet, HeaderTime);
@@ -270,8 +280,7 @@ ArchiveHeader decode_header(PacketBuffer packet) {
 }
 
 std::optional<std::tm> decode_record_time(Bytes packet) {
-    const std::uint8_t sum = checksum(part_of(packet, RecordFields, packet_size(packet) - 9));
-    if (u8_at(packet, RecordCrc) != sum) return {};
+    if (!record_sum(packet).holds()) return {};
     return packet_time(packet, RecordTime);
 }
 

@@ -92,6 +92,16 @@ struct ArchiveHeader {
 };
 ArchiveHeader decode_header(PacketBuffer packet);
 
+/// The sum that a header or a record carries besides that of its packet, and what it should be.
+struct InnerSum {
+    std::uint8_t is;
+    std::uint8_t should_be;
+
+    bool holds() const { return is == should_be; }
+};
+InnerSum header_sum(Bytes packet);
+InnerSum record_sum(Bytes packet);
+
 /// The time of an archive record as it stands; none when its sum is wrong.
 std::optional<std::tm> decode_record_time(Bytes packet);
 
