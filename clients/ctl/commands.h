@@ -9,6 +9,9 @@ namespace ctl {
 Command list_command(CLI::App& app, Console& console);
 Command values_command(CLI::App& app, Console& console);
 Command archive_command(CLI::App& app, Console& console);
+Command status_command(CLI::App& app, Console& console);
+Command check_command(CLI::App& app, Console& console);
+Command log_command(CLI::App& app, Console& console);
 
 // Words of the command line that say which meter, which system, which time; a Failure for others.
 contract::MeterSystem meter_system_of(const std::string& text);
