@@ -1,6 +1,7 @@
 #include "contract/check.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 
 #include <fmt/format.h>

@@ -7,9 +7,9 @@ namespace contract {
 
 namespace {
 
-/// The number behind a word; nothing without it.
+/// The number behind the last one of a word; nothing without it.
 std::optional<long> number_behind(std::string_view text, std::string_view word) {
-    const std::size_t at = text.find(word);
+    const std::size_t at = text.rfind(word);
     if (at == std::string_view::npos) return std::nullopt;
     text.remove_prefix(at + word.size());
     long number = 0;

@@ -82,6 +82,7 @@ Command check_command(CLI::App& app, Console& console) {
     CLI::App* const command =
         app.add_subcommand("check", "before the start: a configured PORT, or the words of a process");
     add_output_options(*command, console);
+    command->fallthrough(false);
     command->prefix_command();  // what follows are the daemon's words, -r among them
     command->footer("heatmeterctl check PORT         looks at /etc/heatmeterd/PORT.conf\n"
                     "heatmeterctl check KM5 -r UUID  looks at the words of a process\n"

@@ -1,0 +1,265 @@
+#!/usr/bin/env python3
+"""heatmeterctl status: each cause of silence, staged with real processes and simulated meters, is named, and nothing
+else is."""
+
+import json
+import os
+import subprocess
+import time
+
+import box
+
+LINE = "/tmp/heatmeter-line"
+CONTROL = "/tmp/control"
+START = "2024-03-02 08:05:00"
+RATE = 60
+TWO_PERIODS = 2 * 360 / RATE + 3  # real seconds, and what the programs themselves take
+EXIT = {"ok": 0, "warning": 1, "critical": 2, "unknown": 3}
+FAMILIES = {"KM5": "type=km5", "VIST": "type=vist,serial=7,devices=1",
+            "VISTmodbus": "type=vist-modbus,serial=5,devices=1", "SA94": "type=sa94,serial=74565"}
+
+
+class Keeper(box.Test):
+    def ctl(self, *words, statuses=(0,)):
+        environment = self.clock.environment() if self.clock else dict(os.environ)
+        done = subprocess.run([f"{self.build}/heatmeterctl", *words], capture_output=True, text=True, timeout=60,
+                              env=environment)
+        self.assertIn(done.returncode, statuses, f"{words}: {done.stdout}{done.stderr}")
+        return done.stdout
+
+    def meters(self, *words):
+        return self.sim("--control", CONTROL, "--history-days", "0.1", *words)
+
+    def tell(self, *words):
+        done = subprocess.run([f"{self.sim_build}/heatmeter-sim", "--tell", CONTROL, *words], capture_output=True,
+                              text=True, timeout=20)
+        self.assertEqual(done.returncode, 0, f"{words}: {done.stdout}{done.stderr}")
+
+    def status(self):
+        return json.loads(self.ctl("status", "--json", statuses=range(4)))
+
+    def reasons(self, status=None):
+        """Those of the gateway, and those of the meters."""
+        status = status or self.status()
+        return status["gateway"]["reasons"], sum((meter["reasons"] for meter in status["meters"]), [])
+
+    def assert_reason(self, reason, gateway=(), level="critical", patience=TWO_PERIODS):
+        """Within the time status names this, and nothing else, and goes on doing so."""
+        expected = (list(gateway), [reason])
+        end = time.monotonic() + patience
+        while self.reasons() != expected:
+            if time.monotonic() > end:
+                self.fail(f"not {expected} but {self.reasons()}:\n{self.ctl('status', statuses=range(4))}")
+            time.sleep(0.3)
+        text = self.ctl("status", statuses=range(4))
+        self.assertEqual(self.reasons(), expected)
+        self.assertIn(f"({reason})", text)
+        self.assertIn(self.status()["level"], (level, "critical") if level == "warning" else (level,))
+        self.ctl("status", statuses=[EXIT[self.status()["level"]]])
+        return text
+
+    def wait_for_values(self):
+        self.wait_for(lambda: any(system["age_s"] is not None for meter in self.status()["meters"]
+                                  for system in meter["systems"]), "values", 60)
+
+
+class Silence(Keeper):
+    def setUp(self):
+        super().setUp()
+        self.start_clock(START, RATE)
+
+    def read(self, family, *words):
+        """A process of this family, which has its first values."""
+        self.meters("--meter", FAMILIES[family], *words)
+        daemon = self.daemon(family, "-r", "m1")
+        self.wait_for_values()
+        return daemon
+
+    def cut(self, family):
+        self.read(family)
+        self.assertEqual(self.reasons(), ([], ["first-half-hour"] if family != "SA94" else []))
+        self.tell("cable", LINE, "cut")
+        self.assert_reason("nothing-heard", level="warning")
+
+    def test_the_cable_of_a_km5_is_cut(self):
+        self.cut("KM5")
+
+    def test_the_cable_of_a_vist_is_cut(self):
+        self.cut("VIST")
+
+    def test_the_cable_of_a_vist_over_modbus_is_cut(self):
+        self.cut("VISTmodbus")
+
+    def test_the_cable_of_an_sa94_is_cut(self):
+        self.cut("SA94")
+
+    def test_a_km5_whose_sums_are_wrong(self):
+        self.meters("--meter", FAMILIES["KM5"], "--bad-sums", "1")
+        self.daemon("KM5", "-r", "m1")
+        self.assert_reason("no-answer")
+
+    def test_a_vist_whose_sums_are_wrong(self):
+        self.meters("--meter", FAMILIES["VIST"], "--bad-sums", "1", "--noise", "1")
+        self.daemon("VIST", "-r", "m1")
+        self.assert_reason("no-answer")
+
+    def test_the_service_is_off_at_the_start(self):
+        self.meters("--service", "off")
+        self.daemon("KM5", "-r", "m1")
+        self.assert_reason("service-off", ["service-off"])
+
+    def test_the_service_goes_off_later(self):
+        self.read("KM5")
+        self.tell("service", "off")
+        status = self.status()
+        self.assertEqual(self.reasons(status), (["service-off"], ["first-half-hour"]))
+        self.assertEqual((status["level"], status["meters"][0]["level"]), ("warning", "ok"))
+
+    def test_the_service_does_not_know_the_uuid(self):
+        self.meters()
+        self.daemon("KM5", "-r", "m9")
+        self.assert_reason("uuid-unknown")
+
+    def test_the_port_is_not_there(self):
+        self.meters("--meter", "uuid=m1,port=/tmp/nowhere")
+        self.daemon("KM5", "-r", "m1")
+        self.assertIn("/tmp/nowhere", self.assert_reason("port-missing"))
+
+    def test_the_port_is_no_terminal(self):
+        self.meters("--meter", "uuid=m1,port=/dev/zero")
+        self.daemon("KM5", "-r", "m1")
+        self.assert_reason("port-no-terminal")
+
+    def test_the_port_comes_too_late(self):
+        self.meters()
+        self.tell("adapter", LINE, "out")
+        daemon = self.daemon("KM5", "-r", "m1")
+        self.assert_reason("port-missing")
+        self.tell("adapter", LINE, "in")
+        self.assert_reason("port-closed")
+        self.assertTrue(daemon.runs())
+
+    def test_the_adapter_is_unplugged_and_another_one_plugged_in(self):
+        self.read("VISTmodbus")
+        self.tell("adapter", LINE, "out")
+        self.assert_reason("port-gone")
+        self.tell("adapter", LINE, "in")
+        self.assert_reason("port-gone")
+
+    def test_another_vist_answers_under_the_number(self):
+        self.read("VIST")
+        self.tell("swap", "m1", "type=vist,serial=7,devices=1,factory=4711")
+        self.assert_reason("other-meter")
+
+    def test_another_km5_was_put_in_and_the_service_told(self):
+        self.read("KM5")
+        self.tell("swap", "m1", "type=km5,serial=7")
+        self.tell("told", "m1", "serial=7")
+        self.assert_reason("other-meter")
+
+    def test_an_at_t_under_the_name_of_a_km5(self):
+        self.meters("--meter", "type=att")
+        self.daemon("KM5", "-r", "m1")
+        self.assert_reason("wrong-family")
+
+    def test_a_vist_under_the_name_of_a_km5(self):
+        self.meters("--meter", FAMILIES["VIST"])
+        self.daemon("KM5", "-r", "m1")
+        self.assertIn("told KM5, and the service says vis-t", self.assert_reason("wrong-family"))
+
+    def test_somebody_holds_the_bus(self):
+        self.read("VIST")
+        with open("/tmp/pause_tvk_all", "w", encoding="utf-8") as file:
+            file.write("service laptop\x1b[31m\n")
+        text = self.assert_reason("bus-held", level="warning")
+        self.assertIn('/tmp/pause_tvk_all, made by', text)
+        self.assertIn('it says "service laptop\ufffd[31m"', text)
+
+    def test_the_general_pause_does_not_hold_an_sa94(self):
+        self.read("SA94")
+        with open("/tmp/pause_tvk", "w", encoding="utf-8"):
+            pass
+        self.assertEqual(self.reasons()[1], [])
+
+    def test_archives_fall_behind(self):
+        self.read("KM5")
+        self.wait_for(lambda: self.status()["meters"][0]["systems"][0]["hourly"]["newest"], "archives", 90)
+        self.assertEqual(self.reasons(), ([], []))
+        self.tell("clock", "m1", str(5 * 86400))  # five days without a record
+        self.assert_reason("archives-behind", level="warning", patience=2 * TWO_PERIODS)
+
+    def test_archives_of_a_vist_over_modbus_are_held(self):
+        with open("/tmp/RPRT_LCK_m1", "w", encoding="utf-8"):
+            pass
+        self.read("VISTmodbus")
+        self.assert_reason("archives-held", level="warning", patience=60)
+
+    def test_two_processes_read_one_meter(self):
+        self.read("KM5")
+        self.daemon("KM5", "-r", "m1")
+        self.assert_reason("two-writers")
+
+    def test_no_process_reads_it(self):
+        self.read("KM5").end()
+        time.sleep(1.2)  # more than a minute of the gateway's
+        self.assert_reason("no-process")
+
+    def test_the_clock_is_set_back(self):
+        self.read("KM5")
+        self.clock.start -= 7200
+        self.assert_reason("clock-back")
+
+    @box.storage("unmounted")
+    def test_the_storage_is_not_mounted(self):
+        self.read("SA94")
+        self.assertEqual(self.reasons(), (["storage-not-mounted"], []))
+
+    @box.storage("missing")
+    def test_the_storage_is_missing(self):
+        self.meters()
+        self.assertEqual(self.reasons(), (["storage-missing"], []))
+        self.assertEqual(self.status()["level"], "critical")
+
+    @box.storage("read-only")
+    def test_the_storage_is_read_only(self):
+        self.read("SA94")
+        self.assertEqual(self.reasons(), (["storage-read-only"], []))
+
+    @box.storage("small")
+    def test_the_storage_is_full(self):
+        self.read("SA94")
+        self.assertEqual(self.reasons(), ([], []))
+        with open("/mnt/storage/fill", "wb", buffering=0) as file:
+            try:
+                while file.write(bytes(4096)):
+                    pass
+            except OSError:
+                pass
+        self.assertEqual(self.reasons(), (["storage-full"], []))
+
+
+class Restarting(Keeper):
+    """By the real clock: a process is started again each second."""
+
+    def loop(self, *words):
+        self.start("loop", ["sh", "-c", f"while :; do {self.build}/heatmeterd {' '.join(words)}; sleep 1; done"])
+        self.wait_for(lambda: "Add uuid" in box.read("/tmp/uni_logs.general.txt"), "a start")
+
+    def test_the_service_does_not_answer(self):
+        self.meters("--service", "mute")
+        self.loop("KM5", "-r", "m1")
+        self.assert_reason("service-silent", ["service-silent"])
+
+    def test_the_service_answers_nonsense(self):
+        self.meters("--service", "nonsense")
+        self.loop("VIST", "-r", "m1")
+        self.assert_reason("service-nonsense", ["service-nonsense"])
+
+    def test_a_process_of_no_family(self):
+        self.meters()
+        self.loop("KM7", "-r", "m1")
+        self.assertIn("Heat meter not definded. Exit.", self.assert_reason("restarting"))
+
+
+if __name__ == "__main__":
+    box.main(__file__)
