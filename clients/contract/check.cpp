@@ -64,9 +64,10 @@ void check_clock(const Words& uuids, const GatewayFacts& here, Findings& found) 
     if (here.now < Year2020) {
         found.push_back({"clock", Level::Critical, "the clock says " + now, "set it before the start"});
     } else if (newest > here.now + Hour) {
-        found.push_back({"clock", Level::Critical,
-                         fmt::format("the clock says {}, and there are records up to {}", now, plain_moment_text(newest)),
-                         "set it before the start; or a meter's clock was wrong"});
+        found.push_back(
+            {"clock", Level::Critical,
+             fmt::format("the clock says {}, and there are records up to {}", now, plain_moment_text(newest)),
+             "set it before the start; or a meter's clock was wrong"});
     } else {
         found.push_back({"clock", Level::Ok, "the clock says " + now, ""});
     }
@@ -102,10 +103,10 @@ void check_owner(const Words& uuids, Findings& found) {
         const bool is_daemons =
             gateway().look_at_name("/mnt/storage/" + uuid, storage) == 0 && storage.st_uid == status.st_uid;
         if (is_daemons) continue;
-        found.push_back({"folder", Level::Warning,
-                         fmt::format("/tmp/{} belongs to the user {}, who can change what is published there", uuid,
-                                     status.st_uid),
-                         "find out who it is, and remove it"});
+        found.push_back(
+            {"folder", Level::Warning,
+             fmt::format("/tmp/{} belongs to the user {}, who can change what is published there", uuid, status.st_uid),
+             "find out who it is, and remove it"});
     }
 }
 
@@ -121,8 +122,8 @@ void check_form(const Words& words, Findings& found) {
     }
     constexpr std::array Names = {"KM5", "KM56i", "ATT", "VIST", "VISTmodbus", "SA94"};
     if (words[1] == "-r" && std::ranges::find(Names, words[0]) == Names.end()) {
-        add(Level::Critical, fmt::format("there is no \"{}\"; there are {}. Capitals count", words[0],
-                                         fmt::join(Names, ", ")));
+        add(Level::Critical,
+            fmt::format("there is no \"{}\"; there are {}. Capitals count", words[0], fmt::join(Names, ", ")));
     }
     const Words uuids = meters_of(words);
     if (uuids.empty()) add(Level::Critical, "there is no uuid");
@@ -174,10 +175,10 @@ void check_ground(const Words& words, Family family, const GatewayFacts& here, F
         if (process.words == words) continue;
         for (const std::string& uuid : process.uuids) {
             if (std::ranges::count(uuids, uuid) == 0) continue;
-            found.push_back({"process", Level::Critical,
-                             fmt::format("process {} reads {} already: two would write every line twice", process.pid,
-                                         uuid),
-                             "end it first"});
+            found.push_back(
+                {"process", Level::Critical,
+                 fmt::format("process {} reads {} already: two would write every line twice", process.pid, uuid),
+                 "end it first"});
         }
     }
     const std::size_t before = found.size();
@@ -190,10 +191,10 @@ void check_ground(const Words& words, Family family, const GatewayFacts& here, F
                          "root may; for another user of the daemon make its folders by hand"});
     }
     if (found.size() == before) {
-        found.push_back({"storage", Level::Ok,
-                         fmt::format("/mnt/storage is mounted and writable, {} MiB are free",
-                                     here.storage.free / 1024 / 1024),
-                         ""});
+        found.push_back(
+            {"storage", Level::Ok,
+             fmt::format("/mnt/storage is mounted and writable, {} MiB are free", here.storage.free / 1024 / 1024),
+             ""});
     }
     check_clock(uuids, here, found);
     check_flags(uuids, family, here, found);
@@ -226,10 +227,10 @@ Findings check_words(const Words& words, const GatewayFacts& here) {
             port = answer.port;
             knows_port = true;
         } else if (answer.port != port) {
-            found.push_back({"port", Level::Warning,
-                             fmt::format("{}: its port {} does not count, that of the first meter does", uuid,
-                                         answer.port),
-                             "a process has one port; correct the service or the words"});
+            found.push_back(
+                {"port", Level::Warning,
+                 fmt::format("{}: its port {} does not count, that of the first meter does", uuid, answer.port),
+                 "a process has one port; correct the service or the words"});
         }
     }
     if (knows_port) check_port(look_at_device(port), words, here, found);

@@ -28,9 +28,10 @@ void check_serial(const std::string& uuid, Family family, std::uint32_t serial, 
     if (range == Ranges.end()) return;
     const std::uint32_t address = range->modulus == 0 ? serial : serial % range->modulus;
     if (address == 0 || address > range->most) {
-        found.push_back({"serial", Level::Critical,
-                         fmt::format("{}: serial number {} gives the address {}; {}", uuid, serial, address, range->what),
-                         InService});
+        found.push_back(
+            {"serial", Level::Critical,
+             fmt::format("{}: serial number {} gives the address {}; {}", uuid, serial, address, range->what),
+             InService});
     } else if (address != serial) {
         found.push_back({"serial", Level::Warning,
                          fmt::format("{}: serial number {} becomes {}; {}", uuid, serial, address, range->what),
@@ -45,7 +46,8 @@ void check_line(const std::string& uuid, Family family, bool is_single_bus, cons
     const std::uint32_t told = is_single_bus && answer.own_speed != 0 ? answer.own_speed : answer.speed;
     const unsigned speed = speed_on_port(family, is_single_bus, told);
     if (speed != told) {
-        found.push_back({"speed", Level::Warning, fmt::format("{}: speed {} becomes {}", uuid, told, speed), InService});
+        found.push_back(
+            {"speed", Level::Warning, fmt::format("{}: speed {} becomes {}", uuid, told, speed), InService});
     } else {
         found.push_back({"speed", Level::Ok, fmt::format("{}: speed {}", uuid, speed), ""});
     }
@@ -123,7 +125,8 @@ void check_settings(const std::string& uuid, const std::string& name, bool is_si
     constexpr std::size_t MostSystems = 3;
     if (answer.systems.empty()) {
         found.push_back({"systems", Level::Critical,
-                         fmt::format("{}: the service names no heat system: the meter is never read", uuid), InService});
+                         fmt::format("{}: the service names no heat system: the meter is never read", uuid),
+                         InService});
     } else if (answer.systems.size() > MostSystems) {
         found.push_back({"systems", Level::Warning,
                          fmt::format("{}: of {} heat systems the first three are read", uuid, answer.systems.size()),

@@ -1,7 +1,5 @@
 #include "contract/devices.h"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
@@ -12,6 +10,8 @@
 #include <sstream>
 
 #include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
 
 #include "contract/site.h"
 #include "core/gateway.h"
@@ -77,7 +77,8 @@ Device look_at_device(const std::string& name) {
     struct stat status {};
     device.state = DeviceState::Missing;
     if (gateway().look_at(name, status) != 0) return device;
-    device.state = S_ISCHR(status.st_mode) && is_terminal(status.st_rdev) ? DeviceState::There : DeviceState::NoTerminal;
+    device.state =
+        S_ISCHR(status.st_mode) && is_terminal(status.st_rdev) ? DeviceState::There : DeviceState::NoTerminal;
     device.number = status.st_rdev;
     device.usable = ::access(name.c_str(), R_OK | W_OK) == 0;
     device.owner = owner_text(status);

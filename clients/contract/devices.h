@@ -39,9 +39,9 @@ std::optional<std::int64_t> age_of(pid_t pid);
 /// What can be written to: the folder of the archives.
 struct Storage {
     bool there = false;
-    bool mounted = false;   ///< another file system than that of "/mnt"
+    bool mounted = false;  ///< another file system than that of "/mnt"
     bool read_only = false;
-    bool usable = false;    ///< this user may write
+    bool usable = false;     ///< this user may write
     std::uint64_t free = 0;  ///< bytes
     std::uint64_t size = 0;
     bool out_of_inodes = false;

@@ -79,18 +79,16 @@ SystemFacts look_at_system(const std::string& uuid, int n, Family family) {
 
 void look_at_messages(MeterFacts& facts, const Log& log) {
     for (const LogLine& line : log.lines()) {
-        const auto note = [&](bool& fault, bool holds) {
-            fault = holds;
-            facts.fault_time = line.time();
-        };
-        bool differs = false;
         if (line.text.starts_with("isATT_mustbe = ")) {
-            note(differs, line.text == "isATT_mustbe = yes, isATT = no" || line.text == "isATT_mustbe = no, isATT = yes");
+            const bool differs =
+                line.text == "isATT_mustbe = yes, isATT = no" || line.text == "isATT_mustbe = no, isATT = yes";
             facts.kind_fault = differs ? line.text : "";
+        } else if (line.text == "Try to get device serial") {
+            facts.sees_serial_fault = false;
         } else if (line.text.find("Fail while compare serial numbers!") != std::string_view::npos) {
-            note(facts.sees_serial_fault, true);
+            facts.sees_serial_fault = true;
         } else if (line.text.starts_with("getDescription = ")) {
-            note(facts.sees_description_fault, line.text.ends_with("Failure"));
+            facts.sees_description_fault = line.text.ends_with("Failure");
         }
     }
 }
@@ -191,6 +189,10 @@ MeterFacts look_at(const std::string& uuid, GatewayFacts& here) {
     std::vector<int> systems = facts.meter.systems;
     if (systems.empty()) systems.push_back(1);
     for (const int n : systems) facts.systems.push_back(look_at_system(uuid, n, facts.meter.family));
+    // At the end of a run a VIST's driver leaves its status behind the meter's last system.
+    const auto is_empty = [](const SystemFacts& system) { return !system.value && !system.hourly && !system.daily; };
+    const std::size_t empty = static_cast<std::size_t>(std::ranges::count_if(facts.systems, is_empty));
+    if (empty < facts.systems.size()) std::erase_if(facts.systems, is_empty);
     return facts;
 }
 

@@ -23,10 +23,10 @@ struct GatewayFacts {
     std::string service_fault;
     std::vector<Flag> flags;
     std::vector<Process> processes;
-    std::map<std::string, PortFile> ports;  ///< configured ones
-    std::int64_t general_written = 0;       ///< the general log, seconds since the epoch
+    std::map<std::string, PortFile> ports;    ///< configured ones
+    std::int64_t general_written = 0;         ///< the general log, seconds since the epoch
     std::vector<std::string> general_meters;  ///< whose start stands in it
-    std::string general_end;                ///< its last line
+    std::string general_end;                  ///< its last line
 };
 
 /// What the open port of a meter's process is.
@@ -40,8 +40,8 @@ enum class OpenPort {
 struct SystemFacts {
     int n = 1;
     std::optional<int> connected;
-    std::optional<std::int64_t> value;   ///< when the newest one came
-    std::optional<std::int64_t> clock;   ///< of the meter, when it was read
+    std::optional<std::int64_t> value;  ///< when the newest one came
+    std::optional<std::int64_t> clock;  ///< of the meter, when it was read
     std::optional<std::int64_t> clock_read;
     std::string state;
     std::optional<std::int64_t> hourly;  ///< end of the newest record
@@ -56,15 +56,14 @@ struct MeterFacts {
     bool single_bus = false;
     std::optional<std::int64_t> started;  ///< its process
     OpenPort open_port = OpenPort::Unknown;
-    Device device;                        ///< that the service names for the port of its process
+    Device device;  ///< that the service names for the port of its process
     ServiceAnswer service;
     Silence silence;
     bool log_is_there = false;
     std::int64_t log_written = 0;
-    bool sees_serial_fault = false;  ///< a VIST with another serial number than at the start
+    bool sees_serial_fault = false;  ///< a VIST with another serial number than at the start, in its last description
     bool sees_description_fault = false;  ///< an SA-94 that answers, and was not understood
-    std::string kind_fault;   ///< a KM5 that is an AT-T, or the other way round: the log's words
-    std::int64_t fault_time = 0;  ///< of these three
+    std::string kind_fault;               ///< a KM5 that is an AT-T, or the other way round: the log's words
     std::vector<SystemFacts> systems;
 
     std::optional<std::int64_t> newest_value() const;

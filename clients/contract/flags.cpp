@@ -1,10 +1,10 @@
 #include "contract/flags.h"
 
-#include <pwd.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
+
+#include <pwd.h>
 
 #include "contract/site.h"
 #include "core/gateway.h"
@@ -21,12 +21,9 @@ struct Form {
     FlagKind kind;
 };
 constexpr Form Forms[] = {
-    {"pause_tvk_all", false, FlagKind::PauseAll},
-    {"pause_tvk", false, FlagKind::Pause},
-    {"extds_pause", false, FlagKind::ExtdsPause},
-    {"tvk_force_update_archives_", true, FlagKind::ForceArchives},
-    {"tvk_force_update_", true, FlagKind::ForceUpdate},
-    {"DRV_LCK_", true, FlagKind::DriverLock},
+    {"pause_tvk_all", false, FlagKind::PauseAll},       {"pause_tvk", false, FlagKind::Pause},
+    {"extds_pause", false, FlagKind::ExtdsPause},       {"tvk_force_update_archives_", true, FlagKind::ForceArchives},
+    {"tvk_force_update_", true, FlagKind::ForceUpdate}, {"DRV_LCK_", true, FlagKind::DriverLock},
     {"RPRT_LCK_", true, FlagKind::ReportLock},
 };
 
@@ -81,8 +78,13 @@ std::string driver_state(const std::string& uuid) {
 }
 
 std::string status_text(const std::string& driver_status) {
-    constexpr std::array Texts = {"pass begun",     "reads description",    "reads present values", "reads hourly archive",
-                                  "reads daily archive", "reads event archive", "pass over"};
+    constexpr std::array Texts = {"pass begun",
+                                  "reads description",
+                                  "reads present values",
+                                  "reads hourly archive",
+                                  "reads daily archive",
+                                  "reads event archive",
+                                  "pass over"};
     if (driver_status.size() != 1 || driver_status[0] < '0') return "";
     const auto number = static_cast<std::size_t>(driver_status[0] - '0');
     return number < Texts.size() ? Texts[number] : "";

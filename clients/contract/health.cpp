@@ -33,8 +33,7 @@ void judge_storage(const Storage& storage, std::vector<Reason>& reasons) {
         reasons.push_back({"storage-missing", Level::Critical, "/mnt/storage is not there: archives are lost",
                            "mount it, then restart the processes"});
     } else if (storage.read_only) {
-        reasons.push_back({"storage-read-only", Level::Critical,
-                           "/mnt/storage cannot be written to: archives are lost",
+        reasons.push_back({"storage-read-only", Level::Critical, "/mnt/storage cannot be written to: archives are lost",
                            "look at the medium, mount it writable, then restart the processes"});
     } else if (storage.free < Least || storage.out_of_inodes) {
         reasons.push_back({"storage-full", Level::Critical,

@@ -15,6 +15,12 @@ constexpr std::int64_t Hour = 3600;
 constexpr std::int64_t Recent = 60;  // seconds: a process that ends is started again sooner
 constexpr const char* Restart = "restart the process";
 
+/// The log that tells what the driver does.
+std::string story_of(const MeterFacts& meter) {
+    const bool has_one_log = (meter.meter.family & (VIST | VISTmodbus)) != 0;
+    return "heatmeterctl log " + meter.meter.uuid + (has_one_log ? "" : ":messages");
+}
+
 /// Old values make a cause critical; before it is one that will make them old.
 Level level_of(const MeterFacts& meter, const GatewayFacts& here) {
     const auto newest = meter.newest_value();
@@ -77,11 +83,12 @@ std::optional<Reason> port_trouble(const MeterFacts& meter) {
         return Reason{"port-missing", Level::Critical, "the configuration service names no port for this process",
                       fmt::format("complete the service's port_params.name, then {}", Restart)};
     }
-    return Reason{"port-closed", Level::Critical,
-                  fmt::format("the process has not opened {} ({}): the service was off, or the port was not there or not "
-                              "allowed, when it was started",
-                              name, meter.device.owner),
-                  fmt::format("look at its rights, then {}", Restart)};
+    return Reason{
+        "port-closed", Level::Critical,
+        fmt::format("the process has not opened {} ({}): the service was off, or the port was not there or not "
+                    "allowed, when it was started",
+                    name, meter.device.owner),
+        fmt::format("look at its rights, then {}", Restart)};
 }
 
 std::optional<Reason> pause_trouble(const MeterFacts& meter, const GatewayFacts& here) {
@@ -101,11 +108,12 @@ std::optional<Reason> pause_trouble(const MeterFacts& meter, const GatewayFacts&
 std::optional<Reason> clock_trouble(const MeterFacts& meter, const GatewayFacts& here) {
     const std::int64_t latest = std::max(meter.log_written, meter.newest_value().value_or(0));
     if (latest - here.now <= Minute) return std::nullopt;
-    return Reason{"clock-back", Level::Critical,
-                  fmt::format("the gateway's clock was set back: the newest file is from {}, {} ahead; nothing is asked "
-                              "before",
-                              plain_moment_text(latest), duration_text(latest - here.now)),
-                  "set the clock right, then restart the process"};
+    return Reason{
+        "clock-back", Level::Critical,
+        fmt::format("the gateway's clock was set back: the newest file is from {}, {} ahead; nothing is asked "
+                    "before",
+                    plain_moment_text(latest), duration_text(latest - here.now)),
+        "set the clock right, then restart the process"};
 }
 
 /// What the word in front of -r and the meter, or the service, say of one another.
@@ -127,8 +135,8 @@ std::optional<Reason> kind_trouble(const MeterFacts& meter) {
 
 std::optional<Reason> other_meter(const MeterFacts& meter) {
     const std::string serial = std::to_string(meter.service.serial);
-    const bool settings_changed = meter.meter.family == KM5 && meter.service.serial != 0 && !meter.meter.serial.empty() &&
-                                  meter.meter.serial != serial;
+    const bool settings_changed = meter.meter.family == KM5 && meter.service.serial != 0 &&
+                                  !meter.meter.serial.empty() && meter.meter.serial != serial;
     if (meter.sees_serial_fault) {
         return Reason{"other-meter", Level::Critical, "another meter answers under this number than at the start",
                       "when it was replaced on purpose, restart the process"};
@@ -176,14 +184,13 @@ std::optional<Reason> age_trouble(const MeterFacts& meter, const GatewayFacts& h
     return Reason{"values-old", Level::Critical,
                   newest ? fmt::format("the newest value is {} old", duration_text(here.now - *newest))
                          : std::string("there are no values yet"),
-                  fmt::format("look at heatmeterctl log {0} and heatmeterctl log {0}:messages", meter.meter.uuid)};
+                  "look at " + story_of(meter)};
 }
 
 bool starts_again_and_again(const MeterFacts& meter, const GatewayFacts& here) {
     if (meter.keeper.starts_with("1 ")) return true;
     // Without a keeper the general log tells: it is new again and again.
-    return here.now - here.general_written < Recent &&
-           std::ranges::count(here.general_meters, meter.meter.uuid) != 0;
+    return here.now - here.general_written < Recent && std::ranges::count(here.general_meters, meter.meter.uuid) != 0;
 }
 
 }  // namespace
@@ -195,8 +202,8 @@ Reason why_not_running(const MeterFacts& meter, const GatewayFacts& here) {
         if (auto reason = service_trouble(meter.service, "the process ends at its start, again and again")) {
             return *reason;
         }
-        const std::string said = meter.keeper.size() > 2 ? meter.keeper.substr(2) : "its log ends with \"" +
-                                                                                        here.general_end + "\"";
+        const std::string said =
+            meter.keeper.size() > 2 ? meter.keeper.substr(2) : "its log ends with \"" + here.general_end + "\"";
         return {"restarting", Level::Critical, "the process ends, and is started again: " + said,
                 meter.port_file.empty() ? "look at what it wrote to its standard error"
                                         : "look at /var/log/heatmeterd/" + meter.port_file + ".log"};
@@ -216,8 +223,8 @@ std::optional<Reason> why_silent(const MeterFacts& meter, const GatewayFacts& he
                       "end one of them"};
     }
     // It waits for the service, up to half a minute, and ends then.
-    const bool asks_service = here.general_end == "Read configs from rpc" &&
-                              std::ranges::count(here.general_meters, meter.meter.uuid) != 0;
+    const bool asks_service =
+        here.general_end == "Read configs from rpc" && std::ranges::count(here.general_meters, meter.meter.uuid) != 0;
     if (meter.keeper.starts_with("1 is restarting") || asks_service) {
         if (auto reason = service_trouble(meter.service, "the process ends at its start, again and again")) {
             return reason;
@@ -228,7 +235,8 @@ std::optional<Reason> why_silent(const MeterFacts& meter, const GatewayFacts& he
     if (auto reason = pause_trouble(meter, here)) return reason;
     if (auto reason = clock_trouble(meter, here)) return reason;
     if (!meter.kind_fault.empty()) return kind_trouble(meter);
-    if (meter.sees_serial_fault && meter.fault_time >= meter.newest_value().value_or(0)) return other_meter(meter);
+    // Of a VIST the other one's values come, under this one's name.
+    if (meter.sees_serial_fault) return other_meter(meter);
     if (auto reason = line_trouble(meter, here)) return reason;
     if (auto reason = age_trouble(meter, here)) return reason;
     if (auto reason = uuid_trouble(meter)) {
@@ -256,24 +264,23 @@ std::optional<Reason> why_behind(const MeterFacts& meter, const GatewayFacts& he
         if (!text.empty()) break;
     }
     if (text.empty()) return std::nullopt;
-    const std::int64_t first = meter.meter.family == KM5 ? 40 * Minute : 20 * Minute;
+    constexpr std::int64_t First = 40 * Minute;  // the half hour, a pass, an hour change
     if (meter.single_bus) {
         return Reason{"single-bus", Level::Ok, text + "; in single-bus mode nothing else is to be expected", ""};
     }
-    if (meter.started && here.now - *meter.started < first) {
+    if (meter.started && here.now - *meter.started < First) {
         return Reason{"first-half-hour", Level::Ok,
                       fmt::format("{}; the process was started {} ago", text, duration_text(here.now - *meter.started)),
                       "wait: archives are read half an hour after the start"};
     }
     for (const Flag& flag : here.flags) {
         if (flag.kind != FlagKind::ReportLock || flag.uuid != meter.meter.uuid) continue;
-        return Reason{"archives-held", Level::Warning,
-                      fmt::format("{}; {} made {} {} ago", text, flag.owner, flag.path,
-                                  duration_text(here.now - flag.since)),
-                      "ask who made it to remove it, or remove it"};
+        return Reason{
+            "archives-held", Level::Warning,
+            fmt::format("{}; {} made {} {} ago", text, flag.owner, flag.path, duration_text(here.now - flag.since)),
+            "ask who made it to remove it, or remove it"};
     }
-    return Reason{"archives-behind", Level::Warning, text,
-                  fmt::format("look at heatmeterctl log {}:messages", meter.meter.uuid)};
+    return Reason{"archives-behind", Level::Warning, text, "look at " + story_of(meter)};
 }
 
 }  // namespace contract::health

@@ -1,5 +1,6 @@
 #pragma once
-// A log as one tells it: tries without an answer, one after the other, folded into a line; lines that mislead explained.
+// A log as one tells it: tries without an answer, one after the other, folded into a line; lines that mislead
+// explained.
 
 #include <optional>
 #include <string>

@@ -22,7 +22,7 @@ struct ServiceAnswer {
     std::string fault;  ///< of nonsense: which key
     std::uint32_t serial = 0;
     std::string port;
-    std::uint32_t speed = 0;  ///< that counts in normal mode
+    std::uint32_t speed = 0;      ///< that counts in normal mode
     std::uint32_t own_speed = 0;  ///< that of the meter itself, for single-bus mode
     std::string parity;
     std::string manufacturer;

@@ -26,9 +26,9 @@ constexpr std::string_view InsideLines[] = {
     // SA-94
     "Recv ", "Must be response", "Response must not be",
     // VIST
-    "send_request::", "Packet ", "Response = ", "Response error.", "TC : ", "Start request cycle..", "ErrCnt = ",
-    "VISTMaxErrors = ", "Selected subsytem = ", "Param index = ", "Request format = ", "NETADDR: ", "VDNUMBER: ",
-    "SETPOS: ", "VDN cmd failed", "setConnected(true)", "RET_"};
+    "send_request::", "Packet ", "Response = ", "Response error.", "TC : ", "Start request cycle..",
+    "ErrCnt = ", "VISTMaxErrors = ", "Selected subsytem = ", "Param index = ", "Request format = ", "NETADDR: ",
+    "VDNUMBER: ", "SETPOS: ", "VDN cmd failed", "setConnected(true)", "RET_"};
 
 struct Explanation {
     std::string_view beginning;
@@ -36,7 +36,8 @@ struct Explanation {
 };
 constexpr Explanation Explanations[] = {
     {"KM5 CS1 != my CS1", "behind \"0 bytes received\" this is silence; only behind bytes it is a wrong sum"},
-    {"ErrorCount > MAX, Connected = false", "of the question for the clock it changes nothing: the item Connected stays"},
+    {"ErrorCount > MAX, Connected = false",
+     "of the question for the clock it changes nothing: the item Connected stays"},
     {"Get all commands and has description: success.", "the pass went through, also when nobody answered"},
     {"Archives are not OK. Stop EXTDS", "normal until the first archives have been read"},
     {"Actual Archives = FALSE", "normal until the first archives have been read"},

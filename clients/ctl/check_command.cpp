@@ -84,9 +84,10 @@ Command check_command(CLI::App& app, Console& console) {
     add_output_options(*command, console);
     command->fallthrough(false);
     command->prefix_command();  // what follows are the daemon's words, -r among them
-    command->footer("heatmeterctl check PORT         looks at /etc/heatmeterd/PORT.conf\n"
-                    "heatmeterctl check KM5 -r UUID  looks at the words of a process\n"
-                    "Exit status 1 when there is an error. Options stand in front of the words.");
+    command->footer(
+        "heatmeterctl check PORT         looks at /etc/heatmeterd/PORT.conf\n"
+        "heatmeterctl check KM5 -r UUID  looks at the words of a process\n"
+        "Exit status 1 when there is an error. Options stand in front of the words.");
     return {command, [command, &console] {
                 std::vector<std::string> words = command->remaining();
                 // Also behind the words, where people put it.

@@ -25,13 +25,19 @@ struct Words {
     bool plain = false;
 };
 
+/// A command to a VIST ends with a carriage return.
+std::string shown(std::string_view line) {
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return contract::for_terminal(line);
+}
+
 class Printer {
   public:
     Printer(bool plain_lines, const Console& console_of_log) : plain(plain_lines), console(console_of_log) {}
 
     void print(const contract::LogLine& line) {
         if (plain) {
-            out << contract::for_terminal(line.whole) << '\n';
+            out << shown(line.whole) << '\n';
         } else {
             story.take(line, lines);
         }
@@ -40,9 +46,10 @@ class Printer {
     void flush(bool all) {
         if (all) story.finish(lines);
         for (const contract::StoryLine& line : lines) {
-            out << contract::for_terminal(line.text) << '\n';
+            out << shown(line.text) << '\n';
             if (line.note.empty() || !console.terminal) continue;
-            out << (console.colour ? "\033[2m" : "") << "    ^ " << line.note << (console.colour ? "\033[0m" : "") << '\n';
+            out << (console.colour ? "\033[2m" : "") << "    ^ " << line.note << (console.colour ? "\033[0m" : "")
+                << '\n';
         }
         lines.clear();
         out.flush();
@@ -83,8 +90,8 @@ class Watch {
 };
 
 [[noreturn]] void follow(const std::string& path, contract::LogFollower& follower, Printer& printer) {
-    constexpr int Quiet = 2000;              // milliseconds, after which what was kept back is told
-    constexpr long Pause = 200'000'000;      // nanoseconds between two looks at a busy log
+    constexpr int Quiet = 2000;          // milliseconds, after which what was kept back is told
+    constexpr long Pause = 200'000'000;  // nanoseconds between two looks at a busy log
     Watch watch(path);
     bool kept_back = true;
     while (true) {

@@ -68,8 +68,9 @@ int run_program(int argc, const char* const* argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(Footer);
-    const Commands commands = {list_command(app, console),    status_command(app, console), values_command(app, console),
-                               archive_command(app, console), log_command(app, console),    check_command(app, console)};
+    const Commands commands = {list_command(app, console),   status_command(app, console),
+                               values_command(app, console), archive_command(app, console),
+                               log_command(app, console),    check_command(app, console)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

@@ -228,9 +228,9 @@ class Page {
 std::string record_text(const char* kind, const std::optional<std::int64_t>& newest,
                         const std::optional<std::int64_t>& lag, const Console& console) {
     if (!newest) return "";
-    return fmt::format(", {} to {}{}", kind,
-                       console.epoch ? std::to_string(*newest) : contract::plain_moment_text(*newest),
-                       lag ? fmt::format(" ({} behind)", contract::duration_text(std::max<std::int64_t>(*lag, 0))) : "");
+    return fmt::format(
+        ", {} to {}{}", kind, console.epoch ? std::to_string(*newest) : contract::plain_moment_text(*newest),
+        lag ? fmt::format(" ({} behind)", contract::duration_text(std::max<std::int64_t>(*lag, 0))) : "");
 }
 
 std::string system_text(const MeterStatus& meter, const contract::SystemFacts& system, const Status& status,
@@ -274,8 +274,9 @@ Command status_command(CLI::App& app, Console& console) {
     const auto wanted = std::make_shared<std::vector<std::string>>();
     CLI::App* const command = app.add_subcommand("status", "is all well? If not, why, and what helps");
     command->add_option("UUID", *wanted, "meters; all without any");
-    command->footer("The first line and the exit status are those of a monitoring plug-in: 0 well, 1 warning,\n"
-                    "2 critical, 3 unknown.");
+    command->footer(
+        "The first line and the exit status are those of a monitoring plug-in: 0 well, 1 warning,\n"
+        "2 critical, 3 unknown.");
     add_output_options(*command, console);
     return {command, [wanted, &console] {
                 const Status status = look(*wanted);
