@@ -43,7 +43,7 @@ std::int64_t milliseconds_of(std::string_view text) {
 
 /// Lines that the daemon writes without a time of their own.
 bool goes_on(std::string_view text) {
-    return text.empty() || text.starts_with("Error, ErrorCount = ") || text.starts_with("#define INIT_");
+    return text.starts_with("Error, ErrorCount = ") || text.starts_with("#define INIT_");
 }
 
 /// Where a second line begins in one whose end was written over; npos without any.
@@ -94,21 +94,25 @@ Log::Log(std::string text, std::int64_t written) : bytes(text.begin(), text.end(
 
 void Log::put_in_order() {
     ordered.erase(ordered.begin());
-    // Time jumps back behind the newest line. A clock that was set back makes such a jump, too: the newest line is the
-    // one that was written when the file was.
+    // Behind the newest line time jumps back, or a piece of an old line is left. So it does behind a clock that was set
+    // back: the newest line is the one that was written when the file was.
     std::size_t seam = ordered.size();
     std::optional<std::int64_t> nearest;
     std::optional<std::int64_t> last;
+    bool has_piece = false;
     for (std::size_t i = 0; i < ordered.size(); ++i) {
-        if (!ordered[i].has_time) continue;
-        if (last && ordered[i].milliseconds < *last) {
+        const LogLine& line = ordered[i];
+        has_piece = has_piece || (!line.has_time && !goes_on(line.whole) && !line.whole.empty());
+        if (!line.has_time) continue;
+        if (last && (line.milliseconds < *last || has_piece)) {
             const std::int64_t gap = written_at == 0 ? -*last : std::llabs(written_at - *last / 1000);
             if (!nearest || gap < *nearest) {
                 nearest = gap;
                 seam = i;
             }
         }
-        last = ordered[i].milliseconds;
+        last = line.milliseconds;
+        has_piece = false;
     }
     order_from(seam);
 }
@@ -126,8 +130,15 @@ void Log::order_from(std::size_t seam) {
     // At the file's end stands what the turn before the last one has left.
     const bool is_turned = seam < ordered.size();
     drop_pieces(ordered.size());
-    if (!is_turned) return;
-    seam = drop_pieces(seam);
+    if (is_turned) {
+        seam = drop_pieces(seam);
+    } else {
+        // Nothing was written below the dashes yet but they themselves.
+        const auto first = std::ranges::find(ordered, true, &LogLine::has_time);
+        torn_count += static_cast<std::size_t>(first - ordered.begin());
+        seam = 0;
+        ordered.erase(ordered.begin(), first);
+    }
     std::ranges::rotate(ordered, ordered.begin() + static_cast<std::ptrdiff_t>(seam));
 }
 

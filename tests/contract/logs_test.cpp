@@ -68,7 +68,7 @@ TEST_F(Logs, ALogThatWritesOverItselfIsReadInOrder) {
         const Log read = contract::read_log(Path);
         expect_order(read);
         if (HasFailure()) return;
-        if (read.is_wrapped()) EXPECT_GT(read.lines().size(), 3000u);
+        EXPECT_TRUE(!read.is_wrapped() || read.lines().size() > 3000);
     }
 }
 
