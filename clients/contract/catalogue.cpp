@@ -28,7 +28,7 @@ std::string_view family_name(Family family) {
 
 Family family_of(std::string_view name) {
     const auto is_name = [name](std::string_view known) { return std::ranges::equal(name, known, {}, lower, lower); };
-    if (is_name("ATT")) return KM5;
+    if (is_name("ATT") || is_name("KM56i")) return KM5;
     for (const auto& [family, known] : Families) {
         if (is_name(known)) return family;
     }

@@ -13,7 +13,7 @@ enum Family : unsigned { NoFamily = 0, KM5 = 1, VIST = 2, VISTmodbus = 4, SA94 =
 
 /// "KM5", "VIST", "VISTmodbus" or "SA94", as in front of `-r`; "" for no single family.
 std::string_view family_name(Family family);
-/// The other way round, in any letters and with "ATT" for a KM5; NoFamily for another text.
+/// The other way round, in any letters and with "KM56i" and "ATT" for a KM5; NoFamily for another text.
 Family family_of(std::string_view name);
 
 enum class Quantity { Heat, Mass, Volume, Temperature, Pressure, Time, Flow, Power, State, Text, Setting };

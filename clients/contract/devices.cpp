@@ -59,14 +59,19 @@ pid_t pid_in(const std::string& name) {
     return error == std::errc{} && end == name.data() + name.size() ? pid : 0;
 }
 
+/// Has the device open, and is no rival: who has the other end of a pseudo-terminal keeps its line alive.
 bool has_open(pid_t pid, dev_t number) {
+    constexpr unsigned MultiplexerMajor = 5;
+    constexpr unsigned MultiplexerMinor = 2;
     const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
+    bool found = false;
     for (const std::string& name : names_in(folder)) {
         struct stat status {};
-        if (gateway().look_at(folder + '/' + name, status) != 0) continue;
-        if (S_ISCHR(status.st_mode) && status.st_rdev == number) return true;
+        if (gateway().look_at(folder + '/' + name, status) != 0 || !S_ISCHR(status.st_mode)) continue;
+        if (status.st_rdev == makedev(MultiplexerMajor, MultiplexerMinor)) return false;
+        found = found || status.st_rdev == number;
     }
-    return false;
+    return found;
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ OF_THIS_MACHINE = ("LD_PRELOAD", "FAKETIME_SHARED")
 
 TREE = os.path.dirname(os.path.abspath(__file__))
 DATA = os.path.join(os.path.dirname(TREE), "data")
+DOCS = os.path.join(os.path.dirname(os.path.dirname(TREE)), "docs")
 
 
 # ---- in the test files
@@ -173,7 +174,7 @@ def general_log():
 
 def box_words(options, storage_kind, private_processes):
     words = ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--tmpfs", "/tmp", "--tmpfs", "/mnt"]
-    for folder in [TREE, DATA, options.sim_build, *filter(os.path.isdir, options.runner)]:
+    for folder in [TREE, DATA, DOCS, options.sim_build, *filter(os.path.isdir, options.runner)]:
         words += ["--ro-bind", folder, folder]
     words += ["--bind", options.build, options.build]
     words += ["--size", str(SMALL_STORAGE)] if storage_kind == "small" else []

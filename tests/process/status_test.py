@@ -9,61 +9,13 @@ import subprocess
 import time
 
 import box
+import keeper
+from keeper import FAMILIES, LINE, RATE, TWO_PERIODS
 
-LINE = "/tmp/heatmeter-line"
-CONTROL = "/tmp/control"
 START = "2024-03-02 08:05:00"
-RATE = 60
-TWO_PERIODS = 2 * 360 / RATE + 3  # real seconds, and what the programs themselves take
-EXIT = {"ok": 0, "warning": 1, "critical": 2, "unknown": 3}
-FAMILIES = {"KM5": "type=km5", "VIST": "type=vist,serial=7,devices=1",
-            "VISTmodbus": "type=vist-modbus,serial=5,devices=1", "SA94": "type=sa94,serial=74565"}
 
 
-class Keeper(box.Test):
-    def ctl(self, *words, statuses=(0,)):
-        environment = self.clock.environment() if self.clock else dict(os.environ)
-        done = subprocess.run([f"{self.build}/heatmeterctl", *words], capture_output=True, text=True, timeout=60,
-                              env=environment)
-        self.assertIn(done.returncode, statuses, f"{words}: {done.stdout}{done.stderr}")
-        return done.stdout
-
-    def meters(self, *words):
-        return self.sim("--control", CONTROL, "--history-days", "0.1", *words)
-
-    def tell(self, *words):
-        done = subprocess.run([f"{self.sim_build}/heatmeter-sim", "--tell", CONTROL, *words], capture_output=True,
-                              text=True, timeout=20)
-        self.assertEqual(done.returncode, 0, f"{words}: {done.stdout}{done.stderr}")
-
-    def status(self):
-        return json.loads(self.ctl("status", "--json", statuses=range(4)))
-
-    def reasons(self, status=None):
-        """Those of the gateway, and those of the meters."""
-        status = status or self.status()
-        return status["gateway"]["reasons"], sum((meter["reasons"] for meter in status["meters"]), [])
-
-    def assert_reason(self, reason, gateway=(), level="critical", patience=TWO_PERIODS):
-        """Within the time status names this, and nothing else, and goes on doing so."""
-        expected = (list(gateway), [reason])
-        end = time.monotonic() + patience
-        while self.reasons() != expected:
-            if time.monotonic() > end:
-                self.fail(f"not {expected} but {self.reasons()}:\n{self.ctl('status', statuses=range(4))}")
-            time.sleep(0.3)
-        text = self.ctl("status", statuses=range(4))
-        self.assertEqual(self.reasons(), expected)
-        self.assertIn(f"({reason})", text)
-        self.assertIn(self.status()["level"], (level, "critical") if level == "warning" else (level,))
-        self.ctl("status", statuses=[EXIT[self.status()["level"]]])
-        return text
-
-    def wait_for_values(self):
-        self.wait_for(lambda: box.item("m1", "M1"), "values", 60)
-
-
-class Silence(Keeper):
+class Silence(keeper.Keeper):
     def setUp(self):
         super().setUp()
         self.start_clock(START, RATE)
@@ -78,6 +30,7 @@ class Silence(Keeper):
     def cut(self, family):
         self.read(family)
         self.assertEqual(self.reasons(), ([], ["first-half-hour"] if family != "SA94" else []))
+        self.assert_schema("status", self.ctl("status", "--json", statuses=range(4)))
         self.tell("cable", LINE, "cut")
         self.assert_reason("nothing-heard", level="warning")
 
@@ -202,6 +155,18 @@ class Silence(Keeper):
         self.daemon("KM5", "-r", "m1")
         self.assert_reason("two-writers")
 
+    def test_nothing_is_there(self):
+        self.assertIn("UNKNOWN - no meter", self.ctl("status", statuses=[3]))
+        self.assert_schema("status", self.ctl("status", "--json", statuses=[3]))
+        self.assertIn("(no-files)", self.ctl("status", "m7", "../..", statuses=[3]))
+
+    def test_files_that_were_copied_from_a_gateway(self):
+        self.read("VISTmodbus")
+        shutil.copytree("/tmp/m1", "/tmp/copy/tmp/m1", symlinks=True)
+        text = self.ctl("--root", "/tmp/copy", "status", "--json", statuses=[3])
+        self.assert_schema("status", text)
+        self.assertEqual(self.reasons(json.loads(text)), ([], ["copy"]))
+
     def test_no_process_reads_it(self):
         self.read("KM5").end()
         time.sleep(1.2)  # more than a minute of the gateway's
@@ -236,7 +201,7 @@ class Silence(Keeper):
         self.assertEqual(self.reasons(), (["storage-full"], []))
 
 
-class RealClock(Keeper):
+class RealClock(keeper.Keeper):
     """A process that is started again each second, and a clock that is set back under its files."""
 
     def loop(self, *words):
