@@ -76,9 +76,10 @@ void ArchiveReader::put_in_order(off_t begin, off_t size) {
     std::ranges::sort(places, [](const Place& one, const Place& other) {
         return one.time != other.time ? one.time < other.time : one.offset > other.offset;
     });
-    const auto twice = std::ranges::unique(places, {}, &Place::time);
-    repeated_count = twice.size();
-    places.erase(twice.begin(), twice.end());
+    const auto is_same = [](const Place& one, const Place& other) { return one.time == other.time; };
+    const auto twice = std::unique(places.begin(), places.end(), is_same);
+    repeated_count = static_cast<std::size_t>(places.end() - twice);
+    places.erase(twice, places.end());
 }
 
 bool ArchiveReader::next(ArchiveLine& line) {

@@ -29,8 +29,7 @@ ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind_, const A
     : kind(kind_), good(question.good), by_record(question.by_record), column_names(question.names) {
     if (column_names.empty()) column_names = archive_names(folder, kind);
     std::ranges::sort(column_names, comes_before);
-    const auto twice = std::ranges::unique(column_names);
-    column_names.erase(twice.begin(), twice.end());
+    column_names.erase(std::unique(column_names.begin(), column_names.end()), column_names.end());
     row.resize(column_names.size());
     for (const std::string& name : column_names) {
         Column& column = columns.emplace_back();

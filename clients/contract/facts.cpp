@@ -35,6 +35,7 @@ void look_at_general_log(GatewayFacts& here) {
     here.general_written = log.written();
     for (const LogLine& line : log.lines()) {
         if (line.text.starts_with(Added)) here.general_meters.emplace_back(line.text.substr(Added.size()));
+        if (line.text.starts_with("open_tty = ")) here.general_port_failed = line.text.ends_with(", fd = -1");
         if (line.has_time) here.general_end = line.text;
     }
 }
@@ -181,6 +182,9 @@ MeterFacts look_at(const std::string& uuid, GatewayFacts& here) {
         const bool asks_first = !is_first && facts.service.state == ServiceState::Answers;
         facts.device = look_at_device(asks_first ? ask_service(process.uuids.front()).port : facts.service.port);
         facts.open_port = look_at_open_port(process, facts.device);
+        // Who may not see what a process has open reads what it wrote at its start.
+        const bool is_told = std::ranges::count(here.general_meters, uuid) != 0 && here.general_port_failed;
+        if (facts.open_port == OpenPort::Unknown && is_told) facts.open_port = OpenPort::Closed;
     }
     look_at_logs(facts);
     if (!facts.started && !facts.processes.empty()) {

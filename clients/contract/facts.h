@@ -27,6 +27,7 @@ struct GatewayFacts {
     std::int64_t general_written = 0;         ///< the general log, seconds since the epoch
     std::vector<std::string> general_meters;  ///< whose start stands in it
     std::string general_end;                  ///< its last line
+    bool general_port_failed = false;         ///< that process has not got its port
 };
 
 /// What the open port of a meter's process is.

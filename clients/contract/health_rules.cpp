@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "contract/check.h"
 #include "contract/moments.h"
 
 namespace contract::health {
@@ -161,7 +162,8 @@ std::optional<Reason> line_trouble(const MeterFacts& meter, const GatewayFacts& 
     if (auto reason = other_meter(meter)) return reason;
     const Level level = level_of(meter, here);
     if (is_misunderstood || silence.with_bytes * 2 > silence.tries) {
-        return Reason{"no-answer", level,
+        // Whom nobody understands is asked who it is again and again, and what it says then is published.
+        return Reason{"no-answer", is_misunderstood ? Level::Critical : level,
                       is_misunderstood ? "something answers that is no meter of a known firmware"
                                        : fmt::format("something is heard that is no answer: {} tries since {}",
                                                      silence.tries, plain_moment_text(silence.since)),
@@ -181,6 +183,12 @@ std::optional<Reason> age_trouble(const MeterFacts& meter, const GatewayFacts& h
                          meter.silence.tries == 0 && here.now - meter.log_written < Minute;
     const bool is_new = meter.started && here.now - *meter.started <= longest;
     if (is_new || is_read || (newest && here.now - *newest <= longest)) return std::nullopt;
+    Findings settings;
+    check_settings(meter.meter.uuid, meter.processes.front().words.front(), meter.single_bus, meter.service, settings);
+    const auto mistake = std::ranges::find(settings, Level::Critical, &Finding::level);
+    if (mistake != settings.end() && meter.service.state == ServiceState::Answers) {
+        return Reason{"settings", Level::Critical, mistake->text, mistake->help + ", then restart the process"};
+    }
     return Reason{"values-old", Level::Critical,
                   newest ? fmt::format("the newest value is {} old", duration_text(here.now - *newest))
                          : std::string("there are no values yet"),

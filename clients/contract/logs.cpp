@@ -139,7 +139,7 @@ void Log::order_from(std::size_t seam) {
         seam = 0;
         ordered.erase(ordered.begin(), first);
     }
-    std::ranges::rotate(ordered, ordered.begin() + static_cast<std::ptrdiff_t>(seam));
+    std::rotate(ordered.begin(), ordered.begin() + static_cast<std::ptrdiff_t>(seam), ordered.end());
 }
 
 Log read_log(const std::string& path) {

@@ -53,6 +53,7 @@ Case healthy() {
     meter.service.serial = 12345678;
     meter.service.port = "/dev/ttyS1";
     meter.service.manufacturer = "km-5-2";
+    meter.service.systems = {"heating"};
     meter.silence.last_answer = Now - 20;
     meter.log_is_there = true;
     meter.log_written = Now - 10;
@@ -142,7 +143,7 @@ TEST(Health, EachTroubleIsToldByItsCause) {
          "other-meter", Level::Critical},
         {"another VIST", [](Case& it) { it.meter.sees_serial_fault = true; }, "other-meter", Level::Critical},
         {"an SA-94 that nobody understands", [](Case& it) { it.meter.sees_description_fault = true; }, "no-answer",
-         Level::Warning},
+         Level::Critical},
         {"held bus beats silence",
          [](Case& it) {
              make_silent(it.meter, 21, 0);
@@ -274,6 +275,13 @@ TEST(Health, EachTroubleIsToldByItsCause) {
              it.meter.silence = {};
          },
          "values-old", Level::Critical},
+        {"no heat system, so never asked",
+         [](Case& it) {
+             it.meter.systems = {{}};
+             it.meter.silence = {};
+             it.meter.service.systems.clear();
+         },
+         "settings", Level::Critical},
         {"a copy of files", [](Case& it) { it.here.live = false; }, "copy", Level::Unknown},
     };
     for (const Row& row : rows) {

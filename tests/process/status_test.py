@@ -56,6 +56,29 @@ class Silence(keeper.Keeper):
         self.daemon("VIST", "-r", "m1")
         self.assert_reason("no-answer")
 
+    def test_an_sa94_on_a_noisy_line(self):
+        self.meters("--meter", FAMILIES["SA94"], "--noise", "1")
+        self.daemon("SA94", "-r", "m1")
+        self.assert_reason("no-answer")
+
+    def test_one_of_two_meters_on_a_line_is_silent(self):
+        self.meters("--meter", "uuid=m1,type=vist-modbus,serial=5,devices=1",
+                    "--meter", "uuid=m2,type=vist-modbus,serial=6,devices=1")
+        self.daemon("VISTmodbus", "-r", "m1", "m2")
+        self.wait_for(lambda: box.item("m1", "M1") and box.item("m2", "M1"), "values", 90)
+        self.tell("meter", "m2", "silent")
+        self.wait_for(lambda: self.reasons()[1][1:] == ["nothing-heard"], "m2", 30)
+        time.sleep(TWO_PERIODS)
+        status = self.status()
+        self.assertIn(status["meters"][0]["reasons"], ([], ["first-half-hour"]))
+        self.assertEqual(status["meters"][1]["reasons"], ["nothing-heard"])
+        self.assertEqual([meter["level"] for meter in status["meters"]], ["ok", "critical"])
+
+    def test_a_km5_without_a_heat_system(self):
+        self.meters("--meter", "type=km5,systems=0")
+        self.daemon("KM5", "-r", "m1")
+        self.assert_reason("settings", patience=2 * TWO_PERIODS)
+
     def test_the_service_is_off_at_the_start(self):
         self.meters("--service", "off")
         self.daemon("KM5", "-r", "m1")
