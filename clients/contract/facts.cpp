@@ -187,6 +187,13 @@ MeterFacts look_at(const std::string& uuid, GatewayFacts& here) {
         if (facts.open_port == OpenPort::Unknown && is_told) facts.open_port = OpenPort::Closed;
     }
     look_at_logs(facts);
+    for (const Process& process : facts.processes) {
+        for (const std::string& other : process.uuids) {
+            struct stat status {};
+            if (other == uuid || gateway().look_at(log_path(other), status) != 0) continue;
+            facts.neighbour_log_written = std::max<std::int64_t>(facts.neighbour_log_written, status.st_mtime);
+        }
+    }
     if (!facts.started && !facts.processes.empty()) {
         if (const auto age = age_of(facts.processes.front().pid)) facts.started = here.now - *age;
     }

@@ -62,6 +62,7 @@ struct MeterFacts {
     Silence silence;
     bool log_is_there = false;
     std::int64_t log_written = 0;
+    std::int64_t neighbour_log_written = 0;  ///< of another meter that the same process reads
     bool sees_serial_fault = false;  ///< a VIST with another serial number than at the start, in its last description
     bool sees_description_fault = false;  ///< an SA-94 that answers, and was not understood
     std::string kind_fault;               ///< a KM5 that is an AT-T, or the other way round: the log's words

@@ -82,11 +82,12 @@ std::int64_t longest_age(const MeterFacts& meter) {
     constexpr std::int64_t Period = 360;
     constexpr std::int64_t Pass = 60;
     constexpr std::int64_t HourChange = 300;
-    constexpr std::int64_t SilentNeighbour = 120;  // all the tries of another meter
+    // All the tries of another meter: over Modbus thirty of each of 42 questions.
+    const std::int64_t silent_neighbour = meter.meter.family == VISTmodbus ? 800 : 120;
     std::size_t neighbours = 0;
     for (const Process& process : meter.processes) neighbours = std::max(neighbours, process.uuids.size() - 1);
     return Period + 2 * Pass + (meter.meter.family == KM5 ? HourChange : 0) +
-           static_cast<std::int64_t>(neighbours) * SilentNeighbour;
+           static_cast<std::int64_t>(neighbours) * silent_neighbour;
 }
 
 std::optional<std::int64_t> lag_of(const SystemFacts& system, const std::optional<std::int64_t>& record) {

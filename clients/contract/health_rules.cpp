@@ -183,6 +183,13 @@ std::optional<Reason> age_trouble(const MeterFacts& meter, const GatewayFacts& h
                          meter.silence.tries == 0 && here.now - meter.log_written < Minute;
     const bool is_new = meter.started && here.now - *meter.started <= longest;
     if (is_new || is_read || (newest && here.now - *newest <= longest)) return std::nullopt;
+    if (meter.log_written < here.now - Minute && meter.neighbour_log_written >= here.now - Minute) {
+        return Reason{"line-busy", Level::Warning,
+                      (newest ? fmt::format("the newest value is {} old", duration_text(here.now - *newest))
+                              : std::string("there are no values yet")) +
+                          ": the process is busy with another meter on its line",
+                      "wait, or help the other meter: look at its status"};
+    }
     Findings settings;
     check_settings(meter.meter.uuid, meter.processes.front().words.front(), meter.single_bus, meter.service, settings);
     const auto mistake = std::ranges::find(settings, Level::Critical, &Finding::level);

@@ -282,6 +282,12 @@ TEST(Health, EachTroubleIsToldByItsCause) {
              it.meter.service.systems.clear();
          },
          "settings", Level::Critical},
+        {"a neighbour whose archive is read",
+         [](Case& it) {
+             age_values(it.meter, 3000);
+             it.meter.neighbour_log_written = Now - 1;
+         },
+         "line-busy", Level::Warning},
         {"a copy of files", [](Case& it) { it.here.live = false; }, "copy", Level::Unknown},
     };
     for (const Row& row : rows) {
