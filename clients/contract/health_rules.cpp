@@ -175,12 +175,17 @@ std::optional<Reason> line_trouble(const MeterFacts& meter, const GatewayFacts& 
                   "look at wiring, power, speed, serial number, and the meter's type, in this order"};
 }
 
+/// The meter is being asked, and answers.
+bool answers_now(const MeterFacts& meter, const GatewayFacts& here) {
+    constexpr std::int64_t Fresh = 3 * Minute;
+    return meter.silence.tries == 0 && meter.silence.last_answer && here.now - *meter.silence.last_answer < Fresh &&
+           here.now - meter.log_written < Fresh;
+}
+
 std::optional<Reason> age_trouble(const MeterFacts& meter, const GatewayFacts& here) {
     const auto newest = meter.newest_value();
     const std::int64_t longest = longest_age(meter);
-    // A long archive keeps values waiting, and the meter answers all the while.
-    const bool is_read = meter.silence.last_answer && here.now - *meter.silence.last_answer < longest &&
-                         meter.silence.tries == 0 && here.now - meter.log_written < Minute;
+    const bool is_read = answers_now(meter, here);  // a long archive keeps values waiting
     const bool is_new = meter.started && here.now - *meter.started <= longest;
     if (is_new || is_read || (newest && here.now - *newest <= longest)) return std::nullopt;
     if (meter.log_written < here.now - Minute && meter.neighbour_log_written >= here.now - Minute) {
@@ -287,6 +292,12 @@ std::optional<Reason> why_behind(const MeterFacts& meter, const GatewayFacts& he
         return Reason{"first-half-hour", Level::Ok,
                       fmt::format("{}; the process was started {} ago", text, duration_text(here.now - *meter.started)),
                       "wait: archives are read half an hour after the start"};
+    }
+    const auto reads_archive = [](const SystemFacts& system) {
+        return system.state.starts_with("reads ") && system.state.ends_with(" archive");
+    };
+    if (answers_now(meter, here) && std::ranges::any_of(meter.systems, reads_archive)) {
+        return Reason{"archives-read", Level::Ok, text + ", and are being read", "wait"};
     }
     for (const Flag& flag : here.flags) {
         if (flag.kind != FlagKind::ReportLock || flag.uuid != meter.meter.uuid) continue;

@@ -250,6 +250,12 @@ TEST(Health, EachTroubleIsToldByItsCause) {
              it.meter.started = Now - 1200;
          },
          "first-half-hour", Level::Ok},
+        {"archives that are being read",
+         [](Case& it) {
+             it.meter.systems[0].hourly = Now - 9 * 3600;
+             it.meter.systems[0].state = "reads hourly archive";
+         },
+         "archives-read", Level::Ok},
         {"archives held by a neighbour",
          [](Case& it) {
              it.meter.systems[0].hourly = Now - 5 * 3600;

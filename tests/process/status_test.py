@@ -61,15 +61,6 @@ class Silence(keeper.Keeper):
         self.daemon("SA94", "-r", "m1")
         self.assert_reason("no-answer")
 
-    def test_one_of_two_meters_on_a_line_is_silent(self):
-        self.meters("--meter", "uuid=m1,type=vist,serial=7,devices=1", "--meter", "uuid=m2,type=vist,serial=8,devices=1")
-        self.tell("meter", "m2", "silent")
-        self.daemon("VIST", "-r", "m1", "m2")
-        self.wait_for_values()
-        self.wait_for(lambda: self.reasons()[1] == ["first-half-hour", "nothing-heard"], "m2", 30)
-        status = self.status()
-        self.assertEqual([meter["level"] for meter in status["meters"]], ["ok", "critical"])
-
     def test_a_km5_without_a_heat_system(self):
         self.meters("--meter", "type=km5,systems=0")
         self.daemon("KM5", "-r", "m1")
@@ -246,6 +237,16 @@ class RealClock(keeper.Keeper):
         done = subprocess.run(["faketime", "-f", "-2h", f"{self.build}/heatmeterctl", "status", "--json"],
                               env={**os.environ, "NO_FAKE_STAT": "1"}, capture_output=True, text=True, timeout=20)
         self.assertEqual(self.reasons(json.loads(done.stdout)), ([], ["clock-back"]), done.stderr)
+
+    def test_one_of_two_meters_on_a_line_is_silent(self):
+        self.meters("--meter", "uuid=m1,type=vist-modbus,serial=5,devices=1",
+                    "--meter", "uuid=m2,type=vist-modbus,serial=6,devices=1")
+        self.tell("meter", "m2", "silent")
+        self.daemon("VISTmodbus", "-r", "m1", "m2")
+        self.wait_for(lambda: "nothing-heard" in self.reasons()[1], "m2", 60)
+        status = self.status()
+        self.assertEqual([(meter["level"], meter["reasons"]) for meter in status["meters"]],
+                         [("ok", ["first-half-hour"]), ("critical", ["nothing-heard"])])
 
     def test_a_process_of_no_family(self):
         self.meters()
