@@ -44,7 +44,9 @@ std::vector<Item> read_items(const std::string& uuid, int system, Family family)
 std::optional<std::int64_t> newest_value(const std::vector<Item>& items) {
     std::optional<std::int64_t> newest;
     for (const Item& item : items) {
-        if (item.name != "Connected" && (!newest || item.time > *newest)) newest = item.time;
+        // Which are written when the meter is silent, too.
+        if (item.name == "Connected" || item.name == "_DriverStatus") continue;
+        if (!newest || item.time > *newest) newest = item.time;
     }
     return newest;
 }

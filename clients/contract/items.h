@@ -23,7 +23,7 @@ std::optional<Item> read_item(const std::string& uuid, int system, const std::st
 /// All items of a system, in natural order.
 std::vector<Item> read_items(const std::string& uuid, int system, Family family = NoFamily);
 
-/// The newest writing of any item but `Connected`; nothing without items.
+/// The newest writing of any item that comes from the meter; nothing without one.
 std::optional<std::int64_t> newest_value(const std::vector<Item>& items);
 
 /// The number in an item's text; nothing for another text, and for what is no finite number.

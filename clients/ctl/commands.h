@@ -19,6 +19,9 @@ Command probe_command(CLI::App& app, Console& console);
 Command pause_command(CLI::App& app, Console& console);
 Command resume_command(CLI::App& app, Console& console);
 Command poll_command(CLI::App& app, Console& console);
+Command status_command(CLI::App& app, Console& console);
+Command check_command(CLI::App& app, Console& console);
+Command log_command(CLI::App& app, Console& console);
 
 // Words of the command line that say which meter, which system, which time; a Failure for others.
 contract::MeterSystem meter_system_of(const std::string& text);

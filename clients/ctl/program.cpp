@@ -68,12 +68,12 @@ int run_program(int argc, const char* const* argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(Footer);
-    const Commands commands = {
-        list_command(app, console),   values_command(app, console), archive_command(app, console),
-        gaps_command(app, console),   events_command(app, console), plot_command(app, console),
-        export_command(app, console), watch_command(app, console),  decode_command(app, console),
-        probe_command(app, console),  pause_command(app, console),  resume_command(app, console),
-        poll_command(app, console)};
+    Commands commands;
+    for (const auto make : {list_command, status_command, values_command, watch_command, archive_command, gaps_command,
+                            plot_command, export_command, events_command, log_command, decode_command, check_command,
+                            probe_command, pause_command, resume_command, poll_command}) {
+        commands.push_back(make(app, console));
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

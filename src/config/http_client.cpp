@@ -10,7 +10,6 @@ namespace Json::Rpc {
 namespace {
 
 constexpr long ConnectTimeoutSeconds = 10;
-constexpr long AnswerTimeoutSeconds = 30;
 constexpr std::size_t AnswerLimit = 1024 * 1024;
 
 std::size_t take_answer(char* data, std::size_t size, std::size_t count, void* answer) {
@@ -33,6 +32,7 @@ std::size_t watch_head(const char* data, std::size_t size, std::size_t count, vo
 
 struct HttpClient::Connection {
     std::string address;
+    long answer_seconds = 0;
     CURL* curl = nullptr;
     curl_slist* headers = nullptr;
     std::string answer;
@@ -40,8 +40,9 @@ struct HttpClient::Connection {
     bool answered = false;
 };
 
-HttpClient::HttpClient(std::string address) : connection(std::make_unique<Connection>()) {
+HttpClient::HttpClient(std::string address, long answer_seconds) : connection(std::make_unique<Connection>()) {
     connection->address = std::move(address);
+    connection->answer_seconds = answer_seconds;
     connection->curl = curl_easy_init();
     connection->headers = curl_slist_append(nullptr, "Content-Type: application/json");
 }
@@ -64,7 +65,7 @@ int HttpClient::Send(const std::string& text) {
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, ConnectTimeoutSeconds);
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, AnswerTimeoutSeconds);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, connection->answer_seconds);
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, connection->headers);
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(text.size()));
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, text.c_str());

@@ -8,15 +8,16 @@ namespace Json::Rpc {
 
 class HttpClient {
   public:
-    /// Remembers the address; connects with the first Send.
-    explicit HttpClient(std::string address);
+    /// Remembers the address; connects with the first Send. An answer is waited for so long, a connection at most ten
+    /// seconds of it.
+    explicit HttpClient(std::string address, long answer_seconds = 30);
     ~HttpClient();
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
     /// Delivers the text as the body of a POST. -1 when it could not be delivered, 0 otherwise.
     int Send(const std::string& text);
-    /// Stores the body of the answer to the last Send. -1 when no whole answer came within 30 seconds or it was longer
+    /// Stores the body of the answer to the last Send. -1 when no whole answer came in time or it was longer
     /// than 1 MiB, 0 otherwise.
     int Recv(std::string& text);
 

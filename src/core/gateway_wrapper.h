@@ -8,7 +8,7 @@
 class GatewayWrapper : public Gateway {
   public:
     /// In front of a machine (the one in use), with its root and its service.
-    explicit GatewayWrapper(Gateway& inner = gateway()) : inner(inner) {
+    explicit GatewayWrapper(Gateway& machine = gateway()) : inner(machine) {
         root_folder = inner.root();
         service_url = inner.service_address();
         set_gateway(this);

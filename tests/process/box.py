@@ -33,7 +33,7 @@ DOCS = os.path.join(os.path.dirname(os.path.dirname(TREE)), "docs")
 # ---- in the test files
 
 def storage(kind):
-    """Decorator: the storage of a test is "read-only", or "small" (256 KiB)."""
+    """Decorator: the storage of a test is "read-only", "small" (256 KiB), "unmounted" or "missing"."""
     def mark(function):
         function.storage = kind
         return function
@@ -178,7 +178,7 @@ def box_words(options, storage_kind, private_processes):
         words += ["--ro-bind", folder, folder]
     words += ["--bind", options.build, options.build]
     words += ["--size", str(SMALL_STORAGE)] if storage_kind == "small" else []
-    words += ["--tmpfs", "/mnt/storage"]
+    words += {"missing": [], "unmounted": ["--dir", "/mnt/storage"]}.get(storage_kind, ["--tmpfs", "/mnt/storage"])
     words += ["--remount-ro", "/mnt/storage"] if storage_kind == "read-only" else []
     words += ["--unshare-pid", "--proc", "/proc"] if private_processes else []
     # No zone with summer time, on any machine. Memory is left unreleased on purpose.
