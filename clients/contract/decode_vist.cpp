@@ -166,7 +166,7 @@ Frame VistDecoder::text_answer(Bytes bytes) {
     const std::string body = text.substr(begin, text.size() - begin - std::min<std::size_t>(2, text.size() - begin));
     frame.add("network number", number);
     frame.add("device", device);
-    if (const std::size_t equals = body.find('='); equals != std::string::npos) {
+    if (const std::size_t equals = body.find('='); equals != std::string::npos && equals != 0) {
         frame.add(body.substr(0, equals), body.substr(equals + 1));
         if (body.starts_with("VER=")) has_clock = std::atoi(body.c_str() + equals + 1) > vist::LowestServedVersion;
     } else {

@@ -47,7 +47,6 @@ class FastClock:
     def __init__(self, start, rate):
         self.start = time.mktime(time.strptime(start, "%Y-%m-%d %H:%M:%S"))
         self.rate = rate
-        self.real_start = time.monotonic()
         # Lives as long as the clock, since it keeps what the programs share.
         self.keeper = subprocess.Popen(["faketime", "--exclude-monotonic", "-f", "+0", "sh", "-c",
                                         "env; echo; exec cat"],
@@ -58,9 +57,8 @@ class FastClock:
             self.shared[name] = value
 
     def environment(self):
-        """For a program that is started at once: it begins to count at its own start."""
-        now = self.start + (time.monotonic() - self.real_start) * self.rate
-        text = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(now))
+        """For a program, whenever it is started: what the programs share has the moment from which all count."""
+        text = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(self.start))
         return {**self.shared, "FAKETIME": f"@{text} x{self.rate}"}
 
     def stop(self):
