@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 #include <json/value.h>
 
-#include "contract/health.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
+#include "contract/status.h"
 #include "ctl/commands.h"
 
 namespace ctl {
@@ -16,18 +16,9 @@ namespace {
 using contract::GatewayFacts;
 using contract::Level;
 using contract::MeterFacts;
+using contract::MeterStatus;
+using contract::Status;
 using contract::Verdict;
-
-struct MeterStatus {
-    MeterFacts facts;
-    Verdict verdict;
-};
-struct Status {
-    GatewayFacts here;
-    Verdict gateway;
-    std::vector<MeterStatus> meters;
-    Level level = Level::Ok;
-};
 
 /// As monitoring plug-ins say it.
 int exit_status(Level level) {
@@ -54,32 +45,6 @@ std::string_view capitals(Level level) {
         default:
             return "UNKNOWN";
     }
-}
-
-Status look(const std::vector<std::string>& wanted) {
-    Status status;
-    status.here = contract::look_at_gateway();
-    const std::vector<std::string> known = contract::known_meters(status.here);
-    for (const std::string& uuid : wanted.empty() ? known : wanted) {
-        MeterStatus meter;
-        if (std::ranges::count(known, uuid) != 0) {
-            meter.facts = contract::look_at(uuid, status.here);
-        } else {
-            meter.facts.meter.uuid = uuid;
-            meter.verdict = {Level::Unknown,
-                             {{"no-files", Level::Unknown, "there is no such meter here: no files, no process, no port",
-                               "heatmeterctl list tells which there are"}}};
-        }
-        status.meters.push_back(std::move(meter));
-    }
-    // What is known of the gateway counts for all, so it is judged when all was seen.
-    status.gateway = contract::judge(status.here);
-    status.level = status.meters.empty() ? std::max(Level::Unknown, status.gateway.level) : status.gateway.level;
-    for (MeterStatus& meter : status.meters) {
-        if (meter.verdict.reasons.empty()) meter.verdict = contract::judge(meter.facts, status.here);
-        status.level = std::max(status.level, meter.verdict.level);
-    }
-    return status;
 }
 
 template <typename Number>
@@ -279,7 +244,7 @@ Command status_command(CLI::App& app, Console& console) {
         "2 critical, 3 unknown.");
     add_output_options(*command, console);
     return {command, [wanted, &console] {
-                const Status status = look(*wanted);
+                const Status status = contract::look_at_status(*wanted);
                 if (console.json) {
                     print_json(json_of(status));
                 } else {

@@ -45,6 +45,8 @@ class WatchModel {
     explicit WatchModel(std::vector<std::string> uuids);
 
     const std::vector<WatchedMeter>& meters() const { return all; }
+    /// As given; empty: all.
+    const std::vector<std::string>& asked_for() const { return wanted; }
     /// Waits as contract::Changes does, and takes in what has changed.
     void wait(int other, int milliseconds);
     /// What has come since the last call.

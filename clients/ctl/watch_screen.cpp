@@ -11,10 +11,13 @@
 #include <fmt/format.h>
 
 #include "contract/archive_table.h"
+#include "contract/log_story.h"
+#include "contract/logs.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
 #include "core/gateway.h"
+#include "ctl/opinion.h"
 
 // Behind all others, since they make macros of common words.
 #define NCURSES_NOMACROS
@@ -33,7 +36,7 @@ constexpr int EscapeDelay = 25;  // milliseconds that tell the key Esc from anot
 
 volatile std::sig_atomic_t g_ended = 0;
 
-enum class View { Values, Hourly, Daily };
+enum class View { Values, Hourly, Daily, Log };
 
 enum Colour : short { Good = 1, Bad = 2, Doubtful = 3, Title = 4 };
 
@@ -52,12 +55,13 @@ std::string fitted(const std::string& text, std::size_t width, bool right = fals
 
 class Screen {
   public:
-    Screen(WatchModel& shown, const Console& out) : model(shown), console(out) {}
+    Screen(WatchModel& shown, const Console& out) : model(shown), console(out), opinion(shown.asked_for()) {}
 
     void draw() {
         ::erase();
         getmaxyx(stdscr, height, width);
         row = 0;
+        opinion.look();
         choose();
         draw_head();
         if (help) {
@@ -108,6 +112,10 @@ class Screen {
                 break;
             case 'd':
                 view = View::Daily;
+                top = 0;
+                break;
+            case 'l':
+                view = View::Log;
                 top = 0;
                 break;
             case KEY_NPAGE:
@@ -181,33 +189,63 @@ class Screen {
         const auto& meters = model.meters();
         const int room = std::max(1, std::min<int>(static_cast<int>(meters.size()), (height - 4) / 3));
         const int first = std::clamp(chosen - room + 1, 0, std::max(0, static_cast<int>(meters.size()) - room));
-        const std::size_t name = static_cast<std::size_t>(std::clamp(width - 56, 12, 40));
-        put(fitted("  meter", name + 2) + "  model      newest value  newest hour  newest day", A_BOLD);
+        const auto name = static_cast<std::size_t>(std::clamp(width - 64, 12, 40));
+        put(fitted("  meter", name + 2) + "  level     model      newest value  newest hour  newest day", A_BOLD);
         if (meters.empty()) put("  none yet: no meter has files here");
         for (int i = first; i < first + room && i < static_cast<int>(meters.size()); ++i) {
             const WatchedMeter& one = meters[static_cast<std::size_t>(i)];
-            const auto value = newest(one, &WatchedSystem::value);
-            const std::string text =
-                fmt::format("{} {}  {} {}  {}  {}", i == chosen ? '>' : ' ', fitted(one.meter.uuid, name),
-                            fitted(one.meter.model, 10), fitted(age_of(value), 12, true),
-                            fitted(short_moment(newest(one, &WatchedSystem::hourly)), 11),
-                            fitted(short_moment(newest(one, &WatchedSystem::daily)), 11));
-            put(text, i == chosen ? A_BOLD : A_NORMAL);
+            const contract::Verdict* const verdict = opinion.of(one.meter.uuid);
+            const std::string level = verdict == nullptr ? "" : std::string(text_of(verdict->level));
+            const std::string text = fmt::format(
+                "{} {}  {}  {} {}  {}  {}", i == chosen ? '>' : ' ', fitted(one.meter.uuid, name), fitted(level, 8),
+                fitted(one.meter.model, 10), fitted(age_of(newest(one, &WatchedSystem::value)), 12, true),
+                fitted(short_moment(newest(one, &WatchedSystem::hourly)), 11),
+                fitted(short_moment(newest(one, &WatchedSystem::daily)), 11));
+            const attr_t bold = i == chosen ? A_BOLD : A_NORMAL;
+            put(text, verdict == nullptr ? bold : bold | colour(colour_of(verdict->level)));
         }
         put(std::string(static_cast<std::size_t>(width), '-'));
     }
 
     void draw_body() {
+        draw_reasons(opinion.of_gateway());
+        if (meter == nullptr) return;
+        const contract::Verdict* const verdict = opinion.of(meter->meter.uuid);
+        if (verdict != nullptr) draw_reasons(*verdict);
         body_rows = height - row - 2;
-        if (system == nullptr) {
-            put(meter == nullptr ? "" : "nothing of this meter is there yet");
-            return;
-        }
+        if (view == View::Log) return draw_log();
+        if (system == nullptr) return put("nothing of this meter is there yet");
         if (view == View::Values) {
             draw_values();
         } else {
             draw_records(view == View::Hourly ? contract::ArchiveKind::Hourly : contract::ArchiveKind::Daily);
         }
+    }
+
+    static Colour colour_of(contract::Level level) {
+        return level == contract::Level::Ok ? Good : level == contract::Level::Critical ? Bad : Doubtful;
+    }
+
+    /// Why the gateway or the chosen meter is not well, and what to do.
+    void draw_reasons(const contract::Verdict& verdict) {
+        constexpr std::size_t Most = 3;
+        for (std::size_t i = 0; i < std::min(Most, verdict.reasons.size()); ++i) {
+            const contract::Reason& reason = verdict.reasons[i];
+            put(reason.text + (reason.help.empty() ? "" : ": " + reason.help),
+                A_BOLD | colour(colour_of(reason.level)));
+        }
+    }
+
+    void draw_log() {
+        const contract::Log log = contract::read_log(contract::log_path(meter->meter.uuid));
+        contract::LogStory story;
+        std::vector<contract::StoryLine> told;
+        for (const contract::LogLine& line : log.lines()) story.take(line, told);
+        story.finish(told);
+        if (told.empty()) put("there is no log of it");
+        std::ranges::reverse(told);
+        top = std::clamp(top, 0, std::max(0, static_cast<int>(told.size()) - body_rows));
+        for (std::size_t i = static_cast<std::size_t>(top); i < told.size() && row < height - 1; ++i) put(told[i].text);
     }
 
     void draw_values() {
@@ -259,20 +297,22 @@ class Screen {
     }
 
     void draw_help() {
-        for (const char* text : {"", "  up, down      another meter", "  left, right   another system of it",
-                                 "  v             present values", "  a, d          hourly, daily records",
-                                 "  PgUp, PgDn    further up and down", "  q             the end", "",
-                                 "  A value that has just changed is bold for five seconds."}) {
+        for (const char* text :
+             {"", "  up, down      another meter", "  left, right   another system of it",
+              "  v             present values", "  a, d          hourly, daily records",
+              "  l             the log, newest line on top", "  PgUp, PgDn    further up and down",
+              "  q             the end", "", "  A value that has just changed is bold for five seconds."}) {
             put(text);
         }
     }
 
     void draw_foot() {
         row = height - 1;
-        const char* const views[] = {"values", "hourly records", "daily records"};
-        std::string text = "v values  a hourly  d daily  arrows choose  ? help  q end";
-        if (meter != nullptr && system != nullptr) {
-            text = fmt::format("{}/{}: {}   {}", contract::for_terminal(meter->meter.uuid), system->number,
+        const char* const views[] = {"values", "hourly records", "daily records", "log"};
+        std::string text = "v values  a hourly  d daily  l log  ? help  q end";
+        if (meter != nullptr) {
+            const std::string number = system != nullptr ? fmt::format("/{}", system->number) : "";
+            text = fmt::format("{}{}: {}   {}", contract::for_terminal(meter->meter.uuid), number,
                                views[static_cast<int>(view)], text);
         }
         // The last place of the screen stays free: writing there would scroll some terminals.
@@ -281,6 +321,7 @@ class Screen {
 
     WatchModel& model;
     const Console& console;
+    Opinion opinion;
     int height = 0;
     int width = 0;
     int row = 0;

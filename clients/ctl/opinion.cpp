@@ -1,0 +1,29 @@
+#include "ctl/opinion.h"
+
+#include <chrono>
+
+#include "core/gateway.h"
+
+namespace ctl {
+
+void Opinion::look() {
+    constexpr std::int64_t Pause = 30'000'000;
+    const std::int64_t now = gateway().steady_microseconds();
+    if (found.valid() && found.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+        const contract::Status status = found.get();
+        verdicts.clear();
+        for (const contract::MeterStatus& meter : status.meters) verdicts[meter.facts.meter.uuid] = meter.verdict;
+        here = status.gateway;
+        next = now + Pause;
+    }
+    if (!found.valid() && now >= next) {
+        found = std::async(std::launch::async, [meters = uuids] { return contract::look_at_status(meters); });
+    }
+}
+
+const contract::Verdict* Opinion::of(const std::string& uuid) const {
+    const auto verdict = verdicts.find(uuid);
+    return verdict == verdicts.end() ? nullptr : &verdict->second;
+}
+
+}  // namespace ctl
