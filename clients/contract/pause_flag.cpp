@@ -89,8 +89,8 @@ std::string user_name(uid_t user) {
     std::array<char, 4096> texts{};
     passwd entry{};
     passwd* found = nullptr;
-    ::getpwuid_r(user, &entry, texts.data(), texts.size(), &found);
-    return found != nullptr ? found->pw_name : std::to_string(user);
+    const int error = ::getpwuid_r(user, &entry, texts.data(), texts.size(), &found);
+    return error == 0 && found != nullptr ? found->pw_name : std::to_string(user);
 }
 
 std::optional<PauseHolder> look_at_pause() {
