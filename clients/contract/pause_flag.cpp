@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -81,9 +82,15 @@ std::string PauseHolder::text(std::int64_t now) const {
         if (until) text += ", until " + plain_moment_text(*until);
         return text;
     }
-    const passwd* const user = ::getpwuid(owner);
-    return fmt::format("somebody else (user {}, {} ago)", user != nullptr ? user->pw_name : std::to_string(owner),
-                       duration_text(now - made));
+    return fmt::format("somebody else (user {}, {} ago)", user_name(owner), duration_text(now - made));
+}
+
+std::string user_name(uid_t user) {
+    std::array<char, 4096> texts{};
+    passwd entry{};
+    passwd* found = nullptr;
+    const int error = ::getpwuid_r(user, &entry, texts.data(), texts.size(), &found);
+    return error == 0 && found != nullptr ? found->pw_name : std::to_string(user);
 }
 
 std::optional<PauseHolder> look_at_pause() {

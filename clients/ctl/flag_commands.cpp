@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include <fmt/format.h>
-#include <pwd.h>
 
 #include "contract/installation.h"
 #include "contract/moments.h"
@@ -89,9 +88,8 @@ int run_poll(const std::string& uuid, bool archives, const Console& console) {
     const auto user = user_of(process->pid);
     const bool can_remove = user && (*user == 0 || *user == ::geteuid());
     if (!can_remove && ::geteuid() != 0) {
-        const passwd* const name = user ? ::getpwuid(*user) : nullptr;
         throw Failure{fmt::format("heatmeterd runs as another user and could not remove the flag: be user {}",
-                                  name != nullptr ? name->pw_name : "root")};
+                                  user ? contract::user_name(*user) : "root")};
     }
     const std::string path = (archives ? "/tmp/tvk_force_update_archives_" : "/tmp/tvk_force_update_") + uuid;
     const int error = contract::make_flag(path, "");
