@@ -97,11 +97,11 @@ void print_rows(ArchiveTable& table, const Console& console) {
     std::vector<std::vector<std::string>> rows;
     Table printed(headings, console);
     while (table.next()) {
-        std::vector<std::string>& row = rows.emplace_back();
-        row.push_back(console.time_text(table.time()));
+        std::vector<std::string> row = {console.time_text(table.time())};
         for (const ArchiveCell& cell : table.cells()) {
             row.push_back(cell.there ? std::string(cell.value) + (cell.quality == 192 ? " " : "!") : "");
         }
+        rows.push_back(std::move(row));
         if (rows.size() < RowsAtOnce) continue;
         printed.print(rows);
         rows.clear();

@@ -58,7 +58,7 @@ Json::Value json_of(const Frame& frame) {
 /// Prints frame after frame, and remembers whether one was wrong.
 class Printer {
   public:
-    explicit Printer(const Console& console_) : console(console_) {
+    explicit Printer(const Console& output) : console(output) {
         if (console.json) out << '[';
     }
 

@@ -16,8 +16,6 @@
 #include "core/local_time.h"
 #include "ctl/archive_words.h"
 
-extern char** environ;
-
 namespace ctl {
 
 namespace {

@@ -22,7 +22,7 @@ constexpr char Description[] = "Looks at heat meters that heatmeterd reads on th
 constexpr char Footer[] =
     "Times: 2026-11-01, \"2026-11-01 10:00\", 2026-11-01T10:00:00+03:00, now, -7d, -12h, @1700000000.\n"
     "Exit status: 0 done, 1 a finding or a failure, 2 wrong usage; of status 0 well, 1 warning, 2 critical,\n"
-    "3 unknown.";
+    "3 unknown or wrong usage.";
 
 int complain(const std::string& text, int status) {
     std::fputs(("heatmeterctl: " + contract::for_terminal(text) + '\n').c_str(), stderr);
@@ -79,7 +79,10 @@ int run_program(int argc, const char* const* argv) {
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        return complain(std::string(error.what()) + ". Try --help", Usage);
+        // To monitoring the status 2 is a meter's trouble, so a wrong question is answered by 3, "unknown".
+        constexpr int Unknown = 3;
+        const bool of_status = app.get_subcommand("status")->parsed();
+        return complain(std::string(error.what()) + ". Try --help", of_status ? Unknown : Usage);
     }
     look_below(root);
     try {

@@ -13,7 +13,6 @@ namespace ctl {
 
 namespace {
 
-using contract::GatewayFacts;
 using contract::Level;
 using contract::MeterFacts;
 using contract::MeterStatus;
