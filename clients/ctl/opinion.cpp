@@ -6,10 +6,11 @@
 
 namespace ctl {
 
-void Opinion::look() {
+bool Opinion::look() {
     constexpr std::int64_t Pause = 30'000'000;
     const std::int64_t now = gateway().steady_microseconds();
-    if (found.valid() && found.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+    const bool is_ready = found.valid() && found.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    if (is_ready) {
         const contract::Status status = found.get();
         verdicts.clear();
         for (const contract::MeterStatus& meter : status.meters) verdicts[meter.facts.meter.uuid] = meter.verdict;
@@ -19,6 +20,7 @@ void Opinion::look() {
     if (!found.valid() && now >= next) {
         found = std::async(std::launch::async, [meters = uuids] { return contract::look_at_status(meters); });
     }
+    return is_ready;
 }
 
 const contract::Verdict* Opinion::of(const std::string& uuid) const {

@@ -16,8 +16,8 @@ class Opinion {
     /// Of these meters; without any of all. The end waits for what is being found out, some seconds at most.
     explicit Opinion(std::vector<std::string> meters) : uuids(std::move(meters)) {}
 
-    /// Takes in what was found out, and begins anew when that is half a minute ago.
-    void look();
+    /// Takes in what was found out, and begins anew when that is half a minute ago. True when something is new.
+    bool look();
     /// Null as long as nothing is known.
     const contract::Verdict* of(const std::string& uuid) const;
     const contract::Verdict& of_gateway() const { return here; }

@@ -51,7 +51,8 @@ void look_at_port_file(std::string_view text) {
                             std::ranges::any_of(uuids, [](const auto& uuid) { return uuid.size() > LongestUuid; });
         const bool is_error = std::ranges::any_of(
             found, [](const contract::Finding& finding) { return finding.level == contract::Level::Critical; });
-        expect(is_error == is_odd, "what the file lets through is taken, but for a uuid that is too long or there twice");
+        expect(is_error == is_odd,
+               "what the file lets through is taken, but for a uuid that is too long or there twice");
     }
 
     const FuzzGateway machine(full_root());
@@ -91,7 +92,8 @@ void look_at_answer(const std::string& text) {
         take_driver_config(whole, settings);
         take_port_config(whole, FuzzUuid, record);
     });
-    expect(ends == (answer.state == contract::ServiceState::Nonsense), "what ends the daemon is nonsense, nothing else");
+    expect(ends == (answer.state == contract::ServiceState::Nonsense),
+           "what ends the daemon is nonsense, nothing else");
     expect(ends == !answer.fault.empty(), "nonsense has its reason");
     if (!ends) {
         expect(answer.serial == settings.tc_sernum, "the serial number is the daemon's");
