@@ -26,8 +26,11 @@ WatchModel::WatchModel(std::vector<std::string> uuids) : wanted(std::move(uuids)
 }
 
 void WatchModel::look_for_meters() {
-    changes.look_after_folders_in("/tmp");
-    changes.look_after_folders_in("/mnt/storage");
+    for (const std::string place : {"/tmp", "/mnt/storage"}) {
+        changes.look_after_folders_in(place);
+        // Any of them may become a meter's.
+        for (const std::string& name : contract::names_in(place)) changes.look_after_folders_in(place + '/' + name);
+    }
     for (const std::string& uuid : wanted.empty() ? contract::meters() : wanted) {
         WatchedMeter* watched = find(uuid);
         if (watched == nullptr) watched = &all.emplace_back();
@@ -45,8 +48,6 @@ WatchedMeter* WatchModel::find(const std::string& uuid) {
 void WatchModel::look_at_systems(WatchedMeter& watched) {
     const std::string& uuid = watched.meter.uuid;
     watched.meter = contract::look_at_meter(uuid, {});
-    changes.look_after_folders_in("/tmp/" + uuid);
-    changes.look_after_folders_in("/mnt/storage/" + uuid);
     for (int number = 1; number <= contract::Systems; ++number) {
         const std::string storage = contract::storage_folder(uuid, number);
         changes.look_after_folders_in("/tmp/" + uuid + '/' + std::to_string(number));
@@ -55,14 +56,14 @@ void WatchModel::look_at_systems(WatchedMeter& watched) {
         // A driver that hands over whole passes is known by files that come later.
         for (const char* const folder : {"/tc_archives", "/tc_tmp_archives"}) changes.look_after(storage + folder);
         const bool is_there = std::ranges::count(watched.meter.systems, number) != 0;
-        const auto known = std::ranges::find(watched.systems, number, &WatchedSystem::number);
-        if (!is_there || known != watched.systems.end()) continue;
-        WatchedSystem system;
-        system.number = number;
-        look_at_items(uuid, system);
-        look_at_records(uuid, system);
-        watched.systems.push_back(std::move(system));
-        std::ranges::sort(watched.systems, {}, &WatchedSystem::number);
+        auto system = std::ranges::find_if(watched.systems, [=](const auto& one) { return one.number >= number; });
+        if (system == watched.systems.end() || system->number != number) {
+            if (!is_there) continue;
+            system = watched.systems.emplace(system);
+            system->number = number;
+        }
+        look_at_items(uuid, *system);
+        look_at_records(uuid, *system);
     }
 }
 

@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include <fmt/format.h>
 
@@ -37,7 +35,7 @@ volatile std::sig_atomic_t g_ended = 0;
 
 enum class View { Values, Hourly, Daily, Log };
 
-enum Colour : short { Good = 1, Bad = 2, Doubtful = 3, Title = 4 };
+enum Colour : short { Good = 1, Bad = 2, Doubtful = 3 };
 
 class Screen {
   public:
@@ -62,10 +60,11 @@ class Screen {
     }
 
     /// Whether something is to be told that no file tells: an age, the end of a mark, what was found out.
-    bool is_due() {
+    bool is_due(bool has_changed) {
         constexpr std::int64_t Longest = 10;
         const std::int64_t now = gateway().now();
-        return opinion.look() || is_lively || now / 60 != drawn_at / 60 || std::abs(now - drawn_at) >= Longest;
+        return opinion.look(has_changed) || has_changed || is_lively || now / 60 != drawn_at / 60 ||
+               std::abs(now - drawn_at) >= Longest;
     }
 
     /// False when the key ends it.
@@ -99,20 +98,16 @@ class Screen {
                 step_system(1);
                 break;
             case 'v':
-                view = View::Values;
-                top = 0;
+                show(View::Values);
                 break;
             case 'a':
-                view = View::Hourly;
-                top = 0;
+                show(View::Hourly);
                 break;
             case 'd':
-                view = View::Daily;
-                top = 0;
+                show(View::Daily);
                 break;
             case 'l':
-                view = View::Log;
-                top = 0;
+                show(View::Log);
                 break;
             case KEY_NPAGE:
             case ' ':
@@ -153,6 +148,11 @@ class Screen {
         if (meter == nullptr || meter->systems.empty()) return;
         place = std::clamp(place, 0, static_cast<int>(meter->systems.size()) - 1);
         system = &meter->systems[static_cast<std::size_t>(place)];
+    }
+
+    void show(View another) {
+        view = another;
+        top = 0;
     }
 
     void step_system(int step) {
@@ -315,10 +315,8 @@ class Screen {
 
     void draw_foot() const {
         // The last place of the screen stays free: writing there would scroll some terminals.
-        put_at(height - 1,
-               fitted("v values  a hourly  d daily  l log  ? help  q end",
-                      static_cast<std::size_t>(std::max(0, width - 1))),
-               A_REVERSE);
+        const auto columns = static_cast<std::size_t>(std::max(0, width - 1));
+        put_at(height - 1, fitted("v values  a hourly  d daily  l log  ? help  q end", columns), A_REVERSE);
     }
 
     WatchModel& model;
@@ -385,12 +383,12 @@ bool run_watch_screen(WatchModel& model, const Console& console, std::optional<s
     Screen screen(model, console);
     const std::int64_t begin = gateway().steady_microseconds();
     bool goes_on = true;
-    bool is_new = true;
+    bool is_due = screen.is_due(true);
     while (goes_on && g_ended == 0) {
-        if (screen.is_due() || is_new) screen.draw();
-        is_new = model.wait(STDIN_FILENO, 1000);
+        if (is_due) screen.draw();
+        is_due = screen.is_due(model.wait(STDIN_FILENO, 1000));
         model.take_news();
-        for (int key; goes_on && (key = ::getch()) != ERR; is_new = true) goes_on = screen.take(key);
+        for (int key; goes_on && (key = ::getch()) != ERR; is_due = true) goes_on = screen.take(key);
         if (is_terminal_gone()) goes_on = false;
         if (seconds && (gateway().steady_microseconds() - begin) / 1'000'000 >= *seconds) goes_on = false;
     }
