@@ -19,13 +19,20 @@ Changes::~Changes() {
 }
 
 bool Changes::look_after(const std::string& folder) {
-    constexpr std::uint32_t Kinds =
-        IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE_SELF | IN_ONLYDIR;
-    if (numbers.contains(folder)) return true;
-    const int number = ::inotify_add_watch(fd, (gateway().root() + folder).c_str(), Kinds);
+    return look_after(folder, false);
+}
+
+bool Changes::look_after_folders_in(const std::string& folder) {
+    return look_after(folder, true);
+}
+
+bool Changes::look_after(const std::string& folder, bool only_folders) {
+    constexpr std::uint32_t Names = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE_SELF | IN_ONLYDIR;
+    // Of a folder that is looked after already the system gives the number again; another one under its name is new.
+    const int number =
+        ::inotify_add_watch(fd, (gateway().root() + folder).c_str(), only_folders ? Names : Names | IN_MODIFY);
     if (number < 0) return false;
-    folders[number] = folder;
-    numbers[folder] = number;
+    folders[number] = {folder, only_folders};
     return true;
 }
 
@@ -45,16 +52,16 @@ std::vector<std::string> Changes::take() {
             std::memcpy(&event, events.data() + at, sizeof event);
             at += sizeof event + event.len;
             if ((event.mask & IN_Q_OVERFLOW) != 0) {
-                for (const auto& [number, folder] : folders) changed.insert(folder);
+                for (const auto& [number, watched] : folders) changed.insert(watched.folder);
                 continue;
             }
-            const auto folder = folders.find(event.wd);
-            if (folder == folders.end()) continue;
-            changed.insert(folder->second);
-            if ((event.mask & IN_IGNORED) != 0) {
-                numbers.erase(folder->second);
-                folders.erase(folder);
+            const auto watched = folders.find(event.wd);
+            if (watched == folders.end()) continue;
+            const bool is_gone = (event.mask & IN_IGNORED) != 0;
+            if (is_gone || (event.mask & IN_ISDIR) != 0 || !watched->second.only_folders) {
+                changed.insert(watched->second.folder);
             }
+            if (is_gone) folders.erase(watched);
         }
     }
     return {changed.begin(), changed.end()};

@@ -55,18 +55,20 @@ std::size_t next_prefix(std::string_view text) {
     return std::string_view::npos;
 }
 
-void add_line(std::vector<LogLine>& lines, std::string_view text) {
-    const std::size_t second = next_prefix(text);
-    LogLine line{.milliseconds = lines.empty() ? 0 : lines.back().milliseconds,
-                 .has_time = has_prefix(text),
-                 .whole = text.substr(0, second),
-                 .text = text.substr(0, second)};
-    if (line.has_time) {
-        line.milliseconds = milliseconds_of(text);
-        line.text.remove_prefix(Form.size());
+void add_lines(std::vector<LogLine>& lines, std::string_view text) {
+    for (std::size_t second = 0; second != std::string_view::npos;) {
+        text.remove_prefix(second);
+        second = next_prefix(text);
+        LogLine line{.milliseconds = lines.empty() ? 0 : lines.back().milliseconds,
+                     .has_time = has_prefix(text),
+                     .whole = text.substr(0, second),
+                     .text = text.substr(0, second)};
+        if (line.has_time) {
+            line.milliseconds = milliseconds_of(text);
+            line.text.remove_prefix(Form.size());
+        }
+        lines.push_back(line);
     }
-    lines.push_back(line);
-    if (second != std::string_view::npos) add_line(lines, text.substr(second));
 }
 
 }  // namespace
@@ -77,7 +79,7 @@ Log::Log(std::string_view text, std::int64_t written) : bytes(text.begin(), text
     while (!rest.empty()) {
         constexpr std::string_view Ends("\n\0", 2);
         const std::size_t end = std::min(rest.find_first_of(Ends), rest.size());
-        add_line(ordered, rest.substr(0, end));
+        add_lines(ordered, rest.substr(0, end));
         const bool hole = end < rest.size() && rest[end] == '\0';
         has_hole = has_hole || hole;
         if (hole && end == 0) ordered.pop_back();

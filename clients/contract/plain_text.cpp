@@ -32,6 +32,11 @@ Character first_of(std::string_view text) {
     return {length, code, true};
 }
 
+std::size_t width_of(const Character& character) {
+    const int width = ::wcwidth(static_cast<wchar_t>(character.code));
+    return width < 0 ? 1 : static_cast<std::size_t>(width);
+}
+
 bool acts(char32_t code) {
     return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0xAD || code == 0x61C ||
            (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
@@ -64,11 +69,22 @@ std::size_t columns_of(std::string_view text) {
     std::size_t columns = 0;
     while (!text.empty()) {
         const Character character = first_of(text);
-        const int width = ::wcwidth(static_cast<wchar_t>(character.code));
-        columns += width < 0 ? 1 : static_cast<std::size_t>(width);
+        columns += width_of(character);
         text.remove_prefix(character.length);
     }
     return columns;
+}
+
+std::string_view within_columns(std::string_view text, std::size_t most) {
+    std::size_t columns = 0;
+    std::size_t bytes = 0;
+    while (bytes < text.size()) {
+        const Character character = first_of(text.substr(bytes));
+        columns += width_of(character);
+        if (columns > most) break;
+        bytes += character.length;
+    }
+    return text.substr(0, bytes);
 }
 
 }  // namespace contract

@@ -16,4 +16,7 @@ std::string for_terminal(std::string_view text);
 /// How many columns of a terminal a text without control characters takes.
 std::size_t columns_of(std::string_view text);
 
+/// The beginning of such a text that takes no more than so many columns.
+std::string_view within_columns(std::string_view text, std::size_t most);
+
 }  // namespace contract

@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <string_view>
 
 #include <fmt/format.h>
+#include <langinfo.h>
 
 #include "contract/moments.h"
 #include "contract/plain_text.h"
@@ -53,6 +55,8 @@ std::int64_t moment_of(const std::string& text, const Console& console) {
 
 int run_program(int argc, const char* const* argv) {
     std::setlocale(LC_CTYPE, "");
+    // A gateway's shell often has no locale; what is printed is UTF-8 in any case.
+    if (std::string_view(::nl_langinfo(CODESET)) != "UTF-8") std::setlocale(LC_CTYPE, "C.UTF-8");
     Console console;
     console.terminal = ::isatty(STDOUT_FILENO) == 1;
     const char* const no_colour = std::getenv("NO_COLOR");

@@ -4,6 +4,7 @@
 
 #include "contract/moments.h"
 #include "contract/plain_text.h"
+#include "contract/site.h"
 #include "core/gateway.h"
 #include "ctl/commands.h"
 #include "ctl/watch_screen.h"
@@ -55,7 +56,9 @@ Command watch_command(CLI::App& app, Console& console) {
                     seconds = contract::parse_duration(words->time);
                     if (!seconds) throw Failure{"no time: \"" + words->time + "\" (such as 30s, 10m, 2h)", Usage};
                 }
-                for (const std::string& uuid : words->uuids) meter_system_of(uuid);
+                for (const std::string& uuid : words->uuids) {
+                    if (!contract::is_meter_name(uuid)) throw Failure{"no meter: \"" + uuid + '"', Usage};
+                }
                 WatchModel model(words->uuids);
                 const bool on_screen = console.terminal && ::isatty(STDIN_FILENO) == 1 && !words->plain;
                 if (!on_screen || !run_watch_screen(model, console, seconds)) print_changes(model, console, seconds);

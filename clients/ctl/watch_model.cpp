@@ -26,8 +26,11 @@ WatchModel::WatchModel(std::vector<std::string> uuids) : wanted(std::move(uuids)
 }
 
 void WatchModel::look_for_meters() {
-    changes.look_after("/tmp");
-    changes.look_after("/mnt/storage");
+    for (const std::string place : {"/tmp", "/mnt/storage"}) {
+        changes.look_after_folders_in(place);
+        // Any of them may become a meter's.
+        for (const std::string& name : contract::names_in(place)) changes.look_after_folders_in(place + '/' + name);
+    }
     for (const std::string& uuid : wanted.empty() ? contract::meters() : wanted) {
         WatchedMeter* watched = find(uuid);
         if (watched == nullptr) watched = &all.emplace_back();
@@ -45,24 +48,27 @@ WatchedMeter* WatchModel::find(const std::string& uuid) {
 void WatchModel::look_at_systems(WatchedMeter& watched) {
     const std::string& uuid = watched.meter.uuid;
     watched.meter = contract::look_at_meter(uuid, {});
-    changes.look_after("/tmp/" + uuid);
     for (int number = 1; number <= contract::Systems; ++number) {
+        const std::string storage = contract::storage_folder(uuid, number);
+        changes.look_after_folders_in("/tmp/" + uuid + '/' + std::to_string(number));
+        changes.look_after_folders_in(storage);
         changes.look_after(contract::items_folder(uuid, number));
-        changes.look_after(contract::storage_folder(uuid, number));
-        changes.look_after(contract::archive_folder(uuid, number));
+        // A driver that hands over whole passes is known by files that come later.
+        for (const char* const folder : {"/tc_archives", "/tc_tmp_archives"}) changes.look_after(storage + folder);
         const bool is_there = std::ranges::count(watched.meter.systems, number) != 0;
-        const auto known = std::ranges::find(watched.systems, number, &WatchedSystem::number);
-        if (!is_there || known != watched.systems.end()) continue;
-        WatchedSystem system;
-        system.number = number;
-        look_at_items(uuid, system);
-        look_at_records(uuid, system);
-        watched.systems.push_back(std::move(system));
+        auto system = std::ranges::find_if(watched.systems, [=](const auto& one) { return one.number >= number; });
+        if (system == watched.systems.end() || system->number != number) {
+            if (!is_there) continue;
+            system = watched.systems.emplace(system);
+            system->number = number;
+        }
+        look_at_items(uuid, *system);
+        look_at_records(uuid, *system);
     }
 }
 
 void WatchModel::look_at_items(const std::string& uuid, WatchedSystem& system) {
-    const WatchedMeter* const watched = find(uuid);
+    WatchedMeter* const watched = find(uuid);
     const contract::Family family = watched != nullptr ? watched->meter.family : contract::NoFamily;
     std::vector<WatchedItem> items;
     std::vector<contract::Item> plain;
@@ -78,6 +84,7 @@ void WatchModel::look_at_items(const std::string& uuid, WatchedSystem& system) {
         } else {
             now.changed_at = before->changed_at;
         }
+        if (watched != nullptr && item.name == "MeterModel" && !item.text.empty()) watched->meter.model = item.text;
         plain.push_back(item);
         items.push_back(std::move(now));
     }
@@ -95,6 +102,7 @@ void WatchModel::look_at_records(const std::string& uuid, WatchedSystem& system)
     };
     look(contract::ArchiveKind::Hourly, system.hourly);
     look(contract::ArchiveKind::Daily, system.daily);
+    ++system.looks;
 }
 
 void WatchModel::look_at_folder(const std::string& folder) {
@@ -102,20 +110,23 @@ void WatchModel::look_at_folder(const std::string& folder) {
         const std::string& uuid = watched.meter.uuid;
         for (WatchedSystem& system : watched.systems) {
             if (folder == contract::items_folder(uuid, system.number)) return look_at_items(uuid, system);
-            if (folder == contract::archive_folder(uuid, system.number)) return look_at_records(uuid, system);
+            if (folder.starts_with(contract::storage_folder(uuid, system.number) + '/')) {
+                return look_at_records(uuid, system);
+            }
         }
     }
     look_for_meters();
 }
 
-void WatchModel::wait(int other, int milliseconds) {
+bool WatchModel::wait(int other, int milliseconds) {
     std::vector<std::string> folders = changes.wait(other, milliseconds);
-    if (folders.empty()) return;
+    if (folders.empty()) return false;
     gateway().sleep_nanoseconds(MillisecondsOfABurst * 1'000'000);
     std::ranges::move(changes.wait(-1, 0), std::back_inserter(folders));
     std::ranges::sort(folders);
     folders.erase(std::unique(folders.begin(), folders.end()), folders.end());
     for (const std::string& folder : folders) look_at_folder(folder);
+    return true;
 }
 
 std::vector<News> WatchModel::take_news() {

@@ -23,6 +23,7 @@ struct WatchedSystem {
     std::optional<std::int64_t> value;   ///< the newest one's writing
     std::optional<std::int64_t> hourly;  ///< newest records
     std::optional<std::int64_t> daily;
+    unsigned looks = 0;  ///< at its records, so that it is known what is shown of them is still true
 };
 
 struct WatchedMeter {
@@ -47,8 +48,8 @@ class WatchModel {
     const std::vector<WatchedMeter>& meters() const { return all; }
     /// As given; empty: all.
     const std::vector<std::string>& asked_for() const { return wanted; }
-    /// Waits as contract::Changes does, and takes in what has changed.
-    void wait(int other, int milliseconds);
+    /// Waits as contract::Changes does, and takes in what has changed. False when nothing has.
+    bool wait(int other, int milliseconds);
     /// What has come since the last call.
     std::vector<News> take_news();
 

@@ -1,23 +1,20 @@
 #include "ctl/watch_screen.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include <fmt/format.h>
 
-#include "contract/archive_table.h"
-#include "contract/log_story.h"
 #include "contract/logs.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
-#include "contract/site.h"
 #include "core/gateway.h"
 #include "ctl/opinion.h"
+#include "ctl/watch_rows.h"
 
 // Behind all others, since they make macros of common words.
 #define NCURSES_NOMACROS
@@ -31,27 +28,14 @@ namespace ctl {
 namespace {
 
 constexpr std::int64_t MarkedMilliseconds = 5000;  // how long a new value stays marked
-constexpr int RecordsShown = 500;
-constexpr int EscapeDelay = 25;  // milliseconds that tell the key Esc from another one
+constexpr int EscapeDelay = 25;                    // milliseconds that tell the key Esc from another one
+constexpr int Escape = 27;
 
 volatile std::sig_atomic_t g_ended = 0;
 
 enum class View { Values, Hourly, Daily, Log };
 
-enum Colour : short { Good = 1, Bad = 2, Doubtful = 3, Title = 4 };
-
-/// A text cut or filled to so many columns of the screen.
-std::string fitted(const std::string& text, std::size_t width, bool right = false) {
-    std::string clean = contract::for_terminal(text);
-    while (contract::columns_of(clean) > width) {
-        do {
-            clean.pop_back();
-        } while (!clean.empty() && (static_cast<unsigned char>(clean.back()) & 0xC0) == 0x80);
-        if (!clean.empty() && (static_cast<unsigned char>(clean.back()) & 0xC0) == 0xC0) clean.pop_back();
-    }
-    const std::string blanks(width - contract::columns_of(clean), ' ');
-    return right ? blanks + clean : clean + blanks;
-}
+enum Colour : short { Good = 1, Bad = 2, Doubtful = 3 };
 
 class Screen {
   public:
@@ -61,7 +45,8 @@ class Screen {
         ::erase();
         getmaxyx(stdscr, height, width);
         row = 0;
-        opinion.look();
+        is_lively = false;
+        drawn_at = gateway().now();
         choose();
         draw_head();
         if (help) {
@@ -74,12 +59,22 @@ class Screen {
         ::refresh();
     }
 
+    /// Whether something is to be told that no file tells: an age, the end of a mark, what was found out.
+    bool is_due(bool has_changed) {
+        constexpr std::int64_t Longest = 10;
+        const std::int64_t now = gateway().now();
+        return opinion.look(has_changed) || has_changed || is_lively || now / 60 != drawn_at / 60 ||
+               std::abs(now - drawn_at) >= Longest;
+    }
+
     /// False when the key ends it.
     bool take(int key) {
         switch (key) {
             case 'q':
-            case 27:
                 if (!help) return false;
+                help = false;
+                break;
+            case Escape:  // also the beginning of keys that are not known here, so it ends nothing
                 help = false;
                 break;
             case '?':
@@ -103,20 +98,16 @@ class Screen {
                 step_system(1);
                 break;
             case 'v':
-                view = View::Values;
-                top = 0;
+                show(View::Values);
                 break;
             case 'a':
-                view = View::Hourly;
-                top = 0;
+                show(View::Hourly);
                 break;
             case 'd':
-                view = View::Daily;
-                top = 0;
+                show(View::Daily);
                 break;
             case 'l':
-                view = View::Log;
-                top = 0;
+                show(View::Log);
                 break;
             case KEY_NPAGE:
             case ' ':
@@ -138,11 +129,13 @@ class Screen {
 
   private:
     void put(const std::string& text, attr_t attributes = A_NORMAL) {
-        if (row >= height) return;
+        if (row < height - 1) put_at(row++, fitted(text, static_cast<std::size_t>(width)), attributes);
+    }
+
+    static void put_at(int line, const std::string& text, attr_t attributes) {
         ::attrset(static_cast<int>(attributes));
-        ::mvaddstr(row, 0, fitted(text, static_cast<std::size_t>(width)).c_str());
+        ::mvaddstr(line, 0, text.c_str());
         ::attrset(A_NORMAL);
-        ++row;
     }
 
     attr_t colour(Colour which) const { return console.colour && ::has_colors() ? COLOR_PAIR(which) : A_NORMAL; }
@@ -157,6 +150,11 @@ class Screen {
         system = &meter->systems[static_cast<std::size_t>(place)];
     }
 
+    void show(View another) {
+        view = another;
+        top = 0;
+    }
+
     void step_system(int step) {
         place = std::max(0, place + step);
         top = 0;
@@ -164,14 +162,19 @@ class Screen {
 
     void draw_head() {
         const auto& meters = model.meters();
-        const std::string left = fmt::format("heatmeterctl watch  {}", contract::plain_moment_text(gateway().now()));
+        const std::string left =
+            fmt::format("heatmeterctl watch  {}", contract::plain_moment_text(drawn_at).substr(0, 16));
         const std::string right = fmt::format("{} meter{}", meters.size(), meters.size() == 1 ? "" : "s");
         const auto all = static_cast<std::size_t>(width);
         put(fitted(left, all > right.size() ? all - right.size() - 1 : 0) + ' ' + right, A_REVERSE);
     }
 
-    static std::string age_of(const std::optional<std::int64_t>& moment) {
-        return moment ? contract::duration_text(gateway().now() - *moment) : "-";
+    std::string age_of(const std::optional<std::int64_t>& moment) {
+        constexpr std::int64_t ToldInSeconds = 120;
+        if (!moment) return "-";
+        const std::int64_t age = drawn_at - *moment;
+        is_lively = is_lively || std::abs(age) <= ToldInSeconds;
+        return contract::duration_text(age);
     }
     static std::string short_moment(const std::optional<std::int64_t>& moment) {
         return moment ? contract::plain_moment_text(*moment).substr(5, 11) : "-";
@@ -204,7 +207,20 @@ class Screen {
             const attr_t bold = i == chosen ? A_BOLD : A_NORMAL;
             put(text, verdict == nullptr ? bold : bold | colour(colour_of(verdict->level)));
         }
-        put(std::string(static_cast<std::size_t>(width), '-'));
+        draw_choice();
+    }
+
+    void draw_choice() {
+        constexpr const char* Views[] = {"values", "hourly records", "daily records", "log"};
+        std::string text = "--";
+        if (meter != nullptr) {
+            const std::string number = system != nullptr ? fmt::format("/{}", system->number) : "";
+            text += fmt::format(" {}{}: {} ", contract::for_terminal(meter->meter.uuid), number,
+                                Views[static_cast<int>(view)]);
+        }
+        const std::size_t columns = contract::columns_of(text);
+        put(text +
+            std::string(static_cast<std::size_t>(width) - std::min(columns, static_cast<std::size_t>(width)), '-'));
     }
 
     void draw_body() {
@@ -236,16 +252,31 @@ class Screen {
         }
     }
 
+    /// The rows of a file, as long as it has not changed; `state` tells.
+    template <typename Make>
+    void draw_rows(std::string state, Make make) {
+        if (state != rows_state) rows = make();
+        rows_state = std::move(state);
+        if (!rows.heading.empty()) put(rows.heading, A_BOLD);
+        top = std::clamp(top, 0, std::max(0, static_cast<int>(rows.rows.size()) - body_rows));
+        for (auto i = static_cast<std::size_t>(top); i < rows.rows.size() && row < height - 1; ++i) put(rows.rows[i]);
+    }
+
     void draw_log() {
-        const contract::Log log = contract::read_log(contract::log_path(meter->meter.uuid));
-        contract::LogStory story;
-        std::vector<contract::StoryLine> told;
-        for (const contract::LogLine& line : log.lines()) story.take(line, told);
-        story.finish(told);
-        if (told.empty()) put("there is no log of it");
-        std::ranges::reverse(told);
-        top = std::clamp(top, 0, std::max(0, static_cast<int>(told.size()) - body_rows));
-        for (std::size_t i = static_cast<std::size_t>(top); i < told.size() && row < height - 1; ++i) put(told[i].text);
+        const std::string path = contract::log_path(meter->meter.uuid);
+        struct stat status {};
+        gateway().look_at(path, status);
+        // What is being written may change without a change of its time.
+        const std::int64_t age = gateway().now() - status.st_mtime;
+        const std::int64_t fresh = age < 2 ? gateway().steady_microseconds() : 0;
+        draw_rows(
+            fmt::format("{} {} {}.{} {}", path, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec, fresh),
+            [&] { return log_rows(path); });
+        is_lively = true;  // nobody tells when a log goes on
+    }
+
+    static bool is_marked(const WatchedItem& item, std::int64_t steady) {
+        return item.changed_at != 0 && steady - item.changed_at < MarkedMilliseconds;
     }
 
     void draw_values() {
@@ -255,45 +286,21 @@ class Screen {
         const int count = static_cast<int>(system->items.size());
         top = std::clamp(top, 0, std::max(0, count - body_rows));
         const std::int64_t steady = gateway().steady_microseconds() / 1000;
+        for (const WatchedItem& one : system->items) is_lively = is_lively || is_marked(one, steady);
         for (int i = top; i < count && row < height - 1; ++i) {
             const WatchedItem& one = system->items[static_cast<std::size_t>(i)];
             const contract::ItemEntry* const entry = one.item.entry;
-            const bool marked = one.changed_at != 0 && steady - one.changed_at < MarkedMilliseconds;
             put(fmt::format("{} {} {}  {}  {}", fitted(one.item.name, 14), fitted(one.item.text, 16, true),
                             fitted(entry != nullptr ? std::string(entry->unit) : "", 8, true),
                             fitted(age_of(one.item.time), 9, true), entry != nullptr ? entry->title : ""),
-                marked ? A_BOLD | colour(Good) : A_NORMAL);
+                is_marked(one, steady) ? A_BOLD | colour(Good) : A_NORMAL);
         }
     }
 
-    /// The newest records on top.
     void draw_records(contract::ArchiveKind kind) {
-        constexpr std::size_t Cell = 15;
-        contract::ArchiveQuestion question;
-        const auto newest_time = kind == contract::ArchiveKind::Hourly ? system->hourly : system->daily;
-        const std::int64_t period = kind == contract::ArchiveKind::Hourly ? 3600 : 86400;
-        if (newest_time) question.span.from = *newest_time - RecordsShown * period;
-        question.by_record = true;
-        contract::ArchiveTable table(contract::archive_folder(meter->meter.uuid, system->number), kind, question);
-        std::vector<std::string> rows;
-        const std::size_t room = static_cast<std::size_t>(std::max(0, width - 20)) / Cell;
-        std::string head = fitted("end of record", 20);
-        for (std::size_t i = 0; i < std::min(room, table.names().size()); ++i)
-            head += fitted(table.names()[i], Cell, true);
-        while (table.next()) {
-            std::string text = fitted(contract::plain_moment_text(table.time()), 20);
-            for (std::size_t i = 0; i < std::min(room, table.cells().size()); ++i) {
-                const contract::ArchiveCell& cell = table.cells()[i];
-                text +=
-                    fitted(cell.there ? std::string(cell.value) + (cell.quality == 192 ? "" : "!") : "", Cell, true);
-            }
-            rows.push_back(std::move(text));
-        }
-        put(head, A_BOLD);
-        if (rows.empty()) put(fmt::format("no {} records yet", text_of(kind)));
-        std::ranges::reverse(rows);
-        top = std::clamp(top, 0, std::max(0, static_cast<int>(rows.size()) - body_rows));
-        for (std::size_t i = static_cast<std::size_t>(top); i < rows.size() && row < height - 1; ++i) put(rows[i]);
+        const std::string& uuid = meter->meter.uuid;
+        draw_rows(fmt::format("{}/{} {} {} {}", uuid, system->number, text_of(kind), system->looks, width),
+                  [&] { return record_rows(uuid, *system, kind, width); });
     }
 
     void draw_help() {
@@ -306,17 +313,10 @@ class Screen {
         }
     }
 
-    void draw_foot() {
-        row = height - 1;
-        const char* const views[] = {"values", "hourly records", "daily records", "log"};
-        std::string text = "v values  a hourly  d daily  l log  ? help  q end";
-        if (meter != nullptr) {
-            const std::string number = system != nullptr ? fmt::format("/{}", system->number) : "";
-            text = fmt::format("{}{}: {}   {}", contract::for_terminal(meter->meter.uuid), number,
-                               views[static_cast<int>(view)], text);
-        }
+    void draw_foot() const {
         // The last place of the screen stays free: writing there would scroll some terminals.
-        put(fitted(text, static_cast<std::size_t>(std::max(0, width - 1))), A_REVERSE);
+        const auto columns = static_cast<std::size_t>(std::max(0, width - 1));
+        put_at(height - 1, fitted("v values  a hourly  d daily  l log  ? help  q end", columns), A_REVERSE);
     }
 
     WatchModel& model;
@@ -331,11 +331,15 @@ class Screen {
     int top = 0;     // first row of the body that is shown
     bool help = false;
     View view = View::Values;
+    std::int64_t drawn_at = 0;
+    bool is_lively = false;  // something on the screen changes by the second
+    Rows rows;               // of the body, as long as files are as they were
+    std::string rows_state;
     const WatchedMeter* meter = nullptr;
     const WatchedSystem* system = nullptr;
 };
 
-bool begin_screen() {
+bool begin_screen(bool colour) {
     int error = 0;
     // Without a cursor that can be moved there is no screen.
     if (::setupterm(nullptr, STDOUT_FILENO, &error) == ERR || ::tigetstr("cup") == nullptr) return false;
@@ -347,7 +351,7 @@ bool begin_screen() {
     ::keypad(stdscr, TRUE);
     ::curs_set(0);
     ::timeout(0);
-    if (::has_colors()) {
+    if (colour && ::has_colors()) {
         ::start_color();
         ::use_default_colors();
         ::init_pair(Good, COLOR_GREEN, -1);
@@ -355,6 +359,12 @@ bool begin_screen() {
         ::init_pair(Doubtful, COLOR_YELLOW, -1);
     }
     return true;
+}
+
+/// Then it would be readable for ever.
+bool is_terminal_gone() {
+    pollfd terminal{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+    return ::poll(&terminal, 1, 0) > 0 && (terminal.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
 void catch_ends() {
@@ -366,16 +376,18 @@ void catch_ends() {
 }  // namespace
 
 bool run_watch_screen(WatchModel& model, const Console& console, std::optional<std::int64_t> seconds) {
-    if (!begin_screen()) return false;
+    if (!begin_screen(console.colour)) return false;
     catch_ends();
     Screen screen(model, console);
     const std::int64_t begin = gateway().steady_microseconds();
     bool goes_on = true;
+    bool is_due = screen.is_due(true);
     while (goes_on && g_ended == 0) {
+        if (is_due) screen.draw();
+        is_due = screen.is_due(model.wait(STDIN_FILENO, 1000));
         model.take_news();
-        screen.draw();
-        model.wait(STDIN_FILENO, 1000);  // ages grow by the second
-        for (int key; goes_on && (key = ::getch()) != ERR;) goes_on = screen.take(key);
+        for (int key; goes_on && (key = ::getch()) != ERR; is_due = true) goes_on = screen.take(key);
+        if (is_terminal_gone()) goes_on = false;
         if (seconds && (gateway().steady_microseconds() - begin) / 1'000'000 >= *seconds) goes_on = false;
     }
     ::endwin();
