@@ -14,16 +14,17 @@ namespace {
 constexpr std::int64_t Hour = 3600;
 constexpr std::int64_t Day = 86400;
 
-/// Hours and days, numbered. A day is one of the gateway's calendar.
+/// Hours and days, numbered.
 class Calendar {
   public:
     /// Records come at the minute of the hour, or the time of the day, at which this one came.
-    Calendar(ArchiveKind kind_of_records, std::int64_t record) : kind(kind_of_records), first(record) {}
+    Calendar(Period period_of_records, std::int64_t record)
+        : period(period_of_records), length(period == Period::Hour ? Hour : Day), first(record) {}
 
     std::int64_t number(std::int64_t time) const {
-        if (kind != ArchiveKind::Daily) {
-            const std::int64_t since = time - first % Hour;
-            return (since - ((since % Hour) + Hour) % Hour) / Hour;
+        if (period != Period::CalendarDay) {
+            const std::int64_t since = time - first % length;
+            return (since - ((since % length) + length) % length) / length;
         }
         std::tm day = local_time(static_cast<std::time_t>(time));
         day.tm_hour = day.tm_min = day.tm_sec = 0;
@@ -31,7 +32,7 @@ class Calendar {
     }
 
     std::int64_t time(std::int64_t number) const {
-        if (kind != ArchiveKind::Daily) return number * Hour + first % Hour;
+        if (period != Period::CalendarDay) return number * length + first % length;
         std::tm day = local_time(static_cast<std::time_t>(first));
         day.tm_mday += static_cast<int>(number - this->number(first));
         day.tm_isdst = -1;
@@ -45,7 +46,8 @@ class Calendar {
     }
 
   private:
-    ArchiveKind kind;
+    Period period;
+    std::int64_t length;
     std::int64_t first;
 };
 
@@ -99,6 +101,7 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
             return entry != nullptr && entry->dating == Dating::End;
         });
     }
+    const Period period = period_of(folder, kind);
     ArchiveTable table(folder, kind, wanted);
     std::vector<std::int64_t> numbers;  // of the records that are there
     std::optional<Calendar> calendar;
@@ -106,7 +109,7 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
     std::int64_t last = 0;
     while (table.next()) {
         if (!calendar) {
-            calendar.emplace(kind, table.time());
+            calendar.emplace(period, table.time());
             first = table.time();
         }
         last = table.time();
@@ -120,10 +123,10 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
     }
     gaps.unreadable = table.unreadable();
     gaps.has_changed = table.has_changed();
-    if (!calendar) calendar.emplace(kind, std::max<std::int64_t>(0, question.span.from));
+    if (!calendar) calendar.emplace(period, std::max<std::int64_t>(0, question.span.from));
     const TimeSpan all;
     gaps.from = question.span.from != all.from ? question.span.from : first;
-    gaps.to = question.span.to != all.to ? question.span.to : end_of_period(last, kind);
+    gaps.to = question.span.to != all.to ? question.span.to : end_of_period(last, period);
     const bool is_empty = numbers.empty() && (question.span.from == all.from || question.span.to == all.to);
     if (is_empty) return gaps;
 

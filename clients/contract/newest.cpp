@@ -25,11 +25,12 @@ std::optional<std::int64_t> newest_of(const std::string& path) {
 
 std::optional<std::int64_t> newest_record(const std::string& uuid, int system, ArchiveKind kind) {
     const std::string folder = archive_folder(uuid, system);
+    const Period period = period_of(folder, kind);
     std::optional<std::int64_t> newest;
     for (const std::string& name : archive_names(folder, kind)) {
         auto time = newest_of(folder + '/' + name);
         if (time && kind != ArchiveKind::Events && find_archive(name)->dating == Dating::Beginning) {
-            time = end_of_period(*time, kind);
+            time = end_of_period(*time, period);
         }
         newest = std::max(newest, time);
     }
