@@ -9,6 +9,7 @@
 
 #include "contract/archive_table.h"
 #include "contract/gaps.h"
+#include "contract/newest.h"
 #include "core/local_time.h"
 #include "support/scene.h"
 
@@ -115,6 +116,16 @@ TEST_F(ArchiveFiles, AClockThatWasAheadForMonthsIsFoundFromTheEnd) {
     for (int i = 6000; i < 12000; ++i) text += line_of(Begin + i * Hour, i);
     scene.write(Path, text);
     EXPECT_EQ(read({.from = Begin + 105999 * Hour}), std::to_string(Begin + 105999 * Hour) + " 5999.000000\n");
+}
+
+TEST_F(ArchiveFiles, ALongRunOfZerosHidesNothingInFrontOfIt) {
+    std::string text;
+    for (int i = 0; i < 2000; ++i) text += line_of(Begin + i * Hour, i);
+    scene.write(Path, text + std::string(300'000, '\0') + '\n' + line_of(Begin + 2000 * Hour, 2000) +
+                          std::string(200'000, '\0'));
+    const std::string found = read({.from = Begin + 1999 * Hour});
+    EXPECT_EQ(std::ranges::count(found, '\n'), 2);
+    EXPECT_EQ(contract::newest_record("m1", 1, contract::ArchiveKind::Hourly), Begin + 2000 * Hour);
 }
 
 TEST_F(ArchiveFiles, AFileThatIsEmptiedMeanwhileIsToldToHaveChanged) {
