@@ -90,6 +90,10 @@ bool ArchiveTable::next() {
     return true;
 }
 
+bool ArchiveTable::is_open() const {
+    return std::ranges::any_of(columns, [](const Column& column) { return column.reader->is_open(); });
+}
+
 std::size_t ArchiveTable::unreadable() const {
     std::size_t count = 0;
     for (const Column& column : columns) count += column.reader->unreadable();

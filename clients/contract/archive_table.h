@@ -42,6 +42,8 @@ class ArchiveTable {
     /// By the place of the name.
     const std::vector<ArchiveCell>& cells() const { return row; }
 
+    /// One of the files at least could be opened.
+    bool is_open() const;
     /// As of ArchiveReader, of all files together.
     std::size_t unreadable() const;
     bool has_changed() const;

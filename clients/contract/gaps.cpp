@@ -125,13 +125,16 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
     gaps.has_changed = table.has_changed();
     if (!calendar) calendar.emplace(period, std::max<std::int64_t>(0, question.span.from));
     const TimeSpan all;
-    gaps.from = question.span.from != all.from ? question.span.from : first;
-    gaps.to = question.span.to != all.to ? question.span.to : end_of_period(last, period);
-    const bool is_empty = numbers.empty() && (question.span.from == all.from || question.span.to == all.to);
-    if (is_empty) return gaps;
+    if (!numbers.empty()) {
+        gaps.from = first;
+        gaps.to = end_of_period(last, period);
+    }
+    if (question.span.from != all.from) gaps.from = question.span.from;
+    if (question.span.to != all.to) gaps.to = question.span.to;
+    if (!gaps.from || !gaps.to) return gaps;
 
-    const std::int64_t begin = calendar->number_from(gaps.from);
-    const std::int64_t end = calendar->number_from(gaps.to);
+    const std::int64_t begin = calendar->number_from(*gaps.from);
+    const std::int64_t end = calendar->number_from(*gaps.to);
     gaps.expected = static_cast<std::size_t>(std::max<std::int64_t>(0, end - begin));
     numbers.push_back(end);
     std::int64_t next = begin;
