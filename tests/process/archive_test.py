@@ -289,6 +289,18 @@ class Archive(unittest.TestCase):
             self.skipTest("no python3-jsonschema")
         self.assertEqual(done.returncode, 0, f"{text}: {done.stderr[-500:]}")
 
+    def test_times_are_told_with_their_offset(self):
+        made = Made(0, hours=10)
+        made.write()
+        zone = "CET-1CEST,M3.5.0,M10.5.0/3"
+        newest = made.begin + 10 * HOUR
+        for words, status in ((["list"], 0), (["status"], 3)):
+            self.assertIn(moment(newest, zone), ctl(made.root, *words, status=status, zone=zone).decode())
+            self.assertIn(f" {newest}", ctl(made.root, *words, "--epoch", status=status, zone=zone).decode())
+        told, = json.loads(ctl(made.root, "list", "--json"))["meters"]
+        self.assertEqual(told, {"uuid": "m1", "family": None, "model": None, "serial": None, "systems": [1],
+                                "value": None, "hourly": newest, "daily": None})
+
     def test_a_chart_is_there_when_it_is_whole(self):
         made = Made(5, hours=30)
         made.write()
