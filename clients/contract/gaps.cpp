@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <set>
 
 #include "contract/site.h"
 #include "core/local_time.h"
@@ -34,9 +35,11 @@ class Calendar {
     std::int64_t time(std::int64_t number) const {
         if (period != Period::CalendarDay) return number * length + first % length;
         std::tm day = local_time(static_cast<std::time_t>(first));
-        day.tm_mday += static_cast<int>(number - this->number(first));
+        const std::int64_t days = number - this->number(first);
+        day.tm_mday += static_cast<int>(days);
         day.tm_isdst = -1;
-        return make_time(day);
+        const std::int64_t moment = make_time(day);
+        return (moment > first) == (days > 0) ? moment : first + days * Day;  // that the clock cannot hold
     }
 
     /// The first record that comes at this time or later.
@@ -71,11 +74,10 @@ std::vector<Gaps::Contradiction> contradictions_in(const std::string& path, cons
     const auto same_time = [](const Place& one, const Place& other) { return one.time == other.time; };
     for (auto at = std::ranges::adjacent_find(places, same_time); at != places.end();) {
         Gaps::Contradiction contradiction{.time = at->time, .name = name, .values = {}};
+        std::set<std::string, std::less<>> known;
         for (; at != places.end() && at->time == contradiction.time; ++at) {
             lines.go_to(at->offset);
-            if (lines.next(line) && std::ranges::count(contradiction.values, line.value) == 0) {
-                contradiction.values.emplace_back(line.value);
-            }
+            if (lines.next(line) && known.emplace(line.value).second) contradiction.values.emplace_back(line.value);
         }
         if (contradiction.values.size() > 1) found.push_back(std::move(contradiction));
         at = std::adjacent_find(at, places.end(), same_time);

@@ -289,6 +289,21 @@ class Archive(unittest.TestCase):
             self.skipTest("no python3-jsonschema")
         self.assertEqual(done.returncode, 0, f"{text}: {done.stderr[-500:]}")
 
+    def test_a_second_of_many_lines_and_the_end_of_time_take_no_longer(self):
+        made = Made(6, hours=3)
+        for name in ("A1", "_A57"):
+            with open(f"{made.folder}/{name}", "w") as file:
+                file.writelines(f"{made.begin},192,{i}.000000\n" for i in range(200_000))
+        for name in ("A29", "A45"):
+            with open(f"{made.folder}/{name}", "w") as file:
+                file.writelines(f"{when},192,1.000000\n" for when in (0, 2**31 - 1))
+        self.assertEqual(len(json.loads(ctl(made.root, "events", "m1", "--json"))["events"]), 200_000)
+        told = json.loads(ctl(made.root, "gaps", "m1", "--json", status=1))
+        self.assertEqual([len(twice["values"]) for twice in told["contradictions"]], [200_000])
+        told = json.loads(ctl(made.root, "gaps", "m1", "--daily", "--from", "2030-01-01 12:00", "--to", "2099-01-01",
+                              "--names", "A29", "--json", status=1))
+        self.assertTrue(all(hole["from"] < hole["to"] for hole in told["holes"]), told)
+
     def test_times_are_told_with_their_offset(self):
         made = Made(0, hours=10)
         made.write()
