@@ -304,6 +304,15 @@ class Archive(unittest.TestCase):
                               "--names", "A29", "--json", status=1))
         self.assertTrue(all(hole["from"] < hole["to"] for hole in told["holes"]), told)
 
+    def test_a_misleading_line_of_a_log_is_explained_unless_it_is_wanted_plain(self):
+        made = Made(0, hours=1)
+        os.makedirs(f"{made.root}/tmp")
+        line = "02/03/24 10:00:00.000 : Current header timestamp is exists"
+        with open(f"{made.root}/tmp/uni_logs.m1.txt", "w") as file:
+            file.write(line + "\n")
+        self.assertEqual(ctl(made.root, "log", "m1").decode(), f"{line}\n    ^ no new hour yet\n")
+        self.assertEqual(ctl(made.root, "log", "m1", "--plain").decode(), line + "\n")
+
     def test_times_are_told_with_their_offset(self):
         made = Made(0, hours=10)
         made.write()
