@@ -68,7 +68,6 @@ class Printer {
         if (console.json) {
             Json::StreamWriterBuilder form;
             form["indentation"] = "";
-            form["emitUTF8"] = true;
             out << (first ? "\n" : ",\n") << Json::writeString(form, json_of(frame));
         } else {
             print_text(frame);

@@ -77,8 +77,9 @@ std::string output_words(const std::string& output) {
     throw Failure{"a chart goes to a file that ends in .svg or .png", Usage};
 }
 
-/// Runs gnuplot over a script.
+/// Runs gnuplot over a script. A file is there when its chart is whole; until then an older one stays.
 void draw(const std::string& script, const std::string& output) {
+    const std::string unfinished = output + ".part";
     std::FILE* const words = std::tmpfile();
     if (words == nullptr || std::fwrite(script.data(), 1, script.size(), words) != script.size() ||
         std::fflush(words) != 0) {
@@ -89,19 +90,26 @@ void draw(const std::string& script, const std::string& output) {
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, ::fileno(words), STDIN_FILENO);
     if (!output.empty()) {
-        const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        if (file < 0) throw Failure{output + ": " + std::strerror(errno)};
+        const int file = ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (file < 0) throw Failure{unfinished + ": " + std::strerror(errno)};
         ::posix_spawn_file_actions_adddup2(&actions, file, STDOUT_FILENO);
     }
     char program[] = "gnuplot";
     char* const arguments[] = {program, nullptr};
     pid_t pid = 0;
+    const auto fail = [&](const char* text) {
+        if (!output.empty()) ::unlink(unfinished.c_str());
+        throw Failure{text};
+    };
     if (::posix_spawnp(&pid, program, &actions, nullptr, arguments, environ) != 0) {
-        throw Failure{"charts need gnuplot: apt-get install gnuplot-nox"};
+        fail("charts need gnuplot: apt-get install gnuplot-nox");
     }
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw Failure{"gnuplot could not draw it"};
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) fail("gnuplot could not draw it");
+    if (!output.empty() && std::rename(unfinished.c_str(), output.c_str()) != 0) {
+        throw Failure{output + ": " + std::strerror(errno)};
+    }
 }
 
 int run_plot(const Words& words, const Console& console) {

@@ -82,6 +82,11 @@ int run_program(int argc, const char* const* argv) {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
         return app.exit(success);
+    } catch (const CLI::RequiredError& error) {
+        // Of a word that is no command the parser says that there is none.
+        const bool is_unknown = app.get_subcommands().empty() && !app.remaining().empty();
+        const std::string text = is_unknown ? "no command \"" + app.remaining().front() + '"' : error.what();
+        return complain(text + ". Try --help", Usage);
     } catch (const CLI::ParseError& error) {
         // To monitoring the status 2 is a meter's trouble, so a wrong question is answered by 3, "unknown".
         constexpr int Unknown = 3;

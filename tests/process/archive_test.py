@@ -7,6 +7,7 @@ import json
 import os
 import random
 import re
+import shutil
 import sqlite3
 import subprocess
 import sys
@@ -14,6 +15,14 @@ import tempfile
 import time
 import unittest
 
+VALIDATE = """
+import json, sys
+try:
+    import jsonschema
+except ImportError:
+    sys.exit(77)
+jsonschema.validate(json.load(sys.stdin), json.load(open(sys.argv[1])))
+"""
 LINE = re.compile(rb"(-?\d+),(\d+),(-?(?:\d+\.\d{6}|inf|nan))")
 HOUR = 3600
 OPTIONS = None
@@ -245,13 +254,105 @@ class Archive(unittest.TestCase):
         self.assertEqual(len(told["list",].splitlines()), 3)
         self.assertEqual(len(json.loads(told["values", "m1", "--json"])["values"]), 3)
 
+    def test_json_keeps_to_its_schema(self):
+        made = Made(6, hours=50)
+        made.write(lacking={("A20", 7)}, torn=1)
+        items = f"{made.root}/tmp/m1/1/tc_items"
+        os.makedirs(items)
+        for name, text in (("EG", "18446744073709551615\n"), ("SerialNumber", "00012345\n"), ("T1", "12.500000\n"),
+                           ("T2", ""), ("odd", "0x10\n"), ("\x9b31m", "nan\n")):
+            with open(f"{items}/{name}", "w") as file:
+                file.write(text)
+        for name, text in (("_A57", f"{made.begin},192,87.000000\n{made.begin},192,85.000000\n{made.begin},0,85.000000\n"),
+                           ("A2", f"{made.begin},192,007.500000\n{made.begin + HOUR},0,-inf\n"), ("A29", "")):
+            with open(f"{made.folder}/{name}", "w") as file:
+                file.write(text)
+        told = {}
+        for words, status in ((["list"], 0), (["values", "m1"], 0), (["archive", "m1"], 0),
+                              (["archive", "m1", "--events"], 0), (["events", "m1"], 0), (["gaps", "m1"], 1),
+                              (["gaps", "m1", "--daily"], 0), (["export", "--sqlite", f"{made.root}/all.db"], 0)):
+            text = ctl(made.root, *words, "--json", status=status)
+            text.decode("ascii")
+            self.assert_schema(words[0], text)
+            told[" ".join(words[:3])] = json.loads(text)
+        self.assertEqual({item["name"]: item["value"] for item in told["values m1"]["values"]},
+                         {"EG": 18446744073709551615, "SerialNumber": "00012345", "T1": 12.5, "T2": None,
+                          "odd": "0x10", "\x9b31m": "nan"})
+        self.assertEqual([row[2] for row in told["archive m1"]["rows"][:2]], [7.5, None])
+        self.assertEqual((told["gaps m1 --daily"]["from"], told["gaps m1 --daily"]["to"]), (None, None))
+
+    def assert_schema(self, command, text):
+        """By the system's own interpreter, for which the package python3-jsonschema is."""
+        schema = f"{os.path.dirname(os.path.abspath(__file__))}/../../docs/schemas/{command}.schema.json"
+        done = subprocess.run(["/usr/bin/python3", "-c", VALIDATE, schema], input=text, capture_output=True, timeout=20)
+        if done.returncode == 77:
+            self.skipTest("no python3-jsonschema")
+        self.assertEqual(done.returncode, 0, f"{text}: {done.stderr[-500:]}")
+
+    def test_a_second_of_many_lines_and_the_end_of_time_take_no_longer(self):
+        made = Made(6, hours=3)
+        for name in ("A1", "_A57"):
+            with open(f"{made.folder}/{name}", "w") as file:
+                file.writelines(f"{made.begin},192,{i}.000000\n" for i in range(200_000))
+        for name in ("A29", "A45"):
+            with open(f"{made.folder}/{name}", "w") as file:
+                file.writelines(f"{when},192,1.000000\n" for when in (0, 2**31 - 1))
+        self.assertEqual(len(json.loads(ctl(made.root, "events", "m1", "--json"))["events"]), 200_000)
+        told = json.loads(ctl(made.root, "gaps", "m1", "--json", status=1))
+        self.assertEqual([len(twice["values"]) for twice in told["contradictions"]], [200_000])
+        told = json.loads(ctl(made.root, "gaps", "m1", "--daily", "--from", "2030-01-01 12:00", "--to", "2099-01-01",
+                              "--names", "A29", "--json", status=1))
+        self.assertTrue(all(hole["from"] < hole["to"] for hole in told["holes"]), told)
+
+    def test_a_misleading_line_of_a_log_is_explained_unless_it_is_wanted_plain(self):
+        made = Made(0, hours=1)
+        os.makedirs(f"{made.root}/tmp")
+        line = "02/03/24 10:00:00.000 : Current header timestamp is exists"
+        with open(f"{made.root}/tmp/uni_logs.m1.txt", "w") as file:
+            file.write(line + "\n")
+        self.assertEqual(ctl(made.root, "log", "m1").decode(), f"{line}\n    ^ no new hour yet\n")
+        self.assertEqual(ctl(made.root, "log", "m1", "--plain").decode(), line + "\n")
+
+    def test_times_are_told_with_their_offset(self):
+        made = Made(0, hours=10)
+        made.write()
+        zone = "CET-1CEST,M3.5.0,M10.5.0/3"
+        newest = made.begin + 10 * HOUR
+        for words, status in ((["list"], 0), (["status"], 3)):
+            self.assertIn(moment(newest, zone), ctl(made.root, *words, status=status, zone=zone).decode())
+            self.assertIn(f" {newest}", ctl(made.root, *words, "--epoch", status=status, zone=zone).decode())
+        told, = json.loads(ctl(made.root, "list", "--json"))["meters"]
+        self.assertEqual(told, {"uuid": "m1", "family": None, "model": None, "serial": None, "systems": [1],
+                                "value": None, "hourly": newest, "daily": None})
+
+    def test_a_chart_is_there_when_it_is_whole(self):
+        made = Made(5, hours=30)
+        made.write()
+        chart = f"{made.root}/chart.svg"
+        with open(chart, "w") as file:
+            file.write("an older one")
+        words = [f"{OPTIONS.build}/heatmeterctl", "--root", made.root, "plot", "m1", "A1", "--output", chart]
+        done = subprocess.run(words, env={**os.environ, "PATH": "/nowhere"}, capture_output=True, text=True, timeout=60)
+        self.assertEqual((done.returncode, done.stderr.count("\n")), (1, 1))
+        self.assertIn("apt-get install gnuplot", done.stderr)
+        with open(chart) as file:
+            self.assertEqual(file.read(), "an older one")
+        if shutil.which("gnuplot"):
+            ctl(made.root, *words[3:])
+            with open(chart) as file:
+                self.assertIn("<svg", file.read())
+        self.assertEqual([name for name in os.listdir(made.root) if name.startswith("chart")], ["chart.svg"])
+
     def test_wrong_words_and_missing_files_are_told(self):
         made = Made(5, hours=3)
         made.write()
         for words in (["archive"], ["archive", "../m1"], ["archive", "m1/7"], ["archive", "m1", "--from", "soon"],
                       ["nothing"], ["archive", "m1", "--names", "../A1"], []):
             ctl(made.root, *words, status=2)
-        for words in (["archive", "m2"], ["gaps", "m1", "--daily"], ["values", "m1"], ["events", "m1"]):
+        for words in (["archive", "m2"], ["gaps", "m1", "--daily"], ["values", "m1"], ["events", "m1"],
+                      ["archive", "m2", "--names", "A1"], ["archive", "m1", "--names", "A5,X"],
+                      ["gaps", "m1", "--names", "A5"], ["plot", "m1", "A5"],
+                      ["export", "--sqlite", f"{made.root}/all.db", "m1", "m2"]):
             ctl(made.root, *words, status=1)
 
 
