@@ -60,7 +60,8 @@ std::string driver_state(const std::string& uuid) {
     std::string text = read_text("/tmp/driver." + uuid + ".state", 1024);
     text.resize(std::min(text.find('\n'), text.size()));
     const std::size_t behind = text.find("]  ");
-    return behind == std::string::npos ? "" : text.substr(behind + 3);
+    if (behind == std::string::npos) return "";
+    return text.substr(behind + 3, text.find_last_not_of(' ') - behind - 2);
 }
 
 std::string status_text(const std::string& driver_status) {

@@ -69,6 +69,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         print_json(whole);
     } else {
         std::vector<std::vector<std::string>> rows;
+        rows.reserve(items.size());
         for (const contract::Item& item : items) {
             rows.push_back(
                 {item.name, item.text, item.entry != nullptr ? std::string(item.entry->unit) : "",
