@@ -14,6 +14,8 @@ import tempfile
 import time
 import unittest
 
+import schemas
+
 LINE = re.compile(rb"(-?\d+),(\d+),(-?(?:\d+\.\d{6}|inf|nan))")
 HOUR = 3600
 OPTIONS = None
@@ -22,7 +24,7 @@ OPTIONS = None
 def ctl(root, *words, status=0, zone="UTC0"):
     done = subprocess.run([f"{OPTIONS.build}/heatmeterctl", "--root", root, *words], capture_output=True,
                           env={**os.environ, "TZ": zone}, timeout=120)
-    assert done.returncode == status, (words, done.returncode, done.stderr)
+    assert status in (None, done.returncode), (words, done.returncode, done.stderr)
     return done.stdout
 
 
@@ -107,7 +109,7 @@ class Made:
                 file.writelines(lines)
 
 
-class Archive(unittest.TestCase):
+class Archive(schemas.Schemas, unittest.TestCase):
     def assert_same(self, root, folder, meter):
         for kind in ("hourly", "daily", "events"):
             if not names_of(folder, kind):
@@ -120,6 +122,16 @@ class Archive(unittest.TestCase):
                 told = ctl(root, "archive", meter, f"--{kind}", "--format", "csv", "--from", f"@{first}", "--to",
                            f"@{first + 200 * HOUR}").decode().splitlines()
                 self.assertEqual(told, csv_of(folder, kind, first, first + 200 * HOUR))
+
+    def assert_schemas(self, root, folder, meter):
+        for kind in ("hourly", "daily", "events"):
+            if names_of(folder, kind):
+                self.assert_schema("archive", ctl(root, "archive", meter, f"--{kind}", "--json").decode())
+            if names_of(folder, kind) and kind != "events":
+                self.assert_schema("gaps", ctl(root, "gaps", meter, f"--{kind}", "--json", status=None).decode())
+        if names_of(folder, "events"):
+            self.assert_schema("events", ctl(root, "events", meter, "--json").decode())
+        self.assert_schema("list", ctl(root, "list", "--json").decode())
 
     def test_a_time_of_faults_is_told_line_by_line(self):
         for family in ("KM5", "VIST", "VISTmodbus", "SA94"):
@@ -134,6 +146,8 @@ class Archive(unittest.TestCase):
                         folder += "/tc_tmp_archives" if staged else "/tc_archives"
                         if os.path.isdir(folder) and names_of(folder, "hourly"):
                             self.assert_same(root, folder, f"{uuid}/{system}")
+                            if compared == 0:
+                                self.assert_schemas(root, folder, f"{uuid}/{system}")
                             compared += 1
                 self.assertGreater(compared, 0)
 
@@ -152,7 +166,9 @@ class Archive(unittest.TestCase):
         long = [f"{when},{name},{quality},{value}" for when, _, name, quality, value in cells]
         self.assertEqual(ctl(made.root, "archive", "m1", "--long", "--epoch").decode().splitlines(),
                          ["time,name,quality,value", *long])
-        told = json.loads(ctl(made.root, "archive", "m1", "--json"))
+        told = ctl(made.root, "archive", "m1", "--json")
+        self.assert_schema("archive", told.decode())
+        told = json.loads(told)
         self.assertEqual((told["meter"], told["system"], told["kind"], told["names"]),
                          ("m1", 1, "hourly", sorted(made.names, key=natural)))
         flat = [(row[0], name, value) for row in told["rows"] for name, value in zip(told["names"], row[1:])
@@ -197,7 +213,9 @@ class Archive(unittest.TestCase):
         when = made.time_in("A20", 10)
         with open(f"{made.folder}/A20", "a") as file:
             file.write(f"{when},192,5.000000\n{when},192,5.000000\n")
-        told = json.loads(ctl(made.root, "gaps", "m1", "--json", status=1))
+        told = ctl(made.root, "gaps", "m1", "--json", status=1)
+        self.assert_schema("gaps", told.decode())
+        told = json.loads(told)
         self.assertEqual(told["contradictions"], [{"time": when, "name": "A20", "values": ["1.428571", "5.000000"]}])
 
     def test_an_export_is_what_the_files_hold_and_goes_on(self):
@@ -213,7 +231,9 @@ class Archive(unittest.TestCase):
             with sqlite3.connect(database) as opened:
                 rows = opened.execute("SELECT name, time, quality, value FROM record_line ORDER BY name, time")
                 self.assertEqual(rows.fetchall(), expected)
-        self.assertEqual(json.loads(ctl(made.root, "export", "--sqlite", database, "--json"))["lines"], 0)
+        told = ctl(made.root, "export", "--sqlite", database, "--json").decode()
+        self.assert_schema("export", told)
+        self.assertEqual(json.loads(told)["lines"], 0)
         with open(f"{made.folder}/A21", "w") as file:  # replaced by another one
             file.write(f"{made.begin},192,77.000000\n")
         self.assertEqual(json.loads(ctl(made.root, "export", "--sqlite", database, "--json"))["lines"], 1)
@@ -238,10 +258,13 @@ class Archive(unittest.TestCase):
             file.truncate(1 << 30)
         told = {words: ctl(made.root, *words, status=words[0] == "gaps")
                 for words in (("list",), ("values", "m1"), ("values", "m1", "--json"), ("archive", "m1"), ("gaps", "m1"),
-                              ("archive", "m1", "--format", "csv"), ("export", "--sqlite", f"{made.root}/all.db"))}
+                              ("archive", "m1", "--format", "csv"), ("export", "--sqlite", f"{made.root}/all.db"),
+                              ("list", "--json"), ("archive", "m1", "--json"), ("gaps", "m1", "--json"))}
         for words, text in told.items():
             self.assertFalse(re.search(rb"[\x00-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|root:|\xe2\x80\xae", text), words)
             text.decode()
+            if words[-1] == "--json":
+                self.assert_schema(words[0], text.decode())
         self.assertEqual(len(told["list",].splitlines()), 3)
         self.assertEqual(len(json.loads(told["values", "m1", "--json"])["values"]), 3)
 
