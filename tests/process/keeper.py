@@ -6,6 +6,7 @@ import subprocess
 import time
 
 import box
+import schemas
 
 LINE = "/tmp/heatmeter-line"
 CONTROL = "/tmp/control"
@@ -14,18 +15,9 @@ TWO_PERIODS = 2 * 360 / RATE + 3  # real seconds, and what the programs themselv
 EXIT = {"ok": 0, "warning": 1, "critical": 2, "unknown": 3}
 FAMILIES = {"KM5": "type=km5", "VIST": "type=vist,serial=7,devices=1",
             "VISTmodbus": "type=vist-modbus,serial=5,devices=1", "SA94": "type=sa94,serial=74565"}
-SCHEMAS = os.path.join(box.DOCS, "schemas")
-VALIDATE = """
-import json, sys
-try:
-    import jsonschema
-except ImportError:
-    sys.exit(77)
-jsonschema.validate(json.load(sys.stdin), json.load(open(sys.argv[1])))
-"""
 
 
-class Keeper(box.Test):
+class Keeper(schemas.Schemas, box.Test):
     def ctl(self, *words, statuses=(0,)):
         environment = self.clock.environment() if self.clock else dict(os.environ)
         done = subprocess.run([f"{self.build}/heatmeterctl", *words], capture_output=True, text=True, timeout=60,
@@ -63,14 +55,6 @@ class Keeper(box.Test):
         self.assertIn(self.status()["level"], (level, "critical") if level == "warning" else (level,))
         self.ctl("status", statuses=[EXIT[self.status()["level"]]])
         return text
-
-    def assert_schema(self, command, text):
-        """By the system's own interpreter, for which the package python3-jsonschema is."""
-        done = subprocess.run(["/usr/bin/python3", "-c", VALIDATE, f"{SCHEMAS}/{command}.schema.json"], input=text,
-                              capture_output=True, text=True, timeout=20)
-        if done.returncode == 77:
-            self.skipTest("no python3-jsonschema")
-        self.assertEqual(done.returncode, 0, f"{text}: {done.stderr[-500:]}")
 
     def wait_for_values(self):
         self.wait_for(lambda: box.item("m1", "M1"), "values", 60)

@@ -9,21 +9,13 @@ import termios
 
 import box
 import polling_test
+import schemas
 
 START = "2024-03-02 00:20:00"
 RATE = 120
 HISTORY = ["--history-days", "0.15"]  # three hourly records and a daily one at the start
 LINE = "/tmp/heatmeter-line"
 FLAG = "/tmp/pause_tvk_all"
-
-VALIDATE = """
-import json, sys
-try:
-    import jsonschema
-except ImportError:
-    sys.exit(77)
-jsonschema.validate(json.load(sys.stdin), json.load(open(sys.argv[1])))
-"""
 
 # By the daemon's word: the meter, what it is asked by, what it says of itself, where its archive is written.
 METERS = {
@@ -52,18 +44,10 @@ def settings_of(path):
         os.close(port)
 
 
-class Probe(box.Test):
+class Probe(schemas.Schemas, box.Test):
     def ctl(self, *words):
         return subprocess.run([f"{self.build}/heatmeterctl", *words], capture_output=True, text=True, timeout=100,
                               stdin=subprocess.DEVNULL)
-
-    def assert_schema(self, command, text):
-        """By the system's own interpreter, for which the package python3-jsonschema is."""
-        done = subprocess.run(["/usr/bin/python3", "-c", VALIDATE, f"{box.DOCS}/schemas/{command}.schema.json"],
-                              input=text, capture_output=True, text=True, timeout=20)
-        if done.returncode == 77:
-            self.skipTest("no python3-jsonschema")
-        self.assertEqual(done.returncode, 0, f"{text}: {done.stderr[-500:]}")
 
     def begin(self, *words):
         """The program in the background, by the real clock."""

@@ -31,6 +31,8 @@ class Silence(keeper.Keeper):
         self.read(family)
         self.assertEqual(self.reasons(), ([], ["first-half-hour"] if family != "SA94" else []))
         self.assert_schema("status", self.ctl("status", "--json", statuses=range(4)))
+        self.assert_schema("list", self.ctl("list", "--json"))
+        self.assert_schema("values", self.ctl("values", "m1", "--json"))
         self.tell("cable", LINE, "cut")
         self.assert_reason("nothing-heard", level="warning")
 
