@@ -11,6 +11,8 @@
 #include "contract/gaps.h"
 #include "contract/newest.h"
 #include "core/local_time.h"
+#include "drivers/km5/km5_decode.h"
+#include "drivers/km5/km5_frame.h"
 #include "support/scene.h"
 
 using contract::ArchiveLine;
@@ -257,6 +259,15 @@ TEST_P(DailyRecords, OfAClockThatFollowsSummerTimeAreWhole) {
     }
     write("A29", "A45", midnights);
     expect_whole_records(6);
+    // So does the driver date them.
+    std::string means;
+    for (std::size_t i = 1; i < midnights.size(); ++i) {
+        std::tm date = km5::average_date(local_time(static_cast<std::time_t>(midnights[i])), ArchiveDaily);
+        means += line_of(make_time(date), static_cast<int>(i));
+    }
+    scene.write(std::string(Folder) + "/A45", means);
+    expect_whole_records(6);
+    EXPECT_EQ(contract::newest_record("m1", 1, contract::ArchiveKind::Daily), midnights.back());
 }
 
 TEST_P(DailyRecords, OfAClockThatStaysAtStandardTimeAreWhole) {
