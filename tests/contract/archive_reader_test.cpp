@@ -212,6 +212,21 @@ TEST_F(ArchiveFiles, ByRecordMeansStandBesideTheTotalsOfTheirEnd) {
     EXPECT_FALSE(table.next());
 }
 
+TEST_F(ArchiveFiles, OfTotalsThatComeWithAHeaderOnlyNoneIsMissedAndTornOnesAreTold) {
+    scene.write(std::string(Folder) + "/A1", line_of(Begin + Hour, 1) + "17000\n" + line_of(Begin + Hour, 2));
+    scene.write(std::string(Folder) + "/A2", line_of(Begin, 1) + line_of(Begin + Hour, 2));
+    contract::ArchiveQuestion question;
+    contract::Gaps gaps = contract::find_gaps(Folder, contract::ArchiveKind::Hourly, question, true);
+    EXPECT_EQ(gaps.expected, 2u);
+    EXPECT_TRUE(gaps.incomplete.empty());
+    question.names = {"A1", "A1"};
+    gaps = contract::find_gaps(Folder, contract::ArchiveKind::Hourly, question, true);
+    EXPECT_EQ(gaps.expected, 0u);
+    EXPECT_TRUE(gaps.incomplete.empty());
+    EXPECT_EQ(gaps.contradictions.size(), 1u);
+    EXPECT_EQ(gaps.unreadable, 1u);
+}
+
 /// Daily records of the last week of March and of October 2024, in Berlin.
 class DailyRecords : public ArchiveFiles, public testing::WithParamInterface<std::int64_t> {
   protected:
