@@ -69,6 +69,7 @@ void look_through(const std::string& path, const std::string& name, const TimeSp
         if (span.holds(line.time)) places.push_back({line.time, lines.position()});
     }
     gaps.unreadable += lines.unreadable();
+    gaps.has_changed = gaps.has_changed || lines.is_short();
     std::ranges::stable_sort(places, {}, &Place::time);
     const auto same_time = [](const Place& one, const Place& other) { return one.time == other.time; };
     for (auto at = std::ranges::adjacent_find(places, same_time); at != places.end();) {
@@ -121,7 +122,7 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
         }
         if (!record.missing.empty()) gaps.incomplete.push_back(std::move(record));
     }
-    gaps.has_changed = table.has_changed();
+    gaps.has_changed = gaps.has_changed || table.has_changed();
     if (!calendar) calendar.emplace(period, std::max<std::int64_t>(0, question.span.from));
     const TimeSpan all;
     if (!numbers.empty()) {
