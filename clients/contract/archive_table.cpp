@@ -30,6 +30,11 @@ std::int64_t end_of_period(std::int64_t begin, Period period) {
     constexpr std::int64_t Day = 86400;
     if (period != Period::CalendarDay) return begin + (period == Period::Hour ? Hour : Day);
     std::tm day = local_time(static_cast<std::time_t>(begin));
+    std::tm midnight = day;
+    midnight.tm_hour = midnight.tm_min = midnight.tm_sec = 0;
+    midnight.tm_isdst = -1;
+    // A KM5 dates the means of the day of 25 hours at 23:00, an hour in front of the day's end.
+    if (begin - make_time(midnight) == Day) return begin + Hour;
     ++day.tm_mday;
     day.tm_isdst = -1;
     const std::int64_t end = make_time(day);

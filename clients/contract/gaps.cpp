@@ -1,7 +1,6 @@
 #include "contract/gaps.h"
 
 #include <algorithm>
-#include <iterator>
 #include <optional>
 #include <set>
 
@@ -54,23 +53,24 @@ class Calendar {
     std::int64_t first;
 };
 
-std::vector<Gaps::Contradiction> contradictions_in(const std::string& path, const std::string& name,
-                                                   const TimeSpan& span) {
+/// Looks through a file alone, for what stands there twice and for what is no line.
+void look_through(const std::string& path, const std::string& name, const TimeSpan& span, Gaps& gaps) {
     struct Place {
         std::int32_t time;
         off_t offset;
     };
     File file = open_for_reading(path);
     struct stat status {};
-    if (!file || !file.look(status)) return {};
+    if (!file || !file.look(status)) return;
     std::vector<Place> places;
     ArchiveLines lines(file, begin_of(file, status.st_size, span.from), status.st_size);
     ArchiveLine line;
     while (lines.next(line)) {
         if (span.holds(line.time)) places.push_back({line.time, lines.position()});
     }
+    gaps.unreadable += lines.unreadable();
+    gaps.has_changed = gaps.has_changed || lines.is_short();
     std::ranges::stable_sort(places, {}, &Place::time);
-    std::vector<Gaps::Contradiction> found;
     const auto same_time = [](const Place& one, const Place& other) { return one.time == other.time; };
     for (auto at = std::ranges::adjacent_find(places, same_time); at != places.end();) {
         Gaps::Contradiction contradiction{.time = at->time, .name = name, .values = {}};
@@ -79,10 +79,9 @@ std::vector<Gaps::Contradiction> contradictions_in(const std::string& path, cons
             lines.go_to(at->offset);
             if (lines.next(line) && known.emplace(line.value).second) contradiction.values.emplace_back(line.value);
         }
-        if (contradiction.values.size() > 1) found.push_back(std::move(contradiction));
+        if (contradiction.values.size() > 1) gaps.contradictions.push_back(std::move(contradiction));
         at = std::adjacent_find(at, places.end(), same_time);
     }
-    return found;
 }
 
 }  // namespace
@@ -92,16 +91,16 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
     wanted.by_record = true;
     if (wanted.names.empty()) wanted.names = archive_names(folder, kind);
     Gaps gaps;
-    for (const std::string& name : wanted.names) {
-        auto found = contradictions_in(folder + '/' + name, name, question.span);
-        std::ranges::move(found, std::back_inserter(gaps.contradictions));
-    }
+    std::ranges::sort(wanted.names, comes_before);
+    wanted.names.erase(std::unique(wanted.names.begin(), wanted.names.end()), wanted.names.end());
+    for (const std::string& name : wanted.names) look_through(folder + '/' + name, name, question.span, gaps);
     std::ranges::stable_sort(gaps.contradictions, {}, &Gaps::Contradiction::time);
     if (staged) {
         std::erase_if(wanted.names, [](const std::string& name) {
             const ArchiveEntry* const entry = find_archive(name);
             return entry != nullptr && entry->dating == Dating::End;
         });
+        if (wanted.names.empty()) return gaps;
     }
     const Period period = period_of(folder, kind);
     ArchiveTable table(folder, kind, wanted);
@@ -123,8 +122,7 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
         }
         if (!record.missing.empty()) gaps.incomplete.push_back(std::move(record));
     }
-    gaps.unreadable = table.unreadable();
-    gaps.has_changed = table.has_changed();
+    gaps.has_changed = gaps.has_changed || table.has_changed();
     if (!calendar) calendar.emplace(period, std::max<std::int64_t>(0, question.span.from));
     const TimeSpan all;
     if (!numbers.empty()) {

@@ -152,6 +152,7 @@ Command archive_command(CLI::App& app, Console& console) {
         ->excludes(command->get_option("--hourly"));
     command->add_option("--names", words->names, "archives, with commas between them; all that there are without it")
         ->delimiter(',')
+        ->allow_extra_args(false)
         ->type_name("A1,A12");
     command->add_flag("--good", words->good, "values of quality 192 alone");
     command->add_flag("--long", words->as_long, "a line for each value: time,name,quality,value");

@@ -130,13 +130,13 @@ class Printer {
 };
 
 /// Hands the rows of a file on; one that is longer than any of ours is given in parts.
-void read_rows(int fd, contract::CaptureReader& reader) {
+void read_rows(int fd, const std::string& path, contract::CaptureReader& reader) {
     std::array<char, 16 * 1024> buffer{};
     std::string row;
     while (true) {
         const ssize_t got = ::read(fd, buffer.data(), buffer.size());
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw Failure{fmt::format("cannot be read: {}", std::strerror(errno))};
+        if (got < 0) throw Failure{fmt::format("{} cannot be read: {}", path, std::strerror(errno))};
         if (got == 0) break;
         std::string_view part(buffer.data(), static_cast<std::size_t>(got));
         while (!part.empty()) {
@@ -169,7 +169,7 @@ int run_decode(const std::string& family_text, const std::string& path, const Co
         if (decoder == nullptr) decoder = contract::make_decoder(family);
         for (const Frame& frame : decoder->decode(piece)) printer.print(frame);
     });
-    read_rows(fd, reader);
+    read_rows(fd, fd == STDIN_FILENO ? "standard input" : path, reader);
     if (fd != STDIN_FILENO) ::close(fd);
     return printer.finish();
 }

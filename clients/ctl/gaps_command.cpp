@@ -122,6 +122,7 @@ Command gaps_command(CLI::App& app, Console& console) {
     add_kind_options(*command, *words);
     command->add_option("--names", words->names, "archives that belong to a record; all that there are without it")
         ->delimiter(',')
+        ->allow_extra_args(false)
         ->type_name("A1,A12");
     add_output_options(*command, console);
     return {command, [words, &console] { return run_gaps(*words, console); }};

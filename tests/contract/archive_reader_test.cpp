@@ -11,6 +11,8 @@
 #include "contract/gaps.h"
 #include "contract/newest.h"
 #include "core/local_time.h"
+#include "drivers/km5/km5_decode.h"
+#include "drivers/km5/km5_frame.h"
 #include "support/scene.h"
 
 using contract::ArchiveLine;
@@ -210,6 +212,21 @@ TEST_F(ArchiveFiles, ByRecordMeansStandBesideTheTotalsOfTheirEnd) {
     EXPECT_FALSE(table.next());
 }
 
+TEST_F(ArchiveFiles, OfTotalsThatComeWithAHeaderOnlyNoneIsMissedAndTornOnesAreTold) {
+    scene.write(std::string(Folder) + "/A1", line_of(Begin + Hour, 1) + "17000\n" + line_of(Begin + Hour, 2));
+    scene.write(std::string(Folder) + "/A2", line_of(Begin, 1) + line_of(Begin + Hour, 2));
+    contract::ArchiveQuestion question;
+    contract::Gaps gaps = contract::find_gaps(Folder, contract::ArchiveKind::Hourly, question, true);
+    EXPECT_EQ(gaps.expected, 2u);
+    EXPECT_TRUE(gaps.incomplete.empty());
+    question.names = {"A1", "A1"};
+    gaps = contract::find_gaps(Folder, contract::ArchiveKind::Hourly, question, true);
+    EXPECT_EQ(gaps.expected, 0u);
+    EXPECT_TRUE(gaps.incomplete.empty());
+    EXPECT_EQ(gaps.contradictions.size(), 1u);
+    EXPECT_EQ(gaps.unreadable, 1u);
+}
+
 /// Daily records of the last week of March and of October 2024, in Berlin.
 class DailyRecords : public ArchiveFiles, public testing::WithParamInterface<std::int64_t> {
   protected:
@@ -257,6 +274,15 @@ TEST_P(DailyRecords, OfAClockThatFollowsSummerTimeAreWhole) {
     }
     write("A29", "A45", midnights);
     expect_whole_records(6);
+    // So does the driver date them.
+    std::string means;
+    for (std::size_t i = 1; i < midnights.size(); ++i) {
+        std::tm date = km5::average_date(local_time(static_cast<std::time_t>(midnights[i])), ArchiveDaily);
+        means += line_of(make_time(date), static_cast<int>(i));
+    }
+    scene.write(std::string(Folder) + "/A45", means);
+    expect_whole_records(6);
+    EXPECT_EQ(contract::newest_record("m1", 1, contract::ArchiveKind::Daily), midnights.back());
 }
 
 TEST_P(DailyRecords, OfAClockThatStaysAtStandardTimeAreWhole) {

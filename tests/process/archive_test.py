@@ -334,6 +334,8 @@ class Archive(schemas.Schemas, unittest.TestCase):
         for words in (["archive"], ["archive", "../m1"], ["archive", "m1/7"], ["archive", "m1", "--from", "soon"],
                       ["nothing"], ["archive", "m1", "--names", "../A1"], []):
             ctl(made.root, *words, status=2)
+        for words in (["archive", "--names", "A1,A4", "m1"], ["gaps", "--names", "A1", "--names", "A4", "m1"]):
+            ctl(made.root, *words)
         for words in (["archive", "m2"], ["gaps", "m1", "--daily"], ["values", "m1"], ["events", "m1"],
                       ["archive", "m2", "--names", "A1"], ["archive", "m1", "--names", "A5,X"],
                       ["gaps", "m1", "--names", "A5"], ["plot", "m1", "A5"],
