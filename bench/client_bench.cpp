@@ -15,8 +15,6 @@
 #include "ground.h"
 #include "ratio.h"
 
-extern char** environ;
-
 namespace {
 
 namespace fs = std::filesystem;

@@ -15,10 +15,12 @@ off_t size_of(File& file) {
     return file.is_open() && file.look(status) ? status.st_size : 0;
 }
 
-/// The newest line that begins in this part of the file, or nothing above it.
+constexpr std::int64_t NoLine = std::numeric_limits<std::int64_t>::min();
+
+/// The newest line that begins in this part of the file.
 std::int64_t newest_in(File& file, off_t begin, off_t end) {
     ArchiveLines lines(file, begin, end);
-    std::int64_t newest = std::numeric_limits<std::int64_t>::min();
+    std::int64_t newest = NoLine;
     for (ArchiveLine line; lines.next(line);) newest = std::max<std::int64_t>(newest, line.time);
     return newest;
 }
@@ -33,7 +35,8 @@ off_t begin_of(File& file, off_t size, std::int64_t from) {
         const off_t stretch = std::max<off_t>(0, begin - Stretch);
         // With the line that begins here and ends behind it.
         const off_t end = std::min<off_t>(size, begin + static_cast<off_t>(ArchiveLines::LongestLine));
-        if (newest_in(file, stretch, end) < from) break;
+        const std::int64_t newest = newest_in(file, stretch, end);
+        if (newest < from && newest != NoLine) break;
         begin = stretch;
     }
     // A line of each further stretch. One that is newer than a later one was written by a clock that was ahead, and so
@@ -42,7 +45,7 @@ off_t begin_of(File& file, off_t size, std::int64_t from) {
     off_t found = begin;
     for (off_t at = (begin - 1) / Stretch * Stretch; begin > 0 && at >= 0; at -= Stretch) {
         const std::int64_t time = newest_in(file, at, std::min(begin, at + OfSomeLines));
-        if (time == std::numeric_limits<std::int64_t>::min()) continue;
+        if (time == NoLine) continue;
         if (time >= oldest_behind) found = std::max<off_t>(0, at - Stretch);
         oldest_behind = std::min(oldest_behind, time);
     }

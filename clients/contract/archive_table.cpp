@@ -16,17 +16,31 @@ std::vector<std::string> archive_names(const std::string& folder, ArchiveKind ki
     return names;
 }
 
-std::int64_t end_of_period(std::int64_t begin, ArchiveKind kind) {
+Period period_of(const std::string& folder, ArchiveKind kind) {
+    if (kind != ArchiveKind::Daily) return Period::Hour;
+    const auto is_of_sa94 = [](const std::string& name) {
+        const ArchiveEntry* const entry = find_archive(name);
+        return entry != nullptr && entry->families == SA94;
+    };
+    return std::ranges::any_of(names_in(folder), is_of_sa94) ? Period::Day : Period::CalendarDay;
+}
+
+std::int64_t end_of_period(std::int64_t begin, Period period) {
     constexpr std::int64_t Hour = 3600;
-    if (kind != ArchiveKind::Daily) return begin + Hour;
+    constexpr std::int64_t Day = 86400;
+    if (period != Period::CalendarDay) return begin + (period == Period::Hour ? Hour : Day);
     std::tm day = local_time(static_cast<std::time_t>(begin));
     ++day.tm_mday;
     day.tm_isdst = -1;
-    return make_time(day);
+    const std::int64_t end = make_time(day);
+    return end > begin ? end : begin + Day;  // of the last day that the clock can hold
 }
 
-ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind_of_records, const ArchiveQuestion& question)
-    : kind(kind_of_records), good(question.good), by_record(question.by_record), column_names(question.names) {
+ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind, const ArchiveQuestion& question)
+    : period(period_of(folder, kind)),
+      good(question.good),
+      by_record(question.by_record),
+      column_names(question.names) {
     if (column_names.empty()) column_names = archive_names(folder, kind);
     std::ranges::sort(column_names, comes_before);
     column_names.erase(std::unique(column_names.begin(), column_names.end()), column_names.end());
@@ -54,7 +68,7 @@ void ArchiveTable::advance(Column& column) {
         column.has_line = column.reader->next(column.line);
     } while (column.has_line && good && column.line.quality != 192);
     column.time = column.line.time;
-    if (column.dating == Dating::Beginning) column.time = end_of_period(column.time, kind);
+    if (column.dating == Dating::Beginning) column.time = end_of_period(column.time, period);
 }
 
 bool ArchiveTable::next() {
@@ -74,6 +88,10 @@ bool ArchiveTable::next() {
         }
     }
     return true;
+}
+
+bool ArchiveTable::is_open() const {
+    return std::ranges::any_of(columns, [](const Column& column) { return column.reader->is_open(); });
 }
 
 std::size_t ArchiveTable::unreadable() const {

@@ -10,6 +10,13 @@
 
 namespace contract {
 
+/// How records follow one another. A day has 23 to 25 hours where the meter's clock follows summer time; an SA-94 stays
+/// at standard time.
+enum class Period { Hour, Day, CalendarDay };
+Period period_of(const std::string& folder, ArchiveKind kind);
+/// The end of the period that begins then; a calendar day ends at the same time of the next one by the gateway's clock.
+std::int64_t end_of_period(std::int64_t begin, Period period);
+
 struct ArchiveCell {
     bool there = false;
     int quality = 0;
@@ -35,6 +42,8 @@ class ArchiveTable {
     /// By the place of the name.
     const std::vector<ArchiveCell>& cells() const { return row; }
 
+    /// One of the files at least could be opened.
+    bool is_open() const;
     /// As of ArchiveReader, of all files together.
     std::size_t unreadable() const;
     bool has_changed() const;
@@ -49,7 +58,7 @@ class ArchiveTable {
     };
     void advance(Column& column);
 
-    ArchiveKind kind;
+    Period period;
     bool good;
     bool by_record;
     std::vector<std::string> column_names;
@@ -61,8 +70,5 @@ class ArchiveTable {
 
 /// The names of a kind that have a file in the folder, in natural order.
 std::vector<std::string> archive_names(const std::string& folder, ArchiveKind kind);
-
-/// The end of the period that begins then: an hour later, or the same time of the next day by the gateway's clock.
-std::int64_t end_of_period(std::int64_t begin, ArchiveKind kind);
 
 }  // namespace contract

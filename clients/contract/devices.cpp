@@ -10,10 +10,9 @@
 #include <sstream>
 
 #include <fmt/format.h>
-#include <grp.h>
-#include <pwd.h>
 
 #include "contract/site.h"
+#include "contract/users.h"
 #include "core/gateway.h"
 
 namespace contract {
@@ -46,11 +45,7 @@ bool is_terminal(dev_t number) {
 }
 
 std::string owner_text(const struct stat& status) {
-    const passwd* const user = ::getpwuid(status.st_uid);
-    const std::string name = user != nullptr ? user->pw_name : std::to_string(status.st_uid);
-    const group* const members = ::getgrgid(status.st_gid);
-    return fmt::format("{}:{} {:o}", name, members != nullptr ? members->gr_name : std::to_string(status.st_gid),
-                       status.st_mode & 07777);
+    return fmt::format("{}:{} {:o}", user_name(status.st_uid), group_name(status.st_gid), status.st_mode & 07777);
 }
 
 pid_t pid_in(const std::string& name) {

@@ -1,7 +1,9 @@
 #include "contract/events.h"
 
 #include <algorithm>
+#include <compare>
 #include <map>
+#include <set>
 
 #include "contract/site.h"
 
@@ -13,7 +15,7 @@ struct EventLine {
     std::int32_t time;
     bool begun;
     std::string code;
-    bool operator==(const EventLine&) const = default;
+    auto operator<=>(const EventLine&) const = default;
 };
 
 /// All lines in order of time, those of one second as they were written; a line that was read again counts once.
@@ -28,14 +30,8 @@ std::vector<EventLine> lines_of(const std::string& folder, std::size_t& unreadab
     }
     unreadable = lines.unreadable();
     std::ranges::stable_sort(all, {}, &EventLine::time);
-    for (auto at = all.begin(); at != all.end();) {
-        const auto end = std::find_if(at, all.end(), [at](const EventLine& line) { return line.time != at->time; });
-        auto kept = at;
-        for (auto line = at; line != end; ++line) {
-            if (std::find(at, kept, *line) == kept) std::iter_swap(kept++, line);
-        }
-        at = all.erase(kept, end);
-    }
+    std::set<EventLine> known;
+    std::erase_if(all, [&known](const EventLine& line) { return !known.insert(line).second; });
     return all;
 }
 

@@ -4,9 +4,8 @@
 #include <array>
 #include <string_view>
 
-#include <pwd.h>
-
 #include "contract/site.h"
+#include "contract/users.h"
 #include "core/gateway.h"
 
 namespace contract {
@@ -26,19 +25,6 @@ constexpr Form Forms[] = {
     {"tvk_force_update_", true, FlagKind::ForceUpdate}, {"DRV_LCK_", true, FlagKind::DriverLock},
     {"RPRT_LCK_", true, FlagKind::ReportLock},
 };
-
-std::string user_name(uid_t user) {
-    // The users of another gateway are not known here.
-    if (gateway().root().empty()) {
-        std::array<char, 4096> space{};
-        passwd entry{};
-        passwd* found = nullptr;
-        if (::getpwuid_r(user, &entry, space.data(), space.size(), &found) == 0 && found != nullptr) {
-            return entry.pw_name;
-        }
-    }
-    return std::to_string(user);
-}
 
 }  // namespace
 
@@ -74,7 +60,8 @@ std::string driver_state(const std::string& uuid) {
     std::string text = read_text("/tmp/driver." + uuid + ".state", 1024);
     text.resize(std::min(text.find('\n'), text.size()));
     const std::size_t behind = text.find("]  ");
-    return behind == std::string::npos ? "" : text.substr(behind + 3);
+    if (behind == std::string::npos) return "";
+    return text.substr(behind + 3, text.find_last_not_of(' ') - behind - 2);
 }
 
 std::string status_text(const std::string& driver_status) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <set>
 
 #include "contract/site.h"
 #include "core/local_time.h"
@@ -14,16 +15,17 @@ namespace {
 constexpr std::int64_t Hour = 3600;
 constexpr std::int64_t Day = 86400;
 
-/// Hours and days, numbered. A day is one of the gateway's calendar.
+/// Hours and days, numbered.
 class Calendar {
   public:
     /// Records come at the minute of the hour, or the time of the day, at which this one came.
-    Calendar(ArchiveKind kind_of_records, std::int64_t record) : kind(kind_of_records), first(record) {}
+    Calendar(Period period_of_records, std::int64_t record)
+        : period(period_of_records), length(period == Period::Hour ? Hour : Day), first(record) {}
 
     std::int64_t number(std::int64_t time) const {
-        if (kind != ArchiveKind::Daily) {
-            const std::int64_t since = time - first % Hour;
-            return (since - ((since % Hour) + Hour) % Hour) / Hour;
+        if (period != Period::CalendarDay) {
+            const std::int64_t since = time - first % length;
+            return (since - ((since % length) + length) % length) / length;
         }
         std::tm day = local_time(static_cast<std::time_t>(time));
         day.tm_hour = day.tm_min = day.tm_sec = 0;
@@ -31,11 +33,13 @@ class Calendar {
     }
 
     std::int64_t time(std::int64_t number) const {
-        if (kind != ArchiveKind::Daily) return number * Hour + first % Hour;
+        if (period != Period::CalendarDay) return number * length + first % length;
         std::tm day = local_time(static_cast<std::time_t>(first));
-        day.tm_mday += static_cast<int>(number - this->number(first));
+        const std::int64_t days = number - this->number(first);
+        day.tm_mday += static_cast<int>(days);
         day.tm_isdst = -1;
-        return make_time(day);
+        const std::int64_t moment = make_time(day);
+        return (moment > first) == (days > 0) ? moment : first + days * Day;  // that the clock cannot hold
     }
 
     /// The first record that comes at this time or later.
@@ -45,7 +49,8 @@ class Calendar {
     }
 
   private:
-    ArchiveKind kind;
+    Period period;
+    std::int64_t length;
     std::int64_t first;
 };
 
@@ -69,11 +74,10 @@ std::vector<Gaps::Contradiction> contradictions_in(const std::string& path, cons
     const auto same_time = [](const Place& one, const Place& other) { return one.time == other.time; };
     for (auto at = std::ranges::adjacent_find(places, same_time); at != places.end();) {
         Gaps::Contradiction contradiction{.time = at->time, .name = name, .values = {}};
+        std::set<std::string, std::less<>> known;
         for (; at != places.end() && at->time == contradiction.time; ++at) {
             lines.go_to(at->offset);
-            if (lines.next(line) && std::ranges::count(contradiction.values, line.value) == 0) {
-                contradiction.values.emplace_back(line.value);
-            }
+            if (lines.next(line) && known.emplace(line.value).second) contradiction.values.emplace_back(line.value);
         }
         if (contradiction.values.size() > 1) found.push_back(std::move(contradiction));
         at = std::adjacent_find(at, places.end(), same_time);
@@ -99,6 +103,7 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
             return entry != nullptr && entry->dating == Dating::End;
         });
     }
+    const Period period = period_of(folder, kind);
     ArchiveTable table(folder, kind, wanted);
     std::vector<std::int64_t> numbers;  // of the records that are there
     std::optional<Calendar> calendar;
@@ -106,7 +111,7 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
     std::int64_t last = 0;
     while (table.next()) {
         if (!calendar) {
-            calendar.emplace(kind, table.time());
+            calendar.emplace(period, table.time());
             first = table.time();
         }
         last = table.time();
@@ -120,15 +125,18 @@ Gaps find_gaps(const std::string& folder, ArchiveKind kind, const ArchiveQuestio
     }
     gaps.unreadable = table.unreadable();
     gaps.has_changed = table.has_changed();
-    if (!calendar) calendar.emplace(kind, std::max<std::int64_t>(0, question.span.from));
+    if (!calendar) calendar.emplace(period, std::max<std::int64_t>(0, question.span.from));
     const TimeSpan all;
-    gaps.from = question.span.from != all.from ? question.span.from : first;
-    gaps.to = question.span.to != all.to ? question.span.to : end_of_period(last, kind);
-    const bool is_empty = numbers.empty() && (question.span.from == all.from || question.span.to == all.to);
-    if (is_empty) return gaps;
+    if (!numbers.empty()) {
+        gaps.from = first;
+        gaps.to = end_of_period(last, period);
+    }
+    if (question.span.from != all.from) gaps.from = question.span.from;
+    if (question.span.to != all.to) gaps.to = question.span.to;
+    if (!gaps.from || !gaps.to) return gaps;
 
-    const std::int64_t begin = calendar->number_from(gaps.from);
-    const std::int64_t end = calendar->number_from(gaps.to);
+    const std::int64_t begin = calendar->number_from(*gaps.from);
+    const std::int64_t end = calendar->number_from(*gaps.to);
     gaps.expected = static_cast<std::size_t>(std::max<std::int64_t>(0, end - begin));
     numbers.push_back(end);
     std::int64_t next = begin;

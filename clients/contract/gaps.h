@@ -3,6 +3,7 @@
 // its totals and its means are dated one period apart.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,8 @@ struct Gaps {
         std::vector<std::string> values;  ///< all different ones, in the order of writing
     };
 
-    std::int64_t from = 0;
-    std::int64_t to = 0;
+    std::optional<std::int64_t> from;  ///< nothing when no time was asked for, and there is no record
+    std::optional<std::int64_t> to;
     std::size_t expected = 0;  ///< records between these two
     std::size_t present = 0;   ///< of them
     std::vector<Hole> holes;

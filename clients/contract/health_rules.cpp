@@ -291,7 +291,8 @@ std::optional<Reason> why_behind(const MeterFacts& meter, const GatewayFacts& he
     if (meter.started && here.now - *meter.started < First) {
         return Reason{"first-half-hour", Level::Ok,
                       fmt::format("{}; the process was started {} ago", text, duration_text(here.now - *meter.started)),
-                      "wait: archives are read half an hour after the start"};
+                      fmt::format("wait: archives are read {} after the start",
+                                  meter.meter.family == KM5 ? "half an hour" : "ten minutes")};
     }
     const auto reads_archive = [](const SystemFacts& system) {
         return system.state.starts_with("reads ") && system.state.ends_with(" archive");

@@ -52,6 +52,7 @@ std::optional<std::int64_t> newest_value(const std::vector<Item>& items) {
 }
 
 std::optional<double> number_in(const std::string& text) {
+    if (text.find_first_not_of("0123456789.-+e") != std::string::npos) return std::nullopt;
     char* end = nullptr;
     const double number = std::strtod(text.c_str(), &end);
     if (text.empty() || end != text.c_str() + text.size() || !std::isfinite(number)) return std::nullopt;

@@ -26,7 +26,7 @@ std::vector<Item> read_items(const std::string& uuid, int system, Family family 
 /// The newest writing of any item that comes from the meter; nothing without one.
 std::optional<std::int64_t> newest_value(const std::vector<Item>& items);
 
-/// The number in an item's text; nothing for another text, and for what is no finite number.
+/// The decimal number in an item's text; nothing for another text, and for what is no finite number.
 std::optional<double> number_in(const std::string& text);
 
 }  // namespace contract

@@ -73,7 +73,7 @@ void add_lines(std::vector<LogLine>& lines, std::string_view text) {
 
 }  // namespace
 
-Log::Log(std::string text, std::int64_t written) : bytes(text.begin(), text.end()), written_at(written) {
+Log::Log(std::string_view text, std::int64_t written) : bytes(text.begin(), text.end()), written_at(written) {
     std::string_view rest(bytes.data(), bytes.size());
     bool has_hole = false;
     while (!rest.empty()) {
@@ -150,7 +150,7 @@ Log read_log(const std::string& path) {
     if (!file || !file.look(status)) return Log();
     std::string text(LongestLog, '\0');
     text.resize(file.read(text));
-    return Log(std::move(text), status.st_mtime);
+    return Log(text, status.st_mtime);
 }
 
 std::size_t LogFollower::new_lines(const Log& log, bool& began_anew) {

@@ -21,8 +21,8 @@ struct LogLine {
 
 class Log {
   public:
-    /// The lines of a log's bytes. `written`: when the file was written last, seconds since the epoch; 0 if not known.
-    explicit Log(std::string bytes = {}, std::int64_t written = 0);
+    /// The lines of a log's text. `written`: when the file was written last, seconds since the epoch; 0 if not known.
+    explicit Log(std::string_view text = {}, std::int64_t written = 0);
     Log(Log&&) = default;
     Log& operator=(Log&&) = default;
 

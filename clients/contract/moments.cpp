@@ -1,9 +1,12 @@
 #include "contract/moments.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <utility>
 
 #include <fmt/format.h>
@@ -17,6 +20,8 @@ namespace {
 constexpr std::int64_t Minute = 60;
 constexpr std::int64_t Hour = 3600;
 constexpr std::int64_t Day = 86400;
+constexpr std::int64_t Earliest = std::numeric_limits<std::int32_t>::min();
+constexpr std::int64_t Latest = std::numeric_limits<std::int32_t>::max();
 
 std::optional<std::int64_t> whole_number(std::string_view text) {
     std::int64_t number = 0;
@@ -76,12 +81,17 @@ std::optional<std::int64_t> parse_date(std::string_view text) {
                           date.tm_hour >= 0 && date.tm_hour < 24 && date.tm_min >= 0 && date.tm_min < 60 &&
                           date.tm_sec >= 0 && date.tm_sec <= 60;
     if (!possible || !text.empty()) return std::nullopt;
+    const std::chrono::year_month_day day{std::chrono::year(date.tm_year + 1900),
+                                          std::chrono::month(static_cast<unsigned>(date.tm_mon + 1)),
+                                          std::chrono::day(static_cast<unsigned>(date.tm_mday))};
+    if (!day.ok()) return std::nullopt;
+    const std::int64_t utc = std::chrono::sys_days(day).time_since_epoch().count() * Day + date.tm_hour * Hour +
+                             date.tm_min * Minute + date.tm_sec;
+    if (offset) return utc - *offset;
     date.tm_isdst = -1;
-    const std::tm meant = date;
-    const std::int64_t moment = offset ? std::int64_t{::timegm(&date)} - *offset : std::int64_t{make_time(date)};
-    // A 31st of a short month is a mistake, not the next month's first.
-    if (date.tm_mday != meant.tm_mday && meant.tm_sec < 60) return std::nullopt;
-    return moment;
+    const std::int64_t local = make_time(date);
+    // No zone is that far from UTC: the gateway's clock cannot hold this date.
+    return local == -1 && std::abs(utc) > 2 * Day ? utc : local;
 }
 
 }  // namespace
@@ -112,13 +122,17 @@ std::optional<std::int64_t> parse_duration(std::string_view text) {
 }
 
 std::optional<std::int64_t> parse_moment(std::string_view text, std::int64_t now) {
-    if (text == "now") return now;
-    if (text.starts_with('@')) return whole_number(text.substr(1));
-    if (text.starts_with('-')) {
-        const auto ago = parse_duration(text.substr(1));
-        return ago ? std::optional(now - *ago) : std::nullopt;
+    std::optional<std::int64_t> moment;
+    if (text == "now") {
+        moment = now;
+    } else if (text.starts_with('@')) {
+        moment = whole_number(text.substr(1));
+    } else if (text.starts_with('-')) {
+        if (const auto ago = parse_duration(text.substr(1))) moment = now - *ago;
+    } else {
+        moment = parse_date(text);
     }
-    return parse_date(text);
+    return moment ? std::optional(std::clamp(*moment, Earliest, Latest)) : std::nullopt;
 }
 
 std::string moment_text(std::int64_t moment) {

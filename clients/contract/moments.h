@@ -9,7 +9,8 @@
 namespace contract {
 
 /// "2026-11-01", "2026-11-01 10:00", "2026-11-01T10:00:00+03:00", "now", "-7d", "-12h" ("m" and "s" as well),
-/// "@1700000000". Nothing for another text. Without an offset the gateway's zone counts.
+/// "@1700000000". Nothing for another text. Without an offset the gateway's zone counts. What
+/// the gateway's clock cannot hold is the end of what it can: 2038 and 1901.
 std::optional<std::int64_t> parse_moment(std::string_view text, std::int64_t now);
 /// "7d", "12h", "90m", "30s" in seconds.
 std::optional<std::int64_t> parse_duration(std::string_view text);

@@ -9,15 +9,19 @@ namespace contract {
 
 namespace {
 
-/// The newest time near the end of a file, in the stretch that holds what a meter remembers.
+/// The newest time near the end of a file, in the last stretch that holds lines: as much as a meter remembers.
 std::optional<std::int64_t> newest_of(const std::string& path) {
     constexpr off_t Stretch = off_t{64} * 1024;
     File file = open_for_reading(path);
     struct stat status {};
     if (!file || !file.look(status)) return std::nullopt;
     std::optional<std::int64_t> newest;
-    ArchiveLines lines(file, std::max<off_t>(0, status.st_size - Stretch), status.st_size);
-    for (ArchiveLine line; lines.next(line);) newest = std::max<std::optional<std::int64_t>>(newest, line.time);
+    for (off_t begin = status.st_size; begin > 0 && !newest;) {
+        const off_t end = std::min<off_t>(status.st_size, begin + static_cast<off_t>(ArchiveLines::LongestLine));
+        begin = std::max<off_t>(0, begin - Stretch);
+        ArchiveLines lines(file, begin, end);
+        for (ArchiveLine line; lines.next(line);) newest = std::max<std::optional<std::int64_t>>(newest, line.time);
+    }
     return newest;
 }
 
@@ -25,11 +29,12 @@ std::optional<std::int64_t> newest_of(const std::string& path) {
 
 std::optional<std::int64_t> newest_record(const std::string& uuid, int system, ArchiveKind kind) {
     const std::string folder = archive_folder(uuid, system);
+    const Period period = period_of(folder, kind);
     std::optional<std::int64_t> newest;
     for (const std::string& name : archive_names(folder, kind)) {
         auto time = newest_of(folder + '/' + name);
         if (time && kind != ArchiveKind::Events && find_archive(name)->dating == Dating::Beginning) {
-            time = end_of_period(*time, kind);
+            time = end_of_period(*time, period);
         }
         newest = std::max(newest, time);
     }

@@ -10,11 +10,11 @@
 #include <sstream>
 
 #include <fmt/format.h>
-#include <pwd.h>
 
 #include "contract/capture.h"
 #include "contract/moments.h"
 #include "contract/site.h"
+#include "contract/users.h"
 #include "core/gateway.h"
 
 namespace contract {
@@ -83,14 +83,6 @@ std::string PauseHolder::text(std::int64_t now) const {
         return text;
     }
     return fmt::format("somebody else (user {}, {} ago)", user_name(owner), duration_text(now - made));
-}
-
-std::string user_name(uid_t user) {
-    std::array<char, 4096> texts{};
-    passwd entry{};
-    passwd* found = nullptr;
-    const int error = ::getpwuid_r(user, &entry, texts.data(), texts.size(), &found);
-    return error == 0 && found != nullptr ? found->pw_name : std::to_string(user);
 }
 
 std::optional<PauseHolder> look_at_pause() {

@@ -35,9 +35,6 @@ struct PauseHolder {
     std::string text(std::int64_t now) const;
 };
 
-/// The name of a user, or his number.
-std::string user_name(uid_t user);
-
 /// Nothing when the line is free.
 std::optional<PauseHolder> look_at_pause();
 

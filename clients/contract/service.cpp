@@ -18,9 +18,9 @@ constexpr long Patience = 3;  // seconds
 constexpr int MostSystems = 6;
 
 /// Reads keys as the daemon does: a missing one is empty or 0, one that cannot be taken is a fault.
-class Reader {
+class AnswerReader {
   public:
-    explicit Reader(ServiceAnswer& into) : answer(into) {}
+    explicit AnswerReader(ServiceAnswer& into) : answer(into) {}
 
     const Json::Value& member(const Json::Value& object, const char* key) {
         if (object.isObject() || object.isNull()) return object[key];
@@ -72,7 +72,7 @@ ServiceAnswer parse_service_answer(const std::string& text) {
         return answer;
     }
     answer.state = ServiceState::Answers;
-    Reader reader(answer);
+    AnswerReader reader(answer);
     const Json::Value& result = reader.member(whole, "result");
     const Json::Value& port = reader.member(result, "port_params");
     answer.serial = reader.number(result, "serial", "serial");

@@ -20,9 +20,14 @@ struct Words : ArchiveWords {
     bool quality = false;
 };
 
-/// A number as it stands, or null for what JSON has no number for.
+/// A number as it stands, or null for what JSON has no number for. JSON knows no zeros in front of one.
 std::string json_number(std::string_view text) {
-    return text.ends_with('f') || text.ends_with('n') ? "null" : std::string(text);
+    if (text.ends_with('f') || text.ends_with('n')) return "null";
+    const bool negative = text.starts_with('-');
+    if (negative) text.remove_prefix(1);
+    const std::size_t digits = text.find('.');
+    text.remove_prefix(std::min(text.find_first_not_of('0'), digits - 1));
+    return (negative ? "-" : "") + std::string(text);
 }
 
 std::string json_text(std::string_view text) {
@@ -97,11 +102,11 @@ void print_rows(ArchiveTable& table, const Console& console) {
     std::vector<std::vector<std::string>> rows;
     Table printed(headings, console);
     while (table.next()) {
-        std::vector<std::string>& row = rows.emplace_back();
-        row.push_back(console.time_text(table.time()));
+        std::vector<std::string> row = {console.time_text(table.time())};
         for (const ArchiveCell& cell : table.cells()) {
             row.push_back(cell.there ? std::string(cell.value) + (cell.quality == 192 ? " " : "!") : "");
         }
+        rows.push_back(std::move(row));
         if (rows.size() < RowsAtOnce) continue;
         printed.print(rows);
         rows.clear();
@@ -115,9 +120,10 @@ int run_archive(const Words& words, const Console& console) {
     question.good = words.good;
     question.by_record = words.by == "record";
     ArchiveTable table(words.folder(), words.kind(), question);
-    if (table.names().empty()) {
-        throw Failure{fmt::format("{}/{} has no {} archive in {}", meter.uuid, meter.system, text_of(words.kind()),
-                                  words.folder())};
+    if (table.names().empty() || !table.is_open()) {
+        throw Failure{fmt::format("{}/{} has no {} archive{} in {}. `heatmeterctl list` tells what there is",
+                                  meter.uuid, meter.system, text_of(words.kind()),
+                                  words.names.empty() ? "" : " of these names", words.folder())};
     }
     Output out;
     if (words.format == "json" || console.json) {

@@ -58,7 +58,7 @@ Json::Value json_of(const Frame& frame) {
 /// Prints frame after frame, and remembers whether one was wrong.
 class Printer {
   public:
-    explicit Printer(const Console& console_) : console(console_) {
+    explicit Printer(const Console& output) : console(output) {
         if (console.json) out << '[';
     }
 
@@ -68,7 +68,6 @@ class Printer {
         if (console.json) {
             Json::StreamWriterBuilder form;
             form["indentation"] = "";
-            form["emitUTF8"] = true;
             out << (first ? "\n" : ",\n") << Json::writeString(form, json_of(frame));
         } else {
             print_text(frame);

@@ -36,6 +36,7 @@ int run_events(const ArchiveWords& words, const Console& console) {
         return Done;
     }
     std::vector<std::vector<std::string>> rows;
+    rows.reserve(events.size());
     for (const contract::Event& event : events) {
         rows.push_back({event.code, event.begin ? console.time_text(*event.begin) : "-",
                         event.end ? console.time_text(*event.end) : "-",

@@ -127,7 +127,12 @@ int run_export(const std::string& path, const std::vector<std::string>& wanted, 
     for (const std::string& uuid : wanted) {
         if (!contract::is_meter_name(uuid)) throw Failure{"no meter: \"" + uuid + '"', Usage};
     }
-    const std::vector<Source> sources = sources_of(wanted.empty() ? contract::meters() : wanted);
+    const std::vector<std::string> known = contract::meters();
+    for (const std::string& uuid : wanted) {
+        if (std::ranges::count(known, uuid) != 0) continue;
+        throw Failure{"no meter " + uuid + " has files here. `heatmeterctl list` tells what there is"};
+    }
+    const std::vector<Source> sources = sources_of(wanted.empty() ? known : wanted);
     if (sources.empty()) throw Failure{"no archives here. `heatmeterctl list` tells what there is"};
     off_t all = 0;
     for (const Source& source : sources) all += source.size;

@@ -8,6 +8,7 @@
 #include "contract/installation.h"
 #include "contract/moments.h"
 #include "contract/site.h"
+#include "contract/users.h"
 #include "core/gateway.h"
 #include "ctl/bus.h"
 #include "ctl/commands.h"

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <fmt/format.h>
 #include <json/value.h>
 
@@ -23,8 +25,8 @@ Json::Value json_of(const Gaps& gaps, const ArchiveWords& words) {
     whole["meter"] = contract::valid_utf8(words.meter().uuid);
     whole["system"] = words.meter().system;
     whole["kind"] = std::string(text_of(words.kind()));
-    whole["from"] = Json::Int64(gaps.from);
-    whole["to"] = Json::Int64(gaps.to);
+    whole["from"] = gaps.from ? Json::Value(Json::Int64(*gaps.from)) : Json::Value();
+    whole["to"] = gaps.to ? Json::Value(Json::Int64(*gaps.to)) : Json::Value();
     whole["expected"] = Json::UInt64(gaps.expected);
     whole["present"] = Json::UInt64(gaps.present);
     whole["unreadable"] = Json::UInt64(gaps.unreadable);
@@ -69,7 +71,9 @@ void print_incomplete(const Gaps& gaps, const Console& console, Output& out) {
 void print_text(const Gaps& gaps, const Console& console) {
     Output out;
     out << fmt::format("{} of {} records", gaps.present, gaps.expected);
-    if (gaps.expected != 0) out << fmt::format(", {} to {}", console.time_text(gaps.from), console.time_text(gaps.to));
+    if (gaps.from && gaps.to) {
+        out << fmt::format(", {} to {}", console.time_text(*gaps.from), console.time_text(*gaps.to));
+    }
     out << '\n';
     for (const Gaps::Hole& hole : gaps.holes) {
         out << fmt::format("hole        {} to {}: {} missing\n", console.time_text(hole.from),
@@ -88,9 +92,14 @@ void print_text(const Gaps& gaps, const Console& console) {
 int run_gaps(const ArchiveWords& words, const Console& console) {
     const contract::MeterSystem meter = words.meter();
     const std::string folder = words.folder();
-    if (contract::archive_names(folder, words.kind()).empty()) {
-        throw Failure{
-            fmt::format("{}/{} has no {} archive in {}", meter.uuid, meter.system, text_of(words.kind()), folder)};
+    const auto names = words.names.empty() ? contract::archive_names(folder, words.kind()) : words.names;
+    const auto is_there = [&folder](const std::string& name) {
+        return contract::open_for_reading(folder + '/' + name).is_open();
+    };
+    if (std::ranges::none_of(names, is_there)) {
+        throw Failure{fmt::format("{}/{} has no {} archive{} in {}. `heatmeterctl list` tells what there is",
+                                  meter.uuid, meter.system, text_of(words.kind()),
+                                  words.names.empty() ? "" : " of these names", folder)};
     }
     const bool staged = !folder.ends_with("/tc_archives");
     const Gaps gaps = contract::find_gaps(folder, words.kind(), words.question(console), staged);

@@ -4,7 +4,6 @@
 #include "contract/archive_table.h"
 #include "contract/installation.h"
 #include "contract/items.h"
-#include "contract/moments.h"
 #include "contract/newest.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
@@ -16,6 +15,10 @@ namespace {
 
 Json::Value json_of(const std::optional<std::int64_t>& time) {
     return time ? Json::Value(Json::Int64(*time)) : Json::Value();
+}
+
+Json::Value json_of(const std::string& text) {
+    return text.empty() ? Json::Value() : Json::Value(contract::valid_utf8(text));
 }
 
 int run_list(const Console& console) {
@@ -33,9 +36,9 @@ int run_list(const Console& console) {
         if (console.json) {
             Json::Value& entry = meters.append(Json::objectValue);
             entry["uuid"] = contract::valid_utf8(uuid);
-            entry["family"] = std::string(family_name(meter.family));
-            entry["model"] = contract::valid_utf8(meter.model);
-            entry["serial"] = contract::valid_utf8(meter.serial);
+            entry["family"] = json_of(std::string(family_name(meter.family)));
+            entry["model"] = json_of(meter.model);
+            entry["serial"] = json_of(meter.serial);
             entry["systems"] = Json::arrayValue;
             for (const int system : meter.systems) entry["systems"].append(system);
             entry["value"] = json_of(value);
@@ -44,7 +47,7 @@ int run_list(const Console& console) {
             continue;
         }
         const auto text = [&console](const std::optional<std::int64_t>& time) {
-            return !time ? "-" : console.epoch ? std::to_string(*time) : contract::plain_moment_text(*time);
+            return time ? console.time_text(*time) : "-";
         };
         rows.push_back({uuid, std::string(family_name(meter.family)), meter.model, meter.serial,
                         fmt::format("{}", fmt::join(meter.systems, ",")), text(value), text(hourly), text(daily)});

@@ -47,7 +47,7 @@ class Printer {
         if (all) story.finish(lines);
         for (const contract::StoryLine& line : lines) {
             out << shown(line.text) << '\n';
-            if (line.note.empty() || !console.terminal) continue;
+            if (line.note.empty()) continue;
             out << (console.colour ? "\033[2m" : "") << "    ^ " << line.note << (console.colour ? "\033[0m" : "")
                 << '\n';
         }

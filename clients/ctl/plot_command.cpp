@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #include <fmt/format.h>
 #include <spawn.h>
@@ -15,8 +16,6 @@
 #include "contract/site.h"
 #include "core/local_time.h"
 #include "ctl/archive_words.h"
-
-extern char** environ;
 
 namespace ctl {
 
@@ -47,17 +46,28 @@ std::string title_of(const std::string& name) {
     return fmt::format("{} {}{}{}", name, entry->title, entry->unit.empty() ? "" : ", ", entry->unit);
 }
 
-/// Points as gnuplot wants them, an empty line for each hole.
-std::string points_of(ArchiveTable& table, std::size_t column, std::int64_t period, std::size_t& count) {
+/// Five dates below the chart, each as exact as what is drawn is long; a terminal has no room for more.
+std::string time_axis(const contract::TimeSpan& drawn) {
+    constexpr std::int64_t Hour = 3600;
+    constexpr std::int64_t Day = 24 * Hour;
+    const std::int64_t length = drawn.to - drawn.from;
+    const char* const form = length <= 3 * Day ? "%m-%d\\n%H:%M" : length <= 400 * Day ? "%m-%d" : "%Y-%m";
+    const std::int64_t step = std::max(Hour, length / 5 / Hour * Hour);
+    return fmt::format("set xdata time\nset timefmt '%s'\nset format x \"{}\"\nset xtics {}\n", form, step);
+}
+
+/// Points as gnuplot wants them, an empty line for each hole. `drawn` grows by their times.
+std::string points_of(ArchiveTable& table, std::int64_t period, contract::TimeSpan& drawn) {
     std::string points;
     std::int64_t last = 0;
     while (table.next()) {
-        const contract::ArchiveCell& cell = table.cells()[column];
+        const contract::ArchiveCell& cell = table.cells()[0];
         if (!cell.there || cell.value.ends_with('f') || cell.value.ends_with('n')) continue;
-        if (count != 0 && table.time() - last > period) points += '\n';
+        if (!points.empty() && table.time() - last > period) points += '\n';
         points += fmt::format("{} {}\n", as_local(table.time()), cell.value);
         last = table.time();
-        ++count;
+        drawn.from = std::min(drawn.from, last);
+        drawn.to = std::max(drawn.to, last);
     }
     return points;
 }
@@ -79,8 +89,9 @@ std::string output_words(const std::string& output) {
     throw Failure{"a chart goes to a file that ends in .svg or .png", Usage};
 }
 
-/// Runs gnuplot over a script.
+/// Runs gnuplot over a script. A file is there when its chart is whole; until then an older one stays.
 void draw(const std::string& script, const std::string& output) {
+    const std::string unfinished = output + ".part";
     std::FILE* const words = std::tmpfile();
     if (words == nullptr || std::fwrite(script.data(), 1, script.size(), words) != script.size() ||
         std::fflush(words) != 0) {
@@ -91,19 +102,26 @@ void draw(const std::string& script, const std::string& output) {
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, ::fileno(words), STDIN_FILENO);
     if (!output.empty()) {
-        const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        if (file < 0) throw Failure{output + ": " + std::strerror(errno)};
+        const int file = ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (file < 0) throw Failure{unfinished + ": " + std::strerror(errno)};
         ::posix_spawn_file_actions_adddup2(&actions, file, STDOUT_FILENO);
     }
     char program[] = "gnuplot";
     char* const arguments[] = {program, nullptr};
     pid_t pid = 0;
+    const auto fail = [&](const char* text) {
+        if (!output.empty()) ::unlink(unfinished.c_str());
+        throw Failure{text};
+    };
     if (::posix_spawnp(&pid, program, &actions, nullptr, arguments, environ) != 0) {
-        throw Failure{"charts need gnuplot: apt-get install gnuplot-nox"};
+        fail("charts need gnuplot: apt-get install gnuplot-nox");
     }
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw Failure{"gnuplot could not draw it"};
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) fail("gnuplot could not draw it");
+    if (!output.empty() && std::rename(unfinished.c_str(), output.c_str()) != 0) {
+        throw Failure{output + ": " + std::strerror(errno)};
+    }
 }
 
 int run_plot(const Words& words, const Console& console) {
@@ -111,14 +129,15 @@ int run_plot(const Words& words, const Console& console) {
     const std::int64_t period = words.daily ? 90000 : 3600;  // a day can have 25 hours
     std::string script = output_words(words.output);
     std::string lines;
+    contract::TimeSpan drawn{.from = std::numeric_limits<std::int64_t>::max(), .to = 0};
     for (const std::string& name : words.names) {
         contract::ArchiveQuestion question = words.question(console);
         question.names = {name};
         ArchiveTable table(words.folder(), words.kind(), question);
-        std::size_t count = 0;
-        const std::string points = points_of(table, 0, period, count);
+        const std::string points = points_of(table, period, drawn);
         tell_unreadable(table);
-        if (count == 0) throw Failure{fmt::format("{}/{} has no values of {} then", meter.uuid, meter.system, name)};
+        if (points.empty())
+            throw Failure{fmt::format("{}/{} has no values of {} then", meter.uuid, meter.system, name)};
         const std::string block =
             fmt::format("$data{}", lines.empty() ? 0 : std::count(lines.begin(), lines.end(), '$'));
         script += fmt::format("{} << EOD\n{}EOD\n", block, points);
@@ -126,8 +145,7 @@ int run_plot(const Words& words, const Console& console) {
                              gnuplot_text(title_of(name)));
     }
     script += fmt::format("set title {}\n", gnuplot_text(fmt::format("{}/{}", meter.uuid, meter.system)));
-    script += "set xdata time\nset timefmt '%s'\nset format x \"%Y-%m-%d\\n%H:%M\"\nset grid\nset xtics autofreq\n";
-    script += "set key below\n";
+    script += time_axis(drawn) + "set grid\nset key below\n";
     draw(script + lines + '\n', words.output);
     return Done;
 }

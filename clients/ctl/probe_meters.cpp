@@ -48,14 +48,14 @@ char parity_of(const termios& line) {
 
 class Km5Probe {
   public:
-    Km5Probe(int fd, int tries_)
+    Km5Probe(int fd, int most_tries)
         : link(
               &silent,
               [fd](Bytes tx, ExchangeAnswer& rx, int most) {
                   exchange_read_bytes(fd, NoTimeout, tx, rx, most, NoPause);
               },
               [](bool) {}),
-          tries(tries_) {}
+          tries(most_tries) {}
 
     std::optional<ProbedMeter> ask(std::uint32_t serial) {
         int_to_bcd(address.data(), serial, address.size());
@@ -115,14 +115,14 @@ class Km5Probe {
 
 class Sa94Probe {
   public:
-    Sa94Probe(int fd, std::uint32_t serial, int tries_)
+    Sa94Probe(int fd, std::uint32_t serial, int most_tries)
         : link(
               [fd](Bytes tx, ExchangeAnswer& rx) {
                   exchange_read_bytes(fd, NoTimeout, tx, rx, SA94Request::ResponseBytes, NoPause);
               },
               [](bool) {}, silent),
           request(static_cast<std::int32_t>(serial)),
-          tries(tries_) {}
+          tries(most_tries) {}
 
     std::optional<ProbedMeter> ask() {
         request.setConnect();

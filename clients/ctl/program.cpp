@@ -24,7 +24,7 @@ constexpr char Description[] = "Looks at heat meters that heatmeterd reads on th
 constexpr char Footer[] =
     "Times: 2026-11-01, \"2026-11-01 10:00\", 2026-11-01T10:00:00+03:00, now, -7d, -12h, @1700000000.\n"
     "Exit status: 0 done, 1 a finding or a failure, 2 wrong usage; of status 0 well, 1 warning, 2 critical,\n"
-    "3 unknown.";
+    "3 unknown or wrong usage.";
 
 int complain(const std::string& text, int status) {
     std::fputs(("heatmeterctl: " + contract::for_terminal(text) + '\n').c_str(), stderr);
@@ -82,8 +82,16 @@ int run_program(int argc, const char* const* argv) {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
         return app.exit(success);
+    } catch (const CLI::RequiredError& error) {
+        // Of a word that is no command the parser says that there is none.
+        const bool is_unknown = app.get_subcommands().empty() && !app.remaining().empty();
+        const std::string text = is_unknown ? "no command \"" + app.remaining().front() + '"' : error.what();
+        return complain(text + ". Try --help", Usage);
     } catch (const CLI::ParseError& error) {
-        return complain(std::string(error.what()) + ". Try --help", Usage);
+        // To monitoring the status 2 is a meter's trouble, so a wrong question is answered by 3, "unknown".
+        constexpr int Unknown = 3;
+        const bool of_status = app.get_subcommand("status")->parsed();
+        return complain(std::string(error.what()) + ". Try --help", of_status ? Unknown : Usage);
     }
     look_below(root);
     try {

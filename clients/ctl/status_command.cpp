@@ -13,7 +13,6 @@ namespace ctl {
 
 namespace {
 
-using contract::GatewayFacts;
 using contract::Level;
 using contract::MeterFacts;
 using contract::MeterStatus;
@@ -194,7 +193,7 @@ std::string record_text(const char* kind, const std::optional<std::int64_t>& new
                         const std::optional<std::int64_t>& lag, const Console& console) {
     if (!newest) return "";
     return fmt::format(
-        ", {} to {}{}", kind, console.epoch ? std::to_string(*newest) : contract::plain_moment_text(*newest),
+        ", {} to {}{}", kind, console.time_text(*newest),
         lag ? fmt::format(" ({} behind)", contract::duration_text(std::max<std::int64_t>(*lag, 0))) : "");
 }
 

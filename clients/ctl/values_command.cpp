@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <charconv>
 
 #include <fmt/format.h>
 #include <json/value.h>
@@ -14,10 +15,24 @@ namespace ctl {
 
 namespace {
 
-/// A number as a number, all else as a text.
-Json::Value json_of(const std::string& text) {
-    const auto number = contract::number_in(text);
-    return number ? Json::Value(*number) : Json::Value(contract::valid_utf8(text));
+template <typename Number>
+bool is_whole(const std::string& text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc{} && end == text.data() + text.size();
+}
+
+/// A number as a number, a whole one with all its digits; null for an empty file; all else as a text. So is what only
+/// looks like a number: a version, a serial number.
+Json::Value json_of(const contract::Item& item) {
+    if (item.text.empty()) return {};
+    const bool is_text = item.entry != nullptr && item.entry->quantity == contract::Quantity::Text;
+    const auto number = is_text ? std::nullopt : contract::number_in(item.text);
+    if (!number) return contract::valid_utf8(item.text);
+    Json::Int64 whole = 0;
+    Json::UInt64 large = 0;
+    if (is_whole(item.text, whole)) return whole;
+    if (is_whole(item.text, large)) return large;
+    return *number;
 }
 
 int run_values(const std::string& place, const std::vector<std::string>& names, const Console& console) {
@@ -45,7 +60,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
             Json::Value& value = values.append(Json::objectValue);
             value["name"] = contract::valid_utf8(item.name);
             value["title"] = item.entry != nullptr ? std::string(item.entry->title) : "";
-            value["value"] = json_of(item.text);
+            value["value"] = json_of(item);
             value["unit"] = item.entry != nullptr ? std::string(item.entry->unit) : "";
             value["time"] = Json::Int64(item.time);
         }
@@ -54,6 +69,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         print_json(whole);
     } else {
         std::vector<std::vector<std::string>> rows;
+        rows.reserve(items.size());
         for (const contract::Item& item : items) {
             rows.push_back(
                 {item.name, item.text, item.entry != nullptr ? std::string(item.entry->unit) : "",

@@ -341,10 +341,8 @@ class Screen {
 
 bool begin_screen(bool colour) {
     int error = 0;
-    if (::setupterm(nullptr, STDOUT_FILENO, &error) == ERR || ::tigetstr("cup") == nullptr ||
-        ::tigetstr("cup") == reinterpret_cast<char*>(-1)) {
-        return false;
-    }
+    // Without a cursor that can be moved there is no screen.
+    if (::setupterm(nullptr, STDOUT_FILENO, &error) == ERR || ::tigetstr("cup") == nullptr) return false;
     if (::initscr() == nullptr) return false;
     ::set_escdelay(EscapeDelay);
     ::cbreak();

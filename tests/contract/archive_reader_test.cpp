@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include "contract/archive_table.h"
+#include "contract/gaps.h"
+#include "contract/newest.h"
+#include "core/local_time.h"
 #include "support/scene.h"
 
 using contract::ArchiveLine;
@@ -115,6 +118,16 @@ TEST_F(ArchiveFiles, AClockThatWasAheadForMonthsIsFoundFromTheEnd) {
     EXPECT_EQ(read({.from = Begin + 105999 * Hour}), std::to_string(Begin + 105999 * Hour) + " 5999.000000\n");
 }
 
+TEST_F(ArchiveFiles, ALongRunOfZerosHidesNothingInFrontOfIt) {
+    std::string text;
+    for (int i = 0; i < 2000; ++i) text += line_of(Begin + i * Hour, i);
+    scene.write(Path, text + std::string(300'000, '\0') + '\n' + line_of(Begin + 2000 * Hour, 2000) +
+                          std::string(200'000, '\0'));
+    const std::string found = read({.from = Begin + 1999 * Hour});
+    EXPECT_EQ(std::ranges::count(found, '\n'), 2);
+    EXPECT_EQ(contract::newest_record("m1", 1, contract::ArchiveKind::Hourly), Begin + 2000 * Hour);
+}
+
 TEST_F(ArchiveFiles, AFileThatIsEmptiedMeanwhileIsToldToHaveChanged) {
     std::string text;
     for (int i = 0; i < 20000; ++i) text += line_of(Begin + i * Hour, i);
@@ -195,6 +208,73 @@ TEST_F(ArchiveFiles, ByRecordMeansStandBesideTheTotalsOfTheirEnd) {
     EXPECT_EQ(table.cells()[0].value, "12.000000");
     EXPECT_EQ(table.cells()[1].value, "20.000000");
     EXPECT_FALSE(table.next());
+}
+
+/// Daily records of the last week of March and of October 2024, in Berlin.
+class DailyRecords : public ArchiveFiles, public testing::WithParamInterface<std::int64_t> {
+  protected:
+    static constexpr std::int64_t Day = 24 * Hour;
+    DailyRecords() {
+        ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+        ::tzset();
+    }
+    ~DailyRecords() override { ::unsetenv("TZ"); }
+
+    /// Times of records, one a day, each with the time that the one before it has.
+    void write(const char* total, const char* mean, const std::vector<std::int64_t>& times) {
+        std::string totals;
+        std::string means;
+        for (std::size_t i = 1; i < times.size(); ++i) {
+            totals += line_of(times[i], static_cast<int>(i));
+            means += line_of(times[i - 1], static_cast<int>(i));
+        }
+        scene.write(std::string(Folder) + '/' + total, totals);
+        scene.write(std::string(Folder) + '/' + mean, means);
+    }
+
+    void expect_whole_records(std::size_t count) {
+        contract::ArchiveQuestion question;
+        question.by_record = true;
+        contract::ArchiveTable table(Folder, contract::ArchiveKind::Daily, question);
+        std::size_t rows = 0;
+        for (; table.next(); ++rows) {
+            EXPECT_EQ(table.cells()[0].value, table.cells()[1].value) << table.time();
+        }
+        EXPECT_EQ(rows, count);
+        const contract::Gaps gaps = contract::find_gaps(Folder, contract::ArchiveKind::Daily, {}, false);
+        EXPECT_FALSE(gaps.any());
+        EXPECT_EQ(gaps.expected, count);
+    }
+};
+
+TEST_P(DailyRecords, OfAClockThatFollowsSummerTimeAreWhole) {
+    std::vector<std::int64_t> midnights;
+    for (int day = 0; day < 7; ++day) {
+        std::tm date = local_time(static_cast<std::time_t>(GetParam()));
+        date.tm_mday += day;
+        date.tm_isdst = -1;
+        midnights.push_back(make_time(date));
+    }
+    write("A29", "A45", midnights);
+    expect_whole_records(6);
+}
+
+TEST_P(DailyRecords, OfAClockThatStaysAtStandardTimeAreWhole) {
+    std::vector<std::int64_t> midnights;
+    const bool is_summer = local_time(static_cast<std::time_t>(GetParam())).tm_isdst > 0;
+    for (int day = 0; day < 7; ++day) midnights.push_back(GetParam() + (is_summer ? Hour : 0) + day * Day);
+    write("A29", "_A48", midnights);
+    expect_whole_records(6);
+    // The records of one kind alone, of which the last one ends where the clock is another one than at the first.
+    contract::ArchiveQuestion question;
+    question.names = {"A29"};
+    EXPECT_FALSE(contract::find_gaps(Folder, contract::ArchiveKind::Daily, question, false).any());
+}
+
+INSTANTIATE_TEST_SUITE_P(SummerTime, DailyRecords, testing::Values(1711580400, 1729720800));
+
+TEST_F(ArchiveFiles, TheLastDayThatAClockCanHoldHasAnEnd) {
+    EXPECT_EQ(contract::end_of_period(2147483647, contract::Period::CalendarDay), 2147483647 + 24 * Hour);
 }
 
 }  // namespace

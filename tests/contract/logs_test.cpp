@@ -78,8 +78,8 @@ TEST_F(Logs, AClockThatWasSetBackBeforeTheNewestLineIsNoSeam) {
     machine.milliseconds -= 3600 * 1000;
     for (int i = 0; i < 100; ++i) write(log, "and after it");
     std::ifstream file(folder + Path, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(file)), {});
-    expect_order(Log(std::move(bytes), machine.now()));
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    expect_order(Log(text, machine.now()));
 }
 
 TEST_F(Logs, HolesOfOtherProcessesAreNoLines) {

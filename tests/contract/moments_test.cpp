@@ -31,10 +31,19 @@ TEST_F(Moments, AreReadAsPeopleWriteThem) {
     EXPECT_EQ(parse_moment("2023-11-14T23:13:20+01:00", Now), Now);
 }
 
+TEST_F(Moments, WhatTheClockCannotHoldIsItsEnd) {
+    for (const char* text : {"2038-01-20", "2099-12-31", "2099-12-31T00:00:00+03:00", "9999-12-31", "@99999999999"}) {
+        EXPECT_EQ(parse_moment(text, Now), 2147483647) << text;
+    }
+    EXPECT_EQ(parse_moment("1901-01-01", Now), -2147483648LL);
+    EXPECT_EQ(parse_moment("-1000000000d", Now), -2147483648LL);
+    EXPECT_EQ(parse_moment("1969-12-31T23:59:59Z", Now), -1);
+}
+
 TEST_F(Moments, NonsenseIsNoTime) {
-    for (const char* text :
-         {"", "-", "-7", "-7y", "7d", "yesterday", "2023-13-01", "2023-02-30", "2023-1-1", "2023-11-15 25:00",
-          "2023-11-15 10", "2023-11-15T10:00:00+99:00", "@", "@x", "2023-11-15 10:00 "}) {
+    for (const char* text : {"", "-", "-7", "-7y", "7d", "yesterday", "2023-13-01", "2023-02-30",
+                             "2023-02-30T00:00:00Z", "2023-02-29", "2023-1-1", "2023-11-15 25:00", "2023-11-15 10",
+                             "2023-11-15T10:00:00+99:00", "@", "@x", "2023-11-15 10:00 "}) {
         EXPECT_FALSE(parse_moment(text, Now)) << text;
     }
 }

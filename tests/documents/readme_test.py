@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""What README.md tells of words, exit statuses and paths, against the real program; and the log lines that
-docs/operations.md quotes, against the sources."""
+"""What README.md tells of words, exit statuses and paths, against the real program; the log lines and the words of
+`heatmeterctl status` in docs/operations.md, against the sources; the man page and the completion of heatmeterctl,
+against its help."""
 
 import glob
 import http.server
@@ -172,6 +173,64 @@ class Operations(box.Test):
                 # Values stand between the literals of a line.
                 for part in re.split(r"\d+|(?<== )/dev/\.\.\.|\b(?:yes|no|true|false)\b|, (?=fd|isATT)", text):
                     self.assertTrue(part.strip(" -") in literals, text)
+
+    def test_the_words_of_status_are_those_of_its_rules(self):
+        rules = "".join(document(f"clients/contract/{name}.cpp") for name in ("health", "health_rules", "status"))
+        words = re.findall(r'"([a-z-]+)",\s+(?:Level::\w+|level\w*|is_\w+ \?)', rules)
+        told = [word for row in table(document("docs/operations.md"), "word") for word in quoted(row[0])]
+        self.assertEqual(sorted(told), sorted(set(words)))
+
+
+class Heatmeterctl(box.Test):
+    """Every command and every option of its help, and no other."""
+
+    def setUp(self):
+        super().setUp()
+        self.program = f"{self.build}/heatmeterctl"
+        if not os.path.exists(self.program):
+            self.skipTest("no heatmeterctl was built")
+
+    def options(self, *words):
+        listed = said(self.program, *words, "--help").split("\nOptions:\n")[1].split("\n\n")[0]
+        return set(re.findall(r"^  (?:-\w,)?(--[a-z]+)", listed, re.M))
+
+    def commands(self):
+        listed = said(self.program, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
+        return {name: self.options(name) - {"--help"} for name in re.findall(r"^  ([a-z]+) ", listed, re.M)}
+
+    def test_the_man_page_is_that_of_the_program(self):
+        page = document("packaging/heatmeterctl.1").replace("\\-", "-")
+        sections = dict(re.findall(r"\n\.SH ([A-Z ]+)\n(.*?)(?=\n\.SH|\Z)", page, re.S))
+        told = {}
+        for heading, text in re.findall(r'^\.SS "(.*)"\n((?:(?!\.S[SH]).*\n?)*)', sections["COMMANDS"], re.M):
+            told[heading.split()[0]] = set(re.findall(r"--[a-z]+", heading))
+            self.assertLessEqual(set(re.findall(r"--[a-z]+", text)), told[heading.split()[0]])
+        self.assertEqual(told, self.commands())
+        in_all = set(re.findall(r"--[a-z]+", sections["OPTIONS"]))
+        self.assertLessEqual(self.options(), in_all)
+        self.assertLessEqual(in_all, self.options().union(*told.values()))
+
+    def completed(self, *words):
+        """What the completion offers for the last one of these words."""
+        script = 'source "$1"; COMP_WORDS=("${@:2}"); COMP_CWORD=$(($# - 2)); _heatmeterctl "$2"; echo "${COMPREPLY[@]}"'
+        return set(said("bash", "-c", script, "bash", f"{ROOT}/packaging/heatmeterctl.bash", self.program, *words).split())
+
+    def test_the_completion_knows_commands_options_and_meters(self):
+        commands = self.commands()
+        self.assertEqual(self.completed(""), set(commands))
+        for command, options in commands.items():
+            self.assertEqual(self.completed(command, "-") - {"-r", "-j"}, options | {"--help"}, command)
+        for uuid in ("m1", "m2", "$(touch planted)", "`touch planted`"):
+            os.makedirs(f"/tmp/{uuid}/1/tc_items")
+            os.makedirs(f"/tmp/copy/tmp/{uuid}7/1/tc_items")
+        for words in (["values"], ["check", "KM5", "-r"], ["status", "m1"]):
+            self.assertLessEqual({"m1", "m2"}, self.completed(*words, ""), words)
+        self.assertEqual(self.completed("--root", "/tmp/copy", "archive", ""), {"m17", "m27"})
+        self.assertFalse(os.path.exists("planted"))
+        self.assertEqual(self.completed("log", ""), {"general", "m1", "m2"})
+        self.assertEqual(self.completed("log", "m1", ":"), {"debug", "messages", "general"})
+        self.assertEqual(self.completed("archive", "m1", "--format", ""), {"table", "csv", "json"})
+        self.assertEqual(self.completed("probe", "V"), {"VIST", "VISTmodbus"})
 
 
 if __name__ == "__main__":
