@@ -103,6 +103,13 @@ TEST_F(Logs, ALineThatWasWrittenOverEndsWhereTheNextOneBegins) {
     EXPECT_EQ(log.lines()[1].milliseconds - log.lines()[0].milliseconds, 1000);
 }
 
+TEST_F(Logs, AnyNumberOfLinesMayBeGluedTogether) {
+    constexpr std::size_t Many = 40'000;
+    std::string text;
+    for (std::size_t i = 0; i < Many; ++i) text += "02/03/24 12:00:05.000 : ";
+    EXPECT_EQ(Log(text).lines().size(), Many);
+}
+
 TEST_F(Logs, AFollowerSeesEachLineOnceAcrossTheSeam) {
     std::mt19937 random(2);
     UniLog log(UniLog::ToFile, Path, "");

@@ -93,6 +93,13 @@ TEST(PlainText, NothingActsOnATerminal) {
     EXPECT_EQ(contract::valid_utf8("a\tb\xC3"), "a\tb" + mark);
 }
 
+TEST(PlainText, IsCutAtAWholeCharacter) {
+    EXPECT_EQ(contract::within_columns("тепло", 3), "теп");
+    EXPECT_EQ(contract::within_columns("°C", 1), "°");
+    EXPECT_EQ(contract::within_columns("abc", 3), "abc");
+    EXPECT_EQ(contract::within_columns("abc", 0), "");
+}
+
 TEST_F(Site, AnEventHasItsBeginAndItsEnd) {
     scene.write("/mnt/storage/m/1/tc_archives/_A57",
                 "100,192,87.000000\n300,0,87.000000\n200,192,12.000000\n100,192,87.000000\n150,0,5.000000\nx\n");
