@@ -53,7 +53,7 @@ off_t begin_of(File& file, off_t size, std::int64_t from) {
 }
 
 ArchiveReader::ArchiveReader(const std::string& path, const TimeSpan& wanted)
-    : ArchiveReader(open_for_reading(path), wanted) {}
+    : ArchiveReader(open_archive(path), wanted) {}
 
 ArchiveReader::ArchiveReader(File source, const TimeSpan& wanted)
     : file(std::move(source)), span(wanted), lines(file, 0, 0) {

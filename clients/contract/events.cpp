@@ -20,7 +20,7 @@ struct EventLine {
 
 /// All lines in order of time, those of one second as they were written; a line that was read again counts once.
 std::vector<EventLine> lines_of(const std::string& folder, std::size_t& unreadable) {
-    File file = open_for_reading(folder + "/_A57");
+    File file = open_archive(folder + "/_A57");
     struct stat status {};
     if (!file || !file.look(status)) return {};
     ArchiveLines lines(file, 0, status.st_size);

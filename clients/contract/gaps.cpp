@@ -59,7 +59,7 @@ void look_through(const std::string& path, const std::string& name, const TimeSp
         std::int32_t time;
         off_t offset;
     };
-    File file = open_for_reading(path);
+    File file = open_archive(path);
     struct stat status {};
     if (!file || !file.look(status)) return;
     std::vector<Place> places;

@@ -12,7 +12,7 @@ namespace {
 /// The newest time near the end of a file, in the last stretch that holds lines: as much as a meter remembers.
 std::optional<std::int64_t> newest_of(const std::string& path) {
     constexpr off_t Stretch = off_t{64} * 1024;
-    File file = open_for_reading(path);
+    File file = open_archive(path);
     struct stat status {};
     if (!file || !file.look(status)) return std::nullopt;
     std::optional<std::int64_t> newest;

@@ -13,6 +13,9 @@ constexpr int Systems = 6;
 
 /// The file for reading; none for what is no regular file, and for one outside of the root.
 File open_for_reading(const std::string& path);
+/// An archive file for reading. A copy for readers is emptied and filled again without a lock: one that was written
+/// just now is waited for until it rests, a second at most.
+File open_archive(const std::string& path);
 /// The names in a folder, in natural order, without "." and "..". None of what is no folder.
 std::vector<std::string> names_in(const std::string& folder);
 /// A file's text, at most so many bytes of it.

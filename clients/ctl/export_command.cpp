@@ -101,7 +101,7 @@ void take(const Source& source, Database& database, Counts& counts) {
     const std::int64_t series =
         database.series(contract::valid_utf8(source.meter), source.system, std::string(text_of(source.entry->kind)),
                         std::string(source.entry->name), cursor);
-    File file = contract::open_for_reading(source.path);
+    File file = contract::open_archive(source.path);
     struct stat status {};
     if (!file || !file.look(status)) return;
     if (!goes_on(file, status, cursor)) cursor = FileCursor();

@@ -5,11 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
+#include <fstream>
+
 #include <gtest/gtest.h>
 
 #include "contract/events.h"
 #include "contract/items.h"
 #include "contract/plain_text.h"
+#include "core/gateway_wrapper.h"
 #include "support/scene.h"
 
 namespace {
@@ -54,6 +58,31 @@ TEST_F(Site, LoopsAndPipesHangNothing) {
     ASSERT_EQ(::mkfifo(scene.real_path("/tmp/m/1/tc_items/T2").c_str(), 0600), 0);
     EXPECT_EQ(contract::meters(), Texts{"m"});
     EXPECT_EQ(contract::read_items("m", 1).size(), 1u);
+}
+
+TEST_F(Site, ACopyThatIsBeingFilledIsWaitedFor) {
+    class Filling : public GatewayWrapper {
+      public:
+        explicit Filling(std::string copy) : path_(std::move(copy)) {}
+        void sleep_nanoseconds(long nanoseconds) override {
+            slept += nanoseconds;
+            if (++steps_ <= 5) std::ofstream(path_, std::ios::app) << "1709388000,192,1.000000\n";
+        }
+        timeval time_of_day() override { return {.tv_sec = ::time(nullptr), .tv_usec = 0}; }
+        long slept = 0;
+
+      private:
+        std::string path_;
+        int steps_ = 0;
+    };
+    const std::string path = "/mnt/storage/m/1/tc_tmp_archives/A1";
+    scene.write(path, "");
+    Filling machine(scene.real_path(path));
+    File file = contract::open_archive(path);
+    struct stat status {};
+    ASSERT_TRUE(file.look(status));
+    EXPECT_EQ(status.st_size, 5 * 24);
+    EXPECT_LT(machine.slept, 1'000'000'000);
 }
 
 TEST_F(Site, AnItemIsItsTextAndAgeAndMeaning) {
