@@ -143,6 +143,29 @@ std::string moment_text(std::int64_t moment) {
                        std::labs(offset) / 60, std::labs(offset) % 60);
 }
 
+std::string_view MomentTexts::of(std::int64_t moment) {
+    constexpr std::size_t ClockAt = 11;  // in "2026-11-01T10:00:00+03:00"
+    if (moment < day || moment >= day_end) {
+        text = moment_text(moment);
+        const std::tm local = local_time(static_cast<std::time_t>(moment));
+        day = moment - local.tm_hour * Hour - local.tm_min * Minute - local.tm_sec;
+        day_end = day + Day;
+        // A day on which the clocks are changed has two offsets, or another length.
+        for (const std::int64_t edge : {day, day_end - 1}) {
+            if (local_time(static_cast<std::time_t>(edge)).tm_gmtoff != local.tm_gmtoff) day_end = day;
+        }
+        return text;
+    }
+    const auto seconds = static_cast<unsigned>(moment - day);
+    std::size_t at = ClockAt;
+    for (const unsigned part : {seconds / 3600, seconds / 60 % 60, seconds % 60}) {
+        text[at] = static_cast<char>('0' + part / 10);
+        text[at + 1] = static_cast<char>('0' + part % 10);
+        at += 3;
+    }
+    return text;
+}
+
 std::string plain_moment_text(std::int64_t moment) {
     const std::tm local = local_time(static_cast<std::time_t>(moment));
     return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,

@@ -17,6 +17,17 @@ std::optional<std::int64_t> parse_duration(std::string_view text);
 
 /// "2026-11-01T10:00:00+03:00", local time with its offset.
 std::string moment_text(std::int64_t moment);
+/// The same for many moments, one after the other: the calendar is asked once a day.
+class MomentTexts {
+  public:
+    /// Stands until the next call.
+    std::string_view of(std::int64_t moment);
+
+  private:
+    std::int64_t day = 0;      // when it begins
+    std::int64_t day_end = 0;  // not in it; the beginning itself while no day is known
+    std::string text;
+};
 /// "2026-11-01 10:00:00", for people who know where they are.
 std::string plain_moment_text(std::int64_t moment);
 /// "45 s", "12 min", "3 h 20 min", "5 d".

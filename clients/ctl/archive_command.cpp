@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <json/writer.h>
 
+#include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "ctl/archive_words.h"
 
@@ -42,6 +43,22 @@ std::string csv_name(const std::string& name) {
     return text + '"';
 }
 
+/// The column of times.
+class Times {
+  public:
+    explicit Times(const Console& form) : console(form) {}
+    std::string_view of(std::int64_t moment) {
+        if (!console.epoch) return texts.of(moment);
+        seconds = std::to_string(moment);
+        return seconds;
+    }
+
+  private:
+    const Console& console;
+    contract::MomentTexts texts;
+    std::string seconds;
+};
+
 void print_csv(ArchiveTable& table, bool quality, Output& out, const Console& console) {
     out << "time";
     for (const std::string& name : table.names()) {
@@ -49,8 +66,9 @@ void print_csv(ArchiveTable& table, bool quality, Output& out, const Console& co
         if (quality) out << ',' << csv_name(name + ".q");
     }
     out << '\n';
+    Times time(console);
     while (table.next()) {
-        out << console.time_text(table.time());
+        out << time.of(table.time());
         for (const ArchiveCell& cell : table.cells()) {
             out << ',';
             if (cell.there) out << cell.value;
@@ -64,8 +82,9 @@ void print_csv(ArchiveTable& table, bool quality, Output& out, const Console& co
 
 void print_long(ArchiveTable& table, Output& out, const Console& console) {
     out << "time,name,quality,value\n";
+    Times time(console);
     while (table.next()) {
-        const std::string when = console.time_text(table.time());
+        const std::string_view when = time.of(table.time());
         for (std::size_t i = 0; i < table.cells().size(); ++i) {
             const ArchiveCell& cell = table.cells()[i];
             if (!cell.there) continue;

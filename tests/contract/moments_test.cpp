@@ -48,6 +48,18 @@ TEST_F(Moments, NonsenseIsNoTime) {
     }
 }
 
+TEST_F(Moments, AreToldAlikeOneByOneAndInARow) {
+    for (const char* zone : {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "<+0545>-5:45", "NST3:30NDT,M3.2.0,M11.1.0"}) {
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+        contract::MomentTexts texts;
+        for (std::int64_t moment = 1700000000; moment < 1735000000; moment += 1789) {
+            ASSERT_EQ(texts.of(moment), contract::moment_text(moment)) << zone;
+        }
+        EXPECT_EQ(texts.of(1600000000), contract::moment_text(1600000000)) << zone;
+    }
+}
+
 TEST_F(Moments, AreToldWithTheirOffset) {
     EXPECT_EQ(contract::moment_text(Now), "2023-11-15T01:13:20+03:00");
     EXPECT_EQ(contract::plain_moment_text(Now), "2023-11-15 01:13:20");
