@@ -1,6 +1,7 @@
 #include "contract/archive_lines.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -9,7 +10,7 @@ namespace contract {
 namespace {
 
 constexpr std::size_t TimeDigits = 10;  // of all times from 2001 to 2038
-constexpr std::size_t Decimals = 6;
+constexpr int Decimals = 6;
 
 /// How many digits stand at the beginning.
 std::size_t digits_at(std::string_view text) {
@@ -26,18 +27,33 @@ bool is_value(std::string_view text) {
     return digits_at(text.substr(whole + 1)) == Decimals;
 }
 
-/// The eight digits at `text` as a number, -1 when one of them is none. Both steps take all eight at once.
+/// Eight characters, the first one lowest.
+std::uint64_t eight_at(const char* text) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, text, sizeof eight);
+    static_assert(std::endian::native == std::endian::little);
+    return eight;
+}
+
+/// True when the lowest `Count` characters are digits: as they stand and with 6 added the upper half of each is 3.
+template <int Count>
+bool are_digits(std::uint64_t characters) {
+    constexpr std::uint64_t All = Count == 8 ? ~std::uint64_t{0} : (std::uint64_t{1} << (8 * Count)) - 1;
+    constexpr std::uint64_t Upper = 0xF0F0F0F0F0F0F0F0 & All;
+    characters &= All;
+    const std::uint64_t and_six = (characters + (0x0606060606060606 & All)) & Upper;
+    return ((characters & Upper) | and_six >> 4) == (0x3333333333333333 & All);
+}
+
+/// The eight digits at `text` as a number, -1 when one of them is none. Each step takes neighbours together.
 std::int64_t eight_digits(const char* text) {
-    std::uint64_t digits = 0;
-    for (unsigned i = 0; i < 8; ++i) digits |= std::uint64_t{static_cast<unsigned char>(text[i])} << (8 * i);
-    const std::uint64_t above = digits + 0x4646464646464646;  // sets a top bit above '9'
-    digits -= 0x3030303030303030;                             // sets one below '0'
-    if (((above | digits) & 0x8080808080808080) != 0) return -1;
+    std::uint64_t digits = eight_at(text);
+    if (!are_digits<8>(digits)) return -1;
+    digits -= 0x3030303030303030;
     digits = digits * 10 + (digits >> 8);
-    return static_cast<std::int64_t>((((digits & 0x000000FF000000FF) * 0x000F424000000064 +
-                                       (digits >> 16 & 0x000000FF000000FF) * 0x0000271000000001) >>
-                                      32) &
-                                     0xFFFFFFFF);
+    constexpr std::uint64_t Pairs = 0x000000FF000000FF;
+    digits = (digits & Pairs) * 0x000F424000000064 + (digits >> 16 & Pairs) * 0x0000271000000001;
+    return static_cast<std::int64_t>(digits >> 32);
 }
 
 bool is_digit(char character) {
@@ -56,10 +72,7 @@ std::size_t usual_line(const char* text, ArchiveLine& line) {
     while (is_digit(*point) && point < value + 20) ++point;
     if (point == value || *point != '.') return 0;
     const char* const line_end = point + 1 + Decimals;
-    if (*line_end != '\n') return 0;
-    for (const char* digit = point + 1; digit < line_end; ++digit) {
-        if (!is_digit(*digit)) return 0;
-    }
+    if (*line_end != '\n' || !are_digits<Decimals>(eight_at(point + 1))) return 0;
     line.time = static_cast<std::int32_t>(time);
     line.quality = 192;
     line.value = {value, static_cast<std::size_t>(line_end - value)};
