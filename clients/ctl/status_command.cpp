@@ -240,7 +240,7 @@ Command status_command(CLI::App& app, Console& console) {
     command->add_option("UUID", *wanted, "meters; all without any");
     command->footer(
         "The first line and the exit status are those of a monitoring plug-in: 0 well, 1 warning,\n"
-        "2 critical, 3 unknown.");
+        "2 critical, 3 unknown or wrong usage.");
     add_output_options(*command, console);
     return {command, [wanted, &console] {
                 const Status status = contract::look_at_status(*wanted);
