@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 #include <fmt/format.h>
 #include <spawn.h>
@@ -92,19 +93,23 @@ std::string output_words(const std::string& output) {
 /// Runs gnuplot over a script. A file is there when its chart is whole; until then an older one stays.
 void draw(const std::string& script, const std::string& output) {
     const std::string unfinished = output + ".part";
-    std::FILE* const words = std::tmpfile();
-    if (words == nullptr || std::fwrite(script.data(), 1, script.size(), words) != script.size() ||
-        std::fflush(words) != 0) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> words(std::tmpfile(), std::fclose);
+    if (words == nullptr || std::fwrite(script.data(), 1, script.size(), words.get()) != script.size() ||
+        std::fflush(words.get()) != 0) {
         throw Failure{std::string("no room for a temporary file: ") + std::strerror(errno)};
     }
-    std::rewind(words);
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, ::fileno(words), STDIN_FILENO);
+    std::rewind(words.get());
     if (!output.empty()) {
+        // Opened here first, so that what is wrong with it can be told.
         const int file = ::open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (file < 0) throw Failure{unfinished + ": " + std::strerror(errno)};
-        ::posix_spawn_file_actions_adddup2(&actions, file, STDOUT_FILENO);
+        ::close(file);
+    }
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, ::fileno(words.get()), STDIN_FILENO);
+    if (!output.empty()) {
+        ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, unfinished.c_str(), O_WRONLY | O_TRUNC, 0);
     }
     char program[] = "gnuplot";
     char* const arguments[] = {program, nullptr};
@@ -113,7 +118,9 @@ void draw(const std::string& script, const std::string& output) {
         if (!output.empty()) ::unlink(unfinished.c_str());
         throw Failure{text};
     };
-    if (::posix_spawnp(&pid, program, &actions, nullptr, arguments, environ) != 0) {
+    const int error = ::posix_spawnp(&pid, program, &actions, nullptr, arguments, environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
         fail("charts need gnuplot: apt-get install gnuplot-nox");
     }
     int status = 0;
