@@ -210,13 +210,13 @@ void ModbusDecoder::add_block(Frame& frame, Bytes data) {
             break;
         }
         case ModbusProcess::TcSpecs: {
-            const SystemSetup specs = decode_tc_specs(data);
-            frame.add("_HMsystem", specs.sub_name);
-            frame.add("_Formula", specs.formula);
-            add_all(specs.limits);
-            frame.add_bits("EG", specs.errors);
-            frame.add_bits("ER", specs.status);
-            frame.add("SC", specs.is_counting ? 1 : 0);
+            const SystemSetup described = decode_tc_specs(data);
+            frame.add("_HMsystem", described.sub_name);
+            frame.add("_Formula", described.formula);
+            add_all(described.limits);
+            frame.add_bits("EG", described.errors);
+            frame.add_bits("ER", described.status);
+            frame.add("SC", described.is_counting ? 1 : 0);
             break;
         }
         case ModbusProcess::ArchiveSetup:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 
 #include <fmt/format.h>
@@ -64,7 +65,8 @@ class Progress {
     Progress& operator=(const Progress&) = delete;
     void tell(off_t done) {
         constexpr int Width = 40;
-        const int percent = static_cast<int>(done * 100 / std::max<off_t>(all, 1));
+        // On the gateway an off_t has 32 bits, and a hundredfold of it has no room there.
+        const int percent = static_cast<int>(std::int64_t{done} * 100 / std::max<std::int64_t>(all, 1));
         if (!shown || percent == last) return;
         last = percent;
         const int full = percent * Width / 100;

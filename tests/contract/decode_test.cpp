@@ -123,7 +123,7 @@ TEST(DecodeKm5, ReadsATraceLineByLine) {
     EXPECT_EQ(frames[1].line, "/tmp/line");
 }
 
-// ---- Modbus: the examples of the protocol's specification.
+// ---- Modbus: the examples that the protocol's publishers give.
 
 TEST(DecodeModbus, TellsRegistersAndTheSum) {
     const auto frames = decode(contract::VISTmodbus, "11 03 00 6B 00 03 76 87\n11 03 06 AE 41 56 52 43 40 49 AD\n");
