@@ -76,7 +76,7 @@ export class Chart {
         this.#point_at(null);
         const shape = JSON.stringify(series);
         if (this.graph && this.shape === shape && this.rows.length > 0) {
-            this.graph.updateOptions({file: this.rows, dateWindow: this.window});
+            this.graph.updateOptions({...this.#options(), file: this.rows});
             return;
         }
         this.graph?.destroy();
@@ -106,7 +106,8 @@ export class Chart {
         const size = em();
         const names = this.series.map((_, index) => `s${index}`);  // names are a gateway's texts
         const right = this.series.some(({axis}) => axis === 1);
-        const numbers = {ticker: (from, to, pixels) => number_ticks(from, to, pixels, size), axisLabelWidth: 3.6 * size, axisLabelFontSize: 0.8 * size};
+        const numbers = (axis) => ({ticker: (from, to, pixels) => number_ticks(from, to, pixels, size), axisLabelFontSize: 0.8 * size,
+                                    axisLabelWidth: this.#label_width(axis) * size});
         return {
             labels: ["time", ...names],
             series: Object.fromEntries(names.map((name, index) => [name, this.series[index].axis === 1 ? {axis: "y2", strokePattern: DASHES} : {axis: "y1"}])),
@@ -116,6 +117,8 @@ export class Chart {
             drawGapEdgePoints: true,
             pointSize: 1.5,
             strokeWidth: 1.6,
+            yRangePad: 10,
+            gridLineWidth: 1,
             highlightCircleSize: 4,
             interactionModel: {},
             gridLineColor: colour("--grid"),
@@ -123,11 +126,25 @@ export class Chart {
             rightGap: right ? 0 : Math.round(size),
             axes: {
                 x: {ticker: (from, to, pixels) => time_ticks(from, to, pixels, size), axisLabelWidth: 6 * size, axisLabelFontSize: 0.8 * size},
-                y: numbers,
-                y2: {...numbers, drawGrid: false, independentTicks: true},
+                y: numbers(0),
+                y2: {...numbers(1), drawGrid: false, independentTicks: true},
             },
             underlayCallback: (canvas, area, graph) => this.#paint_under(canvas, area, graph),
         };
+    }
+
+    /** In em: room for the longest number of an axis. */
+    #label_width(axis) {
+        let [least, greatest] = [Infinity, -Infinity];
+        for (const row of this.rows) {
+            for (let column = 1; column < row.length; column += 1) {
+                if (row[column] === null || this.series[column - 1].axis !== axis) continue;
+                if (row[column] < least) least = row[column];
+                if (row[column] > greatest) greatest = row[column];
+            }
+        }
+        const lengths = number_ticks(least, greatest, 300, 16).map(({label}) => label.length);
+        return 0.4 + 0.5 * Math.max(3, ...lengths);
     }
 
     // ---- what lies under the lines

@@ -29,22 +29,18 @@ export function meter_facts(meter) {
 }
 
 function system_row(meter, system) {
-    const route = {uuid: meter.uuid, n: system.n};
-    const link = (what, text) => el("a", {href: address({...route, what}), id: `${what}-${meter.uuid}-${system.n}`,
-        "aria-label": `${text}, ${t("system n", {n: system.n})}, ${meter.uuid.slice(0, 60)}`}, text);
+    const link = (epoch, what, kind) => el("td", {}, epoch === null ? "–" :
+        el("a", {href: address({uuid: meter.uuid, n: system.n, what, kind}), id: `${what}-${kind}-${meter.uuid}-${system.n}`}, age_element(epoch)));
     return el("tr", {},
         el("th", {scope: "row"}, String(system.n), system.connected === 0 ? el("span", {class: "silent"}, t("no answer")) : null),
-        el("td", {}, age_element(system.value)),
-        el("td", {}, age_element(system.hourly)),
-        el("td", {}, age_element(system.daily)),
-        el("td", {class: "links"}, link("values", t("values")), " ", link("charts", t("charts"))));
+        link(system.value, "values"), link(system.hourly, "charts", "hourly"), link(system.daily, "charts", "daily"));
 }
 
 function system_table(meter) {
     if (meter.systems.length === 0) return el("p", {class: "quiet"}, t("no system"));
     return el("div", {class: "scroll"}, el("table", {class: "systems"},
         el("thead", {}, el("tr", {}, [t("system"), t("newest value"), t("hourly"), t("daily")].map((text) =>
-            el("th", {scope: "col"}, text)), el("td", {}))),
+            el("th", {scope: "col"}, text)))),
         el("tbody", {}, meter.systems.map((system) => system_row(meter, system)))));
 }
 

@@ -18,6 +18,7 @@ export function table_view(route, element) {
     let until = [];  // where the pages that were turned over end
     const range = range_controls(records, () => changed());
     const choices = chooser(records, () => changed(), Infinity);
+    choices.element.open = matchMedia("(min-width: 70rem)").matches;
     const csv = el("a", {class: "button", download: true}, t("csv"));
     const place = el("div", {class: "records"});
 

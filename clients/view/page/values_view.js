@@ -31,10 +31,9 @@ function shown(value) {
 class Row {
     constructor(value) {
         this.number = el("td", {class: "number"});
-        this.unit = el("td", {class: "unit"});
         this.age = age_element(value.time);
-        this.element = el("tr", {}, el("th", {scope: "row"}, value.title ? title(value.title) : "", " ", foreign(value.name, {class: "name"})),
-                          this.number, this.unit, el("td", {class: "age"}, this.age));
+        this.element = el("tr", {}, el("th", {scope: "row"}, value.title ? title(value.title) : t("no title"),
+                                       el("div", {class: "small"}, foreign(value.name), " · ", this.age)), this.number);
         this.show(value);
         this.timer = 0;
     }
@@ -42,8 +41,7 @@ class Row {
     show(value) {
         this.value = value;
         const unit = value.title === "clock of the meter" ? "" : value.unit;
-        fill(this.number, el("span", {class: "value"}, shown(value)));
-        fill(this.unit, unit ? foreign(unit) : el("span"));
+        fill(this.number, el("span", {class: "value"}, shown(value)), unit ? [" ", foreign(unit, {class: "unit"})] : null);
         show_age(this.age, value.time);
     }
 
@@ -68,14 +66,13 @@ function tables(rows) {
     for (const row of rows.values()) groups[Math.max(0, group_of(row.value.title || "?"))].rows.push(row.element);
     return groups.filter((group) => group.rows.length > 0).map((group) =>
         el("section", {class: "group"}, el("table", {class: "values"}, el("caption", {}, t(group.name)),
-            el("thead", {class: "hidden"}, el("tr", {}, [t("value"), t("number"), t("unit"), t("age")].map((text) =>
-                el("th", {scope: "col"}, text)))),
             el("tbody", {}, group.rows))));
 }
 
 export function values_view(route, element) {
     const rows = new Map();
     const asked = new AbortController();
+    let heard = 0;  // messages of the stream
 
     function show() {
         fill(element, rows.size > 0 ? el("div", {class: "groups"}, tables(rows)) : el("p", {class: "quiet"}, t("no values")));
@@ -101,7 +98,10 @@ export function values_view(route, element) {
 
     async function refresh() {
         try {
-            take((await get(meter_path(route.uuid, route.n, "values"), asked.signal)).values, true);
+            const before = heard;
+            const answer = await get(meter_path(route.uuid, route.n, "values"), asked.signal);
+            if (heard !== before) return refresh();  // it may be older than what was heard meanwhile
+            take(answer.values, true);
         } catch (error) {
             if (error.name === "AbortError") return;
             if (error.status === 404) take([], true);
@@ -111,5 +111,12 @@ export function values_view(route, element) {
 
     fill(element, el("p", {class: "quiet"}, t("reading")));
     refresh();
-    return {refresh, values: (data) => take(data.values, false), close: () => asked.abort()};
+    return {
+        refresh,
+        values(data) {
+            heard += 1;
+            if (rows.size > 0) take(data.values, false);
+        },
+        close: () => asked.abort(),
+    };
 }
