@@ -125,7 +125,7 @@ export class Chart {
             axisLineColor: colour("--line"),
             rightGap: right ? 0 : Math.round(size),
             axes: {
-                x: {ticker: (from, to, pixels) => time_ticks(from, to, pixels, size), axisLabelWidth: 6 * size, axisLabelFontSize: 0.8 * size},
+                x: {ticker: (from, to, pixels) => time_ticks(from, to, pixels, size), axisLabelWidth: 7 * size, axisLabelFontSize: 0.8 * size},
                 y: numbers(0),
                 y2: {...numbers(1), drawGrid: false, independentTicks: true},
             },

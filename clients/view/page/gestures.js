@@ -143,7 +143,7 @@ export function listen(chart) {
     }
 
     const handlers = {pointerdown: pointer_down, pointermove: pointer_move, pointerup: pointer_up, pointercancel: cancel,
-                      pointerleave: () => drag === null && fingers.size === 0 && chart.cursor(null),
+                      pointerleave: (event) => event.pointerType === "mouse" && drag === null && chart.cursor(null),
                       dblclick: () => chart.reset(), wheel, keydown: key};
     for (const [name, handler] of Object.entries(handlers)) element.addEventListener(name, handler, {passive: false});
     return {zoom, pan};

@@ -32,13 +32,14 @@ function label(step, wall, epoch, first) {
     if (step.months >= 12) return write(epoch, {year: "numeric"});
     if (step.months) return write(epoch, begins_year || first ? {month: "short", year: "numeric"} : {month: "short"});
     if (step.seconds >= DAY) return write(epoch, begins_year ? {day: "numeric", month: "short", year: "numeric"} : {day: "numeric", month: "short"});
-    return write(epoch, at_midnight || first ? {day: "numeric", month: "short", hour: "numeric", minute: "2-digit"} : {hour: "numeric", minute: "2-digit"});
+    const clock = {hour: "numeric", minute: "2-digit"};
+    return write(epoch, at_midnight ? {day: "numeric", month: "short"} : first ? {day: "numeric", month: "short", ...clock} : clock);
 }
 
 /** Marks between two times in ms, for an axis of this many pixels: [{v, label}]. */
 export function time_ticks(from_ms, to_ms, pixels, em) {
     const [from, to] = [to_wall(from_ms / 1000), to_wall(to_ms / 1000)];
-    const most = Math.max(2, pixels / (6.5 * em));
+    const most = Math.max(2, pixels / (7 * em));
     const step = STEPS.find(({seconds}) => (to - from) / seconds <= most) ?? STEPS.at(-1);
     const ticks = [];
     for (const wall of walls(step, from, to)) {
