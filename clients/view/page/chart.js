@@ -9,6 +9,7 @@ const COLOURS = 8;  // --line-0 and on
 const BAD_HEIGHT = 7;
 const DASHES = [8, 4];
 const LABEL_ROOM = 30;
+const DENSE = 20;  // pixels a mark: with less there is no room for lines over the whole height
 
 let library = null;
 
@@ -38,6 +39,7 @@ export class Chart {
         this.pointed = pointed;
         this.moved = moved;
         this.whole_span = whole;
+        this.shortest = 3600;  // seconds between two records
         this.plot = el("div", {class: "plot"});
         this.line = el("div", {class: "cursor", hidden: true});
         this.element = el("div", {class: "chart", tabindex: 0, role: "group", "aria-label": label}, this.plot, this.line);
@@ -67,22 +69,23 @@ export class Chart {
     /** `series`: [{axis: 0 or 1}] by the names of the answer. Times of the window in seconds. */
     async show(answer, series, window) {
         const Dygraph = await read_library();
+        if (this.closed) return;
         this.answer = answer;
         this.series = series;
         this.holes = joined(answer.holes);
         this.bad = joined(answer.bad);
-        this.rows = chart_rows(answer);
         this.window = window.map((time) => time * 1000);
+        this.rows = chart_rows(answer);
+        if (this.rows.length === 0) this.rows = this.window.map((time) => [time, ...series.map(() => null)]);
         this.#point_at(null);
         const shape = JSON.stringify(series);
-        if (this.graph && this.shape === shape && this.rows.length > 0) {
+        if (this.graph && this.shape === shape) {
             this.graph.updateOptions({...this.#options(), file: this.rows});
             return;
         }
         this.graph?.destroy();
-        this.graph = null;
         this.shape = shape;
-        if (this.rows.length > 0) this.graph = new Dygraph(this.plot, this.rows, this.#options());
+        this.graph = new Dygraph(this.plot, this.rows, this.#options());
     }
 
     /** Events as [{time, code, chosen}] in seconds. */
@@ -97,6 +100,7 @@ export class Chart {
     }
 
     close() {
+        this.closed = true;
         this.resized.disconnect();
         this.graph?.destroy();
         this.graph = null;
@@ -110,7 +114,10 @@ export class Chart {
                                     axisLabelWidth: this.#label_width(axis) * size});
         return {
             labels: ["time", ...names],
-            series: Object.fromEntries(names.map((name, index) => [name, this.series[index].axis === 1 ? {axis: "y2", strokePattern: DASHES} : {axis: "y1"}])),
+            series: Object.fromEntries(names.map((name, index) => [name, {
+                axis: this.series[index].axis === 1 ? "y2" : "y1",
+                strokePattern: this.series[index].axis === 1 && this.answer.step === 0 ? DASHES : null,  // those of many years would not be seen
+            }])),
             colors: names.map((_, index) => colour(line_colour(index))),
             dateWindow: this.window,
             connectSeparatedPoints: true,
@@ -192,6 +199,7 @@ export class Chart {
         canvas.fillStyle = colour("--event");
         canvas.strokeStyle = colour("--event");
         canvas.textBaseline = "top";
+        const dense = (this.marks?.length ?? 0) > area.w / DENSE;
         let free = -Infinity;
         for (const {time, code, chosen} of this.marks ?? []) {
             const at = place(time * 1000, time * 1000);
@@ -201,7 +209,7 @@ export class Chart {
             const x = Math.round(at[0]) + 0.5;
             canvas.beginPath();
             canvas.moveTo(x, area.y);
-            canvas.lineTo(x, area.y + area.h);
+            canvas.lineTo(x, dense && !chosen ? area.y + em() : area.y + area.h);
             canvas.stroke();
             if (x < free || x > area.x + area.w - LABEL_ROOM) continue;
             canvas.fillText(code.slice(0, 6), x + 3, area.y + 2);

@@ -21,7 +21,7 @@ const KEPT_THEME = "heatmeter-theme";
 const place = (id) => document.getElementById(id);
 const live = new Live();
 const gateway = {overview: null, trouble: null, gone_since: null};
-let view = null;  // {element, title, overview(), refresh(), values(data), records(data), close()}: the first is a must
+let view = null;  // {element, title, overview(), system(uuid, n, times), refresh(), values(data), records(data), theme(), close()}: the first is a must
 
 // ---- views
 
@@ -118,9 +118,19 @@ live.addEventListener("down", ({detail}) => {
     show_connection();
 });
 live.addEventListener("status", calmly(200, read_overview));
-live.addEventListener("values", ({detail}) => view?.values?.(detail));
+/** What the stream tells of a system holds for the overview, too. */
+function newer(uuid, n, times) {
+    const system = gateway.overview?.meters.find((meter) => meter.uuid === uuid)?.systems.find((one) => one.n === n);
+    if (system) Object.assign(system, times);
+    if (system) view?.system?.(uuid, n, system);
+}
+
+live.addEventListener("values", ({detail}) => {
+    newer(detail.meter, detail.system, {value: Math.max(...detail.values.map(({time}) => time))});
+    view?.values?.(detail);
+});
 live.addEventListener("records", ({detail}) => {
-    read_overview_later();
+    newer(detail.meter, detail.system, {hourly: detail.hourly, daily: detail.daily});
     view?.records?.(detail);
 });
 

@@ -2,7 +2,7 @@
 
 import {el, fill, foreign, symbol} from "./dom.js";
 import {address} from "./route.js";
-import {age_element} from "./time.js";
+import {age_element, show_age} from "./time.js";
 import {language, number, t} from "./words.js";
 
 const ORDER = ["critical", "unknown", "warning", "ok"];
@@ -30,7 +30,7 @@ export function meter_facts(meter) {
 
 function system_row(meter, system) {
     const link = (epoch, what, kind) => el("td", {}, epoch === null ? "–" :
-        el("a", {href: address({uuid: meter.uuid, n: system.n, what, kind}), id: `${what}-${kind}-${meter.uuid}-${system.n}`}, age_element(epoch)));
+        el("a", {href: address({uuid: meter.uuid, n: system.n, what, kind}), id: `${kind ?? what}-${meter.uuid}-${system.n}`}, age_element(epoch)));
     return el("tr", {},
         el("th", {scope: "row"}, String(system.n), system.connected === 0 ? el("span", {class: "silent"}, t("no answer")) : null),
         link(system.value, "values"), link(system.hourly, "charts", "hourly"), link(system.daily, "charts", "daily"));
@@ -88,5 +88,15 @@ export function overview_view(gateway) {
     const element = el("div", {class: "overview"});
     const show = () => fill(element, content(gateway));
     show();
-    return {element, title: "", overview: show};
+
+    /** Newer times of a system, without touching what stands round them. */
+    function system(uuid, n, times) {
+        for (const [id, epoch] of [["values", times.value], ["hourly", times.hourly], ["daily", times.daily]]) {
+            const age = epoch && document.getElementById(`${id}-${uuid}-${n}`)?.firstChild;
+            if (age) show_age(age, epoch);
+            else if (epoch) return show();
+        }
+    }
+
+    return {element, title: "", overview: show, system};
 }

@@ -65,7 +65,7 @@ export class Records {
         if (this.route.from !== null) return [this.route.from, this.route.to];
         const whole = this.whole;
         if (!whole || this.range === "all") return whole;
-        return [whole[1] - SPANS[this.range], whole[1]];
+        return [Math.max(whole[0], whole[1] - SPANS[this.range]), whole[1]];
     }
 
     /** Null when the times were chosen one by one. */
