@@ -1,11 +1,10 @@
 #include <algorithm>
-#include <charconv>
 
 #include <fmt/format.h>
-#include <json/value.h>
 
 #include "contract/installation.h"
 #include "contract/items.h"
+#include "contract/json.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
@@ -14,26 +13,6 @@
 namespace ctl {
 
 namespace {
-
-template <typename Number>
-bool is_whole(const std::string& text, Number& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc{} && end == text.data() + text.size();
-}
-
-/// A number as a number, a whole one with all its digits; null for an empty file; all else as a text. So is what only
-/// looks like a number: a version, a serial number.
-Json::Value json_of(const contract::Item& item) {
-    if (item.text.empty()) return {};
-    const bool is_text = item.entry != nullptr && item.entry->quantity == contract::Quantity::Text;
-    const auto number = is_text ? std::nullopt : contract::number_in(item.text);
-    if (!number) return contract::valid_utf8(item.text);
-    Json::Int64 whole = 0;
-    Json::UInt64 large = 0;
-    if (is_whole(item.text, whole)) return whole;
-    if (is_whole(item.text, large)) return large;
-    return *number;
-}
 
 int run_values(const std::string& place, const std::vector<std::string>& names, const Console& console) {
     const contract::MeterSystem meter = meter_system_of(place);
@@ -56,14 +35,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
     }
     if (console.json) {
         Json::Value values(Json::arrayValue);
-        for (const contract::Item& item : items) {
-            Json::Value& value = values.append(Json::objectValue);
-            value["name"] = contract::valid_utf8(item.name);
-            value["title"] = item.entry != nullptr ? std::string(item.entry->title) : "";
-            value["value"] = json_of(item);
-            value["unit"] = item.entry != nullptr ? std::string(item.entry->unit) : "";
-            value["time"] = Json::Int64(item.time);
-        }
+        for (const contract::Item& item : items) values.append(contract::json_of(item));
         Json::Value whole;
         whole["values"] = std::move(values);
         print_json(whole);
