@@ -9,6 +9,7 @@
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
+#include "contract/units.h"
 #include "ctl/commands.h"
 
 namespace ctl {
@@ -35,6 +36,10 @@ Json::Value json_of(const contract::Item& item) {
     return *number;
 }
 
+std::string unit_of(const contract::Item& item, const contract::MeterSystem& meter, const contract::Units& units) {
+    return units.unit_of(meter.uuid, meter.system, item.name, item.entry != nullptr ? item.entry->unit : "");
+}
+
 int run_values(const std::string& place, const std::vector<std::string>& names, const Console& console) {
     const contract::MeterSystem meter = meter_system_of(place);
     const contract::Family family = contract::look_at_family(meter.uuid);
@@ -54,6 +59,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         throw Failure{fmt::format("{}/{} has no values below /tmp. `heatmeterctl list` tells what there is", meter.uuid,
                                   meter.system)};
     }
+    const contract::Units units = contract::read_units();
     if (console.json) {
         Json::Value values(Json::arrayValue);
         for (const contract::Item& item : items) {
@@ -61,7 +67,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
             value["name"] = contract::valid_utf8(item.name);
             value["title"] = item.entry != nullptr ? std::string(item.entry->title) : "";
             value["value"] = json_of(item);
-            value["unit"] = item.entry != nullptr ? std::string(item.entry->unit) : "";
+            value["unit"] = unit_of(item, meter, units);
             value["time"] = Json::Int64(item.time);
         }
         Json::Value whole;
@@ -72,7 +78,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         rows.reserve(items.size());
         for (const contract::Item& item : items) {
             rows.push_back(
-                {item.name, item.text, item.entry != nullptr ? std::string(item.entry->unit) : "",
+                {item.name, item.text, unit_of(item, meter, units),
                  console.epoch ? std::to_string(item.time) : contract::duration_text(console.now - item.time),
                  item.entry != nullptr ? std::string(item.entry->title) : "not in the catalogue"});
         }
