@@ -74,12 +74,12 @@ Json::Value json_value_of(const Item& item) {
     return *number;
 }
 
-Json::Value json_of(const Item& item) {
+Json::Value json_of(const Item& item, const std::string& unit) {
     Json::Value value;
     value["name"] = valid_utf8(item.name);
     value["title"] = item.entry != nullptr ? std::string(item.entry->title) : "";
     value["value"] = json_value_of(item);
-    value["unit"] = item.entry != nullptr ? std::string(item.entry->unit) : "";
+    value["unit"] = unit;
     value["time"] = Json::Int64(item.time);
     return value;
 }

@@ -23,7 +23,7 @@ Json::Value json_or_null(const std::string& text);
 /// looks like a number: a version, a serial number.
 Json::Value json_value_of(const Item& item);
 /// {"name","title","value","unit","time"}
-Json::Value json_of(const Item& item);
+Json::Value json_of(const Item& item, const std::string& unit);
 
 /// {"level","gateway","meters"}
 Json::Value json_of(const Status& status);

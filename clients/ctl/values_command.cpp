@@ -8,11 +8,16 @@
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
+#include "contract/units.h"
 #include "ctl/commands.h"
 
 namespace ctl {
 
 namespace {
+
+std::string unit_of(const contract::Item& item, const contract::MeterSystem& meter, const contract::Units& units) {
+    return units.unit_of(meter.uuid, meter.system, item.name, item.entry != nullptr ? item.entry->unit : "");
+}
 
 int run_values(const std::string& place, const std::vector<std::string>& names, const Console& console) {
     const contract::MeterSystem meter = meter_system_of(place);
@@ -33,9 +38,12 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         throw Failure{fmt::format("{}/{} has no values below /tmp. `heatmeterctl list` tells what there is", meter.uuid,
                                   meter.system)};
     }
+    const contract::Units units = contract::read_units();
     if (console.json) {
         Json::Value values(Json::arrayValue);
-        for (const contract::Item& item : items) values.append(contract::json_of(item));
+        for (const contract::Item& item : items) {
+            values.append(contract::json_of(item, unit_of(item, meter, units)));
+        }
         Json::Value whole;
         whole["values"] = std::move(values);
         print_json(whole);
@@ -44,7 +52,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         rows.reserve(items.size());
         for (const contract::Item& item : items) {
             rows.push_back(
-                {item.name, item.text, item.entry != nullptr ? std::string(item.entry->unit) : "",
+                {item.name, item.text, unit_of(item, meter, units),
                  console.epoch ? std::to_string(item.time) : contract::duration_text(console.now - item.time),
                  item.entry != nullptr ? std::string(item.entry->title) : "not in the catalogue"});
         }

@@ -12,6 +12,7 @@
 #include "contract/logs.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
+#include "contract/units.h"
 #include "core/gateway.h"
 #include "ctl/opinion.h"
 #include "ctl/watch_rows.h"
@@ -290,9 +291,11 @@ class Screen {
         for (int i = top; i < count && row < height - 1; ++i) {
             const contract::LiveItem& one = system->items[static_cast<std::size_t>(i)];
             const contract::ItemEntry* const entry = one.item.entry;
+            const std::string unit =
+                units.unit_of(meter->meter.uuid, system->number, one.item.name, entry != nullptr ? entry->unit : "");
             put(fmt::format("{} {} {}  {}  {}", fitted(one.item.name, 14), fitted(one.item.text, 16, true),
-                            fitted(entry != nullptr ? std::string(entry->unit) : "", 8, true),
-                            fitted(age_of(one.item.time), 9, true), entry != nullptr ? entry->title : ""),
+                            fitted(unit, 8, true), fitted(age_of(one.item.time), 9, true),
+                            entry != nullptr ? entry->title : ""),
                 is_marked(one, steady) ? A_BOLD | colour(Good) : A_NORMAL);
         }
     }
@@ -321,6 +324,7 @@ class Screen {
 
     contract::Live& model;
     const Console& console;
+    const contract::Units units = contract::read_units();
     Opinion opinion;
     int height = 0;
     int width = 0;
