@@ -32,7 +32,7 @@ _heatmeterctl() {
                 *:decode:0 | *:probe:0) choices="KM5 VIST VISTmodbus SA94" ;;
                 *:decode:*) files=-f ;;
                 *:check:0) choices="KM5 KM56i ATT VIST VISTmodbus SA94 $(
-                    find /etc/heatmeterd -name '*.conf' -printf '%f\n' 2>/dev/null | sed -nE "s/^($plain)\.conf$/\1/p"
+                    /usr/lib/heatmeterd/heatmeterd-care names /etc/heatmeterd 2>/dev/null | grep -xE "$plain"
                 )" ;;
                 *:log:0) choices=general ;;&
                 *:log:0 | *:values:0 | *:archive:0 | *:gaps:0 | *:plot:0 | *:events:0 | *:poll:0 | *:status:* | *:watch:* | \

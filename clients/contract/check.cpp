@@ -10,6 +10,7 @@
 #include "contract/newest.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
+#include "contract/units.h"
 #include "core/gateway.h"
 #include "core/local_time.h"
 
@@ -199,6 +200,18 @@ void check_ground(const Words& words, Family family, const GatewayFacts& here, F
     check_clock(uuids, here, found);
     check_flags(uuids, family, here, found);
     check_owner(uuids, found);
+}
+
+Findings check_units() {
+    const Units units = read_units();
+    Findings found;
+    for (const std::string& problem : units.problems()) {
+        found.push_back({"units", Level::Warning, problem, "correct the line; until then it counts for nothing"});
+    }
+    if (found.empty() && units.size() > 0) {
+        found.push_back({"units", Level::Ok, fmt::format("{}: {} units", UnitsFile, units.size()), ""});
+    }
+    return found;
 }
 
 Findings check_words(const Words& words, const GatewayFacts& here) {

@@ -13,6 +13,8 @@ namespace contract {
 using Finding = Reason;
 using Findings = std::vector<Finding>;
 
+/// The keeper's units; nothing of a gateway without them.
+Findings check_units();
 /// The words behind the program's name: "KM5", "-r", uuids. Asks the service.
 Findings check_words(const Words& words, const GatewayFacts& here);
 

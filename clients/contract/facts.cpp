@@ -18,13 +18,13 @@ namespace {
 constexpr const char* PortFolder = "/etc/heatmeterd";
 
 std::map<std::string, PortFile> configured_ports() {
-    constexpr std::string_view Ending = ".conf";
     constexpr std::size_t LongestFile = std::size_t{65} * 1024;
     std::map<std::string, PortFile> ports;
     for (const std::string& name : names_in(PortFolder)) {
-        if (!name.ends_with(Ending)) continue;
+        const auto port = port_of_file(name);
+        if (!port) continue;
         const std::string path = std::string(PortFolder) + '/' + name;
-        ports[name.substr(0, name.size() - Ending.size())] = parse_port_file(path, read_text(path, LongestFile));
+        ports[*port] = parse_port_file(path, read_text(path, LongestFile));
     }
     return ports;
 }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 
 #include <fmt/format.h>
 #include <json/value.h>
@@ -19,6 +20,10 @@ const char* word_of(Level level) {
 }
 
 contract::Findings check_configured(const std::string& port, const contract::GatewayFacts& here) {
+    if (!port_of_file(port + ".conf")) {
+        throw Failure{fmt::format("/etc/heatmeterd/{}.conf belongs to no port, and is looked at with every one", port),
+                      Usage};
+    }
     const auto ports = read_ports(gateway().root() + "/etc/heatmeterd");
     const auto found = ports.find(port);
     if (found == ports.end()) {
@@ -64,8 +69,9 @@ void print_as_json(const contract::Findings& findings, Level worst) {
 int run_check(const Words& words, const Console& console) {
     if (!gateway().root().empty()) throw Failure{"check looks at this machine; it takes no --root", Usage};
     const contract::GatewayFacts here = contract::look_at_gateway();
-    const contract::Findings findings =
+    contract::Findings findings =
         words.size() == 1 ? check_configured(words.front(), here) : contract::check_words(words, here);
+    std::ranges::move(contract::check_units(), std::back_inserter(findings));
     Level worst = Level::Ok;
     for (const auto& finding : findings) worst = std::max(worst, finding.level);
     if (console.json) {

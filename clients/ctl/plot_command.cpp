@@ -15,6 +15,7 @@
 
 #include "contract/plain_text.h"
 #include "contract/site.h"
+#include "contract/units.h"
 #include "core/local_time.h"
 #include "ctl/archive_words.h"
 
@@ -41,10 +42,11 @@ std::int64_t as_local(std::int64_t time) {
     return time + local_time(static_cast<std::time_t>(time)).tm_gmtoff;
 }
 
-std::string title_of(const std::string& name) {
+std::string title_of(const std::string& name, const contract::MeterSystem& meter, const contract::Units& units) {
     const contract::ArchiveEntry* const entry = contract::find_archive(name);
     if (entry == nullptr) return name;
-    return fmt::format("{} {}{}{}", name, entry->title, entry->unit.empty() ? "" : ", ", entry->unit);
+    const std::string unit = units.unit_of(meter.uuid, meter.system, name, entry->unit);
+    return fmt::format("{} {}{}{}", name, entry->title, unit.empty() ? "" : ", ", unit);
 }
 
 /// Five dates below the chart, each as exact as what is drawn is long; a terminal has no room for more.
@@ -134,6 +136,7 @@ void draw(const std::string& script, const std::string& output) {
 int run_plot(const Words& words, const Console& console) {
     const contract::MeterSystem meter = words.meter();
     const std::int64_t period = words.daily ? 90000 : 3600;  // a day can have 25 hours
+    const contract::Units units = contract::read_units();
     std::string script = output_words(words.output);
     std::string lines;
     contract::TimeSpan drawn{.from = std::numeric_limits<std::int64_t>::max(), .to = 0};
@@ -149,7 +152,7 @@ int run_plot(const Words& words, const Console& console) {
             fmt::format("$data{}", lines.empty() ? 0 : std::count(lines.begin(), lines.end(), '$'));
         script += fmt::format("{} << EOD\n{}EOD\n", block, points);
         lines += fmt::format("{}{} using 1:2 with lines title {}", lines.empty() ? "plot " : ", ", block,
-                             gnuplot_text(title_of(name)));
+                             gnuplot_text(title_of(name, meter, units)));
     }
     script += fmt::format("set title {}\n", gnuplot_text(fmt::format("{}/{}", meter.uuid, meter.system)));
     script += time_axis(drawn) + "set grid\nset key below\n";

@@ -27,10 +27,17 @@ constexpr unsigned EndPatience = 3;       // seconds
 
 int usage() {
     std::cerr << "Usage: heatmeterd-care ports FOLDER [PORT]...\n"
+                 "       heatmeterd-care names FOLDER\n"
                  "       heatmeterd-care wait FOLDER/PORT.conf\n"
                  "       heatmeterd-care look PID\n"
                  "       heatmeterd-care keep FOLDER/PORT.conf PROGRAM PID_FILE STATE_FILE LOG\n";
     return BadUsage;
+}
+
+/// A file that is not there, or that is none of a port.
+void tell_unknown(const std::string& folder, const std::string& port) {
+    const std::string name = port + ".conf";
+    std::cerr << "heatmeterd: " << (port_of_file(name) ? "no " : "of no port: ") << folder << '/' << name << '\n';
 }
 
 /// Prints the ports whose words are right, all of them without names, and tells what is wrong with the others.
@@ -45,7 +52,7 @@ int ports(const std::string& folder, const std::vector<std::string>& names) {
     for (const std::string& port : wanted) {
         const auto found = known.find(port);
         if (found == known.end()) {
-            std::cerr << "heatmeterd: no " << folder << '/' << port << ".conf\n";
+            tell_unknown(folder, port);
             status = NotConfigured;
         } else if (!found->second.problems.empty()) {
             for (const std::string& problem : found->second.problems) std::cerr << problem << '\n';
@@ -57,12 +64,20 @@ int ports(const std::string& folder, const std::vector<std::string>& names) {
     return status;
 }
 
+/// Prints all ports, also those whose words are wrong.
+int names(const std::string& folder) {
+    for (const std::string& name : names_in(folder)) {
+        if (const auto port = port_of_file(name)) std::cout << *port << '\n';
+    }
+    return Done;
+}
+
 /// The words of a port; ends the process when something is wrong with them.
 Words words_of(const std::filesystem::path& file) {
     const auto known = read_ports(file.parent_path().string());
     const auto found = known.find(file.stem().string());
     if (found == known.end()) {
-        std::cerr << "heatmeterd: no " << file.string() << '\n';
+        tell_unknown(file.parent_path().string(), file.stem().string());
         std::exit(NotConfigured);
     }
     for (const std::string& problem : found->second.problems) std::cerr << problem << '\n';
@@ -128,6 +143,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
     const std::string command = words.empty() ? "" : words[0];
     if (command == "ports" && words.size() >= 2) return ports(words[1], {words.begin() + 2, words.end()});
+    if (command == "names" && words.size() == 2) return names(words[1]);
     if (command == "wait" && words.size() == 2) return wait(words[1]);
     if (command == "look" && words.size() == 2) return look(words[1]);
     if (command == "keep" && words.size() == 6) return keep(words[1], words[2], words[3], words[4], words[5]);

@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::string_view Variable = "HEATMETERD_WORDS";
 constexpr std::string_view MeterNames[] = {"KM5", "KM56i", "ATT", "VIST", "VISTmodbus", "SA94"};
+// Files of other programs beside those of the ports.
+constexpr std::string_view NoPorts[] = {"units", "uplink"};
 constexpr std::size_t FileLimit = 64 * 1024;
 constexpr std::size_t FirstMeter = 2;  // behind the name and -r or -j
 
@@ -135,13 +137,22 @@ PortFile parse_port_file(const std::string& path, std::string_view text) {
     return file;
 }
 
+std::optional<std::string> port_of_file(std::string_view name) {
+    constexpr std::string_view Ending = ".conf";
+    if (name.size() <= Ending.size() || !name.ends_with(Ending)) return std::nullopt;
+    name.remove_suffix(Ending.size());
+    if (std::find(std::begin(NoPorts), std::end(NoPorts), name) != std::end(NoPorts)) return std::nullopt;
+    return std::string(name);
+}
+
 std::map<std::string, PortFile> read_ports(const std::string& folder) {
     std::map<std::string, PortFile> ports;
     std::map<std::string, std::set<std::string>> ports_of;  // by uuid
     for (const std::string& name : names_in(folder)) {
         const std::filesystem::path path = std::filesystem::path(folder) / name;
-        if (path.extension() != ".conf") continue;
-        const std::string port = path.stem().string();
+        const auto known = port_of_file(name);
+        if (!known) continue;
+        const std::string& port = *known;
         if (!is_plain(port) || port.front() == '-') {
             ports[port].problems.push_back(folder + "/" + shown(port) +
                                            ".conf:1: the name has other signs than letters, digits, '.', '_' and '-'");

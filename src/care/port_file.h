@@ -3,6 +3,7 @@
 // file, so only what both understand in the same way is let through.
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,9 @@ struct PortFile {
 
 /// The words in the text of a file, and what is wrong with it; `path` is only told.
 PortFile parse_port_file(const std::string& path, std::string_view text);
+
+/// The port whose file bears this name; nothing for the names that end in .conf and mean something else.
+std::optional<std::string> port_of_file(std::string_view name);
 
 /// All PORT.conf of a folder by port. A uuid that stands twice is a problem of both of its ports.
 std::map<std::string, PortFile> read_ports(const std::string& folder);

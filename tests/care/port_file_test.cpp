@@ -107,4 +107,13 @@ TEST_F(PortFolder, TellsWhatIsNoFileAndWhatHasAnOddName) {
     EXPECT_EQ(ports.at("-x").problems.size(), 1U);
 }
 
+TEST_F(PortFolder, LeavesOutTheFilesOfOtherPrograms) {
+    for (const char* name : {"units.conf", "uplink.conf", ".conf", "Units.conf"}) put(name, "KM5 -r m1");
+    const auto ports = read_ports(folder);
+    ASSERT_EQ(ports.size(), 1U);
+    EXPECT_EQ(ports.at("Units").problems, Problems());
+    EXPECT_EQ(port_of_file("units.conf"), std::nullopt);
+    EXPECT_EQ(port_of_file("a.conf"), "a");
+}
+
 }  // namespace

@@ -328,6 +328,22 @@ class Archive(schemas.Schemas, unittest.TestCase):
                 self.assertIn("<svg", file.read())
         self.assertEqual([name for name in os.listdir(made.root) if name.startswith("chart")], ["chart.svg"])
 
+    def test_units_are_the_keepers(self):
+        made = Made(5, hours=30)
+        made.write()
+        for folder in ("etc/heatmeterd", "tmp/m1/2/tc_items"):
+            os.makedirs(f"{made.root}/{folder}")
+        with open(f"{made.root}/etc/heatmeterd/units.conf", "w") as file:
+            file.write("[m1]\nIE1 = Gcal\nA1 = Gcal\nno line\n[m1/2]\nIE1 = MWh\n")
+        for name in ("IE1", "IM1"):
+            with open(f"{made.root}/tmp/m1/2/tc_items/{name}", "w") as file:
+                file.write("1.5\n")
+        told = json.loads(ctl(made.root, "values", "m1/2", "--json"))["values"]
+        self.assertEqual({item["name"]: item["unit"] for item in told}, {"IE1": "MWh", "IM1": ""})
+        self.assertIn(b" MWh ", ctl(made.root, "values", "m1/2"))
+        if shutil.which("gnuplot"):
+            self.assertIn(b", Gcal", ctl(made.root, "plot", "m1", "A1"))
+
     def test_wrong_words_and_missing_files_are_told(self):
         made = Made(5, hours=3)
         made.write()

@@ -149,6 +149,16 @@ class Installation:
         self.assertEqual(self.script("start")[0], 6)
         self.assertEqual(self.script("start", HEATMETERD_DAEMON="/nowhere"), (5, "heatmeterd: not installed\n"))
 
+    def test_files_of_other_programs_are_no_ports(self):
+        self.configure(units="[m1]\nIE1 = Gcal\n", uplink="[mqtt]\nurl = mqtt://localhost\n")
+        self.assertEqual(self.script("status"), (0, f"heatmeterd: no port configured in {CONFIG}\n"))
+        self.assertEqual(self.script("start", "units"), (6, f"heatmeterd: of no port: {CONFIG}/units.conf\n"))
+        self.sim("--meter", "uuid=m1")
+        self.configure(a="m1")
+        self.assertEqual(self.script("start"), (0, ""))
+        self.wait_for_daemons(1)
+        self.wait_for(lambda: self.script("status")[0] == 0, "the status")
+
     # ---- what may go wrong
 
     def test_a_process_that_ends_again_and_again_is_told_with_its_exit_status(self):

@@ -216,6 +216,14 @@ class Changes(Terminal):
         self.assertTrue(self.is_bold("T1"))
         self.wait_for(lambda: not self.is_bold("T1"), "the end of the mark", 6 - (time.monotonic() - seen))
 
+    def test_a_unit_is_the_keepers(self):
+        os.makedirs(f"{ROOT}/etc/heatmeterd")
+        write(f"{ROOT}/etc/heatmeterd/units.conf", "[m1/2]\nT1 = °R\n")
+        self.watch()
+        self.sees("^T1 +61.5 +")
+        self.type("Right")
+        self.sees("^T1 +55.125 +°R ")
+
     def test_a_value_written_with_an_old_time_loses_its_mark_too(self):
         publish("m1", age=5000, MeterModel="KM5-4", T1="61.5", T2="40.25")
         self.watch("m1")
