@@ -10,6 +10,7 @@ import {number, t} from "./words.js";
 
 const PATIENCE = 120;  // ms without a move, before the gateway is asked
 const MOST_SCALES = 2;
+const MOST_POINTS = 10000;  // that are given
 const LISTED = 100;
 
 /** A span of time keeps two rows for each name, so several names need more to be as fine as one. */
@@ -153,7 +154,7 @@ export function charts_view(route, element) {
         const margin = span < (whole[1] - whole[0]) / 2 ? span / 2 : 0;  // something to see while the window moves
         const names = chosen.map(({name}) => name);
         const path = archive_path(route.uuid, route.n, {kind: records.kind, names, from: window[0] - margin, to: window[1] + margin},
-                                  {points: Math.round(chart.width * rows_a_pixel(names.length) * (1 + (2 * margin) / span))});
+                                  {points: Math.min(MOST_POINTS, Math.round(chart.width * rows_a_pixel(names.length) * (1 + (2 * margin) / span)))});
         try {
             const found = await get(path, signal);
             const keys = [...new Set(chosen.map(scale_of))];

@@ -9,7 +9,7 @@ import {iso, minute} from "./time.js";
 import {number, t} from "./words.js";
 
 const PAGE = 500;  // records
-const ALL = 1000000;  // points: nothing is left out
+const ALL = 10000;  // points, the most that is given: nothing is left out of a page
 
 export function table_view(route, element) {
     const records = new Records(route);
@@ -44,12 +44,20 @@ export function table_view(route, element) {
 
     /** The records before a time; where there are none, those before the hole. */
     async function page(end, begin, names, signal) {
-        let length = PAGE * PERIODS[records.kind];
-        for (let from = end; from > begin; length *= 8) {
-            const next = Math.max(begin, from - length);
-            const answer = await get(archive_path(route.uuid, route.n, {kind: records.kind, names, from: next, to: from}, {points: ALL}), signal);
-            if (answer.rows.length > 0 || next === begin) return {...answer, rows: answer.rows.slice(-PAGE)};
-            from = next;
+        const usual = PAGE * PERIODS[records.kind];
+        let length = usual;
+        for (let to = end; to > begin;) {
+            const from = Math.max(begin, to - length);
+            const answer = await get(archive_path(route.uuid, route.n, {kind: records.kind, names, from, to}, {points: ALL}), signal);
+            if (answer.step > 0) {  // more than there is room for: its newest are the page
+                length = usual;
+                to = answer.to + 1;
+            } else if (answer.rows.length > 0) {
+                return {...answer, rows: answer.rows.slice(-PAGE)};
+            } else {
+                to = from;
+                length *= 8;
+            }
         }
         return null;
     }
