@@ -11,6 +11,7 @@ import urllib.request
 
 import box
 import keeper
+from keeper import RATE
 
 try:
     from selenium import webdriver
@@ -21,6 +22,7 @@ except ImportError:  # a package of the system's own interpreter
     except ImportError:
         webdriver = None
 
+START = "2024-03-02 08:05:00"
 ADDRESS = "http://127.0.0.1:8083"
 HOUR, DAY = 3600, 86400
 YEARS = 10
@@ -54,12 +56,9 @@ def write(path, text):
         file.write(text.encode(errors="surrogateescape"))
 
 
-def publish(uuid, n=1, at=None, **items):
+def publish(uuid, n=1, **items):
     for name, text in items.items():
-        path = f"/tmp/{uuid}/{n}/tc_items/{name}"
-        write(path, f"{text}\n")
-        if at:
-            os.utime(path, (at, at))
+        write(f"/tmp/{uuid}/{n}/tc_items/{name}", f"{text}\n")
 
 
 def store(uuid, name, lines, n=1):
@@ -269,13 +268,13 @@ class Records(Page):
         self.sees("temperature 1", "temperature 2", "A20")
         self.settle()
         rows = self.texts("tbody tr")
-        self.assertEqual(len(rows), 500)
+        self.assertTrue(480 < len(rows) <= 500, len(rows))  # with a hole
         # The gateway's zone, three hours east; the reader's is another.
         shown = time.strftime("%-I:%M %p", time.gmtime(self.hour - HOUR + 3 * HOUR))
         self.assertIn(shown, rows[0].replace("\u202f", " "))
-        self.assertIn("*", next(row for row in rows[:25] if "*" in row))
+        self.assertEqual([number for number, row in enumerate(rows) if "*" in row], [19])
         self.run_script("document.getElementById('older').click()")
-        self.wait_for(lambda: len(self.texts("tbody tr")) < 500, "older records")
+        self.wait_for(lambda: len(self.texts("tbody tr")) < 300, "older records")
         self.go(VIEWS["events"])
         self.sees("Code", "Events: 3")
 
@@ -331,6 +330,7 @@ class Troubles(Page):
     """Programs go away and come back."""
 
     def test_the_daemon_the_view_and_the_clock(self):
+        self.start_clock(START, RATE)
         self.meters()
         daemon = self.daemon("KM5", "-r", "m1")
         self.wait_for_values()
@@ -340,11 +340,13 @@ class Troubles(Page):
         self.sees("m1", r"\bok\b")
         with self.subTest("the daemon is killed"):
             daemon.end()
-            self.sees("critical", "no process reads this meter", "start its process", within="article", patience=25)
-            self.assertIn("critical", self.texts("#spoken")[0])
+            publish("m1", Vi="777.125")  # levels are looked at when something has changed, else each half minute
+            self.sees("critical", "no process reads this meter", "What to do: start its process", within="article", patience=25)
+            self.assertIn("critical", self.run_script("return document.getElementById('spoken').textContent"))
             self.picture("critical")
-            self.daemon("KM5", "-r", "m1")
+            daemon = self.daemon("KM5", "-r", "m1")
             self.wait_for(lambda: self.texts("article .badge")[0].strip() == "ok", "the level to be well again", 40)
+            daemon.end()  # what is published from now on stays
         self.assert_clean()
         with self.subTest("the view is killed"):
             self.go(VIEWS["values"])
@@ -362,15 +364,16 @@ class Troubles(Page):
         self.assert_clean(but="net::ERR_")
 
     def set_back(self):
-        if shutil.which("faketime") is None:
-            self.skipTest("no faketime")
         self.programs[-1].end()
-        self.view("faketime", "-f", "-1d")
+        earlier = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(self.clock.start - DAY))
+        for name in os.listdir("/tmp/m1/1/tc_items"):
+            os.utime(f"/tmp/m1/1/tc_items/{name}", (time.time() + 2 * DAY / RATE,) * 2)  # as the programs' clock counts
+        self.view("env", f"FAKETIME=@{earlier} x{RATE}")
         self.sees("live", within="#connection", patience=20)
         self.sees("later than the gateway's clock")
         self.assertNotRegex(self.texts()[0], r"-\d+ (sec|min|hr|day)|\bin \d+")
-        publish("m1", at=time.time() - DAY - 5, M1="12.5")
-        self.sees(r"M1 · \d+ sec\. ago", r"\b12\.5\b", patience=3)
+        publish("m1", M1="12.5")
+        self.sees(r"M1 · \d+ (sec|min)\. ago", r"\b12\.5\b", patience=3)
 
 
 if __name__ == "__main__":

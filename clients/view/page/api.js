@@ -10,6 +10,12 @@ export class Trouble extends Error {
     }
 }
 
+/** A whole number that is too long for this language stays the text that was sent, where the browser still knows it. */
+export function parse(text) {
+    return JSON.parse(text, (_, value, context) =>
+        Number.isInteger(value) && !Number.isSafeInteger(value) ? context?.source ?? value : value);
+}
+
 /** Status 0: nobody answers. */
 export async function get(path, signal) {
     let answer;
@@ -21,7 +27,7 @@ export async function get(path, signal) {
     }
     let content = null;
     try {
-        content = await answer.json();
+        content = parse(await answer.text());
     } catch (error) {
         if (error.name === "AbortError") throw error;
         if (answer.ok) throw new Trouble(0, error.message);  // torn off

@@ -1,6 +1,6 @@
 // The gateway's stream of events. It breaks: then it is opened again, after a wait that grows to 10 s.
 
-import {get} from "./api.js";
+import {get, parse} from "./api.js";
 import {set_clock} from "./time.js";
 
 const SILENCE = 40;  // seconds without a word, when hello comes every 25
@@ -43,7 +43,7 @@ export class Live extends EventTarget {
             this.#listen_for_silence();
             let data;
             try {
-                data = JSON.parse(event.data);
+                data = parse(event.data);
             } catch {
                 return;
             }
