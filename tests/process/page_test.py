@@ -141,10 +141,18 @@ class Page(keeper.Keeper):
         self.wait_for(lambda: self.run_script("return document.readyState === 'complete' && "
                                               "!document.querySelector('[aria-busy=true]')"), "a calm page")
 
-    def picture(self, name):
+    def pictures_folder(self):
         folder = f"{self.build}/pictures"
         os.makedirs(folder, exist_ok=True)
-        self.browser.save_screenshot(f"{folder}/{name}-{self.size[0]}{'-dark' if self.dark else ''}.png")
+        return folder
+
+    def measured(self, text):
+        """Kept beside the pictures, since what a good test prints is not shown."""
+        with open(f"{self.pictures_folder()}/measured.txt", "a", encoding="utf-8") as file:
+            file.write(f"{time.strftime('%F %T')} {text}\n")
+
+    def picture(self, name):
+        self.browser.save_screenshot(f"{self.pictures_folder()}/{name}-{self.size[0]}{'-dark' if self.dark else ''}.png")
 
     def assert_fits(self, name):
         wide, room = self.run_script("return [document.documentElement.scrollWidth, innerWidth]")
@@ -158,6 +166,23 @@ class Page(keeper.Keeper):
         asked = {event["params"]["request"]["url"] for event in events if event["method"] == "Network.requestWillBeSent"}
         self.assertEqual([url for url in asked if not url.startswith((ADDRESS + "/", "data:"))], [])
         return asked
+
+
+class Words(box.Test):
+    def test_each_is_there_in_every_language(self):
+        """Also every title of the catalogue."""
+        clients = os.path.join(os.path.dirname(os.path.dirname(box.TREE)), "clients")
+        titles = set(re.findall(r', +"([^"]+)"\},$', box.read(f"{clients}/contract/catalogue_tables.cpp"), re.M))
+        words = {name: json.loads(box.read(f"{clients}/view/page/words.{name}.json")) for name in ("en", "de", "ru")}
+        self.assertGreater(len(titles), 60)
+        for name in ("de", "ru"):
+            self.assertEqual(set(words[name]["titles"]), titles, name)
+            self.assertEqual(list(words[name]["words"]), list(words["en"]["words"]), name)
+            for key, text in words["en"]["words"].items():
+                self.assertEqual(re.findall(r"\{\w+\}", words[name]["words"][key]), re.findall(r"\{\w+\}", text), key)
+        scripts = "".join(box.read(f"{clients}/view/page/{name}") for name in os.listdir(f"{clients}/view/page") if name.endswith(".js"))
+        for key in re.findall(r'\bt\("([^"]+)"', scripts):
+            self.assertIn(key, words["en"]["words"])
 
 
 class Records(Page):
@@ -208,7 +233,7 @@ class Records(Page):
         publish("m1", T1="77.75")
         changed = time.monotonic()
         self.sees(r"77\.75", within="tr.changed", patience=2)
-        print(f"a changed value was seen after {time.monotonic() - changed:.2f} s")
+        self.measured(f"a changed value was seen after {time.monotonic() - changed:.2f} s")
         self.assertEqual(len(self.texts("tr.changed")), 1)
         publish("m1", 2, T1="56.5")  # of another system
         self.wait_for(lambda: not self.texts("tr.changed"), "the end of the mark")
@@ -219,7 +244,7 @@ class Records(Page):
         names = ",".join(TEN_YEARS)
         self.drawn(f"{VIEWS['charts']}?names=A20&range=week")
         seconds = self.drawn(f"{VIEWS['charts']}?names={names}&range=all")
-        print(f"six names over ten years were drawn after {seconds:.2f} s")
+        self.measured(f"six names over ten years were drawn after {seconds:.2f} s")
         self.assertLess(seconds, DRAWN_WITHIN)
         self.sees("Drawn are the least and the greatest values", within=".note")
         self.sees("Shaded: records are missing", "of bad quality", within=".note")
@@ -252,7 +277,7 @@ class Records(Page):
         self.browser.refresh()
         self.settle()
         self.assertEqual(self.browser.current_url, window)
-        self.assertFalse(self.texts("#range-all[aria-pressed=true]"))
+        self.assertFalse(self.texts("#choose-all[aria-pressed=true]"))
 
     def csv(self):
         self.drawn(f"{VIEWS['charts']}?names=A20,A17&range=month")
@@ -300,7 +325,7 @@ class Records(Page):
                 self.sees(".")
                 self.settle()
                 if name == "charts":
-                    self.drawn("range-month")
+                    self.drawn("choose-month")
                 self.assert_fits(name)
                 self.picture(name)
             ground = self.run_script("return getComputedStyle(document.body).backgroundColor")

@@ -12,8 +12,10 @@ export class Trouble extends Error {
 
 /** A whole number that is too long for this language stays the text that was sent, where the browser still knows it. */
 export function parse(text) {
-    return JSON.parse(text, (_, value, context) =>
-        Number.isInteger(value) && !Number.isSafeInteger(value) ? context?.source ?? value : value);
+    return JSON.parse(
+        text,
+        (_, value, context) =>
+            Number.isInteger(value) && !Number.isSafeInteger(value) ? context?.source ?? value : value);
 }
 
 /** Status 0: nobody answers. */
@@ -44,6 +46,7 @@ export const meter_path = (uuid, n, what) => `/api/meters/${encodeURIComponent(u
 
 /** The query of a part of the records; the same for what is drawn, listed and taken away. */
 export function archive_path(uuid, n, {kind, names, from, to}, more) {
-    const query = new URLSearchParams({kind, from: `@${Math.floor(from)}`, to: `@${Math.ceil(to)}`, names: names.join(","), ...more});
+    const query = new URLSearchParams(
+        {kind, from: `@${Math.floor(from)}`, to: `@${Math.ceil(to)}`, names: names.join(","), ...more});
     return meter_path(uuid, n, "archive") + "?" + query;
 }

@@ -23,9 +23,7 @@ export class Live extends EventTarget {
         addEventListener("pageshow", (event) => event.persisted && this.#again(0));
     }
 
-    #tell(name, detail) {
-        this.dispatchEvent(new CustomEvent(name, {detail}));
-    }
+    #tell(name, detail) { this.dispatchEvent(new CustomEvent(name, {detail})); }
 
     #close() {
         clearTimeout(this.#timer);
@@ -89,7 +87,9 @@ export class Live extends EventTarget {
 
     #visibility() {
         clearTimeout(this.#hiding);
-        if (document.hidden) this.#hiding = setTimeout(() => this.#close(), HIDDEN * 1000);
-        else if (this.#source?.readyState !== EventSource.OPEN) this.#again(0);
+        if (document.hidden)
+            this.#hiding = setTimeout(() => this.#close(), HIDDEN * 1000);
+        else if (this.#source?.readyState !== EventSource.OPEN)
+            this.#again(0);
     }
 }

@@ -1,6 +1,10 @@
 // The words of the page in the reader's language, and how his place on earth writes numbers and dates.
 
-const LANGUAGES = {en: "English", de: "Deutsch", ru: "Русский"};
+const LANGUAGES = {
+    en: "English",
+    de: "Deutsch",
+    ru: "Русский"
+};
 const KEPT = "heatmeter-language";
 
 let words = {};
@@ -11,9 +15,7 @@ export const languages = () => Object.entries(LANGUAGES);
 export const language = () => chosen;
 
 /** The reader's own form of the language, such as British English, when his browser names one. */
-export function locale() {
-    return navigator.languages.find((name) => name.split("-")[0] === chosen) ?? chosen;
-}
+export function locale() { return navigator.languages.find((name) => name.split("-")[0] === chosen) ?? chosen; }
 
 async function read(name) {
     const answer = await fetch(`/words.${name}.json`);
@@ -43,16 +45,16 @@ export function t(key, values = {}) {
 }
 
 /** The catalogue's English title in the reader's language. What is not in the catalogue stays as it is. */
-export function title(english) {
-    return Object.hasOwn(titles, english) ? titles[english] : english;
-}
+export function title(english) { return Object.hasOwn(titles, english) ? titles[english] : english; }
 
 /** Reads, or with a second word keeps, a choice of the reader; a browser that keeps nothing is fine. */
 export function keep(name, value) {
     try {
         if (value === undefined) return localStorage.getItem(name);
-        if (value === null) localStorage.removeItem(name);
-        else localStorage.setItem(name, value);
+        if (value === null)
+            localStorage.removeItem(name);
+        else
+            localStorage.setItem(name, value);
     } catch {
         // private window
     }
