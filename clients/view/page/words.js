@@ -38,7 +38,7 @@ export async function choose(name) {
     await load();
 }
 
-/** t("page of", {n: 3}): the words of this key, with {n} in its place. */
+/** t("older", {n: 500}): the words of this key, with {n} in its place. */
 export function t(key, values = {}) {
     const text = words[key] ?? key;
     return text.replace(/\{(\w+)\}/g, (whole, name) => (Object.hasOwn(values, name) ? values[name] : whole));
