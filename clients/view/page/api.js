@@ -1,5 +1,6 @@
 // What the gateway is asked.
 
+import {whole_address} from "./dom.js";
 import {set_clock} from "./time.js";
 
 export class Trouble extends Error {
@@ -22,7 +23,7 @@ export function parse(text) {
 export async function get(path, signal) {
     let answer;
     try {
-        answer = await fetch(path, {signal, cache: "no-store"});
+        answer = await fetch(whole_address(path), {signal, cache: "no-store"});
     } catch (error) {
         if (error.name === "AbortError") throw error;
         throw new Trouble(0, error.message);

@@ -50,6 +50,9 @@ export function fill(place, ...children) {
     return place;
 }
 
+/** The address of this page may hold a name and a password, which browsers refuse in what a script asks. */
+export const whole_address = (path) => new URL(path, location.origin).href;
+
 /** Calls after `ms` without another call. */
 export function calmly(ms, action) {
     let timer = 0;

@@ -9,7 +9,7 @@ import {meter_frame} from "./meter.js";
 import {overview_view} from "./overview.js";
 import {parse_route} from "./route.js";
 import {table_view} from "./table_view.js";
-import {moment, now, set_zone, tick_ages} from "./time.js";
+import {moment, set_zone, tick_ages} from "./time.js";
 import {values_view} from "./values_view.js";
 import * as words from "./words.js";
 import {t} from "./words.js";
@@ -124,7 +124,7 @@ function show_connection() {
 
 live.addEventListener("up", read_everything);
 live.addEventListener("down", ({detail}) => {
-    gateway.gone_since ??= now() ?? 0;
+    gateway.gone_since ??= live.heard ?? 0;
     gateway.stream_trouble = detail;
     show_connection();
 });

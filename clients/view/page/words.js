@@ -1,5 +1,7 @@
 // The words of the page in the reader's language, and how his place on earth writes numbers and dates.
 
+import {whole_address} from "./dom.js";
+
 const LANGUAGES = {
     en: "English",
     de: "Deutsch",
@@ -18,7 +20,7 @@ export const language = () => chosen;
 export function locale() { return navigator.languages.find((name) => name.split("-")[0] === chosen) ?? chosen; }
 
 async function read(name) {
-    const answer = await fetch(`/words.${name}.json`);
+    const answer = await fetch(whole_address(`/words.${name}.json`));
     if (!answer.ok) throw new Error(`no words: ${answer.status}`);
     return answer.json();
 }
