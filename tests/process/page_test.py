@@ -388,7 +388,7 @@ class Troubles(Page):
             daemon.end()
             publish("m1", Vi="777.125")  # levels are looked at when something has changed, else each half minute
             self.sees("critical", "no process reads this meter", "What to do: start its process", within="article",
-                      patience=25)
+                      patience=40)
             self.assertIn("critical", self.run_script("return document.getElementById('spoken').textContent"))
             self.picture("critical")
             daemon = self.daemon("KM5", "-r", "m1")

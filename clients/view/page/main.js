@@ -66,9 +66,14 @@ function speak_changes(before, after) {
     if (said.length > 0) place("spoken").textContent = said.join(". ");
 }
 
+let reads = 0;
+
 async function read_overview() {
+    reads += 1;
+    const turn = reads;
     try {
         const overview = await get("/api/overview");
+        if (turn !== reads) return;  // a later answer is on its way
         speak_changes(gateway.overview, overview);
         gateway.overview = overview;
         gateway.trouble = null;
