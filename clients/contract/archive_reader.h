@@ -29,10 +29,15 @@ off_t begin_of(File& file, off_t size, std::int64_t from);
 
 class ArchiveReader {
   public:
+    enum class Order {
+        Looked,   ///< the file is looked through first
+        Trusted,  ///< it is read once; `was_in_order` tells at the end whether what has come is right
+    };
+
     /// Looks through the file as far as the span needs. A file that cannot be opened has no lines.
-    ArchiveReader(const std::string& path, const TimeSpan& span);
+    ArchiveReader(const std::string& path, const TimeSpan& span, Order order = Order::Looked);
     /// What the file held when it was opened.
-    ArchiveReader(File file, const TimeSpan& span);
+    ArchiveReader(File file, const TimeSpan& span, Order order = Order::Looked);
     ArchiveReader(const ArchiveReader&) = delete;
     ArchiveReader& operator=(const ArchiveReader&) = delete;
 
@@ -41,7 +46,9 @@ class ArchiveReader {
 
     bool is_open() const { return file.is_open(); }
     /// Lines of the span's part of the file that are none.
-    std::size_t unreadable() const { return unreadable_count; }
+    std::size_t unreadable() const { return trusts ? lines.unreadable() : unreadable_count; }
+    /// Of one that was trusted, when all has come.
+    bool was_in_order() const { return in_order; }
     /// The file was emptied or replaced while it was read: what has come is not the whole.
     bool has_changed() const { return lines.is_short() || changed; }
 
@@ -56,7 +63,9 @@ class ArchiveReader {
 
     File file;
     TimeSpan span;
+    bool trusts;
     bool in_order = true;
+    std::int64_t last_time = std::numeric_limits<std::int64_t>::min();  // of one that is trusted
     bool changed = false;
     std::vector<Place> places;  // of a file that is not in order
     std::size_t next_place = 0;

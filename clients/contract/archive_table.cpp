@@ -60,7 +60,7 @@ ArchiveTable::ArchiveTable(const std::string& folder, ArchiveKind kind, const Ar
             constexpr std::int64_t LongestPeriod = 2 * 86400;
             if (span.from > std::numeric_limits<std::int32_t>::min()) span.from -= LongestPeriod;
         }
-        column.reader = std::make_unique<ArchiveReader>(folder + '/' + name, span);
+        column.reader = std::make_unique<ArchiveReader>(folder + '/' + name, span, question.order);
         do {
             advance(column);
         } while (column.has_line && column.time < question.span.from);
@@ -97,6 +97,10 @@ bool ArchiveTable::next() {
 
 bool ArchiveTable::is_open() const {
     return std::ranges::any_of(columns, [](const Column& column) { return column.reader->is_open(); });
+}
+
+bool ArchiveTable::was_in_order() const {
+    return std::ranges::all_of(columns, [](const Column& column) { return column.reader->was_in_order(); });
 }
 
 std::size_t ArchiveTable::unreadable() const {

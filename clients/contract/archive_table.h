@@ -27,7 +27,8 @@ struct ArchiveQuestion {
     TimeSpan span;
     std::vector<std::string> names;  ///< empty: all of the kind that are there
     bool good = false;               ///< values of a quality other than 192 are left out
-    bool by_record = false;          ///< a row holds what belongs to one record of the meter, under the record's end
+    ArchiveReader::Order order = ArchiveReader::Order::Looked;
+    bool by_record = false;  ///< a row holds what belongs to one record of the meter, under the record's end
 };
 
 class ArchiveTable {
@@ -45,6 +46,7 @@ class ArchiveTable {
     /// One of the files at least could be opened.
     bool is_open() const;
     /// As of ArchiveReader, of all files together.
+    bool was_in_order() const;
     std::size_t unreadable() const;
     bool has_changed() const;
 

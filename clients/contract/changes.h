@@ -20,6 +20,8 @@ class Changes {
     /// The same of folders that come and go in it, whatever happens to files.
     bool look_after_folders_in(const std::string& folder);
 
+    /// Readable when something has changed.
+    int descriptor() const { return fd; }
     /// Waits until a file in one of the folders has changed, or `other` (a descriptor, or -1) is readable, or the time
     /// is over (-1: never). The folders in which something has changed, each once.
     std::vector<std::string> wait(int other, int milliseconds);

@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <json/writer.h>
-
+#include "contract/json.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 
@@ -88,10 +87,8 @@ void print_table(const std::vector<std::string>& headings, const std::vector<std
 }
 
 void print_json(const Json::Value& value) {
-    Json::StreamWriterBuilder form;
-    form["indentation"] = "";
     Output out;
-    out << Json::writeString(form, value) << '\n';
+    out << contract::json_line(value) << '\n';
     out.flush();
 }
 

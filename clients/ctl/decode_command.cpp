@@ -7,9 +7,9 @@
 #include <map>
 
 #include <fmt/format.h>
-#include <json/writer.h>
 
 #include "contract/capture.h"
+#include "contract/json.h"
 #include "contract/plain_text.h"
 #include "ctl/commands.h"
 
@@ -66,9 +66,7 @@ class Printer {
         any = true;
         if (!frame.is_right()) wrong = true;
         if (console.json) {
-            Json::StreamWriterBuilder form;
-            form["indentation"] = "";
-            out << (first ? "\n" : ",\n") << Json::writeString(form, json_of(frame));
+            out << (first ? "\n" : ",\n") << contract::json_line(json_of(frame));
         } else {
             print_text(frame);
         }

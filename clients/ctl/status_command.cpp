@@ -1,12 +1,11 @@
 #include <algorithm>
 
 #include <fmt/format.h>
-#include <json/value.h>
 
+#include "contract/json.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
-#include "contract/status.h"
 #include "ctl/commands.h"
 
 namespace ctl {
@@ -44,99 +43,6 @@ std::string_view capitals(Level level) {
         default:
             return "UNKNOWN";
     }
-}
-
-template <typename Number>
-Json::Value json_of(const std::optional<Number>& number) {
-    return number ? Json::Value(Json::Int64(*number)) : Json::Value();
-}
-
-Json::Value json_of_text(const std::string& text) {
-    return text.empty() ? Json::Value() : Json::Value(contract::valid_utf8(text));
-}
-
-Json::Value words_of(const Verdict& verdict) {
-    Json::Value words(Json::arrayValue);
-    for (const auto& reason : verdict.reasons) words.append(reason.word);
-    return words;
-}
-
-std::optional<std::int64_t> age(const std::optional<std::int64_t>& time, const Status& status) {
-    return time ? std::optional(status.here.now - *time) : std::nullopt;
-}
-
-std::string_view text_of(contract::ServiceState state) {
-    switch (state) {
-        case contract::ServiceState::Answers:
-            return "answers";
-        case contract::ServiceState::Off:
-            return "off";
-        case contract::ServiceState::Silent:
-            return "silent";
-        case contract::ServiceState::Nonsense:
-            return "nonsense";
-        default:
-            return "";
-    }
-}
-
-std::string state_of(const MeterFacts& meter, const contract::SystemFacts& system) {
-    const std::string state = contract::driver_state(meter.meter.uuid);
-    return state.empty() ? system.state : state;
-}
-
-Json::Value json_of(const Status& status) {
-    Json::Value whole;
-    whole["level"] = std::string(contract::text_of(status.level));
-    Json::Value& gateway = whole["gateway"];
-    gateway["level"] = std::string(contract::text_of(status.gateway.level));
-    gateway["reasons"] = words_of(status.gateway);
-    gateway["time"] = Json::Int64(status.here.now);
-    const std::string service(text_of(status.here.service));
-    gateway["service"] = json_of_text(service);
-    Json::Value& storage = gateway["storage"];
-    storage["there"] = status.here.storage.there;
-    storage["mounted"] = status.here.live ? Json::Value(status.here.storage.mounted) : Json::Value();
-    storage["writable"] =
-        status.here.live ? Json::Value(status.here.storage.there && !status.here.storage.read_only) : Json::Value();
-    storage["free"] = status.here.live ? Json::Value(Json::UInt64(status.here.storage.free)) : Json::Value();
-    gateway["flags"] = Json::arrayValue;
-    for (const contract::Flag& flag : status.here.flags) {
-        Json::Value& entry = gateway["flags"].append(Json::objectValue);
-        entry["path"] = contract::valid_utf8(flag.path);
-        entry["owner"] = flag.owner;
-        entry["since"] = Json::Int64(flag.since);
-        entry["text"] = contract::valid_utf8(flag.text);
-    }
-    whole["meters"] = Json::arrayValue;
-    for (const MeterStatus& meter : status.meters) {
-        Json::Value& entry = whole["meters"].append(Json::objectValue);
-        entry["uuid"] = contract::valid_utf8(meter.facts.meter.uuid);
-        entry["family"] = json_of_text(std::string(family_name(meter.facts.meter.family)));
-        entry["model"] = json_of_text(meter.facts.meter.model);
-        entry["serial"] = json_of_text(meter.facts.meter.serial);
-        entry["level"] = std::string(contract::text_of(meter.verdict.level));
-        entry["reasons"] = words_of(meter.verdict);
-        entry["process"] = Json::Value();
-        if (!meter.facts.processes.empty()) {
-            entry["process"]["pid"] = meter.facts.processes.front().pid;
-            entry["process"]["port"] = json_of_text(meter.facts.processes.front().port);
-        }
-        entry["systems"] = Json::arrayValue;
-        for (const contract::SystemFacts& system : meter.facts.systems) {
-            Json::Value& part = entry["systems"].append(Json::objectValue);
-            part["n"] = system.n;
-            part["connected"] = json_of(system.connected);
-            part["age_s"] = json_of(age(system.value, status));
-            part["clock_gap_s"] = json_of(contract::clock_gap(system));
-            part["state"] = json_of_text(state_of(meter.facts, system));
-            part["hourly"]["newest"] = json_of(system.hourly);
-            part["hourly"]["lag_s"] = json_of(contract::lag_of(system, system.hourly));
-            part["daily"]["newest"] = json_of(system.daily);
-            part["daily"]["lag_s"] = json_of(contract::lag_of(system, system.daily));
-        }
-    }
-    return whole;
 }
 
 /// "3 meters, newest value 12 s old: m2 nothing-heard"
@@ -200,7 +106,7 @@ std::string record_text(const char* kind, const std::optional<std::int64_t>& new
 std::string system_text(const MeterStatus& meter, const contract::SystemFacts& system, const Status& status,
                         const Console& console) {
     const auto gap = contract::clock_gap(system);
-    const std::string state = state_of(meter.facts, system);
+    const std::string state = contract::state_of(meter.facts, system);
     return fmt::format(
         "  system {}: {}{}{}{}{}{}", system.n,
         system.value ? fmt::format("newest value {} old", contract::duration_text(status.here.now - *system.value))
@@ -245,7 +151,7 @@ Command status_command(CLI::App& app, Console& console) {
     return {command, [wanted, &console] {
                 const Status status = contract::look_at_status(*wanted);
                 if (console.json) {
-                    print_json(json_of(status));
+                    print_json(contract::json_of(status));
                 } else {
                     print(status, console);
                 }

@@ -1,11 +1,10 @@
 #include <algorithm>
-#include <charconv>
 
 #include <fmt/format.h>
-#include <json/value.h>
 
 #include "contract/installation.h"
 #include "contract/items.h"
+#include "contract/json.h"
 #include "contract/moments.h"
 #include "contract/plain_text.h"
 #include "contract/site.h"
@@ -15,30 +14,6 @@
 namespace ctl {
 
 namespace {
-
-template <typename Number>
-bool is_whole(const std::string& text, Number& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc{} && end == text.data() + text.size();
-}
-
-/// A number as a number, a whole one with all its digits; null for an empty file; all else as a text. So is what only
-/// looks like a number: a version, a serial number.
-Json::Value json_of(const contract::Item& item) {
-    if (item.text.empty()) return {};
-    const bool is_text = item.entry != nullptr && item.entry->quantity == contract::Quantity::Text;
-    const auto number = is_text ? std::nullopt : contract::number_in(item.text);
-    if (!number) return contract::valid_utf8(item.text);
-    Json::Int64 whole = 0;
-    Json::UInt64 large = 0;
-    if (is_whole(item.text, whole)) return whole;
-    if (is_whole(item.text, large)) return large;
-    return *number;
-}
-
-std::string unit_of(const contract::Item& item, const contract::MeterSystem& meter, const contract::Units& units) {
-    return units.unit_of(meter.uuid, meter.system, item.name, item.entry != nullptr ? item.entry->unit : "");
-}
 
 int run_values(const std::string& place, const std::vector<std::string>& names, const Console& console) {
     const contract::MeterSystem meter = meter_system_of(place);
@@ -63,12 +38,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
     if (console.json) {
         Json::Value values(Json::arrayValue);
         for (const contract::Item& item : items) {
-            Json::Value& value = values.append(Json::objectValue);
-            value["name"] = contract::valid_utf8(item.name);
-            value["title"] = item.entry != nullptr ? std::string(item.entry->title) : "";
-            value["value"] = json_of(item);
-            value["unit"] = unit_of(item, meter, units);
-            value["time"] = Json::Int64(item.time);
+            values.append(contract::json_of(item, units.unit_of(meter.uuid, meter.system, item)));
         }
         Json::Value whole;
         whole["values"] = std::move(values);
@@ -78,7 +48,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         rows.reserve(items.size());
         for (const contract::Item& item : items) {
             rows.push_back(
-                {item.name, item.text, unit_of(item, meter, units),
+                {item.name, item.text, units.unit_of(meter.uuid, meter.system, item),
                  console.epoch ? std::to_string(item.time) : contract::duration_text(console.now - item.time),
                  item.entry != nullptr ? std::string(item.entry->title) : "not in the catalogue"});
         }

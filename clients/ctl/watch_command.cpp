@@ -14,14 +14,16 @@ namespace ctl {
 namespace {
 
 /// A line for each value and each newest record, as they come.
-void print_changes(WatchModel& model, Console& console, std::optional<std::int64_t> seconds) {
+void print_changes(contract::Live& model, Console& console, std::optional<std::int64_t> seconds) {
     const std::int64_t begin = gateway().steady_microseconds();
     for (;;) {
         console.now = gateway().now();
         Output out;
-        for (const News& piece : model.take_news()) {
+        for (const contract::News& piece : model.take_news()) {
+            if (piece.what == contract::News::What::Rewritten) continue;
             out << fmt::format("{} {}/{} {}{} {}\n", console.time_text(console.now), contract::for_terminal(piece.uuid),
-                               piece.system, contract::for_terminal(piece.name), piece.is_record ? " record" : "",
+                               piece.system, contract::for_terminal(piece.name),
+                               piece.what == contract::News::What::Record ? " record" : "",
                                contract::for_terminal(piece.text));
         }
         out.flush();
@@ -59,7 +61,7 @@ Command watch_command(CLI::App& app, Console& console) {
                 for (const std::string& uuid : words->uuids) {
                     if (!contract::is_meter_name(uuid)) throw Failure{"no meter: \"" + uuid + '"', Usage};
                 }
-                WatchModel model(words->uuids);
+                contract::Live model(words->uuids);
                 const bool on_screen = console.terminal && ::isatty(STDIN_FILENO) == 1 && !words->plain;
                 if (!on_screen || !run_watch_screen(model, console, seconds)) print_changes(model, console, seconds);
                 return Done;

@@ -20,7 +20,7 @@ std::string fitted(const std::string& text, std::size_t width, bool right) {
     return right ? blanks + cut : cut + blanks;
 }
 
-Rows record_rows(const std::string& uuid, const WatchedSystem& system, contract::ArchiveKind kind, int width) {
+Rows record_rows(const std::string& uuid, const contract::LiveSystem& system, contract::ArchiveKind kind, int width) {
     constexpr int RecordsShown = 500;
     constexpr std::size_t Time = 20;
     constexpr std::size_t Cell = 15;

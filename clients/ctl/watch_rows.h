@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/watch_model.h"
+#include "contract/live.h"
 
 namespace ctl {
 
@@ -17,7 +17,7 @@ struct Rows {
 };
 
 /// The newest records of a system, with as many of their values as the width takes.
-Rows record_rows(const std::string& uuid, const WatchedSystem& system, contract::ArchiveKind kind, int width);
+Rows record_rows(const std::string& uuid, const contract::LiveSystem& system, contract::ArchiveKind kind, int width);
 /// The story of a log.
 Rows log_rows(const std::string& path);
 

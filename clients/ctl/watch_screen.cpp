@@ -40,7 +40,7 @@ enum Colour : short { Good = 1, Bad = 2, Doubtful = 3 };
 
 class Screen {
   public:
-    Screen(WatchModel& shown, const Console& out) : model(shown), console(out), opinion(shown.asked_for()) {}
+    Screen(contract::Live& shown, const Console& out) : model(shown), console(out), opinion(shown.asked_for()) {}
 
     void draw() {
         ::erase();
@@ -182,10 +182,10 @@ class Screen {
     }
 
     /// What a meter's systems have that is newest.
-    static std::optional<std::int64_t> newest(const WatchedMeter& of,
-                                              std::optional<std::int64_t> WatchedSystem::*what) {
+    static std::optional<std::int64_t> newest(const contract::LiveMeter& of,
+                                              std::optional<std::int64_t> contract::LiveSystem::*what) {
         std::optional<std::int64_t> time;
-        for (const WatchedSystem& one : of.systems) time = std::max(time, one.*what);
+        for (const contract::LiveSystem& one : of.systems) time = std::max(time, one.*what);
         return time;
     }
 
@@ -197,14 +197,14 @@ class Screen {
         put(fitted("  meter", name + 2) + "  level     model      newest value  newest hour  newest day", A_BOLD);
         if (meters.empty()) put("  none yet: no meter has files here");
         for (int i = first; i < first + room && i < static_cast<int>(meters.size()); ++i) {
-            const WatchedMeter& one = meters[static_cast<std::size_t>(i)];
+            const contract::LiveMeter& one = meters[static_cast<std::size_t>(i)];
             const contract::Verdict* const verdict = opinion.of(one.meter.uuid);
             const std::string level = verdict == nullptr ? "" : std::string(text_of(verdict->level));
             const std::string text = fmt::format(
                 "{} {}  {}  {} {}  {}  {}", i == chosen ? '>' : ' ', fitted(one.meter.uuid, name), fitted(level, 8),
-                fitted(one.meter.model, 10), fitted(age_of(newest(one, &WatchedSystem::value)), 12, true),
-                fitted(short_moment(newest(one, &WatchedSystem::hourly)), 11),
-                fitted(short_moment(newest(one, &WatchedSystem::daily)), 11));
+                fitted(one.meter.model, 10), fitted(age_of(newest(one, &contract::LiveSystem::value)), 12, true),
+                fitted(short_moment(newest(one, &contract::LiveSystem::hourly)), 11),
+                fitted(short_moment(newest(one, &contract::LiveSystem::daily)), 11));
             const attr_t bold = i == chosen ? A_BOLD : A_NORMAL;
             put(text, verdict == nullptr ? bold : bold | colour(colour_of(verdict->level)));
         }
@@ -276,7 +276,7 @@ class Screen {
         is_lively = true;  // nobody tells when a log goes on
     }
 
-    static bool is_marked(const WatchedItem& item, std::int64_t steady) {
+    static bool is_marked(const contract::LiveItem& item, std::int64_t steady) {
         return item.changed_at != 0 && steady - item.changed_at < MarkedMilliseconds;
     }
 
@@ -287,12 +287,11 @@ class Screen {
         const int count = static_cast<int>(system->items.size());
         top = std::clamp(top, 0, std::max(0, count - body_rows));
         const std::int64_t steady = gateway().steady_microseconds() / 1000;
-        for (const WatchedItem& one : system->items) is_lively = is_lively || is_marked(one, steady);
+        for (const contract::LiveItem& one : system->items) is_lively = is_lively || is_marked(one, steady);
         for (int i = top; i < count && row < height - 1; ++i) {
-            const WatchedItem& one = system->items[static_cast<std::size_t>(i)];
+            const contract::LiveItem& one = system->items[static_cast<std::size_t>(i)];
             const contract::ItemEntry* const entry = one.item.entry;
-            const std::string unit =
-                units.unit_of(meter->meter.uuid, system->number, one.item.name, entry != nullptr ? entry->unit : "");
+            const std::string unit = units.unit_of(meter->meter.uuid, system->number, one.item);
             put(fmt::format("{} {} {}  {}  {}", fitted(one.item.name, 14), fitted(one.item.text, 16, true),
                             fitted(unit, 8, true), fitted(age_of(one.item.time), 9, true),
                             entry != nullptr ? entry->title : ""),
@@ -322,7 +321,7 @@ class Screen {
         put_at(height - 1, fitted("v values  a hourly  d daily  l log  ? help  q end", columns), A_REVERSE);
     }
 
-    WatchModel& model;
+    contract::Live& model;
     const Console& console;
     const contract::Units units = contract::read_units();
     Opinion opinion;
@@ -339,8 +338,8 @@ class Screen {
     bool is_lively = false;  // something on the screen changes by the second
     Rows rows;               // of the body, as long as files are as they were
     std::string rows_state;
-    const WatchedMeter* meter = nullptr;
-    const WatchedSystem* system = nullptr;
+    const contract::LiveMeter* meter = nullptr;
+    const contract::LiveSystem* system = nullptr;
 };
 
 bool begin_screen(bool colour) {
@@ -379,7 +378,7 @@ void catch_ends() {
 
 }  // namespace
 
-bool run_watch_screen(WatchModel& model, const Console& console, std::optional<std::int64_t> seconds) {
+bool run_watch_screen(contract::Live& model, const Console& console, std::optional<std::int64_t> seconds) {
     if (!begin_screen(console.colour)) return false;
     catch_ends();
     Screen screen(model, console);
