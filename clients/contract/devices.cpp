@@ -69,6 +69,22 @@ bool has_open(pid_t pid, dev_t number) {
     return found;
 }
 
+/// The numbers of /proc/PID/stat, as proc(5) counts them from 1; 0 for what is none.
+std::vector<long long> fields_of(pid_t pid) {
+    const std::string text = read_text("/proc/" + std::to_string(pid) + "/stat", 4096);
+    // The name, in parentheses, may hold anything.
+    const std::size_t name_end = text.rfind(')');
+    if (name_end == std::string::npos) return {};
+    std::vector<long long> fields = {pid, 0};
+    std::istringstream words(text.substr(name_end + 1));
+    for (std::string word; words >> word;) {
+        long long number = 0;
+        std::from_chars(word.data(), word.data() + word.size(), number);
+        fields.push_back(number);
+    }
+    return fields;
+}
+
 }  // namespace
 
 Device look_at_device(const std::string& name) {
@@ -99,18 +115,24 @@ std::vector<Holder> holders_of(const Device& device) {
 }
 
 std::optional<std::int64_t> age_of(pid_t pid) {
-    constexpr int StartTime = 20;  // fields behind the name
-    const std::string text = read_text("/proc/" + std::to_string(pid) + "/stat", 4096);
-    const std::size_t name_end = text.rfind(')');
-    if (name_end == std::string::npos) return std::nullopt;
-    std::istringstream fields(text.substr(name_end + 1));
-    std::string field;
-    for (int i = 0; i < StartTime; ++i) fields >> field;
-    long long ticks = 0;
-    std::from_chars(field.data(), field.data() + field.size(), ticks);
+    constexpr std::size_t StartTime = 22;
+    const auto fields = fields_of(pid);
+    if (fields.size() < StartTime) return std::nullopt;
     timespec now{};
     ::clock_gettime(CLOCK_BOOTTIME, &now);
-    return now.tv_sec - ticks / ::sysconf(_SC_CLK_TCK);
+    return now.tv_sec - fields[StartTime - 1] / ::sysconf(_SC_CLK_TCK);
+}
+
+std::optional<Usage> usage_of(pid_t pid) {
+    constexpr std::size_t UserTime = 14;
+    constexpr std::size_t SystemTime = 15;
+    constexpr std::size_t Pages = 24;
+    const auto fields = fields_of(pid);
+    if (fields.size() < Pages) return std::nullopt;
+    const auto ticks = static_cast<double>(::sysconf(_SC_CLK_TCK));
+    return Usage{
+        .cpu_seconds = static_cast<double>(fields[UserTime - 1] + fields[SystemTime - 1]) / ticks,
+        .resident_bytes = static_cast<double>(fields[Pages - 1]) * static_cast<double>(::sysconf(_SC_PAGESIZE))};
 }
 
 Storage look_at_storage() {

@@ -36,6 +36,13 @@ std::vector<Holder> holders_of(const Device& device);
 /// Seconds since a process was started; nothing for one that is no more.
 std::optional<std::int64_t> age_of(pid_t pid);
 
+/// What a process has taken.
+struct Usage {
+    double cpu_seconds = 0;
+    double resident_bytes = 0;
+};
+std::optional<Usage> usage_of(pid_t pid);
+
 /// What can be written to: the folder of the archives.
 struct Storage {
     bool there = false;

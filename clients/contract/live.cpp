@@ -97,7 +97,7 @@ void Live::look_at_items(const std::string& uuid, LiveSystem& system) {
 
 void Live::look_at_records(const std::string& uuid, LiveSystem& system) {
     const auto look = [&](ArchiveKind kind, std::optional<std::int64_t>& newest) {
-        const auto time = newest_record(uuid, system.number, kind);
+        const auto time = newest_record(uuid, system.number, kind, Copies::AsTheyAre);
         if (time && time != newest) {
             news.push_back({News::What::Record, uuid, system.number, std::string(text_of(kind)), moment_text(*time)});
         }

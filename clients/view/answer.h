@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -22,10 +23,10 @@ class Source {
 struct Answer {
     unsigned status = 200;
     std::string type = "application/json";
-    std::string body;
-    std::string_view fixed_body;     ///< in place of it, of a text that is built in
-    std::unique_ptr<Source> source;  ///< in place of both
-    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body = {};
+    std::string_view fixed_body = {};          ///< in place of it, of a text that is built in
+    std::unique_ptr<Source> source = nullptr;  ///< in place of both
+    std::vector<std::pair<std::string, std::string>> headers = {};
 };
 
 /// {"error": text}

@@ -1,6 +1,5 @@
 #include "view/passwords.h"
 
-#include <crypt.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include <crypt.h>
 #include <fmt/format.h>
 
 namespace view {
@@ -115,18 +115,18 @@ bool is_right(const std::vector<User>& users, const Credentials& credentials) {
 
 std::int64_t Attempts::wait(const std::string& who, std::int64_t now) const {
     const auto found = all.find(who);
-    return found == all.end() ? 0 : std::max<std::int64_t>(0, found->second.until - now);
+    return found == all.end() ? 0 : std::max<std::int64_t>(0, found->second.last + found->second.wait - now);
 }
 
 void Attempts::failed(const std::string& who, std::int64_t now) {
-    constexpr std::int64_t Forgotten = 600;  // seconds without a try
+    constexpr std::int64_t Forgotten = 600'000;  // milliseconds without a try
     if (all.size() >= MostRemembered && !all.contains(who)) {
         all.erase(std::ranges::min_element(all, {}, [](const auto& entry) { return entry.second.last; }));
     }
     Tries& tries = all[who];
-    if (now - tries.last > Forgotten) tries.failures = 0;
+    if (now - tries.last > Forgotten) tries.wait = 0;
+    tries.wait = tries.wait == 0 ? first : std::min(longest, 2 * tries.wait);
     tries.last = now;
-    tries.until = now + std::min(LongestWait, std::int64_t{1} << std::min(tries.failures++, 6U));
 }
 
 void Attempts::succeeded(const std::string& who) {

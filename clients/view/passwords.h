@@ -1,6 +1,8 @@
 #pragma once
 // Who may see the page: a file of users and their hashes, "NAME:HASH" a line, as `htpasswd -B` writes it.
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -8,8 +10,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <sys/stat.h>
 
 namespace view {
 
@@ -34,23 +34,26 @@ bool is_right(const std::vector<User>& users, const Credentials& credentials);
 /// In a time that depends on the lengths alone.
 bool is_equal(std::string_view one, std::string_view other);
 
-/// Wrong passwords, by where they come from and whom they are for: each one makes the next wait longer.
+/// Wrong passwords: each one of somebody makes the wait until the next try longer, twice as long at most.
 class Attempts {
   public:
-    static constexpr std::int64_t LongestWait = 60;     ///< seconds
     static constexpr std::size_t MostRemembered = 1024;
 
-    /// Seconds until the next try is looked at; 0: now.
+    /// Milliseconds, of the first wait and of the longest.
+    Attempts(std::int64_t first_wait, std::int64_t longest_wait) : first(first_wait), longest(longest_wait) {}
+
+    /// Milliseconds until the next try is looked at; 0: now.
     std::int64_t wait(const std::string& who, std::int64_t now) const;
     void failed(const std::string& who, std::int64_t now);
     void succeeded(const std::string& who);
 
   private:
     struct Tries {
-        unsigned failures = 0;
+        std::int64_t wait = 0;
         std::int64_t last = 0;
-        std::int64_t until = 0;
     };
+    std::int64_t first;
+    std::int64_t longest;
     std::map<std::string, Tries> all;
 };
 

@@ -48,8 +48,8 @@ std::string Request::word(std::string_view name, std::string_view otherwise) con
 
 bool Request::flag(std::string_view name) const {
     const auto found = words.find(name);
-    return found != words.end() && (found->second.empty() || found->second == "1" || found->second == "true" ||
-                                    found->second == "yes");
+    return found != words.end() &&
+           (found->second.empty() || found->second == "1" || found->second == "true" || found->second == "yes");
 }
 
 std::optional<Request> parse_target(std::string_view target) {

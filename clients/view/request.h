@@ -10,7 +10,7 @@
 namespace view {
 
 struct Request {
-    std::vector<std::string> path;                         ///< its parts, decoded; "/" has none
+    std::vector<std::string> path;                          ///< its parts, decoded; "/" has none
     std::map<std::string, std::string, std::less<>> words;  ///< behind the "?", decoded
 
     /// A word's value, or the other text without it.

@@ -11,7 +11,8 @@ namespace view {
 
 Worker::Worker(std::size_t longest) : most(longest), thread([this] { run(); }) {}
 
-Worker::~Worker() {
+void Worker::stop() {
+    if (!thread.joinable()) return;
     {
         const std::lock_guard lock(mutex);
         over = true;

@@ -13,13 +13,14 @@ class Worker {
   public:
     /// At most so many jobs wait.
     explicit Worker(std::size_t most);
-    /// Finishes the job that runs, and drops the others.
-    ~Worker();
+    ~Worker() { stop(); }
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
     /// False when too many wait.
     bool post(std::function<void()> job);
+    /// Waits for the end of the job that runs, and drops the others.
+    void stop();
 
   private:
     void run();
