@@ -43,6 +43,8 @@ class Monitoring(visitor.Visitor):
             with urllib.request.urlopen(f"http://127.0.0.1:9090/api/v1/query?{words}", timeout=20) as answer:
                 return json.load(answer)["data"]["result"]
         except urllib.error.HTTPError as error:
+            if error.code == 503:  # is being started
+                return []
             self.fail(f"{expression}: {error.read().decode()}")
         except OSError:
             return []
@@ -70,6 +72,8 @@ class Monitoring(visitor.Visitor):
 
     def test_what_is_scraped_is_what_the_files_say(self):
         self.meters()
+        hour = int(time.time()) // 3600 * 3600  # the meters' own records come after half an hour
+        write("/mnt/storage/school/1/tc_archives/A1", f"{hour - 3600},192,1.000000\n{hour},192,1.000000\n")
         view = self.view()
         self.prometheus()
         self.wait_for(lambda: self.query('up{job="heatmeter"} == 1') and self.query("heatmeter_value"), "a scrape", 60)
@@ -99,9 +103,7 @@ class Monitoring(visitor.Visitor):
         self.assertEqual([one["value"][1] for one in self.query("heatmeter_service_up")], ["1"])
         newest = {one["metric"]["meter"]: int(one["value"][1]) for one in
                   self.query('heatmeter_archive_newest_timestamp_seconds{kind="hourly"}')}
-        hours = [int(line.split(",")[0]) for line in box.archive("school", "A1")]
-        if hours:
-            self.assertEqual(newest["school"], max(hours))
+        self.assertEqual(newest["school"], hour)
         self.assertTrue(view.runs())
 
     def test_the_text_is_clean(self):
@@ -133,7 +135,8 @@ class Monitoring(visitor.Visitor):
     def test_rules_dashboard_and_documents_know_the_metrics_that_there_are(self):
         self.meters()
         self.view()
-        visitor.publish("school", 2, T1="1")  # so that there is an age without a reason
+        hour = int(time.time()) // 3600 * 3600  # the meters' own records come after half an hour
+        write("/mnt/storage/school/1/tc_archives/A1", f"{hour},192,1.000000\n")
         self.prometheus()
         self.wait_for(lambda: self.query('up{job="heatmeter"} == 1'), "a scrape", 60)
         there = self.names()
