@@ -51,7 +51,9 @@ std::string_view text_of(ServiceState state) {
 std::string json_line(const Json::Value& value) {
     Json::StreamWriterBuilder form;
     form["indentation"] = "";
-    return Json::writeString(form, value);
+    std::string line = Json::writeString(form, value);
+    for (std::size_t at = 0; (at = line.find('\x7F', at)) != std::string::npos;) line.replace(at, 1, R"(\u007f)");
+    return line;
 }
 
 std::string json_text(std::string_view text) {

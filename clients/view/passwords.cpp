@@ -79,8 +79,8 @@ std::vector<User> parse_passwords(std::string_view text, std::string& fault) {
 
 std::optional<Credentials> parse_authorization(std::string_view header) {
     constexpr std::string_view Basic = "basic ";
-    const auto is_same = [](char one, char other) { return one == (other | 0x20); };
-    if (header.size() < Basic.size() || !std::equal(Basic.begin(), Basic.end() - 1, header.begin(), is_same)) {
+    const auto is_same = [](char lower, char given) { return lower == (given | 0x20); };
+    if (header.size() < Basic.size() || !std::equal(Basic.begin(), Basic.end(), header.begin(), is_same)) {
         return std::nullopt;
     }
     header.remove_prefix(Basic.size());

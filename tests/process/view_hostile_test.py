@@ -14,7 +14,7 @@ import time
 import visitor
 from visitor import ADDRESS, PORT, publish, write
 
-MOST_MEMORY = 24 * 1024 * 1024  # bytes of its own, whatever comes
+MOST_MEMORY = 12 * 1024 * 1024  # bytes of its own, whatever comes
 SAFETY = {"Content-Security-Policy": "default-src 'none'; ", "X-Content-Type-Options": "nosniff",
           "X-Frame-Options": "DENY", "Referrer-Policy": "no-referrer"}
 SECRET = "not-to-be-read"
