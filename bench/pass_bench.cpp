@@ -2,10 +2,10 @@
 // than the silences of the line a pass lasts by a clock on the wall.
 
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "driver/line_settings.h"
@@ -15,6 +15,7 @@
 #include "pty_meter.h"
 #include "ratio.h"
 #include "sim_gateway.h"
+#include "view_program.h"
 
 namespace {
 
@@ -35,26 +36,17 @@ class Km5 {
     KM5 driver;
 };
 
-/// Somebody who reads, until it goes.
-class Reader {
+/// Somebody who does something over and over again, until it goes.
+class Neighbour {
   public:
-    explicit Reader(const std::string& root) {
-        const std::string ctl = std::string(HEATMETERCTL) + " --root " + root;
-        pid = ::fork();
+    explicit Neighbour(const std::function<void()>& work) : pid(::fork()) {
         if (pid != 0) return;
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const std::string uuid(Ground::Uuid);
-        const std::string script =
-            "while :; do " + ctl + " archive " + uuid + "; " + ctl + " values " + uuid + "; done";
-        ::execlp("sh", "sh", "-c", (script + " >/dev/null 2>&1").c_str(), nullptr);
-        ::_exit(1);
+        for (;;) work();
     }
-    ~Reader() {
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
-    }
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
+    ~Neighbour() { end_program(pid); }
+    Neighbour(const Neighbour&) = delete;
+    Neighbour& operator=(const Neighbour&) = delete;
 
   private:
     pid_t pid;
@@ -125,8 +117,28 @@ void wall_of_archives(benchmark::State& state) {
 /// The same while a client reads the meter's archives and values without a pause.
 void wall_beside_reader(benchmark::State& state) {
     wall_of(state, "the same while heatmeterctl reads on and on", [](KM5& driver) {
-        const Reader reader(gateway().root());
+        const std::string ctl = std::string(HEATMETERCTL) + " --root " + gateway().root();
+        const std::string uuid(Ground::Uuid);
+        const std::string script =
+            "(" + ctl + " archive " + uuid + "; " + ctl + " values " + uuid + ") >/dev/null 2>&1";
+        const Neighbour reader([&] { [[maybe_unused]] const int status = std::system(script.c_str()); });
         return driver.get_archives(ArchiveHourly);
+    });
+}
+
+/// The same while heatmeter-view has hundreds of connections that say nothing, and is asked without a pause.
+void wall_beside_page(benchmark::State& state) {
+    wall_of(state, "the same while heatmeter-view is harassed", [](KM5& driver) {
+        const ViewProgram program(gateway().root());
+        std::vector<int> silent(300);
+        for (int& connection : silent) connection = connect_to(program.port());
+        const Neighbour asker([&] {
+            ask(program.port(), "/metrics");
+            ask(program.port(), std::string("/api/meters/") + Ground::Uuid + "/1/values");
+        });
+        const bool complete = driver.get_archives(ArchiveHourly);
+        for (const int connection : silent) ::close(connection);
+        return complete;
     });
 }
 
@@ -134,5 +146,6 @@ BENCHMARK(cpu_of_pass)->Name("pass/cpu")->Iterations(100)->UseManualTime()->Unit
 BENCHMARK(wall_of_values)->Name("pass/wall_values")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(wall_of_archives)->Name("pass/wall_archives")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(wall_beside_reader)->Name("pass/wall_reader")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(wall_beside_page)->Name("pass/wall_page")->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 }  // namespace
