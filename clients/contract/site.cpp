@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cstdlib>
 #include <memory>
 #include <set>
@@ -19,17 +21,25 @@ bool is_digit(char character) {
     return character >= '0' && character <= '9';
 }
 
-/// The file or folder that a path below the root leads to is below the root, too.
-bool stays_inside(const std::string& path) {
-    const std::string& root = gateway().root();
-    if (root.empty()) return true;
-    const auto real = [](const std::string& name) {
-        const std::unique_ptr<char, void (*)(void*)> text(::realpath(name.c_str(), nullptr), std::free);
-        return text == nullptr ? std::string() : std::string(text.get());
-    };
-    const std::string inside = real(root);
-    const std::string target = real(root + path);
+std::string real_path(const std::string& name) {
+    const std::unique_ptr<char, void (*)(void*)> text(::realpath(name.c_str(), nullptr), std::free);
+    return text == nullptr ? std::string() : std::string(text.get());
+}
+
+/// What a path below the root may not lead out of: the root; and of /tmp, where everybody can make links, /tmp, so that
+/// nobody is shown what only the reader may read. Empty: it may lead anywhere.
+std::string limit_of(const std::string& path) {
+    return gateway().root() + (path.starts_with("/tmp/") ? "/tmp" : "");
+}
+
+bool is_below(const std::string& target, const std::string& limit) {
+    const std::string inside = real_path(limit);
     return !inside.empty() && (target == inside || target.starts_with(inside == "/" ? inside : inside + '/'));
+}
+
+bool stays_inside(const std::string& path) {
+    const std::string limit = limit_of(path);
+    return limit.empty() || is_below(real_path(gateway().root() + path), limit);
 }
 
 bool has_system(const std::string& folder) {
@@ -42,7 +52,15 @@ bool has_system(const std::string& folder) {
 }  // namespace
 
 File open_for_reading(const std::string& path) {
-    return stays_inside(path) ? File(path, O_RDONLY) : File();
+    File file(path, O_RDONLY);
+    const std::string limit = limit_of(path);
+    if (!file || limit.empty()) return file;
+    // By what was opened: a link can come at any moment.
+    std::array<char, PATH_MAX> target{};
+    const std::string own = "/proc/self/fd/" + std::to_string(file.descriptor());
+    const ssize_t length = ::readlink(own.c_str(), target.data(), target.size());
+    if (length <= 0 || !is_below({target.data(), static_cast<std::size_t>(length)}, limit)) return {};
+    return file;
 }
 
 File open_archive(const std::string& path) {

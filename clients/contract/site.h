@@ -1,6 +1,6 @@
 #pragma once
 // Where on a gateway, or in a copy of its files, a meter's files stand. Everything is looked for below the machine's
-// root; a link that leads out of the root of a copy leads nowhere.
+// root; a link that leads out of the root of a copy, or out of /tmp, leads nowhere.
 
 #include <string>
 #include <vector>

@@ -125,6 +125,10 @@ std::string Units::unit_of(const std::string& uuid, int system, std::string_view
     return std::string(catalogue_unit);
 }
 
+std::string Units::unit_of(const std::string& uuid, int system, const Item& item) const {
+    return unit_of(uuid, system, item.name, item.entry != nullptr ? item.entry->unit : "");
+}
+
 std::vector<std::string> Units::problems() const {
     std::vector<std::string> told;
     for (const auto& [line, what] : wrong) told.push_back(fmt::format("{}:{}: {}", UnitsFile, line, what));

@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "contract/items.h"
+
 namespace contract {
 
 constexpr const char* UnitsFile = "/etc/heatmeterd/units.conf";
@@ -28,6 +30,7 @@ class Units {
     /// text in valid UTF-8 that acts on no terminal.
     std::string unit_of(const std::string& uuid, int system, std::string_view name,
                         std::string_view catalogue_unit) const;
+    std::string unit_of(const std::string& uuid, int system, const Item& item) const;
     std::size_t size() const { return stated.size(); }
     /// "FILE:LINE: what is wrong", in the order of the lines.
     std::vector<std::string> problems() const;

@@ -15,10 +15,6 @@ namespace ctl {
 
 namespace {
 
-std::string unit_of(const contract::Item& item, const contract::MeterSystem& meter, const contract::Units& units) {
-    return units.unit_of(meter.uuid, meter.system, item.name, item.entry != nullptr ? item.entry->unit : "");
-}
-
 int run_values(const std::string& place, const std::vector<std::string>& names, const Console& console) {
     const contract::MeterSystem meter = meter_system_of(place);
     const contract::Family family = contract::look_at_family(meter.uuid);
@@ -42,7 +38,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
     if (console.json) {
         Json::Value values(Json::arrayValue);
         for (const contract::Item& item : items) {
-            values.append(contract::json_of(item, unit_of(item, meter, units)));
+            values.append(contract::json_of(item, units.unit_of(meter.uuid, meter.system, item)));
         }
         Json::Value whole;
         whole["values"] = std::move(values);
@@ -52,7 +48,7 @@ int run_values(const std::string& place, const std::vector<std::string>& names, 
         rows.reserve(items.size());
         for (const contract::Item& item : items) {
             rows.push_back(
-                {item.name, item.text, unit_of(item, meter, units),
+                {item.name, item.text, units.unit_of(meter.uuid, meter.system, item),
                  console.epoch ? std::to_string(item.time) : contract::duration_text(console.now - item.time),
                  item.entry != nullptr ? std::string(item.entry->title) : "not in the catalogue"});
         }

@@ -291,8 +291,7 @@ class Screen {
         for (int i = top; i < count && row < height - 1; ++i) {
             const contract::LiveItem& one = system->items[static_cast<std::size_t>(i)];
             const contract::ItemEntry* const entry = one.item.entry;
-            const std::string unit =
-                units.unit_of(meter->meter.uuid, system->number, one.item.name, entry != nullptr ? entry->unit : "");
+            const std::string unit = units.unit_of(meter->meter.uuid, system->number, one.item);
             put(fmt::format("{} {} {}  {}  {}", fitted(one.item.name, 14), fitted(one.item.text, 16, true),
                             fitted(unit, 8, true), fitted(age_of(one.item.time), 9, true),
                             entry != nullptr ? entry->title : ""),

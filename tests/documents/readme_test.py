@@ -233,5 +233,28 @@ class Heatmeterctl(box.Test):
         self.assertEqual(self.completed("probe", "V"), {"VIST", "VISTmodbus"})
 
 
+class HeatmeterView(box.Test):
+    def setUp(self):
+        super().setUp()
+        self.program = f"{self.build}/heatmeter-view"
+        if not os.path.exists(self.program):
+            self.skipTest("no heatmeter-view was built")
+
+    def test_man_page_and_completion_are_those_of_the_program(self):
+        options = set(re.findall(r"^  (?:-\w,)?(--[a-z-]+)", said(self.program, "--help"), re.M))
+        page = document("packaging/heatmeter-view.8").replace("\\-", "-")
+        sections = dict(re.findall(r"\n\.SH ([A-Z ]+)\n(.*?)(?=\n\.SH|\Z)", page, re.S))
+        self.assertEqual(set(re.findall(r"--[a-z-]+", sections["OPTIONS"])), options)
+        script = 'source "$1"; COMP_WORDS=(heatmeter-view -); COMP_CWORD=1; _heatmeter_view; echo "${COMPREPLY[@]}"'
+        completed = said("bash", "-c", script, "bash", f"{ROOT}/packaging/heatmeter-view.bash")
+        self.assertEqual(set(completed.split()), options)
+
+    def test_exit_statuses_are_those_of_the_man_page(self):
+        for words, status in ((["--nothing"], 2), (["--listen", "0.0.0.0:8083"], 2),
+                              (["--password-file", "/tmp/none"], 2), (["--listen", "127.0.0.1:8082"], 1)):
+            with Service(None):
+                self.assertEqual(subprocess.run([self.program, *words], capture_output=True, timeout=20).returncode, status)
+
+
 if __name__ == "__main__":
     box.main(__file__)
