@@ -10,8 +10,6 @@
 #include <fstream>
 #include <thread>
 
-#include "contract/archive_lines.h"
-#include "core/gateway.h"
 #include "ratio.h"
 #include "view_program.h"
 
@@ -71,13 +69,15 @@ void points_of_years(benchmark::State& state) {
     const ViewProgram program(files.path(""));
     const auto scan = [&] {
         return seconds_of(1, [&] {
-            File file(path, O_RDONLY);
-            contract::ArchiveLines lines(file, 0, static_cast<off_t>(fs::file_size(path)));
+            std::ifstream file(path);
             double greatest = 0;
-            for (contract::ArchiveLine line; lines.next(line);) {
+            for (std::string line; std::getline(file, line);) {
+                std::int64_t time = 0;
                 double value = 0;
-                std::from_chars(line.value.data(), line.value.data() + line.value.size(), value);
-                greatest = std::max(greatest, value);
+                const char* const end = line.data() + line.size();
+                std::from_chars(line.data(), end, time);
+                std::from_chars(line.data() + line.rfind(',') + 1, end, value);
+                if (time > 0) greatest = std::max(greatest, value);
             }
             benchmark::DoNotOptimize(greatest);
         });
@@ -87,7 +87,7 @@ void points_of_years(benchmark::State& state) {
     };
     scan();
     chart();
-    compare(state, "2000 points of ten years, asked for", chart, "one scan of the file for its greatest value", scan,
+    compare(state, "2000 points of ten years, asked for", chart, "one plain scan of the file, line by line", scan,
             times_as_long(1.5));
 }
 

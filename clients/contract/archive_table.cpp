@@ -77,6 +77,7 @@ void ArchiveTable::advance(Column& column) {
 }
 
 bool ArchiveTable::next() {
+    if (columns.size() == 1) return next_of_one();
     for (std::size_t i = 0; i < columns.size(); ++i) {
         if (row[i].there) advance(columns[i]);
         row[i].there = false;
@@ -93,6 +94,16 @@ bool ArchiveTable::next() {
         }
     }
     return true;
+}
+
+bool ArchiveTable::next_of_one() {
+    Column& column = columns.front();
+    if (row[0].there) advance(column);
+    row[0] = {.there = column.has_line && column.time < last_time,
+              .quality = column.line.quality,
+              .value = column.line.value};
+    row_time = column.time;
+    return row[0].there;
 }
 
 bool ArchiveTable::is_open() const {

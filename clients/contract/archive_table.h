@@ -59,6 +59,7 @@ class ArchiveTable {
         Dating dating = Dating::End;
     };
     void advance(Column& column);
+    bool next_of_one();
 
     Period period;
     bool good;

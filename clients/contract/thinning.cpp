@@ -249,23 +249,24 @@ void join(std::vector<Thinned::Times>& stretches, std::int64_t step) {
 /// What one column tells beside its values.
 class Marks {
   public:
-    Marks(Period records, bool may_miss) : period(records), counts_holes(may_miss) {}
+    Marks(Period records, bool may_miss)
+        : period(records), half(period == Period::Hour ? 1800 : 43200), counts_holes(may_miss) {}
 
     void see(std::int64_t time, int quality) {
-        const std::int64_t half = period == Period::Hour ? 1800 : 43200;
-        if (counts_holes && has_last && time - last > 2 * half && time > end_of_period(last, period) + half) {
+        // A record may come half a period late.
+        if (counts_holes && time - last > 2 * half && has_last && time > end_of_period(last, period) + half) {
             holes.emplace_back(last, time);
         }
-        if (quality != 192) {
-            if (is_bad) {
-                bad.back().second = time;
-            } else {
-                bad.emplace_back(time, time);
-            }
-        }
-        is_bad = quality != 192;
         last = time;
         has_last = true;
+        if (quality == 192) {
+            is_bad = false;
+        } else if (is_bad) {
+            bad.back().second = time;
+        } else {
+            bad.emplace_back(time, time);
+            is_bad = true;
+        }
     }
 
     std::size_t count() const { return holes.size() + bad.size(); }
@@ -279,6 +280,7 @@ class Marks {
 
   private:
     Period period;
+    std::int64_t half;  // of it, seconds
     bool counts_holes;
     bool has_last = false;
     bool is_bad = false;

@@ -51,7 +51,7 @@ void Look::take(std::unique_ptr<contract::Status> looked) {
     status = std::move(looked);
     made_at = steady_milliseconds();
     under_way = false;
-    if (is_other && on_change) on_change();
+    if (on_look) on_look(is_other);
     for (const auto& then : std::exchange(waiting, {})) then();
 }
 

@@ -23,8 +23,8 @@ class Look {
     bool is_under_way() const { return under_way; }
     /// Looks anew; `then`, if any, when it is done. What is asked for meanwhile is told at the same time.
     void again(std::function<void()> then);
-    /// Called after each look that is different from the one before: another level or reason, other meters.
-    std::function<void()> on_change;
+    /// Called after each look; `is_other`: with another level or reason, or other meters than the one before.
+    std::function<void(bool is_other)> on_look;
 
   private:
     void take(std::unique_ptr<contract::Status> looked);

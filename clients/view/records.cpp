@@ -129,7 +129,8 @@ void append_stretches(std::string& text, const char* name, const contract::Thinn
 
 Answer thinned_answer(const MeterSystem& meter, ArchiveKind kind, const ArchiveQuestion& question, std::size_t points) {
     const std::string folder = contract::archive_folder(meter.uuid, meter.system);
-    const std::size_t names = question.names.empty() ? contract::archive_names(folder, kind).size() : question.names.size();
+    const std::size_t names =
+        question.names.empty() ? contract::archive_names(folder, kind).size() : question.names.size();
     const std::size_t most = std::min(points, MostCells / std::max<std::size_t>(1, names));
     const bool staged = !folder.ends_with("/tc_archives");
     const contract::Thinned thinned = contract::thin(folder, kind, question, most, staged);

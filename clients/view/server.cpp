@@ -41,6 +41,7 @@ constexpr std::size_t MostJobs = 64;
 constexpr std::int64_t Burst = 200;            // milliseconds in which a driver writes the files of a pass
 constexpr std::int64_t BetweenLooks = 10'000;  // the same between two looks at the status while files change
 constexpr std::int64_t BetweenHellos = 25'000;
+constexpr std::int64_t LongestUnseen = 60'000;  // without a look, although nothing has changed: values grow old
 
 std::int64_t steady_milliseconds() {
     return gateway().steady_microseconds() / 1000;
@@ -90,7 +91,7 @@ void come_or_go(void* server, MHD_Connection* connection, void** guest, MHD_Conn
 
 Server::Server(const sockaddr_storage& address, Gate& keeper)
     : gate(keeper), live({}), reader(MostJobs), looker(1), look(looker, mailbox), api(live, look) {
-    look.on_change = [this] { streams.tell("status", Api::hello(gateway().now())); };
+    look.on_look = [this](bool is_other) { looked(is_other); };
     const unsigned family = address.ss_family == AF_INET6 ? unsigned{MHD_USE_IPv6} : 0U;
     daemon =
         MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | family, 0, nullptr, nullptr, handle_request, this,
@@ -261,6 +262,7 @@ bool Server::open_stream(Exchange& exchange) {
     if (streams.count() == 0) {
         live.take_in();
         live.take_news();
+        look_at = steady_milliseconds();
     }
     const std::string greeting = "retry: 2000\n\nevent: hello\ndata: " + Api::hello(gateway().now()) + "\n\n";
     exchange.stream = streams.open(exchange.connection, greeting);
@@ -311,10 +313,19 @@ void Server::tell_news() {
     if (look_at < 0) look_at = std::max(steady + 1000, steady + BetweenLooks - look.age());
 }
 
+void Server::looked(bool is_other) {
+    if (is_other) streams.tell("status", Api::hello(gateway().now()));
+    if (streams.count() == 0) return;
+    std::vector<pid_t> processes;
+    for (const contract::Process& process : look.last()->here.processes) processes.push_back(process.pid);
+    daemons.look_after(processes);
+}
+
 int Server::keep_time() {
     const std::int64_t now = steady_milliseconds();
     if (streams.count() == 0) {
         files_at = look_at = hello_at = -1;
+        daemons.forget();
     } else if (hello_at < 0) {
         hello_at = now + BetweenHellos;
     }
@@ -326,7 +337,7 @@ int Server::keep_time() {
     if (hello_at >= 0 && hello_at <= now) {
         hello_at = now + BetweenHellos;
         streams.tell("hello", Api::hello(gateway().now()));
-        if (look_at < 0) look_at = now;
+        if (look.age() > LongestUnseen - BetweenHellos / 2) look_at = now;
     }
     if (look_at >= 0 && look_at <= now) {
         look_at = -1;
@@ -349,16 +360,21 @@ void Server::run(int end) {
     for (;;) {
         const int milliseconds = keep_time();
         const bool wants_files = streams.count() != 0 && files_at < 0;
-        std::array<pollfd, 4> waiting = {
-            pollfd{.fd = end, .events = POLLIN, .revents = 0}, pollfd{.fd = of_daemon, .events = POLLIN, .revents = 0},
-            pollfd{.fd = mailbox.descriptor(), .events = POLLIN, .revents = 0},
-            pollfd{.fd = wants_files ? live.descriptor() : -1, .events = POLLIN, .revents = 0}};
+        std::vector<pollfd> waiting;
+        for (const int fd : {end, of_daemon, mailbox.descriptor(), wants_files ? live.descriptor() : -1}) {
+            waiting.push_back({.fd = fd, .events = POLLIN, .revents = 0});
+        }
+        for (const int fd : daemons.descriptors()) waiting.push_back({.fd = fd, .events = POLLIN, .revents = 0});
         if (::poll(waiting.data(), waiting.size(), milliseconds) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         if (waiting[0].revents != 0) return;
         if (waiting[2].revents != 0) mailbox.run();
         if (waiting[3].revents != 0) files_at = steady_milliseconds() + Burst;
+        if (std::any_of(waiting.begin() + 4, waiting.end(), [](const pollfd& one) { return one.revents != 0; })) {
+            daemons.forget();
+            look_at = steady_milliseconds();
+        }
         MHD_run(daemon);
     }
 }

@@ -10,6 +10,7 @@
 
 #include "contract/live.h"
 #include "view/api.h"
+#include "view/ends.h"
 #include "view/gate.h"
 #include "view/guests.h"
 #include "view/look.h"
@@ -54,6 +55,7 @@ class Server {
     bool open_stream(Exchange& exchange);
 
     void tell_news();
+    void looked(bool is_other);
     /// Does what is due. Milliseconds until the next thing is, -1: never.
     int keep_time();
 
@@ -67,6 +69,7 @@ class Server {
     Worker looker;  // at the status
     Look look;
     Api api;
+    Ends daemons;  // of the last look, while streams are open
     MHD_Daemon* daemon = nullptr;
     std::set<Exchange*> suspended;
 

@@ -1,5 +1,6 @@
 // What the gateway is asked.
 
+import {whole_address} from "./dom.js";
 import {set_clock} from "./time.js";
 
 export class Trouble extends Error {
@@ -10,18 +11,26 @@ export class Trouble extends Error {
     }
 }
 
+/** A whole number that is too long for this language stays the text that was sent, where the browser still knows it. */
+export function parse(text) {
+    return JSON.parse(
+        text,
+        (_, value, context) =>
+            Number.isInteger(value) && !Number.isSafeInteger(value) ? context?.source ?? value : value);
+}
+
 /** Status 0: nobody answers. */
 export async function get(path, signal) {
     let answer;
     try {
-        answer = await fetch(path, {signal, cache: "no-store"});
+        answer = await fetch(whole_address(path), {signal, cache: "no-store"});
     } catch (error) {
         if (error.name === "AbortError") throw error;
         throw new Trouble(0, error.message);
     }
     let content = null;
     try {
-        content = await answer.json();
+        content = parse(await answer.text());
     } catch (error) {
         if (error.name === "AbortError") throw error;
         if (answer.ok) throw new Trouble(0, error.message);  // torn off
@@ -38,6 +47,7 @@ export const meter_path = (uuid, n, what) => `/api/meters/${encodeURIComponent(u
 
 /** The query of a part of the records; the same for what is drawn, listed and taken away. */
 export function archive_path(uuid, n, {kind, names, from, to}, more) {
-    const query = new URLSearchParams({kind, from: `@${Math.floor(from)}`, to: `@${Math.ceil(to)}`, names: names.join(","), ...more});
+    const query = new URLSearchParams(
+        {kind, from: `@${Math.floor(from)}`, to: `@${Math.ceil(to)}`, names: names.join(","), ...more});
     return meter_path(uuid, n, "archive") + "?" + query;
 }

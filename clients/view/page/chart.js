@@ -9,20 +9,23 @@ const COLOURS = 8;  // --line-0 and on
 const BAD_HEIGHT = 7;
 const DASHES = [8, 4];
 const LABEL_ROOM = 30;
+const DENSE = 20;  // pixels a mark: with less there is no room for lines over the whole height
 
 let library = null;
 
 /** Read when the first chart is wanted. Of its plugins those are used that write no markup. */
 function read_library() {
     library ??= new Promise((resolve, reject) => {
-        const failed = () => {
-            library = null;
-            reject(new Error("dygraph.min.js"));
-        };
-        document.head.append(el("link", {rel: "stylesheet", href: "/dygraph.min.css"}),
-                             el("script", {src: "/dygraph.min.js", on: {load: resolve, error: failed}}));
-    }).then(() => {
-        window.Dygraph.PLUGINS = window.Dygraph.PLUGINS.filter((plugin) => /^(Axes|Gridline) /.test(plugin.prototype.toString()));
+                    const failed = () => {
+                        library = null;
+                        reject(new Error("dygraph.min.js"));
+                    };
+                    document.head.append(
+                        el("link", {rel: "stylesheet", href: "/dygraph.min.css"}),
+                        el("script", {src: "/dygraph.min.js", on: {load: resolve, error: failed}}));
+                }).then(() => {
+        window.Dygraph.PLUGINS =
+            window.Dygraph.PLUGINS.filter((plugin) => /^(Axes|Gridline) /.test(plugin.prototype.toString()));
         return window.Dygraph;
     });
     return library;
@@ -38,9 +41,11 @@ export class Chart {
         this.pointed = pointed;
         this.moved = moved;
         this.whole_span = whole;
+        this.shortest = 3600;  // seconds between two records
         this.plot = el("div", {class: "plot"});
         this.line = el("div", {class: "cursor", hidden: true});
-        this.element = el("div", {class: "chart", tabindex: 0, role: "group", "aria-label": label}, this.plot, this.line);
+        this.element =
+            el("div", {class: "chart", tabindex: 0, role: "group", "aria-label": label}, this.plot, this.line);
         for (const name of ["mousemove", "mouseout", "mouseover"]) {  // the cursor is ours
             this.element.addEventListener(name, (event) => event.stopPropagation(), true);
         }
@@ -60,29 +65,28 @@ export class Chart {
         this.resized.observe(this.plot);
     }
 
-    get width() {
-        return Math.max(200, this.plot.clientWidth);
-    }
+    get width() { return Math.max(200, this.plot.clientWidth); }
 
     /** `series`: [{axis: 0 or 1}] by the names of the answer. Times of the window in seconds. */
     async show(answer, series, window) {
         const Dygraph = await read_library();
+        if (this.closed) return;
         this.answer = answer;
         this.series = series;
         this.holes = joined(answer.holes);
         this.bad = joined(answer.bad);
-        this.rows = chart_rows(answer);
         this.window = window.map((time) => time * 1000);
+        this.rows = chart_rows(answer);
+        if (this.rows.length === 0) this.rows = this.window.map((time) => [time, ...series.map(() => null)]);
         this.#point_at(null);
         const shape = JSON.stringify(series);
-        if (this.graph && this.shape === shape && this.rows.length > 0) {
+        if (this.graph && this.shape === shape) {
             this.graph.updateOptions({...this.#options(), file: this.rows});
             return;
         }
         this.graph?.destroy();
-        this.graph = null;
         this.shape = shape;
-        if (this.rows.length > 0) this.graph = new Dygraph(this.plot, this.rows, this.#options());
+        this.graph = new Dygraph(this.plot, this.rows, this.#options());
     }
 
     /** Events as [{time, code, chosen}] in seconds. */
@@ -92,11 +96,10 @@ export class Chart {
     }
 
     /** In the colours of now. */
-    repaint() {
-        this.graph?.updateOptions(this.#options());
-    }
+    repaint() { this.graph?.updateOptions(this.#options()); }
 
     close() {
+        this.closed = true;
         this.resized.disconnect();
         this.graph?.destroy();
         this.graph = null;
@@ -106,11 +109,16 @@ export class Chart {
         const size = em();
         const names = this.series.map((_, index) => `s${index}`);  // names are a gateway's texts
         const right = this.series.some(({axis}) => axis === 1);
-        const numbers = (axis) => ({ticker: (from, to, pixels) => number_ticks(from, to, pixels, size), axisLabelFontSize: 0.8 * size,
-                                    axisLabelWidth: this.#label_width(axis) * size});
+        const numbers = (axis) => ({
+            ticker: (from, to, pixels) => number_ticks(from, to, pixels, size),
+            axisLabelFontSize: 0.8 * size,
+            axisLabelWidth: this.#label_width(axis) * size
+        });
+        // Dashes would not be seen where a pixel has hours.
+        const hands = [{axis: "y1"}, {axis: "y2", strokePattern: this.answer.step === 0 ? DASHES : null}];
         return {
             labels: ["time", ...names],
-            series: Object.fromEntries(names.map((name, index) => [name, this.series[index].axis === 1 ? {axis: "y2", strokePattern: DASHES} : {axis: "y1"}])),
+            series: Object.fromEntries(names.map((name, index) => [name, hands[this.series[index].axis]])),
             colors: names.map((_, index) => colour(line_colour(index))),
             dateWindow: this.window,
             connectSeparatedPoints: true,
@@ -125,7 +133,11 @@ export class Chart {
             axisLineColor: colour("--line"),
             rightGap: right ? 0 : Math.round(size),
             axes: {
-                x: {ticker: (from, to, pixels) => time_ticks(from, to, pixels, size), axisLabelWidth: 7 * size, axisLabelFontSize: 0.8 * size},
+                x: {
+                    ticker: (from, to, pixels) => time_ticks(from, to, pixels, size),
+                    axisLabelWidth: 7 * size,
+                    axisLabelFontSize: 0.8 * size
+                },
                 y: numbers(0),
                 y2: {...numbers(1), drawGrid: false, independentTicks: true},
             },
@@ -192,6 +204,7 @@ export class Chart {
         canvas.fillStyle = colour("--event");
         canvas.strokeStyle = colour("--event");
         canvas.textBaseline = "top";
+        const dense = (this.marks?.length ?? 0) > area.w / DENSE;
         let free = -Infinity;
         for (const {time, code, chosen} of this.marks ?? []) {
             const at = place(time * 1000, time * 1000);
@@ -201,7 +214,7 @@ export class Chart {
             const x = Math.round(at[0]) + 0.5;
             canvas.beginPath();
             canvas.moveTo(x, area.y);
-            canvas.lineTo(x, area.y + area.h);
+            canvas.lineTo(x, dense && !chosen ? area.y + em() : area.y + area.h);
             canvas.stroke();
             if (x < free || x > area.x + area.w - LABEL_ROOM) continue;
             canvas.fillText(code.slice(0, 6), x + 3, area.y + 2);
@@ -213,7 +226,7 @@ export class Chart {
     // ---- moves
 
     #move(from, to) {
-        if (!this.graph) return;
+        if (!this.graph || !this.whole_span()) return;
         const [length, start] = this.#fit(from, to);
         this.window = [start, start + length];
         this.#point_at(null);
@@ -246,7 +259,8 @@ export class Chart {
         if (!this.graph) return null;
         const time = this.graph.toDataXCoord(x);
         let best = null;
-        for (let index = this.#first_from(this.window[0]); index < this.rows.length && this.rows[index][0] <= this.window[1]; index += 1) {
+        for (let index = this.#first_from(this.window[0]);
+             index < this.rows.length && this.rows[index][0] <= this.window[1]; index += 1) {
             if (!has_value(this.rows[index])) continue;
             if (best !== null && Math.abs(this.rows[index][0] - time) > Math.abs(this.rows[best][0] - time)) break;
             best = index;
@@ -261,7 +275,9 @@ export class Chart {
 
     #step(count) {
         if (!this.graph) return;
-        let index = this.row ?? (count > 0 ? this.#first_from(this.window[0]) - 1 : this.rows.findLastIndex((row) => row[0] <= this.window[1]) + 1);
+        let index = this.row ??
+            (count > 0 ? this.#first_from(this.window[0]) - 1 :
+                         this.rows.findLastIndex((row) => row[0] <= this.window[1]) + 1);
         do index += count;
         while (this.rows[index] && !has_value(this.rows[index]));
         const row = this.rows[index];

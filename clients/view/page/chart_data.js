@@ -37,8 +37,10 @@ function first_from(rows, time) {
     let high = rows.length;
     while (low < high) {
         const middle = (low + high) >> 1;
-        if (rows[middle][0] < time) low = middle + 1;
-        else high = middle;
+        if (rows[middle][0] < time)
+            low = middle + 1;
+        else
+            high = middle;
     }
     return low;
 }
@@ -49,8 +51,10 @@ export function joined(spans_by_name) {
     const result = [];
     for (const [from, to] of spans) {
         const last = result.at(-1);
-        if (last && from * 1000 <= last[1]) last[1] = Math.max(last[1], to * 1000);
-        else result.push([from * 1000, to * 1000]);
+        if (last && from * 1000 <= last[1])
+            last[1] = Math.max(last[1], to * 1000);
+        else
+            result.push([from * 1000, to * 1000]);
     }
     return result;
 }

@@ -7,31 +7,35 @@ import {number, t} from "./words.js";
 
 const PAGE = 500;
 
-const time_cell = (epoch) => el("td", {}, epoch === null ? "–" : el("time", {datetime: iso(epoch), title: iso(epoch)}, moment(epoch)));
+function time_cell(epoch) {
+    return el("td", {}, epoch === null ? "–" : el("time", {datetime: iso(epoch), title: iso(epoch)}, moment(epoch)));
+}
+
+function row({code, begin, end}) {
+    const ended = begin !== null && end !== null && end >= begin;
+    return el("tr", {}, el("th", {scope: "row"}, foreign(code)), time_cell(begin), time_cell(end),
+              el("td", {}, ended ? duration(end - begin) : "–"));
+}
 
 export function events_view(route, element) {
     const closed = new AbortController();
     let events = null;
     let shown = PAGE;
 
-    function row(event) {
-        const length = event.begin !== null && event.end !== null && event.end >= event.begin ? duration(event.end - event.begin) : "–";
-        return el("tr", {}, el("th", {scope: "row"}, foreign(event.code)), time_cell(event.begin), time_cell(event.end), el("td", {}, length));
-    }
-
     function show() {
         if (events.length === 0) {
             fill(element, el("p", {class: "quiet"}, t("no events")));
             return;
         }
-        const more = el("button", {type: "button", id: "older", on: {click: () => {
+        const more = el("button", {type: "button", id: "older", on: {click() {
             shown += PAGE;
             show();
         }}}, t("older", {n: PAGE}));
+        const heads = [t("code"), t("begin"), t("end"), t("duration")].map((text) => el("th", {scope: "col"}, text));
+        const table = el("table", {class: "data"}, el("thead", {}, el("tr", {}, heads)),
+                         el("tbody", {}, events.slice(0, shown).map(row)));
         fill(element, el("p", {class: "note"}, t("events in all", {n: number(events.length)})),
-             el("div", {class: "scroll", tabindex: 0, role: "region", "aria-label": t("events")}, el("table", {class: "data"},
-                el("thead", {}, el("tr", {}, [t("code"), t("begin"), t("end"), t("duration")].map((text) => el("th", {scope: "col"}, text)))),
-                el("tbody", {}, events.slice(0, shown).map(row)))),
+             el("div", {class: "scroll", tabindex: 0, role: "region", "aria-label": t("events")}, table),
              shown < events.length ? el("p", {class: "turns"}, more) : null);
     }
 

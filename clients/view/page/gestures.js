@@ -12,8 +12,8 @@ const SMALLEST_DRAG = 8;
 export function listen(chart) {
     const {element} = chart;
     const fingers = new Map();
-    let start = null;    // {window, centre, spread} of what the fingers began with
-    let drag = null;     // {x, pans, window} of the mouse
+    let start = null;  // {window, centre, spread} of what the fingers began with
+    let drag = null;   // {x, pans, window} of the mouse
     let last_tap = null;
     const band = element.appendChild(document.createElement("div"));
     band.className = "band";
@@ -38,7 +38,8 @@ export function listen(chart) {
 
     function show_band(x) {
         const {left, width} = chart.area();
-        const [a, b] = [drag.x, x].map((at) => Math.min(left + width, Math.max(left, at))).sort((one, other) => one - other);
+        const [a, b] =
+            [drag.x, x].map((at) => Math.min(left + width, Math.max(left, at))).sort((one, other) => one - other);
         band.hidden = b - a < SMALLEST_DRAG;
         band.style.left = `${a}px`;
         band.style.width = `${b - a}px`;
@@ -49,7 +50,11 @@ export function listen(chart) {
 
     function hold() {
         const xs = [...fingers.values()].map(({x}) => x);
-        start = xs.length === 0 ? null : {window: chart.window(), centre: (Math.min(...xs) + Math.max(...xs)) / 2, spread: Math.max(...xs) - Math.min(...xs)};
+        start = xs.length === 0 ? null : {
+            window: chart.window(),
+            centre: (Math.min(...xs) + Math.max(...xs)) / 2,
+            spread: Math.max(...xs) - Math.min(...xs)
+        };
     }
 
     function move_fingers() {
@@ -67,8 +72,10 @@ export function listen(chart) {
     function tap(event) {
         const near = last_tap && event.timeStamp - last_tap.time < 2 * TAP && Math.abs(x_of(event) - last_tap.x) < NEAR;
         last_tap = near ? null : {time: event.timeStamp, x: x_of(event)};
-        if (near) chart.reset();
-        else chart.cursor(x_of(event));
+        if (near)
+            chart.reset();
+        else
+            chart.cursor(x_of(event));
     }
 
     // ---- events
@@ -109,7 +116,9 @@ export function listen(chart) {
         const finger = fingers.get(event.pointerId);
         if (finger) {
             fingers.delete(event.pointerId);
-            if (fingers.size === 0 && event.timeStamp - finger.time < TAP && Math.abs(finger.x - finger.from) <= SMALLEST_DRAG) tap(event);
+            if (fingers.size === 0 && event.timeStamp - finger.time < TAP &&
+                Math.abs(finger.x - finger.from) <= SMALLEST_DRAG)
+                tap(event);
             hold();
         }
     }
@@ -133,18 +142,34 @@ export function listen(chart) {
         }
     }
 
-    const keys = {"+": () => zoom(0.5), "=": () => zoom(0.5), "-": () => zoom(2), "0": () => chart.reset(), Home: () => chart.reset(),
-                  PageUp: () => pan(-0.5), PageDown: () => pan(0.5), ArrowLeft: (event) => (event.shiftKey ? pan(-0.1) : chart.step(-1)),
-                  ArrowRight: (event) => (event.shiftKey ? pan(0.1) : chart.step(1)), Escape: () => chart.cursor(null)};
+    const keys = {
+        "+": () => zoom(0.5),
+        "=": () => zoom(0.5),
+        "-": () => zoom(2),
+        "0": () => chart.reset(),
+        Home: () => chart.reset(),
+        PageUp: () => pan(-0.5),
+        PageDown: () => pan(0.5),
+        ArrowLeft: (event) => (event.shiftKey ? pan(-0.1) : chart.step(-1)),
+        ArrowRight: (event) => (event.shiftKey ? pan(0.1) : chart.step(1)),
+        Escape: () => chart.cursor(null)
+    };
     function key(event) {
         if (!keys[event.key] || event.ctrlKey || event.altKey || event.metaKey || event.target !== element) return;
         event.preventDefault();
         keys[event.key](event);
     }
 
-    const handlers = {pointerdown: pointer_down, pointermove: pointer_move, pointerup: pointer_up, pointercancel: cancel,
-                      pointerleave: (event) => event.pointerType === "mouse" && drag === null && chart.cursor(null),
-                      dblclick: () => chart.reset(), wheel, keydown: key};
+    const handlers = {
+        pointerdown: pointer_down,
+        pointermove: pointer_move,
+        pointerup: pointer_up,
+        pointercancel: cancel,
+        pointerleave: (event) => event.pointerType === "mouse" && drag === null && chart.cursor(null),
+        dblclick: () => chart.reset(),
+        wheel,
+        keydown: key
+    };
     for (const [name, handler] of Object.entries(handlers)) element.addEventListener(name, handler, {passive: false});
     return {zoom, pan};
 }

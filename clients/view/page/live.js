@@ -1,7 +1,8 @@
 // The gateway's stream of events. It breaks: then it is opened again, after a wait that grows to 10 s.
 
-import {get} from "./api.js";
-import {set_clock} from "./time.js";
+import {get, parse} from "./api.js";
+import {whole_address} from "./dom.js";
+import {now, set_clock} from "./time.js";
 
 const SILENCE = 40;  // seconds without a word, when hello comes every 25
 const FIRST_WAIT = 0.5;
@@ -11,9 +12,13 @@ const HIDDEN = 60;  // seconds in the background before the stream is given back
 /** Events: "up" at each beginning, "down" with the trouble, and "values", "records", "status" with their data. */
 export class Live extends EventTarget {
     #source = null;
+    #heard = null;
     #timer = 0;
     #hiding = 0;
     #wait = FIRST_WAIT;
+
+    /** The gateway's time of its last word. */
+    get heard() { return this.#heard; }
 
     start() {
         this.#open();
@@ -23,9 +28,7 @@ export class Live extends EventTarget {
         addEventListener("pageshow", (event) => event.persisted && this.#again(0));
     }
 
-    #tell(name, detail) {
-        this.dispatchEvent(new CustomEvent(name, {detail}));
-    }
+    #tell(name, detail) { this.dispatchEvent(new CustomEvent(name, {detail})); }
 
     #close() {
         clearTimeout(this.#timer);
@@ -35,7 +38,7 @@ export class Live extends EventTarget {
 
     #open() {
         this.#close();
-        const source = new EventSource("/api/stream");
+        const source = new EventSource(whole_address("/api/stream"));
         this.#source = source;
         this.#listen_for_silence();
         const on = (name, action) => source.addEventListener(name, (event) => {
@@ -43,11 +46,12 @@ export class Live extends EventTarget {
             this.#listen_for_silence();
             let data;
             try {
-                data = JSON.parse(event.data);
+                data = parse(event.data);
             } catch {
                 return;
             }
             if (typeof data.time === "number") set_clock(data.time);
+            this.#heard = now();
             action(data);
         });
         let begun = false;
@@ -62,7 +66,10 @@ export class Live extends EventTarget {
 
     #listen_for_silence() {
         clearTimeout(this.#timer);
-        this.#timer = setTimeout(() => this.#broken(), SILENCE * 1000);
+        this.#timer = setTimeout(() => {
+            this.#tell("down", null);
+            this.#broken();
+        }, SILENCE * 1000);
     }
 
     /** Why, a stream does not tell; a plain question does. */
@@ -89,7 +96,10 @@ export class Live extends EventTarget {
 
     #visibility() {
         clearTimeout(this.#hiding);
-        if (document.hidden) this.#hiding = setTimeout(() => this.#close(), HIDDEN * 1000);
-        else if (this.#source?.readyState !== EventSource.OPEN) this.#again(0);
+        if (document.hidden) {
+            this.#hiding = setTimeout(() => this.#close(), HIDDEN * 1000);
+        } else if (this.#source?.readyState !== EventSource.OPEN) {
+            this.#again(0);
+        }
     }
 }

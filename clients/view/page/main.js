@@ -9,19 +9,29 @@ import {meter_frame} from "./meter.js";
 import {overview_view} from "./overview.js";
 import {parse_route} from "./route.js";
 import {table_view} from "./table_view.js";
-import {moment, now, set_zone, tick_ages} from "./time.js";
+import {moment, set_zone, tick_ages} from "./time.js";
 import {values_view} from "./values_view.js";
 import * as words from "./words.js";
 import {t} from "./words.js";
 
-const VIEWS = {values: values_view, charts: charts_view, table: table_view, events: events_view};
+const VIEWS = {
+    values: values_view,
+    charts: charts_view,
+    table: table_view,
+    events: events_view
+};
 const THEMES = ["system", "light", "dark"];
 const KEPT_THEME = "heatmeter-theme";
 
 const place = (id) => document.getElementById(id);
 const live = new Live();
-const gateway = {overview: null, trouble: null, gone_since: null};
-let view = null;  // {element, title, overview(), refresh(), values(data), records(data), close()}: the first is a must
+const gateway = {
+    overview: null,
+    trouble: null,
+    gone_since: null
+};
+let view = null;  // {element, title, overview(), system(uuid, n, times), refresh(), values(data), records(data),
+                  // theme(), close()}: the first is a must
 
 // ---- views
 
@@ -45,18 +55,25 @@ function route_changed() {
 function speak_changes(before, after) {
     if (!before) return;
     const old = new Map(before.meters.map((meter) => [meter.uuid, meter.level]));
-    const said = after.meters.filter((meter) => old.has(meter.uuid) && old.get(meter.uuid) !== meter.level)
-        .map((meter) => t("meter is now", {meter: meter.uuid.slice(0, 40), level: t(meter.level)}) +
-                        (meter.reasons[0] ? `: ${meter.reasons[0].text.slice(0, 200)}` : ""));
+    const changed = after.meters.filter(({uuid, level}) => old.has(uuid) && old.get(uuid) !== level);
+    const said = changed.map((meter) => {
+        const why = meter.reasons[0] ? `: ${meter.reasons[0].text.slice(0, 200)}` : "";
+        return t("meter is now", {meter: meter.uuid.slice(0, 40), level: t(meter.level)}) + why;
+    });
     if (before.gateway.level !== after.gateway.level) {
         said.unshift(t("gateway is now", {level: t(after.gateway.level)}));
     }
     if (said.length > 0) place("spoken").textContent = said.join(". ");
 }
 
+let reads = 0;
+
 async function read_overview() {
+    reads += 1;
+    const turn = reads;
     try {
         const overview = await get("/api/overview");
+        if (turn !== reads) return;  // a later answer is on its way
         speak_changes(gateway.overview, overview);
         gateway.overview = overview;
         gateway.trouble = null;
@@ -92,35 +109,46 @@ function banner_text(trouble) {
     return t("banner gone");
 }
 
+function show_banner(gone) {
+    const banner = place("banner");
+    banner.hidden = !gone;
+    const since = gateway.gone_since ? t("banner since", {time: moment(gateway.gone_since)}) : "";
+    const text = gone ? [banner_text(gateway.stream_trouble), since, t("banner again")].filter(Boolean).join(" ") : "";
+    if (banner.textContent !== text) fill(banner, symbol("warning"), el("span", {}, text));  // is read aloud once
+}
+
 function show_connection() {
     const gone = gateway.gone_since !== null;
     document.body.classList.toggle("gone", gone);
-    const banner = place("banner");
-    banner.hidden = !gone;
-    if (gone) {
-        const since = gateway.gone_since;
-        const text = [symbol("warning"), el("span", {}, el("strong", {}, banner_text(gateway.stream_trouble)), " ",
-                      since ? t("banner since", {time: moment(since)}) : "", " ", t("banner again"))];
-        if (banner.textContent !== text[1].textContent) fill(banner, text);
-    } else {
-        fill(banner);
-    }
+    show_banner(gone);
+    const word = gone ? "not connected" : gateway.overview ? "live" : "connecting";
     const version = gateway.overview?.version;
     fill(place("connection"), el("span", {class: `dot ${gone ? "dot-gone" : ""}`, "aria-hidden": "true"}),
-         el("span", {}, gone ? t("not connected") : gateway.overview ? t("live") : t("connecting")),
-         version ? el("span", {class: "version"}, String(version).slice(0, 30)) : null);
+         el("span", {}, t(word)), version ? el("span", {class: "version"}, String(version).slice(0, 30)) : null);
 }
 
 live.addEventListener("up", read_everything);
 live.addEventListener("down", ({detail}) => {
-    gateway.gone_since ??= now() ?? 0;
+    gateway.gone_since ??= live.heard ?? 0;
     gateway.stream_trouble = detail;
     show_connection();
 });
 live.addEventListener("status", calmly(200, read_overview));
-live.addEventListener("values", ({detail}) => view?.values?.(detail));
+
+/** What the stream tells of a system holds for the overview, too. */
+function newer(uuid, n, times) {
+    const system = gateway.overview?.meters.find((meter) => meter.uuid === uuid)?.systems.find((one) => one.n === n);
+    if (system) Object.assign(system, times);
+    if (system) view?.system?.(uuid, n, system);
+}
+
+live.addEventListener("values", ({detail}) => {
+    const times = detail.values.map(({time}) => time);
+    if (times.length > 0) newer(detail.meter, detail.system, {value: Math.max(...times)});
+    view?.values?.(detail);
+});
 live.addEventListener("records", ({detail}) => {
-    read_overview_later();
+    newer(detail.meter, detail.system, {hourly: detail.hourly, daily: detail.daily});
     view?.records?.(detail);
 });
 
@@ -138,10 +166,10 @@ function show_choices() {
     place("skip").textContent = t("skip");
     place("language-label").textContent = t("language");
     place("theme-label").textContent = t("colours");
-    fill(place("language"), words.languages().map(([name, text]) =>
-        el("option", {value: name, lang: name, selected: name === words.language()}, text)));
-    fill(place("theme"), THEMES.map((name) =>
-        el("option", {value: name, selected: name === (words.keep(KEPT_THEME) ?? "system")}, t(`theme ${name}`))));
+    const option = (name, text, chosen) => el("option", {value: name, selected: name === chosen}, text);
+    const theme = words.keep(KEPT_THEME) ?? "system";
+    fill(place("language"), words.languages().map(([name, text]) => option(name, text, words.language())));
+    fill(place("theme"), THEMES.map((name) => option(name, t(`theme ${name}`), theme)));
 }
 
 place("language").addEventListener("change", async (event) => {

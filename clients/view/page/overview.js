@@ -2,7 +2,7 @@
 
 import {el, fill, foreign, symbol} from "./dom.js";
 import {address} from "./route.js";
-import {age_element} from "./time.js";
+import {age_element, show_age} from "./time.js";
 import {language, number, t} from "./words.js";
 
 const ORDER = ["critical", "unknown", "warning", "ok"];
@@ -12,15 +12,16 @@ export function badge(level) {
 }
 
 /** Reasons and helps are the gateway's own English. */
+function reason_item(reason) {
+    const shape = reason.level === "ok" ? "note" : reason.level;
+    const help_word = el("span", {class: "help-word", lang: language()}, t("what to do"));
+    const help = el("p", {class: "help"}, help_word, " ", foreign(reason.help, {class: "clamped"}));
+    return el("li", {class: `reason level-${shape}`}, symbol(shape),
+              el("div", {lang: "en"}, foreign(reason.text, {class: "clamped"}), reason.help ? help : null));
+}
+
 export function reason_list(reasons) {
-    if (reasons.length === 0) return null;
-    return el("ul", {class: "reasons"}, reasons.map((reason) => {
-        const shape = reason.level === "ok" ? "note" : reason.level;
-        return el("li", {class: `reason level-${shape}`}, symbol(shape), el("div", {lang: language() === "en" ? null : "en"},
-            foreign(reason.text, {class: "clamped"}),
-            reason.help ? el("p", {class: "help"}, el("span", {class: "help-word", lang: language()}, t("what to do")), " ",
-                             foreign(reason.help, {class: "clamped"})) : null));
-    }));
+    return reasons.length > 0 ? el("ul", {class: "reasons"}, reasons.map(reason_item)) : null;
 }
 
 export function meter_facts(meter) {
@@ -28,59 +29,65 @@ export function meter_facts(meter) {
     return facts.length > 0 ? foreign(facts.join(" · "), {class: "facts"}) : null;
 }
 
+function age_link(id, route, epoch) {
+    if (epoch === null) return el("td", {}, "–");
+    return el("td", {}, el("a", {href: address(route), id}, age_element(epoch)));
+}
+
 function system_row(meter, system) {
-    const link = (epoch, what, kind) => el("td", {}, epoch === null ? "–" :
-        el("a", {href: address({uuid: meter.uuid, n: system.n, what, kind}), id: `${what}-${kind}-${meter.uuid}-${system.n}`}, age_element(epoch)));
-    return el("tr", {},
-        el("th", {scope: "row"}, String(system.n), system.connected === 0 ? el("span", {class: "silent"}, t("no answer")) : null),
-        link(system.value, "values"), link(system.hourly, "charts", "hourly"), link(system.daily, "charts", "daily"));
+    const route = {uuid: meter.uuid, n: system.n, what: "charts"};
+    const id = (what) => `${what}-${meter.uuid}-${system.n}`;
+    const silent = system.connected === 0 ? el("span", {class: "silent"}, t("no answer")) : null;
+    return el("tr", {}, el("th", {scope: "row"}, String(system.n), silent),
+              age_link(id("values"), {...route, what: "values"}, system.value),
+              age_link(id("hourly"), {...route, kind: "hourly"}, system.hourly),
+              age_link(id("daily"), {...route, kind: "daily"}, system.daily));
 }
 
 function system_table(meter) {
     if (meter.systems.length === 0) return el("p", {class: "quiet"}, t("no system"));
-    return el("div", {class: "scroll"}, el("table", {class: "systems"},
-        el("thead", {}, el("tr", {}, [t("system"), t("newest value"), t("hourly"), t("daily")].map((text) =>
-            el("th", {scope: "col"}, text)))),
-        el("tbody", {}, meter.systems.map((system) => system_row(meter, system)))));
+    const titles = [t("system"), t("newest value"), t("hourly"), t("daily")];
+    const heads = titles.map((text) => el("th", {scope: "col"}, text));
+    return el("div", {class: "scroll"},
+              el("table", {class: "systems"}, el("thead", {}, el("tr", {}, heads)),
+                 el("tbody", {}, meter.systems.map((system) => system_row(meter, system)))));
 }
 
 function card(meter, index) {
     const first = meter.systems[0]?.n ?? 1;
     const heading = `meter-${index}`;
+    const href = address({what: "values", uuid: meter.uuid, n: first});
+    const title = el("h2", {id: heading}, el("a", {href, id: `open-${meter.uuid}`}, foreign(meter.uuid)));
     return el("article", {class: `card level-${meter.level}`, "aria-labelledby": heading},
-        el("header", {},
-           el("div", {class: "card-title"},
-              el("h2", {id: heading}, el("a", {href: address({what: "values", uuid: meter.uuid, n: first}), id: `open-${meter.uuid}`},
-                                         foreign(meter.uuid))),
-              meter_facts(meter)),
-           badge(meter.level)),
-        reason_list(meter.reasons),
-        system_table(meter));
+              el("header", {}, el("div", {class: "card-title"}, title, meter_facts(meter)), badge(meter.level)),
+              reason_list(meter.reasons), system_table(meter));
 }
 
 function summary(overview) {
     const counts = ORDER.map((level) => [level, overview.meters.filter((meter) => meter.level === level).length]);
-    return el("ul", {class: "summary", "aria-label": t("levels")}, counts.filter(([, count]) => count > 0).map(([level, count]) =>
-        el("li", {class: `level-${level}`}, symbol(level), el("b", {}, number(count)), " ", t(level))));
+    const item = ([level, count]) =>
+        el("li", {class: `level-${level}`}, symbol(level), el("b", {}, number(count)), " ", t(level));
+    return el("ul", {class: "summary", "aria-label": t("levels")}, counts.filter(([, count]) => count > 0).map(item));
 }
 
 function content(gateway) {
     const overview = gateway.overview;
     const heading = el("h1", {}, t("overview"));
     if (!overview) {
-        return [heading, el("p", {class: gateway.trouble ? "fault" : "quiet"},
-                            gateway.trouble ? `${t("cannot read")} ${gateway.trouble.message}` : t("reading"))];
+        const trouble = gateway.trouble;
+        const text = trouble ? `${t("cannot read")} ${trouble.message}` : t("reading");
+        return [heading, el("p", {class: trouble ? "fault" : "quiet"}, text)];
     }
-    const meters = overview.meters.map((meter, index) => ({meter, index}))
-        .sort((a, b) => ORDER.indexOf(a.meter.level) - ORDER.indexOf(b.meter.level) || a.index - b.index);
+    const {level, reasons} = overview.gateway;
+    const own = el("section", {class: "gateway", "aria-label": t("gateway")},
+                   el("h2", {}, t("gateway"), " ", badge(level)), reason_list(reasons));
+    const place = (meter) => ORDER.indexOf(meter.level);
+    const meters = [...overview.meters].sort((a, b) => place(a) - place(b));
+    const none = el("p", {class: "quiet"}, t("no meters"));
     return [
         el("div", {class: "head"}, heading, summary(overview)),
-        overview.gateway.reasons.length > 0
-            ? el("section", {class: "gateway", "aria-label": t("gateway")}, el("h2", {}, t("gateway"), " ", badge(overview.gateway.level)),
-                 reason_list(overview.gateway.reasons))
-            : null,
-        meters.length > 0 ? el("div", {class: "cards"}, meters.map(({meter, index}) => card(meter, index)))
-                          : el("p", {class: "quiet"}, t("no meters")),
+        reasons.length > 0 ? own : null,
+        meters.length > 0 ? el("div", {class: "cards"}, meters.map(card)) : none,
     ];
 }
 
@@ -88,5 +95,19 @@ export function overview_view(gateway) {
     const element = el("div", {class: "overview"});
     const show = () => fill(element, content(gateway));
     show();
-    return {element, title: "", overview: show};
+
+    /** Newer times of a system, without touching what stands round them. */
+    function system(uuid, n, times) {
+        for (const [id, epoch] of [["values", times.value], ["hourly", times.hourly], ["daily", times.daily]]) {
+            const age = epoch && document.getElementById(`${id}-${uuid}-${n}`)?.firstChild;
+            if (age) {
+                show_age(age, epoch);
+            } else if (epoch) {
+                show();
+                return;
+            }
+        }
+    }
+
+    return {element, title: "", overview: show, system};
 }

@@ -28,7 +28,9 @@ export function parse_route(hash) {
         n: /^[1-9]\d{0,2}$/.test(parts[3] ?? "") ? Number(parts[3]) : 1,
         kind: KINDS.includes(words.get("kind")) ? words.get("kind") : null,
         names: words.get("names")?.split(",").filter(Boolean) ?? null,
-        range: from !== null && to !== null && from < to ? null : RANGES.includes(words.get("range")) ? words.get("range") : null,
+        range: from !== null && to !== null && from < to ? null :
+            RANGES.includes(words.get("range"))          ? words.get("range") :
+                                                           null,
         from: from !== null && to !== null && from < to ? from : null,
         to: from !== null && to !== null && from < to ? to : null,
     };
@@ -36,7 +38,8 @@ export function parse_route(hash) {
 
 export function address(route) {
     if (route.what === "overview") return "#/";
-    const path = `#/meter/${encodeURIComponent(route.uuid)}/${route.n}` + (route.what === "values" ? "" : `/${route.what}`);
+    const path =
+        `#/meter/${encodeURIComponent(route.uuid)}/${route.n}` + (route.what === "values" ? "" : `/${route.what}`);
     const words = new URLSearchParams();
     if (route.kind) words.set("kind", route.kind);
     if (route.names) words.set("names", route.names.join(","));
@@ -49,6 +52,4 @@ export function address(route) {
 }
 
 /** The address tells what is seen, without a step back for each turn of a wheel. */
-export function rewrite(route) {
-    history.replaceState(null, "", address(route));
-}
+export function rewrite(route) { history.replaceState(null, "", address(route)); }

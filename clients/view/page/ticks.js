@@ -8,8 +8,10 @@ const HOUR = 3600;
 const DAY = 86400;
 
 // Seconds, or months from the month on.
-const STEPS = [MINUTE, 5 * MINUTE, 10 * MINUTE, 30 * MINUTE, HOUR, 2 * HOUR, 3 * HOUR, 6 * HOUR, 12 * HOUR, DAY, 2 * DAY, 7 * DAY].map((seconds) => ({seconds}))
-    .concat([1, 2, 3, 6, 12, 24, 60, 120].map((months) => ({months, seconds: months * 30.4 * DAY})));
+const STEPS =
+    [MINUTE, 5 * MINUTE, 10 * MINUTE, 30 * MINUTE, HOUR, 2 * HOUR, 3 * HOUR, 6 * HOUR, 12 * HOUR, DAY, 2 * DAY, 7 * DAY]
+        .map((seconds) => ({seconds}))
+        .concat([1, 2, 3, 6, 12, 24, 60, 120].map((months) => ({months, seconds: months * 30.4 * DAY})));
 const MONDAY = 4 * DAY;  // 1970 began with a Thursday
 
 function* walls(step, from, to) {
@@ -23,17 +25,25 @@ function* walls(step, from, to) {
         }
     }
     const shift = step.seconds === 7 * DAY ? MONDAY : 0;
-    for (let wall = Math.ceil((from - shift) / step.seconds) * step.seconds + shift; wall <= to; wall += step.seconds) yield wall;
+    for (let wall = Math.ceil((from - shift) / step.seconds) * step.seconds + shift; wall <= to; wall += step.seconds)
+        yield wall;
 }
 
 function label(step, wall, epoch, first) {
     const at_midnight = wall % DAY === 0;
-    const begins_year = at_midnight && new Date(wall * 1000).getUTCMonth() === 0 && new Date(wall * 1000).getUTCDate() === 1;
+    const begins_year =
+        at_midnight && new Date(wall * 1000).getUTCMonth() === 0 && new Date(wall * 1000).getUTCDate() === 1;
     if (step.months >= 12) return write(epoch, {year: "numeric"});
     if (step.months) return write(epoch, begins_year || first ? {month: "short", year: "numeric"} : {month: "short"});
-    if (step.seconds >= DAY) return write(epoch, begins_year ? {day: "numeric", month: "short", year: "numeric"} : {day: "numeric", month: "short"});
+    if (step.seconds >= DAY)
+        return write(
+            epoch, begins_year ? {day: "numeric", month: "short", year: "numeric"} : {day: "numeric", month: "short"});
     const clock = {hour: "numeric", minute: "2-digit"};
-    return write(epoch, at_midnight ? {day: "numeric", month: "short"} : first ? {day: "numeric", month: "short", ...clock} : clock);
+    return write(
+        epoch,
+        at_midnight ? {day: "numeric", month: "short"} :
+            first   ? {day: "numeric", month: "short", ...clock} :
+                      clock);
 }
 
 /** Marks between two times in ms, for an axis of this many pixels: [{v, label}]. */
@@ -59,7 +69,10 @@ export function number_ticks(from, to, pixels, em) {
     const digits = Math.min(12, Math.max(0, -Math.floor(Math.log10(step) + 1e-9)));
     const ticks = [];
     for (let count = Math.ceil(from / step); count * step <= to && ticks.length < 100; count += 1) {
-        ticks.push({v: count * step, label: number(count * step, {minimumFractionDigits: digits, maximumFractionDigits: digits})});
+        ticks.push({
+            v: count * step,
+            label: number(count * step, {minimumFractionDigits: digits, maximumFractionDigits: digits})
+        });
     }
     return ticks;
 }

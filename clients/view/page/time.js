@@ -6,9 +6,7 @@ let base = null;  // the gateway's time minus the time of this page
 let offsets = [[0, 0]];
 
 /** A message has told the gateway's time. */
-export function set_clock(epoch) {
-    base = epoch - performance.now() / 1000;
-}
+export function set_clock(epoch) { base = epoch - performance.now() / 1000; }
 
 /** Null before the first message. */
 export const now = () => (base === null ? null : base + performance.now() / 1000);
@@ -22,8 +20,10 @@ function offset_at(epoch) {
     let high = offsets.length;
     while (high - low > 1) {
         const middle = (low + high) >> 1;
-        if (offsets[middle][0] <= epoch) low = middle;
-        else high = middle;
+        if (offsets[middle][0] <= epoch)
+            low = middle;
+        else
+            high = middle;
     }
     return offsets[low][1];
 }
@@ -42,7 +42,8 @@ export const wall_date = (epoch) => new Date(to_wall(epoch) * 1000);
 /** A moment written by the reader's habit. */
 export function write(epoch, options) {
     const date = wall_date(epoch);
-    return Number.isNaN(date.getTime()) ? String(epoch) : format(Intl.DateTimeFormat, {timeZone: "UTC", ...options}).format(date);
+    return Number.isNaN(date.getTime()) ? String(epoch) :
+                                          format(Intl.DateTimeFormat, {timeZone: "UTC", ...options}).format(date);
 }
 
 export const moment = (epoch) => write(epoch, {dateStyle: "medium", timeStyle: "medium"});
@@ -56,7 +57,8 @@ export function iso(epoch) {
     const minutes = Math.round(offset_at(epoch) / 60);
     const two = (figure) => String(figure).padStart(2, "0");
     const sign = minutes < 0 ? "-" : "+";
-    return date.toISOString().slice(0, 19) + sign + two(Math.floor(Math.abs(minutes) / 60)) + ":" + two(Math.abs(minutes) % 60);
+    return date.toISOString().slice(0, 19) + sign + two(Math.floor(Math.abs(minutes) / 60)) + ":" +
+        two(Math.abs(minutes) % 60);
 }
 
 const UNITS = [["day", 86400], ["hour", 3600], ["minute", 60], ["second", 1]];

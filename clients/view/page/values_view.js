@@ -6,6 +6,7 @@ import {age_element, minute, show_age} from "./time.js";
 import {number, t, title} from "./words.js";
 
 const MARKED = 6000;  // ms
+const SIGNS = {changed: "•", risen: "▲", fallen: "▼"};
 
 // By the catalogue's titles; what matches none is shown last.
 const GROUPS = [
@@ -13,8 +14,8 @@ const GROUPS = [
     ["group temperature", /^(outdoor )?temperature( \d| difference)?$/],
     ["group pressure", /^pressure \d$/],
     ["group totals", /^(heat|mass|volume|running time)( \d)?$/],
-    ["group settings", / limit \d$| diameter \d$| conversion$|^(port|kind of port|parity code|stop bits|data bits|formula of heat|weighted values in the formula)$/],
-    ["group device", /^(model|serial number|firmware.*|name of the system|kind of system|third temperature measured|records in the archive|room for records|newest record)$/],
+    ["group settings", / (limit|diameter) \d$| conversion$|^(kind of )?port$|^(parity|stop|data) (code|bits)$|formula/],
+    ["group device", /^(model|serial number|firmware.*)$|^(name|kind) of|third temperature|archive|records?$/],
     ["group state", /./],
 ];
 
@@ -32,26 +33,28 @@ class Row {
     constructor(value) {
         this.number = el("td", {class: "number"});
         this.age = age_element(value.time);
-        this.element = el("tr", {}, el("th", {scope: "row"}, value.title ? title(value.title) : t("no title"),
-                                       el("div", {class: "small"}, foreign(value.name), " · ", this.age)), this.number);
-        this.show(value);
+        const words = value.title ? title(value.title) : t("no title");
+        const small = el("div", {class: "small"}, foreign(value.name), " · ", this.age);
+        this.element = el("tr", {}, el("th", {scope: "row"}, words, small), this.number);
         this.timer = 0;
+        this.show(value);
     }
 
     show(value) {
         this.value = value;
         const unit = value.title === "clock of the meter" ? "" : value.unit;
-        fill(this.number, el("span", {class: "value"}, shown(value)), unit ? [" ", foreign(unit, {class: "unit"})] : null);
-        show_age(this.age, value.time);
+        fill(this.number, el("span", {class: "value"}, shown(value)),
+             unit ? [" ", foreign(unit, {class: "unit"})] : null);
     }
 
     update(value) {
         const before = this.value;
+        show_age(this.age, value.time);
+        if (before.value === value.value && before.unit === value.unit) return;
         this.show(value);
-        if (before.value === value.value) return;
         const both = typeof before.value === "number" && typeof value.value === "number";
         const word = !both ? "changed" : value.value > before.value ? "risen" : "fallen";
-        this.number.prepend(el("span", {class: "mark", title: t(word)}, !both ? "•" : value.value > before.value ? "▲" : "▼"));
+        this.number.prepend(el("span", {class: "mark", title: t(word)}, SIGNS[word]));
         this.element.classList.add("changed");
         clearTimeout(this.timer);
         this.timer = setTimeout(() => {
@@ -64,9 +67,10 @@ class Row {
 function tables(rows) {
     const groups = GROUPS.map(([name]) => ({name, rows: []}));
     for (const row of rows.values()) groups[Math.max(0, group_of(row.value.title || "?"))].rows.push(row.element);
-    return groups.filter((group) => group.rows.length > 0).map((group) =>
-        el("section", {class: "group"}, el("table", {class: "values"}, el("caption", {}, t(group.name)),
-            el("tbody", {}, group.rows))));
+    const section = (group) =>
+        el("section", {class: "group"},
+           el("table", {class: "values"}, el("caption", {}, t(group.name)), el("tbody", {}, group.rows)));
+    return groups.filter((group) => group.rows.length > 0).map(section);
 }
 
 export function values_view(route, element) {
@@ -75,7 +79,8 @@ export function values_view(route, element) {
     let heard = 0;  // messages of the stream
 
     function show() {
-        fill(element, rows.size > 0 ? el("div", {class: "groups"}, tables(rows)) : el("p", {class: "quiet"}, t("no values")));
+        const none = el("p", {class: "quiet"}, t("no values"));
+        fill(element, rows.size > 0 ? el("div", {class: "groups"}, tables(rows)) : none);
     }
 
     /** Those that came; `all` of them when they were asked for. */
@@ -104,8 +109,11 @@ export function values_view(route, element) {
             take(answer.values, true);
         } catch (error) {
             if (error.name === "AbortError") return;
-            if (error.status === 404) take([], true);
-            else if (rows.size === 0) fill(element, el("p", {class: "fault"}, `${t("cannot read")} ${error.message}`));
+            if (error.status === 404) {
+                take([], true);
+            } else if (rows.size === 0) {
+                fill(element, el("p", {class: "fault"}, `${t("cannot read")} ${error.message}`));
+            }
         }
     }
 

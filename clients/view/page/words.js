@@ -1,6 +1,12 @@
 // The words of the page in the reader's language, and how his place on earth writes numbers and dates.
 
-const LANGUAGES = {en: "English", de: "Deutsch", ru: "Русский"};
+import {whole_address} from "./dom.js";
+
+const LANGUAGES = {
+    en: "English",
+    de: "Deutsch",
+    ru: "Русский"
+};
 const KEPT = "heatmeter-language";
 
 let words = {};
@@ -11,12 +17,10 @@ export const languages = () => Object.entries(LANGUAGES);
 export const language = () => chosen;
 
 /** The reader's own form of the language, such as British English, when his browser names one. */
-export function locale() {
-    return navigator.languages.find((name) => name.split("-")[0] === chosen) ?? chosen;
-}
+export function locale() { return navigator.languages.find((name) => name.split("-")[0] === chosen) ?? chosen; }
 
 async function read(name) {
-    const answer = await fetch(`/words.${name}.json`);
+    const answer = await fetch(whole_address(`/words.${name}.json`));
     if (!answer.ok) throw new Error(`no words: ${answer.status}`);
     return answer.json();
 }
@@ -36,23 +40,23 @@ export async function choose(name) {
     await load();
 }
 
-/** t("page of", {n: 3}): the words of this key, with {n} in its place. */
+/** t("older", {n: 500}): the words of this key, with {n} in its place. */
 export function t(key, values = {}) {
     const text = words[key] ?? key;
     return text.replace(/\{(\w+)\}/g, (whole, name) => (Object.hasOwn(values, name) ? values[name] : whole));
 }
 
 /** The catalogue's English title in the reader's language. What is not in the catalogue stays as it is. */
-export function title(english) {
-    return Object.hasOwn(titles, english) ? titles[english] : english;
-}
+export function title(english) { return Object.hasOwn(titles, english) ? titles[english] : english; }
 
 /** Reads, or with a second word keeps, a choice of the reader; a browser that keeps nothing is fine. */
 export function keep(name, value) {
     try {
         if (value === undefined) return localStorage.getItem(name);
-        if (value === null) localStorage.removeItem(name);
-        else localStorage.setItem(name, value);
+        if (value === null)
+            localStorage.removeItem(name);
+        else
+            localStorage.setItem(name, value);
     } catch {
         // private window
     }
