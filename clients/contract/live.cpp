@@ -108,23 +108,29 @@ void Live::look_at_records(const std::string& uuid, LiveSystem& system) {
     ++system.looks;
 }
 
-void Live::look_at_folder(const std::string& folder) {
+bool Live::look_at_folder(const std::string& folder) {
     for (LiveMeter& watched : all) {
         const std::string& uuid = watched.meter.uuid;
         for (LiveSystem& system : watched.systems) {
-            if (folder == items_folder(uuid, system.number)) return look_at_items(uuid, system);
+            if (folder == items_folder(uuid, system.number)) {
+                look_at_items(uuid, system);
+                return true;
+            }
             if (folder.starts_with(storage_folder(uuid, system.number) + '/')) {
-                return look_at_records(uuid, system);
+                look_at_records(uuid, system);
+                return true;
             }
         }
     }
-    look_for_meters();
+    return false;
 }
 
 void Live::look_at_folders(std::vector<std::string> folders) {
     std::ranges::sort(folders);
     folders.erase(std::unique(folders.begin(), folders.end()), folders.end());
-    for (const std::string& folder : folders) look_at_folder(folder);
+    bool is_other = false;
+    for (const std::string& folder : folders) is_other = !look_at_folder(folder) || is_other;
+    if (is_other) look_for_meters();
 }
 
 bool Live::wait(int other, int milliseconds) {

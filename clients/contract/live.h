@@ -67,7 +67,8 @@ class Live {
     void look_at_systems(LiveMeter& watched);
     void look_at_items(const std::string& uuid, LiveSystem& system);
     void look_at_records(const std::string& uuid, LiveSystem& system);
-    void look_at_folder(const std::string& folder);
+    /// False for one that is of no system.
+    bool look_at_folder(const std::string& folder);
     void look_at_folders(std::vector<std::string> folders);
 
     std::vector<std::string> wanted;

@@ -93,13 +93,12 @@ Server::Server(const sockaddr_storage& address, Gate& keeper)
     : gate(keeper), live({}), reader(MostJobs), looker(1), look(looker, mailbox), api(live, look) {
     look.on_look = [this](bool is_other) { looked(is_other); };
     const unsigned family = address.ss_family == AF_INET6 ? unsigned{MHD_USE_IPv6} : 0U;
-    daemon =
-        MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | family, 0, nullptr, nullptr, handle_request, this,
-                         MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_LISTENING_ADDRESS_REUSE, 1U,
-                         MHD_OPTION_URI_LOG_CALLBACK, begin_exchange, this, MHD_OPTION_NOTIFY_COMPLETED, end_exchange,
-                         this, MHD_OPTION_NOTIFY_CONNECTION, come_or_go, this, MHD_OPTION_CONNECTION_LIMIT,
-                         static_cast<unsigned>(Guests::MostAccepted), MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                         std::size_t{RequestBytes}, MHD_OPTION_CONNECTION_TIMEOUT, StalledSeconds, MHD_OPTION_END);
+    daemon = MHD_start_daemon(MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | family, 0, nullptr, nullptr, handle_request,
+                              this, MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_URI_LOG_CALLBACK, begin_exchange, this,
+                              MHD_OPTION_NOTIFY_COMPLETED, end_exchange, this, MHD_OPTION_NOTIFY_CONNECTION, come_or_go,
+                              this, MHD_OPTION_CONNECTION_LIMIT, static_cast<unsigned>(Guests::MostAccepted),
+                              MHD_OPTION_CONNECTION_MEMORY_LIMIT, std::size_t{RequestBytes},
+                              MHD_OPTION_CONNECTION_TIMEOUT, StalledSeconds, MHD_OPTION_END);
     if (daemon == nullptr) throw std::system_error(errno, std::generic_category());
 }
 
@@ -343,6 +342,7 @@ int Server::keep_time() {
         look_at = -1;
         look.again({});
     }
+    if (streams.woke()) return 0;  // what goes on shows in no descriptor and in no time-out of the daemon
     MHD_UNSIGNED_LONG_LONG of_daemon = 0;
     std::int64_t next = guests.look_round(now);
     if (MHD_get_timeout(daemon, &of_daemon) == MHD_YES) {

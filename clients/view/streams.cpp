@@ -31,6 +31,7 @@ void Streams::wake() {
     for (Stream& stream : all) {
         if (!stream.waits) continue;
         stream.waits = false;
+        has_woken = true;
         MHD_resume_connection(stream.connection);
     }
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <list>
 #include <string>
+#include <utility>
 
 #include "view/broadcast.h"
 
@@ -33,6 +34,8 @@ class Streams {
     void tell(std::string_view event, std::string_view data);
     /// The end of all streams.
     void finish();
+    /// Whether one goes on since this was asked last: the daemon is to be run before anybody waits.
+    bool woke() { return std::exchange(has_woken, false); }
 
     /// As libmicrohttpd's content reader, of a Stream.
     static ssize_t read(void* stream, std::uint64_t at, char* into, std::size_t room);
@@ -43,6 +46,7 @@ class Streams {
     std::list<Stream> all;
     Broadcast broadcast;
     bool over = false;
+    bool has_woken = false;
 };
 
 }  // namespace view
