@@ -34,7 +34,8 @@ class Monitoring(visitor.Visitor):
 
     def prometheus(self, more=""):
         write("/tmp/prometheus.yml", CONFIG + more)
-        self.start("prometheus", ["prometheus", "--config.file=/tmp/prometheus.yml", "--storage.tsdb.path=/tmp/prometheus",
+        self.start("prometheus", ["prometheus", "--config.file=/tmp/prometheus.yml",
+                                  "--storage.tsdb.path=/tmp/prometheus",
                                   "--web.listen-address=127.0.0.1:9090", "--log.level=warn"])
 
     def query(self, expression):
@@ -51,8 +52,9 @@ class Monitoring(visitor.Visitor):
 
     def meters(self):
         """Two families are read; what they publish is whole when this ends."""
-        self.sim("--meter", "uuid=school,model=2", "--meter", "uuid=baths,type=vist,serial=7,devices=1,line=/tmp/vist",
-                 "--history-days", "0.1")
+        away_from_the_hour = f"clock={(30 - time.localtime().tm_min) * 60}"  # round which a meter is left alone
+        self.sim("--meter", f"uuid=school,model=2,{away_from_the_hour}", "--history-days", "0.1",
+                 "--meter", f"uuid=baths,type=vist,serial=7,devices=1,line=/tmp/vist,{away_from_the_hour}")
         daemons = [self.daemon("KM5", "-r", "school"), self.daemon("VIST", "-r", "baths")]
         for uuid in ("school", "baths"):
             self.wait_for(lambda uuid=uuid: box.item(uuid, "T1") and "driver" not in box.item(uuid, "_DriverStatus"),
@@ -81,7 +83,8 @@ class Monitoring(visitor.Visitor):
         for uuid in ("school", "baths"):
             told = subprocess.run([f"{self.build}/heatmeterctl", "values", uuid, "--json"], check=True,
                                   stdout=subprocess.PIPE, text=True).stdout
-            numeric = [value["name"] for value in json.loads(told)["values"] if isinstance(value["value"], (int, float))]
+            numeric = [value["name"] for value in json.loads(told)["values"] if isinstance(value["value"], (int,
+                                                                                                            float))]
             self.assertGreater(len(numeric), 20)
             for name in numeric:
                 if name != "Connected":
@@ -109,7 +112,8 @@ class Monitoring(visitor.Visitor):
     def test_the_text_is_clean(self):
         self.meters()
         self.view()
-        done = subprocess.run(["promtool", "check", "metrics"], input=self.get("/metrics"), text=True, capture_output=True)
+        done = subprocess.run(["promtool", "check", "metrics"], input=self.get("/metrics"), text=True,
+                              capture_output=True)
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
 
     def test_hostile_names_are_labels(self):
@@ -118,7 +122,8 @@ class Monitoring(visitor.Visitor):
         os.makedirs(b"/tmp/\xff\xfe/1/tc_items")
         write(b"/tmp/\xff\xfe/1/tc_items/T1".decode(errors="surrogateescape"), "2\n")
         self.view()
-        done = subprocess.run(["promtool", "check", "metrics"], input=self.get("/metrics"), text=True, capture_output=True)
+        done = subprocess.run(["promtool", "check", "metrics"], input=self.get("/metrics"), text=True,
+                              capture_output=True)
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
         self.prometheus()
         self.wait_for(lambda: self.query("heatmeter_value"), "a scrape", 60)

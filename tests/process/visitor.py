@@ -26,7 +26,8 @@ def publish(uuid, n=1, **items):
 
 def password_file(path, **passwords):
     def hash_of(password):
-        return subprocess.run(["perl", "-e", 'print crypt($ARGV[0], q($6$rounds=5000$heatmeter$))', password], check=True,
+        return subprocess.run(["perl", "-e", 'print crypt($ARGV[0], q($6$rounds=5000$heatmeter$))', password],
+                              check=True,
                               stdout=subprocess.PIPE, text=True).stdout
     write(path, "".join(f"{name}:{hash_of(password)}\n" for name, password in passwords.items()))
     return path
@@ -35,7 +36,8 @@ def password_file(path, **passwords):
 class Visitor(box.Test):
     def view(self, *words, listen=f"{ADDRESS}:{PORT}"):
         """The running program, ready to be asked."""
-        program = self.start("heatmeter-view", [f"{self.build}/heatmeter-view", "--listen", listen, *words], self.runner)
+        program = self.start("heatmeter-view", [f"{self.build}/heatmeter-view", "--listen", listen, *words],
+                             self.runner)
         self.wait_for(lambda: "http://" in program.output("stderr") or not program.runs(), "the program")
         self.assertTrue(program.runs(), program.output("stderr"))
         return program
