@@ -67,13 +67,12 @@ class Hostile(visitor.Visitor):
     def is_well(self, **more):
         self.is_served(**more)
         self.assertTrue(self.program.runs(), self.program.output("stderr"))
-        # A sanitizer has memory of its own.
         if not self.is_sanitized():
             self.assertLess(self.memory(self.program), MOST_MEMORY)
         if self.before is None:
             self.before = self.descriptors(self.program)
 
-    def is_sanitized(self):
+    def is_sanitized(self):  # which has memory of its own
         with open(f"/proc/{self.program.process.pid}/maps", encoding="utf-8", errors="replace") as maps:
             return re.search(r"lib(asan|tsan)", maps.read()) is not None
 
