@@ -10,6 +10,12 @@ constexpr std::int64_t FirstWait = 1'000;     // milliseconds after a wrong pass
 constexpr std::int64_t LongestWait = 60'000;  // the same at most
 constexpr std::int64_t PauseOfAddress = 200;  // between two tries from one address that were wrong
 
+/// Of any name, so much as tells people apart.
+std::string key_of(const std::string& address, const Credentials& credentials) {
+    constexpr std::size_t LongestName = 64;
+    return address + ' ' + credentials.name.substr(0, LongestName);
+}
+
 }  // namespace
 
 Gate::Gate(const std::string& password_file)
@@ -42,7 +48,7 @@ Gate::Decision Gate::decide(const std::string& authorization, const std::string&
     const auto credentials = parse_authorization(authorization);
     if (!credentials) return {.refusal = ask()};
     const std::int64_t longest =
-        std::max(of_users.wait(address + ' ' + credentials->name, now), of_addresses.wait(address, now));
+        std::max(of_users.wait(key_of(address, *credentials), now), of_addresses.wait(address, now));
     if (longest > 0) return {.refusal = wait(longest)};
     return {.find_out = [users = passwords->users(), given = *credentials] { return is_right(users, given); }};
 }
@@ -51,7 +57,7 @@ std::optional<Answer> Gate::decided(const std::string& authorization, const std:
                                     std::int64_t now) {
     const auto credentials = parse_authorization(authorization);
     if (!credentials) return ask();
-    const std::string user = address + ' ' + credentials->name;
+    const std::string user = key_of(address, *credentials);
     if (is_right) {
         of_users.succeeded(user);
         passwords->remember(authorization);
