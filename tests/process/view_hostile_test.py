@@ -67,20 +67,19 @@ class Hostile(visitor.Visitor):
     def is_well(self, **more):
         self.is_served(**more)
         self.assertTrue(self.program.runs(), self.program.output("stderr"))
-        # A sanitizer has memory of its own.
         if not self.is_sanitized():
             self.assertLess(self.memory(self.program), MOST_MEMORY)
         if self.before is None:
             self.before = self.descriptors(self.program)
 
-    def is_sanitized(self):
+    def is_sanitized(self):  # which has memory of its own
         with open(f"/proc/{self.program.process.pid}/maps", encoding="utf-8", errors="replace") as maps:
             return re.search(r"lib(asan|tsan)", maps.read()) is not None
 
-    def comes_back(self, patience=30):
+    def comes_back(self, **more):
         """What was open for them is closed again."""
-        self.wait_for(lambda: self.descriptors(self.program) <= self.before + 2, "closed descriptors", patience)
-        self.is_well()
+        self.wait_for(lambda: self.descriptors(self.program) <= self.before + 2, "closed descriptors")
+        self.is_well(**more)
 
     def while_well(self, seconds, work, **more):
         """Others are served while the work is done in threads."""
@@ -248,11 +247,7 @@ class Hostile(visitor.Visitor):
         self.assertTrue(all(int(headers["Retry-After"]) > 0 for status, headers in told if status == 429))
         # One who comes now for the first time gets in, though not at once.
         self.wait_for(lambda: self.ask("/api/overview", headers=basic("other", "known"))[0] == 200, "the other one", 70)
-        self.comes_back_with(keeper)
-
-    def comes_back_with(self, headers):
-        self.wait_for(lambda: self.descriptors(self.program) <= self.before + 2, "closed descriptors")
-        self.is_well(headers=headers)
+        self.comes_back(headers=keeper)
 
     def test_other_methods_and_broken_requests(self):
         self.begin()
@@ -263,18 +258,16 @@ class Hostile(visitor.Visitor):
         self.assertEqual(self.ask("/healthz", method="HEAD")[::2], (200, b""))
         line = b"GET /healthz HTTP/1.1\r\nHost: localhost\r\n"
         for text in (b"", b"\r\n\r\n\r\n", b"\0" * 5000, b"GET\r\n\r\n", b"GET /healthz\r\n\r\n",
-                     b"GET /healthz HTTP/9.9\r\n\r\n",
-                     b"GET  /healthz  HTTP/1.1\r\n\r\n", b"get /healthz HTTP/1.1\r\nHost: x\r\n\r\n",
-                     b"GET http://[ HTTP/1.1\r\n\r\n",
+                     b"GET /healthz HTTP/9.9\r\n\r\n", b"GET  /healthz  HTTP/1.1\r\n\r\n",
+                     b"get /healthz HTTP/1.1\r\nHost: x\r\n\r\n", b"GET http://[ HTTP/1.1\r\n\r\n",
                      b"GET * HTTP/1.1\r\nHost: localhost\r\n\r\n", b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03",
-                     b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n",
-                     line + b"Content-Length: -1\r\n\r\n", line + b"Content-Length: 99999999999999999999\r\n\r\n",
+                     b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", line + b"Content-Length: -1\r\n\r\n",
+                     line + b"Content-Length: 99999999999999999999\r\n\r\n",
                      line + b"Content-Length: 5\r\nContent-Length: 6\r\n\r\nhello",
                      line + b"Content-Length: 10\r\n\r\nhello",
                      line + b"Transfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\n",
-                     line + b"Transfer-Encoding: x\r\n\r\n",
-                     line + b"Host: other\r\n\r\n", line + b" folded: y\r\n\r\n", line + b": y\r\n\r\n",
-                     line + b"X\r\n\r\n",
+                     line + b"Transfer-Encoding: x\r\n\r\n", line + b"Host: other\r\n\r\n",
+                     line + b" folded: y\r\n\r\n", line + b": y\r\n\r\n", line + b"X\r\n\r\n",
                      line + b"Authorization: Basic \xff\xff\r\n\r\n",
                      line + b"Authorization: Basic " + b"A" * 9000 + b"\r\n\r\n",
                      line + b"If-None-Match: " + b"\"x\"," * 1000 + b"\r\n\r\n",
@@ -318,18 +311,14 @@ class Hostile(visitor.Visitor):
         self.is_well()
         paths = ["/../secret.txt", "/..%2fsecret.txt", "/%2e%2e/secret.txt", "/%252e%252e/secret.txt", "//secret.txt",
                  "/style.css%00.js", "/api/meters/%00/1/values", "/api/meters/../1/values",
-                 "/api/meters/%2e%2e/1/values",
-                 "/api/meters/..%2fsecret/1/values", "/api/meters/..%2f..%2fetc/1/values",
-                 "/api/meters/m1%2f..%2fsecret/1/values",
+                 "/api/meters/%2e%2e/1/values", "/api/meters/..%2fsecret/1/values",
+                 "/api/meters/..%2f..%2fetc/1/values", "/api/meters/m1%2f..%2fsecret/1/values",
                  "/api/meters/secret/1/values", "/api/meters/m1/0/values", "/api/meters/m1/7/values",
-                 "/api/meters/m1/1.0/values",
-                 "/api/meters/m1/1/../values", "/api/meters/m1//values", "/api/meters//1/values",
-                 "/api/meters/./1/values",
-                 "/api/meters/m1/-1/values", "/api/meters/m1/99999999999999999999/values", "/api//meters",
-                 "/api/meters/m1/1/values/",
+                 "/api/meters/m1/1.0/values", "/api/meters/m1/1/../values", "/api/meters/m1//values",
+                 "/api/meters//1/values", "/api/meters/./1/values", "/api/meters/m1/-1/values",
+                 "/api/meters/m1/99999999999999999999/values", "/api//meters", "/api/meters/m1/1/values/",
                  "/" + "a" * 15000, "/api/meters/" + "%41" * 4000 + "/1/values", "/tmp/secret.txt", "/etc/passwd",
-                 "/page/index.html",
-                 "/%", "/%f", "/%zz", "/%ff%fe", "/\\..\\secret.txt", "/file:///etc/passwd"]
+                 "/page/index.html", "/%", "/%f", "/%zz", "/%ff%fe", "/\\..\\secret.txt", "/file:///etc/passwd"]
         paths += [f"/api/meters/m1/1/archive?names={name}" for name in
                   ("../../../../../tmp/secret.txt", "..%2f..%2ftc_items%2fT1", "%2e%2e", "A1%00", "/etc/passwd",
                    "A" * 300)]
