@@ -37,7 +37,11 @@ void append_json_number(std::string_view value, std::string& text) {
 std::string json_head(const ArchiveText::Shape& shape, const std::vector<std::string>& names) {
     std::string text = fmt::format(R"({{"meter":{},"system":{},"kind":"{}","names":[)", json_text(shape.meter.uuid),
                                    shape.meter.system, text_of(shape.kind));
-    for (const std::string& name : names) text += (text.back() == '[' ? "" : ",") + json_text(name);
+    std::string_view comma;
+    for (const std::string& name : names) {
+        text.append(comma).append(json_text(name));
+        comma = ",";
+    }
     return text + R"(],"rows":[)";
 }
 
