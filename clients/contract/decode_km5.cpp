@@ -175,7 +175,9 @@ Frame Km5Decoder::answer(Bytes bytes) {
     frame.add_check("CS2", bytes[body.size() + 1], sums.sum);
     if (!frame.is_right()) return frame;
     if (has_asked && command != asked.cmd && !is_error_code(command)) {
-        frame.reason = fmt::format("the question was for {}", kind_of(asked.cmd));
+        const char* const wanted = kind_of(asked.cmd);
+        frame.reason = wanted != nullptr ? fmt::format("the question was for {}", wanted)
+                                         : fmt::format("the question had command {}", asked.cmd);
     }
     add_values(frame, body);
     return frame;
