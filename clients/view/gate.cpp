@@ -47,10 +47,21 @@ Gate::Decision Gate::decide(const std::string& authorization, const std::string&
     if (!authorization.empty() && passwords->knows(authorization)) return {.enter = true};
     const auto credentials = parse_authorization(authorization);
     if (!credentials) return {.refusal = ask()};
-    const std::int64_t longest =
-        std::max(of_users.wait(key_of(address, *credentials), now), of_addresses.wait(address, now));
+    const std::string user = key_of(address, *credentials);
+    const auto other = under_way.find(user);
+    if (other != under_way.end()) {
+        if (is_equal(other->second, authorization)) return {.is_under_way = true};
+        return {.refusal = wait(FirstWait)};
+    }
+    const std::int64_t longest = std::max(of_users.wait(user, now), of_addresses.wait(address, now));
     if (longest > 0) return {.refusal = wait(longest)};
+    under_way[user] = authorization;
     return {.find_out = [users = passwords->users(), given = *credentials] { return is_right(users, given); }};
+}
+
+void Gate::given_up(const std::string& authorization, const std::string& address) {
+    const auto credentials = parse_authorization(authorization);
+    if (credentials) under_way.erase(key_of(address, *credentials));
 }
 
 std::optional<Answer> Gate::decided(const std::string& authorization, const std::string& address, bool is_right,
@@ -58,6 +69,7 @@ std::optional<Answer> Gate::decided(const std::string& authorization, const std:
     const auto credentials = parse_authorization(authorization);
     if (!credentials) return ask();
     const std::string user = key_of(address, *credentials);
+    under_way.erase(user);
     if (is_right) {
         of_users.succeeded(user);
         passwords->remember(authorization);

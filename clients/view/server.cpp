@@ -185,16 +185,21 @@ void Server::pass_gate(Exchange& exchange) {
         exchange.step = Exchange::Step::Inside;
     } else if (decision.refusal) {
         exchange.ready = std::move(decision.refusal);
+    } else if (decision.is_under_way) {
+        at_gate.push_back(&exchange);
+        suspend(exchange);
     } else {
         const auto decided = [this, &exchange](bool is_right) {
             exchange.ready =
                 gate.decided(exchange.authorization, exchange.guest->address, is_right, steady_milliseconds());
             exchange.step = Exchange::Step::Inside;
             resume(exchange);
+            for (Exchange* const other : std::exchange(at_gate, {})) resume(*other);
         };
-        do_beside(exchange, [this, decided, find_out = std::move(decision.find_out)] {
+        const bool is_posted = do_beside(exchange, [this, decided, find_out = std::move(decision.find_out)] {
             mailbox.post([decided, is_right = find_out()] { decided(is_right); });
         });
+        if (!is_posted) gate.given_up(exchange.authorization, exchange.guest->address);
     }
 }
 

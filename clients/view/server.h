@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "contract/live.h"
 #include "view/api.h"
@@ -72,6 +73,7 @@ class Server {
     Ends daemons;  // of the last look, while streams are open
     MHD_Daemon* daemon = nullptr;
     std::set<Exchange*> suspended;
+    std::vector<Exchange*> at_gate;  // those of them that wait for what is found out for another one
 
     // When streams are open, milliseconds of a clock that nobody sets; -1: not awaited.
     std::int64_t files_at = -1;  // to take in what has changed: a driver writes many files at once

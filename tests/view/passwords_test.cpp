@@ -139,6 +139,19 @@ TEST_F(Passwords, ThatWereWrongShutItForAWhile) {
     EXPECT_EQ(knock(gate, Other, 1200), 401);
 }
 
+TEST_F(Passwords, OfOneUserAreTriedOneAtATime) {
+    view::Gate gate(path);
+    const auto first = gate.decide(Right, "10.0.0.1", 0);
+    ASSERT_TRUE(first.find_out);
+    EXPECT_TRUE(gate.decide(Right, "10.0.0.1", 0).is_under_way) << "a page asks for many things at once";
+    EXPECT_EQ(gate.decide(Wrong, "10.0.0.1", 0).refusal->status, 429U);
+    EXPECT_TRUE(gate.decide(Other, "10.0.0.1", 0).find_out) << "another user";
+    gate.given_up(Right, "10.0.0.1");
+    EXPECT_TRUE(gate.decide(Right, "10.0.0.1", 0).find_out);
+    EXPECT_FALSE(gate.decided(Right, "10.0.0.1", true, 0));
+    EXPECT_TRUE(gate.decide(Right, "10.0.0.1", 0).enter);
+}
+
 TEST_F(Passwords, AreReadAgainWhenTheFileChanges) {
     view::Gate gate(path);
     EXPECT_EQ(knock(gate, Right, 0), 0);
