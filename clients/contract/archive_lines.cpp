@@ -38,7 +38,7 @@ std::uint64_t eight_at(const char* text) {
 /// True when the lowest `Count` characters are digits: as they stand and with 6 added the upper half of each is 3.
 template <int Count>
 bool are_digits(std::uint64_t characters) {
-    constexpr std::uint64_t All = Count == 8 ? ~std::uint64_t{0} : (std::uint64_t{1} << (8 * Count)) - 1;
+    constexpr std::uint64_t All = ~std::uint64_t{0} >> (64 - 8 * Count);
     constexpr std::uint64_t Upper = 0xF0F0F0F0F0F0F0F0 & All;
     characters &= All;
     const std::uint64_t and_six = (characters + (0x0606060606060606 & All)) & Upper;

@@ -13,7 +13,6 @@ namespace ctl {
 namespace {
 
 using contract::Level;
-using contract::MeterFacts;
 using contract::MeterStatus;
 using contract::Status;
 using contract::Verdict;
