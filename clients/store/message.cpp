@@ -1,5 +1,6 @@
 #include "store/message.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -162,7 +163,7 @@ std::string_view without_end(std::string_view text) {
     return text.substr(0, text.find_last_not_of(" \t\r\n,") + 1);
 }
 
-/// Of a document that has been looked at already.
+/// The texts of bad lines, out of a document that has been looked at already.
 void find_texts(json::document& document, std::vector<BadLine>& bad) {
     json::array lines;
     if (document["lines"].get_array().get(lines) != simdjson::SUCCESS) return;
@@ -181,6 +182,7 @@ void find_texts(json::document& document, std::vector<BadLine>& bad) {
 
 struct Decoder::Parser {
     json::parser parser;
+    simdjson::dom::parser strict;
     std::string padded;
 };
 
@@ -200,8 +202,13 @@ std::string Decoder::decode(std::string_view subject, std::string_view body, Mes
     if (const auto error = open(document)) return explain(error);
     if (std::string fault = take_object(document, message); !fault.empty()) return fault;
     if (subject != subject_of(message)) return "a subject that contradicts its message";
-    if (!message.bad.empty() && open(document) == simdjson::SUCCESS) find_texts(document, message.bad);
-    return "";
+    if (message.bad.empty()) return "";
+    // The parser looks at what it is asked for alone. A line may be bad because the whole is none; but a number that is
+    // out of range is the matter of its line.
+    const auto error = parser->strict.parse(parser->padded.data(), body.size(), false).error();
+    if (error != simdjson::SUCCESS && error != simdjson::NUMBER_ERROR) return explain(error);
+    if (open(document) == simdjson::SUCCESS) find_texts(document, message.bad);
+    return std::ranges::any_of(message.bad, &std::string::empty, &BadLine::text) ? "no JSON in its lines" : "";
 }
 
 std::string token_of(std::string_view text) {
