@@ -1,0 +1,5 @@
+#include "store/program.h"
+
+int main(int argc, char** argv) {
+    return store::run_program(argc, argv);
+}

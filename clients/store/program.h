@@ -1,0 +1,7 @@
+#pragma once
+
+namespace store {
+
+int run_program(int argc, const char* const* argv);
+
+}  // namespace store

@@ -1,0 +1,83 @@
+#pragma once
+// The stream of JetStream, read by a durable pull consumer that any number of stores share.
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nats/nats.h>
+
+namespace store {
+
+struct QueueSettings {
+    std::string url;  ///< several with commas between
+    std::string stream = "HEATMETER";
+    std::string consumer = "store";
+    std::string user;
+    std::string password_file;
+    std::string ca;
+    std::string cert;
+    std::string key;
+};
+
+class QueueError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+class Delivery {
+  public:
+    explicit Delivery(natsMsg* nats_message) : message(nats_message) {}
+
+    /// Throws a QueueError for a message that is none of a stream.
+    void read_sequence();
+
+    std::string_view subject() const { return ::natsMsg_GetSubject(message.get()); }
+    std::string_view body() const;
+    std::int64_t sequence() const { return sequence_in_stream; }
+    natsMsg* get() const { return message.get(); }
+
+  private:
+    struct Destroy {
+        void operator()(natsMsg* nats_message) const { ::natsMsg_Destroy(nats_message); }
+    };
+    std::unique_ptr<natsMsg, Destroy> message;
+    std::int64_t sequence_in_stream = 0;
+};
+
+class Queue {
+  public:
+    /// Connects; makes the stream and the consumer that are not there, and takes others as they are. Throws a
+    /// QueueError, as all of this does.
+    explicit Queue(const QueueSettings& settings);
+
+    /// When the stream was made, nanoseconds since 1970.
+    std::int64_t created() const { return stream_created; }
+    /// At most so many messages, what is there at once; waits for the first.
+    std::vector<Delivery> fetch(int most, int wait_milliseconds);
+    void acknowledge(const std::vector<Delivery>& deliveries);
+    /// All has been delivered and acknowledged.
+    bool is_empty();
+
+  private:
+    template <typename Thing, void (*destroy)(Thing*)>
+    struct Destroy {
+        void operator()(Thing* thing) const { destroy(thing); }
+    };
+    template <typename Thing, void (*destroy)(Thing*)>
+    using Owned = std::unique_ptr<Thing, Destroy<Thing, destroy>>;
+
+    void find_stream();
+    void find_consumer();
+
+    std::string stream, consumer;
+    Owned<natsConnection, natsConnection_Destroy> connection;
+    Owned<jsCtx, jsCtx_Destroy> context;
+    Owned<natsSubscription, natsSubscription_Destroy> subscription;
+    std::int64_t stream_created = 0;
+};
+
+}  // namespace store
