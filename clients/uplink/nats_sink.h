@@ -1,0 +1,57 @@
+#pragma once
+// A stream of NATS JetStream, by libnats, in a thread of its own. What was published is the stream's when it says so with
+// its number in it; what it says comes in threads of the library.
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "uplink/settings.h"
+#include "uplink/sink.h"
+
+using natsConnection = struct __natsConnection;
+using natsMsg = struct __natsMsg;
+using jsCtx = struct __jsCtx;
+
+namespace uplink {
+
+class NatsSink : public Sink {
+  public:
+    /// The settings and the mailbox outlive this.
+    NatsSink(const Settings& settings, Mailbox& mailbox, std::size_t number);
+    ~NatsSink() override;
+
+    const char* name() const override { return "nats"; }
+    void connect() override;
+    void send(std::uint64_t number, Message message) override;
+    void end(bool orderly) override;
+    std::string record_topic(const std::string& uuid, int system, std::string_view kind) const override;
+
+  private:
+    friend struct NatsCallbacks;
+
+    void work();
+    std::string hold_connection();
+    std::string hold_stream(natsConnection* connection);
+    std::string publish(jsCtx* stream, std::uint64_t number, const Message& message);
+    void tell(Event event);
+
+    const Settings& settings;
+    Mailbox& mailbox;
+    const std::size_t sink_number;
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool is_wanted = false;  // a connection
+    bool is_ending = false;
+    bool is_closed = false;  // by the other side
+    bool is_over = false;
+    std::vector<std::pair<std::uint64_t, Message>> to_send;
+    std::map<std::string, std::uint64_t, std::less<>> messages;  // by id
+    std::thread thread;
+};
+
+}  // namespace uplink

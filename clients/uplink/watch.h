@@ -1,0 +1,42 @@
+#pragma once
+// Tells which meters' items and archives have changed, woken by the system. It looks into none of them.
+
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "contract/changes.h"
+
+namespace uplink {
+
+class Watch {
+  public:
+    using System = std::pair<std::string, int>;  // uuid and number
+    struct News {
+        std::set<System> items;
+        std::set<System> archives;
+    };
+
+    /// At first everything that is there is news.
+    Watch() { look_for_meters(); }
+
+    /// Readable when something has changed.
+    int descriptor() const { return changes.descriptor(); }
+    /// What has changed since the last call.
+    News take();
+
+  private:
+    void look_for_meters();
+    void look_after(const std::string& folder, const System& system, bool is_items);
+
+    contract::Changes changes;
+    struct Folder {
+        System system;
+        bool is_items;
+    };
+    std::map<std::string, Folder> folders;
+    News news;
+};
+
+}  // namespace uplink
