@@ -80,15 +80,15 @@ class StoreBench(FarEnd):
         with open("/tmp/by-hand.sql", "w") as file:
             file.write("CREATE TEMPORARY TABLE incoming_record (LIKE record) ON COMMIT DELETE ROWS;\n")
             for begin in range(0, messages, BATCH):
-                rows = sorted((systems[f"m{i % METERS}"], names[f"A{name}"],
-                               HOUR + 3600 * (i // METERS * hours_each + hour), i * 20 + name + hour * 0.125, i)
+                rows = sorted((systems[f"m{i % METERS}"], HOUR + 3600 * (i // METERS * hours_each + hour),
+                               names[f"A{name}"], i * 20 + name + hour * 0.125, i)
                               for i in range(begin, min(messages, begin + BATCH))
                               for name in range(1, NAMES + 1) for hour in range(hours_each))
                 file.write("BEGIN;\nCOPY incoming_record FROM STDIN;\n")
-                for system, name, moment, value, i in rows:
+                for system, moment, name, value, i in rows:
                     date = time.strftime("%Y-%m-%d %H:%M:%S+00", time.gmtime(moment))
                     file.write(f"{date}\t{value:.6f}\t{(1 << 55) + i * 8192}\t{system}\t{name}\t192\n")
-                file.write("\\.\nINSERT INTO record SELECT * FROM incoming_record ON CONFLICT (system_id, name_id, time)"
+                file.write("\\.\nINSERT INTO record SELECT * FROM incoming_record ON CONFLICT (system_id, time, name_id)"
                            " DO UPDATE SET value = excluded.value, quality = excluded.quality, written ="
                            " excluded.written WHERE excluded.written > record.written;\nCOMMIT;\n")
 

@@ -8,9 +8,9 @@ _heatmeter_store() {
         --postgres) choices="dbname=heatmeter" ;;
         --stream) choices=HEATMETER ;;
         --consumer) choices=store ;;
-        --batch | --user) ;;
+        --batch | --keep | --replicas | --user) ;;
         *)
-            choices="--nats --postgres --stream --consumer --batch --user --password-file --ca --cert --key --once
+            choices="--nats --postgres --stream --replicas --keep --consumer --batch --user --password-file --ca --cert --key --once
                 --migrate --help --version"
             ;;
     esac

@@ -89,11 +89,11 @@ Queue::Queue(const QueueSettings& settings) : stream(settings.stream), consumer(
     jsCtx* made = nullptr;
     check(::natsConnection_JetStream(&made, connected, nullptr), "JetStream");
     context.reset(made);
-    find_stream();
+    find_stream(settings);
     find_consumer();
 }
 
-void Queue::find_stream() {
+void Queue::find_stream(const QueueSettings& settings) {
     jsStreamInfo* info = nullptr;
     jsErrCode code{};
     natsStatus status = ::js_GetStreamInfo(&info, context.get(), stream.c_str(), nullptr, &code);
@@ -105,6 +105,8 @@ void Queue::find_stream() {
         config.Subjects = subjects.data();
         config.SubjectsLen = static_cast<int>(subjects.size());
         config.Duplicates = DuplicateWindow;
+        config.Replicas = settings.replicas;
+        config.MaxAge = std::int64_t{settings.keep_days} * 86400 * Seconds;
         status = ::js_AddStream(&info, context.get(), &config, nullptr, &code);
         if (code == JSStreamNameExistErr) {  // somebody was faster
             status = ::js_GetStreamInfo(&info, context.get(), stream.c_str(), nullptr, &code);

@@ -15,7 +15,7 @@ constexpr std::int64_t Seconds2000 = 946684800;  // PostgreSQL counts from there
 constexpr std::int64_t Microseconds = 1'000'000;
 
 auto key_of(const Row& row) {
-    return std::tuple(row.system, row.name, row.time);
+    return std::tuple(row.system, row.time, row.name);
 }
 
 /// As PostgreSQL orders values: all NaN are the same, and the greatest.

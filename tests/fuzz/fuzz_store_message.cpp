@@ -59,7 +59,7 @@ void check_rows(const store::Message& message) {
     store::put_in_order(rows, message.kind == "event");
     expect(rows.size() <= count && rows.empty() == (count == 0), "rows are of lines");
     for (std::size_t i = 1; i < rows.size() && message.kind != "event"; ++i) {
-        const auto key = [](const store::Row& row) { return std::pair(row.name, row.time); };
+        const auto key = [](const store::Row& row) { return std::pair(row.time, row.name); };
         expect(key(rows[i - 1]) < key(rows[i]), "keys grow");
     }
     expect(store::encode(rows).size() == 21 + rows.size() * 62, "a row has its length");
