@@ -64,7 +64,8 @@ void Dictionary::learn_systems(Database& database, const std::vector<const Messa
         return database.run(sql, {gateways.text(), meters.text(), numbers.text()});
     };
     const char* const look =
-        "SELECT s.id FROM unnest($1::text[], $2::text[], $3::integer[]) WITH ORDINALITY AS w (gateway, meter, system, n)"
+        "SELECT s.id FROM unnest($1::text[], $2::text[], $3::integer[]) WITH ORDINALITY AS w (gateway, meter, system, "
+        "n)"
         " JOIN meter_system AS s USING (gateway, meter, system) ORDER BY w.n";
     Result found = run(look);
     if (found.rows() != static_cast<int>(unknown.size())) {

@@ -48,7 +48,8 @@ void add_queue_options(CLI::App& app, QueueSettings& queue) {
         ->type_name("N")
         ->check(CLI::Range(1, 5))
         ->capture_default_str();
-    app.add_option("--keep", queue.keep_days, "of a stream that is made: how long it keeps messages; for ever without it")
+    app.add_option("--keep", queue.keep_days,
+                   "of a stream that is made: how long it keeps messages; for ever without it")
         ->type_name("DAYS")
         ->check(CLI::Range(1, 3650));
     auto* const user = app.add_option("--user", queue.user, "user at NATS");

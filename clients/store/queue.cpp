@@ -120,8 +120,7 @@ void Queue::find_stream(const QueueSettings& settings) {
 void Queue::find_consumer() {
     const std::string what = fmt::format("consumer {}", consumer);
     jsConsumerInfo* info = nullptr;
-    natsStatus status = ::js_GetConsumerInfo(&info, context.get(), stream.c_str(), consumer.c_str(),
-                                             nullptr, nullptr);
+    natsStatus status = ::js_GetConsumerInfo(&info, context.get(), stream.c_str(), consumer.c_str(), nullptr, nullptr);
     if (status == NATS_NOT_FOUND) {
         jsConsumerConfig config;
         ::jsConsumerConfig_Init(&config);
@@ -140,8 +139,7 @@ void Queue::find_consumer() {
     options.Stream = stream.c_str();
     options.Consumer = consumer.c_str();
     natsSubscription* subscribed = nullptr;
-    check(::js_PullSubscribe(&subscribed, context.get(), nullptr, consumer.c_str(), nullptr, &options, nullptr),
-          what);
+    check(::js_PullSubscribe(&subscribed, context.get(), nullptr, consumer.c_str(), nullptr, &options, nullptr), what);
     subscription.reset(subscribed);
     // A dropped message would come again only after its time.
     check(::natsSubscription_SetPendingLimits(subscribed, -1, -1), what);
@@ -149,8 +147,7 @@ void Queue::find_consumer() {
 
 std::vector<Delivery> Queue::fetch(int most, int wait_milliseconds) {
     natsMsgList list{};
-    const natsStatus status =
-        ::natsSubscription_Fetch(&list, subscription.get(), most, wait_milliseconds, nullptr);
+    const natsStatus status = ::natsSubscription_Fetch(&list, subscription.get(), most, wait_milliseconds, nullptr);
     if (status == NATS_TIMEOUT) return {};
     check(status, "fetch");
     std::vector<Delivery> deliveries;

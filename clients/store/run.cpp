@@ -20,10 +20,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr int Portion = 64;                     // messages asked for at once: each may have 64 KiB, and a foreign one more
-constexpr std::size_t BatchBytes = 8 << 20;     // of a batch, however few messages that are
-constexpr milliseconds Moment{200};             // after its first message
-constexpr int Patience = 1000;                  // milliseconds until it is looked whether the end is asked for
+constexpr int Portion = 64;                  // messages asked for at once: each may have 64 KiB, and a foreign one more
+constexpr std::size_t BatchBytes = 8 << 20;  // of a batch, however few messages that are
+constexpr milliseconds Moment{200};          // after its first message
+constexpr int Patience = 1000;               // milliseconds until it is looked whether the end is asked for
 constexpr milliseconds FirstWait{500};
 constexpr milliseconds LongestWait{30'000};
 constexpr std::chrono::minutes BetweenReports{5};

@@ -30,7 +30,8 @@ std::string quoted(const std::string& text) {
     std::string quoted = "\"";
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
-        quoted += byte < 0x20 || byte == '"' || byte == '\\' ? fmt::format("\\u{:04x}", byte) : std::string(1, character);
+        quoted +=
+            byte < 0x20 || byte == '"' || byte == '\\' ? fmt::format("\\u{:04x}", byte) : std::string(1, character);
     }
     return quoted + '"';
 }
