@@ -24,6 +24,14 @@ def median(values):
     return sorted(values)[len(values) // 2]
 
 
+def taken_by(pid):
+    """Seconds of a core, and the most memory in MiB."""
+    with open(f"/proc/{pid}/stat") as file:
+        user, system = file.read().rsplit(")", 1)[1].split()[11:13]
+    peak = next(row.split()[1] for row in box.read(f"/proc/{pid}/status").splitlines() if row.startswith("VmHWM"))
+    return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK"), int(peak) / 1024
+
+
 class StoreBench(FarEnd):
     def tell(self, text):
         print(text)
@@ -60,6 +68,7 @@ class StoreBench(FarEnd):
                 break
             time.sleep(0.02)
         seconds = time.monotonic() - start
+        self.taken = [taken_by(store.process.pid) for store in stores]
         for store in stores:
             self.assertEqual(store.end(), 0, store.output("stderr"))
         return seconds
@@ -71,15 +80,15 @@ class StoreBench(FarEnd):
         with open("/tmp/by-hand.sql", "w") as file:
             file.write("CREATE TEMPORARY TABLE incoming_record (LIKE record) ON COMMIT DELETE ROWS;\n")
             for begin in range(0, messages, BATCH):
-                rows = sorted((systems[f"m{i % METERS}"], names[f"A{name}"],
-                               HOUR + 3600 * (i // METERS * hours_each + hour), i * 20 + name + hour * 0.125, i)
+                rows = sorted((systems[f"m{i % METERS}"], HOUR + 3600 * (i // METERS * hours_each + hour),
+                               names[f"A{name}"], i * 20 + name + hour * 0.125, i)
                               for i in range(begin, min(messages, begin + BATCH))
                               for name in range(1, NAMES + 1) for hour in range(hours_each))
                 file.write("BEGIN;\nCOPY incoming_record FROM STDIN;\n")
-                for system, name, moment, value, i in rows:
+                for system, moment, name, value, i in rows:
                     date = time.strftime("%Y-%m-%d %H:%M:%S+00", time.gmtime(moment))
                     file.write(f"{date}\t{value:.6f}\t{(1 << 55) + i * 8192}\t{system}\t{name}\t192\n")
-                file.write("\\.\nINSERT INTO record SELECT * FROM incoming_record ON CONFLICT (system_id, name_id, time)"
+                file.write("\\.\nINSERT INTO record SELECT * FROM incoming_record ON CONFLICT (system_id, time, name_id)"
                            " DO UPDATE SET value = excluded.value, quality = excluded.quality, written ="
                            " excluded.written WHERE excluded.written > record.written;\nCOMMIT;\n")
 
@@ -96,10 +105,13 @@ class StoreBench(FarEnd):
             publisher = self.publish(hours_each, messages)
             self.empty()
             self.sql("SELECT make_month('2024-03-01')")
+            before = self.sql("SELECT pg_current_wal_lsn()")[0][0]
             seconds = self.seconds_of_stores(publisher, 1)
             self.assertEqual(self.sql("SELECT count(*) FROM record"), [[str(lines)]])
             if turn == 0:
                 self.script_by_hand(hours_each, messages)
+                journal = int(self.sql(f"SELECT pg_current_wal_lsn() - '{before}'")[0][0])
+                stream = publisher.request(f"$JS.API.STREAM.INFO.{STREAM}")["state"]["bytes"]
                 size = int(self.sql("SELECT sum(pg_total_relation_size(inhrelid)) FROM pg_inherits"
                                     " WHERE inhparent = 'record'::regclass")[0][0])
             self.empty()
@@ -110,7 +122,9 @@ class StoreBench(FarEnd):
                 ours.append(seconds)
                 by_hand.append(hand)
         self.tell(f"messages of {hours_each * NAMES} lines: store {lines / median(ours):,.0f} lines/s, psql by hand"
-                  f" {lines / median(by_hand):,.0f} lines/s, {size / lines:.0f} bytes a line with the index")
+                  f" {lines / median(by_hand):,.0f} lines/s; bytes a line: {stream / lines:.0f} in the stream, {size / lines:.0f} in the table with its index,"
+                  f" {journal / lines:.0f} of WAL; the store: {self.taken[0][0] / lines * 1e6:.1f} s of a core for a million"
+                  f" lines, at most {self.taken[0][1]:.0f} MiB")
         self.figure(f"store / psql by hand, messages of {hours_each * NAMES} lines",
                     median([hand / own for own, hand in zip(ours, by_hand)]), 0.7)
 

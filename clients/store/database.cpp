@@ -38,9 +38,9 @@ long Result::written() const {
 
 Database::Database(const std::string& conninfo) {
     // What stands in front of the keeper's words is overridden by them. A cut network is noticed within a minute.
-    static const char* const names[] = {"application_name", "connect_timeout", "tcp_user_timeout", "keepalives_idle",
-                                        "keepalives_interval", "keepalives_count", "dbname", "client_encoding",
-                                        nullptr};
+    const char* const names[] = {"application_name", "connect_timeout",     "tcp_user_timeout",
+                                 "keepalives_idle",  "keepalives_interval", "keepalives_count",
+                                 "dbname",           "client_encoding",     nullptr};
     const char* const values[] = {"heatmeter-store", "10", "30000", "20", "10", "3", conninfo.c_str(), "UTF8", nullptr};
     connection.reset(::PQconnectdbParams(names, values, 1));
     if (::PQstatus(connection.get()) != CONNECTION_OK) fail(nullptr);

@@ -11,6 +11,11 @@ namespace {
 
 constexpr std::size_t MostKnown = 500'000;  // about 100 MB
 
+/// One row for each: by its place a number is of its text.
+void expect_rows(const Result& found, std::size_t count) {
+    if (found.rows() != static_cast<int>(count)) throw DatabaseError("the dictionaries have changed meanwhile", "");
+}
+
 }  // namespace
 
 std::string Dictionary::system_key(const Message& message) {
@@ -59,7 +64,8 @@ void Dictionary::learn_systems(Database& database, const std::vector<const Messa
         return database.run(sql, {gateways.text(), meters.text(), numbers.text()});
     };
     const char* const look =
-        "SELECT s.id FROM unnest($1::text[], $2::text[], $3::integer[]) WITH ORDINALITY AS w (gateway, meter, system, n)"
+        "SELECT s.id FROM unnest($1::text[], $2::text[], $3::integer[]) WITH ORDINALITY AS w (gateway, meter, system, "
+        "n)"
         " JOIN meter_system AS s USING (gateway, meter, system) ORDER BY w.n";
     Result found = run(look);
     if (found.rows() != static_cast<int>(unknown.size())) {
@@ -68,6 +74,7 @@ void Dictionary::learn_systems(Database& database, const std::vector<const Messa
             " WHERE NOT EXISTS (SELECT FROM meter_system AS s WHERE (s.gateway, s.meter, s.system) ="
             " (w.gateway, w.meter, w.system)) ON CONFLICT DO NOTHING");
         found = run(look);
+        expect_rows(found, unknown.size());
     }
     int row = 0;
     for (const auto& [key, message] : unknown) systems[key] = static_cast<std::int32_t>(found.number(row++, 0));
@@ -97,6 +104,7 @@ void Dictionary::learn_names(Database& database, const std::vector<const Message
         "SELECT a.id FROM unnest($1::text[], $2::text[]) WITH ORDINALITY AS w (kind, name, n)"
         " JOIN archive_name AS a USING (kind, name) ORDER BY w.n",
         {kinds.text(), names.text()});
+    expect_rows(found, unknown.size());
     int row = 0;
     for (const auto& [kind, name] : unknown) {
         names_of(kind)[std::string(name)] = static_cast<std::int32_t>(found.number(row++, 0));

@@ -75,7 +75,8 @@ std::string take_line(json::value element, Line& line) {
             case 3:
                 if (!take_value(field, line.value)) return "a value that is no number, or out of range";
                 break;
-            default: return "a line of more than four fields";
+            default:
+                return "a line of more than four fields";
         }
     }
     return place == 4 ? "" : "a line of fewer than four fields";
@@ -130,11 +131,16 @@ unsigned field_of(std::string_view key) {
 
 std::string take_field(unsigned field, json::value value, Message& message) {
     switch (field) {
-        case Gateway: return take_text(value, "gateway", message.gateway);
-        case Meter: return take_text(value, "meter", message.meter);
-        case System: return take_system(value, message.system);
-        case Lines: return take_lines(value, message);
-        default: break;
+        case Gateway:
+            return take_text(value, "gateway", message.gateway);
+        case Meter:
+            return take_text(value, "meter", message.meter);
+        case System:
+            return take_system(value, message.system);
+        case Lines:
+            return take_lines(value, message);
+        default:
+            break;
     }
     const std::string fault = take_text(value, "kind", message.kind);
     return fault.empty() && !is_kind(message.kind) ? "a kind that is none" : fault;

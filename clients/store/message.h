@@ -34,7 +34,7 @@ struct Message {
 };
 
 constexpr std::size_t LargestBody = 64 * 1024;
-constexpr int MostLines = 8192;        ///< a place needs 13 bits
+constexpr int MostLines = 8192;           ///< a place needs 13 bits
 constexpr std::size_t LongestText = 255;  ///< of a gateway's, a meter's, a file's name
 
 /// A text as one token of a subject: what is no letter, digit, `-` or `_` as %XX.

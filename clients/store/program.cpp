@@ -44,6 +44,14 @@ void add_queue_options(CLI::App& app, QueueSettings& queue) {
     app.add_option("--stream", queue.stream, "the stream of JetStream; made if it is not there")->capture_default_str();
     app.add_option("--consumer", queue.consumer, "its durable consumer, which many stores share; made likewise")
         ->capture_default_str();
+    app.add_option("--replicas", queue.replicas, "of a stream that is made: on how many servers of a cluster it stands")
+        ->type_name("N")
+        ->check(CLI::Range(1, 5))
+        ->capture_default_str();
+    app.add_option("--keep", queue.keep_days,
+                   "of a stream that is made: how long it keeps messages; for ever without it")
+        ->type_name("DAYS")
+        ->check(CLI::Range(1, 3650));
     auto* const user = app.add_option("--user", queue.user, "user at NATS");
     app.add_option("--password-file", queue.password_file, "its password, the first line of a file")
         ->type_name("FILE")

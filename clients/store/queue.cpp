@@ -89,11 +89,11 @@ Queue::Queue(const QueueSettings& settings) : stream(settings.stream), consumer(
     jsCtx* made = nullptr;
     check(::natsConnection_JetStream(&made, connected, nullptr), "JetStream");
     context.reset(made);
-    find_stream();
+    find_stream(settings);
     find_consumer();
 }
 
-void Queue::find_stream() {
+void Queue::find_stream(const QueueSettings& settings) {
     jsStreamInfo* info = nullptr;
     jsErrCode code{};
     natsStatus status = ::js_GetStreamInfo(&info, context.get(), stream.c_str(), nullptr, &code);
@@ -105,6 +105,8 @@ void Queue::find_stream() {
         config.Subjects = subjects.data();
         config.SubjectsLen = static_cast<int>(subjects.size());
         config.Duplicates = DuplicateWindow;
+        config.Replicas = settings.replicas;
+        config.MaxAge = std::int64_t{settings.keep_days} * 86400 * Seconds;
         status = ::js_AddStream(&info, context.get(), &config, nullptr, &code);
         if (code == JSStreamNameExistErr) {  // somebody was faster
             status = ::js_GetStreamInfo(&info, context.get(), stream.c_str(), nullptr, &code);
@@ -118,8 +120,7 @@ void Queue::find_stream() {
 void Queue::find_consumer() {
     const std::string what = fmt::format("consumer {}", consumer);
     jsConsumerInfo* info = nullptr;
-    natsStatus status = ::js_GetConsumerInfo(&info, context.get(), stream.c_str(), consumer.c_str(),
-                                             nullptr, nullptr);
+    natsStatus status = ::js_GetConsumerInfo(&info, context.get(), stream.c_str(), consumer.c_str(), nullptr, nullptr);
     if (status == NATS_NOT_FOUND) {
         jsConsumerConfig config;
         ::jsConsumerConfig_Init(&config);
@@ -138,8 +139,7 @@ void Queue::find_consumer() {
     options.Stream = stream.c_str();
     options.Consumer = consumer.c_str();
     natsSubscription* subscribed = nullptr;
-    check(::js_PullSubscribe(&subscribed, context.get(), nullptr, consumer.c_str(), nullptr, &options, nullptr),
-          what);
+    check(::js_PullSubscribe(&subscribed, context.get(), nullptr, consumer.c_str(), nullptr, &options, nullptr), what);
     subscription.reset(subscribed);
     // A dropped message would come again only after its time.
     check(::natsSubscription_SetPendingLimits(subscribed, -1, -1), what);
@@ -147,8 +147,7 @@ void Queue::find_consumer() {
 
 std::vector<Delivery> Queue::fetch(int most, int wait_milliseconds) {
     natsMsgList list{};
-    const natsStatus status =
-        ::natsSubscription_Fetch(&list, subscription.get(), most, wait_milliseconds, nullptr);
+    const natsStatus status = ::natsSubscription_Fetch(&list, subscription.get(), most, wait_milliseconds, nullptr);
     if (status == NATS_TIMEOUT) return {};
     check(status, "fetch");
     std::vector<Delivery> deliveries;

@@ -16,6 +16,8 @@ struct QueueSettings {
     std::string url;  ///< several with commas between
     std::string stream = "HEATMETER";
     std::string consumer = "store";
+    int replicas = 1;   ///< of a stream that is made
+    int keep_days = 0;  ///< the same; 0: for ever
     std::string user;
     std::string password_file;
     std::string ca;
@@ -70,7 +72,7 @@ class Queue {
     template <typename Thing, void (*destroy)(Thing*)>
     using Owned = std::unique_ptr<Thing, Destroy<Thing, destroy>>;
 
-    void find_stream();
+    void find_stream(const QueueSettings& settings);
     void find_consumer();
 
     std::string stream, consumer;

@@ -15,7 +15,7 @@ constexpr std::int64_t Seconds2000 = 946684800;  // PostgreSQL counts from there
 constexpr std::int64_t Microseconds = 1'000'000;
 
 auto key_of(const Row& row) {
-    return std::tuple(row.system, row.name, row.time);
+    return std::tuple(row.system, row.time, row.name);
 }
 
 /// As PostgreSQL orders values: all NaN are the same, and the greatest.
@@ -49,16 +49,16 @@ std::int64_t written_at(int stream, std::int64_t sequence, int place) {
 
 void put_in_order(std::vector<Row>& rows, bool are_events) {
     const auto identity = [are_events](const Row& one, const Row& other) -> std::weak_ordering {
-        if (const auto by_key = key_of(one) <=> key_of(other); by_key != 0) return by_key;
+        if (const auto by_key = key_of(one) <=> key_of(other); std::is_neq(by_key)) return by_key;
         if (!are_events) return std::weak_ordering::equivalent;
-        if (const auto by_quality = one.quality <=> other.quality; by_quality != 0) return by_quality;
+        if (const auto by_quality = one.quality <=> other.quality; std::is_neq(by_quality)) return by_quality;
         return compare(one.value, other.value);
     };
     std::ranges::sort(rows, [&identity](const Row& one, const Row& other) {
         const auto order = identity(one, other);
-        return order != 0 ? order < 0 : one.written > other.written;
+        return std::is_eq(order) ? one.written > other.written : std::is_lt(order);
     });
-    const auto same = [&identity](const Row& one, const Row& other) { return identity(one, other) == 0; };
+    const auto same = [&identity](const Row& one, const Row& other) { return std::is_eq(identity(one, other)); };
     rows.erase(std::unique(rows.begin(), rows.end(), same), rows.end());
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <future>
 #include <optional>
 #include <random>
 #include <thread>
@@ -19,10 +20,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr int Portion = 64;                     // messages asked for at once: each may have 64 KiB, and a foreign one more
-constexpr std::size_t BatchBytes = 8 << 20;     // of a batch, however few messages that are
-constexpr milliseconds Moment{200};             // after its first message
-constexpr int Patience = 1000;                  // milliseconds until it is looked whether the end is asked for
+constexpr int Portion = 64;                  // messages asked for at once: each may have 64 KiB, and a foreign one more
+constexpr std::size_t BatchBytes = 8 << 20;  // of a batch, however few messages that are
+constexpr milliseconds Moment{200};          // after its first message
+constexpr int Patience = 1000;               // milliseconds until it is looked whether the end is asked for
 constexpr milliseconds FirstWait{500};
 constexpr milliseconds LongestWait{30'000};
 constexpr std::chrono::minutes BetweenReports{5};
@@ -59,18 +60,23 @@ class Store {
     bool is_patient(const std::exception& error, Wait& wait);
     bool ready();
     Batch collect();
+    bool next_batch();
     bool write(Batch& batch);
     void report(bool now);
 
     const RunSettings& settings;
     const volatile std::sig_atomic_t& ends;
-    Decoder decoder;
     std::optional<Queue> queue;
     std::optional<Writer> writer;
-    int stream = 0;
+    int stream = 0;  // the queue's, as the database numbers it
+    bool gave_up = false;
     Wait queue_wait, writer_wait;
     Counts counts;
     Clock::time_point reported = Clock::now();
+
+    // The batch that follows is taken and looked at while the database is at work.
+    Decoder decoder;
+    std::future<Batch> following;
 };
 
 bool Store::is_patient(const std::exception& error, Wait& wait) {
@@ -141,12 +147,11 @@ Batch Store::collect() {
 
 /// Until it is in the database. False when that is not to be.
 bool Store::write(Batch& batch) {
-    const int of_stream = stream;
     for (;;) {
         try {
             if (!writer) writer.emplace(settings.postgres);
             const long rejected = counts.rejected;
-            writer->write(of_stream, batch.items, counts);
+            writer->write(stream, batch.items, counts);
             writer_wait.begin_anew();
             if (counts.rejected > rejected) {
                 say(fmt::format("{} rejected, see the table rejected", counts.rejected - rejected));
@@ -154,7 +159,8 @@ bool Store::write(Batch& batch) {
             return true;
         } catch (const DatabaseError& error) {
             writer.reset();
-            if (!is_patient(error, writer_wait)) return false;
+            gave_up = !is_patient(error, writer_wait);
+            if (gave_up) return false;
         }
     }
 }
@@ -167,28 +173,32 @@ void Store::report(bool now) {
     reported = Clock::now();
 }
 
+/// False when nothing is left, and that is the end.
+bool Store::next_batch() {
+    const auto collect_beside = [this] { return std::async(std::launch::async, [this] { return collect(); }); };
+    if (!following.valid()) following = collect_beside();
+    Batch batch = following.get();
+    queue_wait.begin_anew();
+    if (batch.items.empty()) return !settings.once || !queue->is_empty();
+    following = collect_beside();
+    if (write(batch)) queue->acknowledge(batch.deliveries);
+    return true;
+}
+
 bool Store::run() {
-    while (ready() && !is_ending()) {
+    bool is_done = false;
+    while (!is_done && !gave_up && ready() && !is_ending()) {
         try {
-            Batch batch = collect();
-            queue_wait.begin_anew();
-            if (batch.items.empty()) {
-                if (settings.once && queue->is_empty()) {
-                    report(true);
-                    return true;
-                }
-            } else {
-                if (!write(batch)) break;
-                queue->acknowledge(batch.deliveries);
-            }
+            is_done = !next_batch();
         } catch (const QueueError& error) {
+            following = {};  // what it has taken comes again
             queue.reset();
-            if (!is_patient(error, queue_wait)) break;
+            gave_up = !is_patient(error, queue_wait);
         }
         report(false);
     }
     report(true);
-    return is_ending();
+    return is_done || is_ending();
 }
 
 }  // namespace

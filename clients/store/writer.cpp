@@ -107,7 +107,7 @@ void Writer::copy(const char* table, std::vector<Row>& rows, bool are_events) {
     database.run_all(fmt::format(
         "INSERT INTO {0} SELECT * FROM incoming_{0} ON CONFLICT {1}", table,
         are_events ? "DO NOTHING"
-                   : "(system_id, name_id, time) DO UPDATE SET value = excluded.value, quality = excluded.quality, "
+                   : "(system_id, time, name_id) DO UPDATE SET value = excluded.value, quality = excluded.quality, "
                      "written = excluded.written WHERE excluded.written > record.written"));
 }
 

@@ -43,7 +43,7 @@ class Publisher:
     """A connection to NATS, as its protocol has it."""
 
     def __init__(self, port=NATS_PORT):
-        self.socket = socket.create_connection(("127.0.0.1", port), timeout=30)
+        self.socket = socket.create_connection(("127.0.0.1", port), timeout=5)
         self.file = self.socket.makefile("rb")
         self.file.readline()  # INFO
         self.send(b'CONNECT {"verbose":false,"pedantic":false,"headers":true,"no_responders":true}\r\nSUB in.box 1\r\n')
@@ -145,6 +145,22 @@ class FarEnd(box.Test):
                 return False
         self.wait_for(answers, "nats-server")
 
+    def start_cluster_node(self, n):
+        """One of three, whose ports follow the first one's."""
+        routes = ",".join(f"nats://127.0.0.1:{6222 + i}" for i in range(3))
+        return self.start(f"nats{n}", ["nats-server", "-a", "127.0.0.1", "-p", str(NATS_PORT + n), "-js", "-sd",
+                                       f"/tmp/nats{n}", "--name", f"n{n}", "--cluster_name", "fleet", "--cluster",
+                                       f"nats://127.0.0.1:{6222 + n}", "--routes", routes])
+
+    def wait_for_cluster(self):
+        """It has a leader."""
+        def answers():
+            try:
+                return "error" not in Publisher().request("$JS.API.INFO")
+            except (OSError, ValueError):
+                return False
+        self.wait_for(answers, "the cluster", 60)
+
     def start_servers(self):
         self.start_postgres()
         self.start_nats()
@@ -162,10 +178,11 @@ class FarEnd(box.Test):
             self.assertEqual(done.returncode, 0, done.stderr)
         return [row.split("\t") for row in done.stdout.splitlines()]
 
-    def store(self, *words, runner=None):
+    def store(self, *words):
         """A running store."""
-        return self.start("heatmeter-store", [f"{self.build}/heatmeter-store", "--nats", NATS, "--postgres", POSTGRES,
-                                              *words], self.runner if runner is None else runner)
+        if "--nats" not in words:
+            words = ("--nats", NATS, *words)
+        return self.start("heatmeter-store", [f"{self.build}/heatmeter-store", "--postgres", POSTGRES, *words], self.runner)
 
     def store_once(self, *words, status=0, patience=100):
         program = self.store("--once", *words)

@@ -6,7 +6,7 @@ import random
 import time
 
 import box
-from far_end import FarEnd, Publisher, line, message
+from far_end import NATS_PORT, FarEnd, Publisher, line, message
 
 SEED = int(os.environ.get("STORE_SEED", "1"))
 FAULTS = int(os.environ.get("STORE_FAULTS", "10"))
@@ -41,11 +41,11 @@ class Gateway:
                 self.expected[meter, name, HOUR + 3600 * hour] = float(value)
             self.unconfirmed.append(message(meter=meter, lines=lines))
 
-    def publish(self):
+    def publish(self, ports=(NATS_PORT,)):
         """In their order, as an uplink does: what follows an unconfirmed message is sent again behind it."""
         while self.unconfirmed:
             try:
-                publisher = Publisher()
+                publisher = Publisher(self.chance.choice(ports))
                 publisher.make_stream()
                 while self.unconfirmed:
                     some = self.unconfirmed[:50]
@@ -85,9 +85,15 @@ class Faults(FarEnd):
                 time.sleep(chance.random())
                 self.start_nats()
         self.wait_for(gateway.publish, "the last messages")
+        self.check(gateway, stores)
 
+    def check(self, gateway, stores):
+        """All that was written stands once, and nothing else."""
         def is_idle():
-            about = Publisher().consumer()
+            try:
+                about = Publisher().consumer()
+            except (OSError, ValueError):
+                return False
             return about.get("num_pending") == 0 and about.get("num_ack_pending") == 0
         self.wait_for(is_idle, "the end of the queue", 90)
         for store in stores:
@@ -103,6 +109,32 @@ class Faults(FarEnd):
 
     def test_each_line_stands_once_whatever_is_killed(self):
         self.run_with(FAULTS, SEED)
+
+    def test_a_cluster_goes_on_whichever_of_its_nodes_is_killed(self):
+        chance = random.Random(SEED)
+        self.start_postgres()
+        nodes = [self.start_cluster_node(n) for n in range(3)]
+        self.wait_for_cluster()
+        ports = [NATS_PORT + n for n in range(3)]
+        urls = ",".join(f"nats://127.0.0.1:{port}" for port in ports)
+        self.store_once("--nats", urls, "--replicas", "3", "--keep", "30", "--consumer", "first")
+        Publisher().make_consumer(ack_wait=3)
+        about = Publisher().request("$JS.API.STREAM.INFO.HEATMETER")["config"]
+        self.assertEqual((about["num_replicas"], about["max_age"]), (3, 30 * 86400 * 10**9))
+        gateway = Gateway(chance)
+        stores = [self.store("--batch", "40", "--nats", urls) for _ in range(2)]
+        for _ in range(FAULTS // 2):
+            gateway.write(200)
+            gateway.publish(ports)
+            number = chance.randrange(3)
+            self.kill(nodes[number])
+            gateway.write(200)
+            gateway.publish(ports)
+            time.sleep(chance.random())
+            nodes[number] = self.start_cluster_node(number)
+            self.wait_for_cluster()
+        self.wait_for(lambda: gateway.publish(ports), "the last messages", 60)
+        self.check(gateway, stores)
 
     def test_a_store_that_starts_first_waits_for_both_servers(self):
         store = self.store()

@@ -1,13 +1,13 @@
 // What a message may be, and what becomes of one that is none.
 
+#include "store/message.h"
+
 #include <cmath>
 #include <limits>
 #include <random>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-
-#include "store/message.h"
 
 namespace {
 
@@ -77,10 +77,10 @@ TEST(StoreMessage, KeepsTheLastBitOfAnyNumberThatAFileCanHold) {
 }
 
 TEST(StoreMessage, TakesFieldsInAnyOrderAndPassesOverUnknownOnes) {
-    const Message message = decoded(
-        R"( {"later":{"a":[1,{}]},"lines":[ ["A1" , 1 , 192 , 2.000000 ] ],"kind":"event","system":2,)"
-        R"("meter":"m/1","gateway":"Keller \u00e4"} )",
-        "heatmeter.Keller%20%C3%A4.m%2F1.2.record.event");
+    const Message message =
+        decoded(R"( {"later":{"a":[1,{}]},"lines":[ ["A1" , 1 , 192 , 2.000000 ] ],"kind":"event","system":2,)"
+                R"("meter":"m/1","gateway":"Keller \u00e4"} )",
+                "heatmeter.Keller%20%C3%A4.m%2F1.2.record.event");
     EXPECT_EQ(message.gateway, "Keller ä");
     EXPECT_EQ(message.lines.size(), 1u);
 }
@@ -155,7 +155,8 @@ TEST(StoreMessage, StandsWithItsGoodLinesBesideTheBadOnes) {
 /// Any damage to a good message gives a reason, or lines that could stand in a file: never a crash.
 TEST(StoreMessage, OneDamagedAnywhereHarmsNobody) {
     std::mt19937 random(7);
-    const std::string good = body_of(R"(["A1",1709377200,192,12.345000],["A2",1709377200,0,"nan"],["A3",7,1,0.100000])");
+    const std::string good =
+        body_of(R"(["A1",1709377200,192,12.345000],["A2",1709377200,0,"nan"],["A3",7,1,0.100000])");
     Decoder decoder;
     int whole = 0;
     for (int i = 0; i < 50000; ++i) {
@@ -163,9 +164,15 @@ TEST(StoreMessage, OneDamagedAnywhereHarmsNobody) {
         for (unsigned changes = 1 + random() % 3; changes > 0; --changes) {
             const std::size_t at = random() % body.size();
             switch (random() % 3) {
-                case 0: body[at] = static_cast<char>(random()); break;
-                case 1: body.erase(at, 1 + random() % 8); break;
-                default: body.insert(at, 1, "[]{}\",:0-e.\\"[random() % 12]); break;
+                case 0:
+                    body[at] = static_cast<char>(random());
+                    break;
+                case 1:
+                    body.erase(at, 1 + random() % 8);
+                    break;
+                default:
+                    body.insert(at, 1, "[]{}\",:0-e.\\"[random() % 12]);
+                    break;
             }
             if (body.empty()) body = "x";
         }

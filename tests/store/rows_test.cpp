@@ -1,12 +1,13 @@
 // Lines as rows: their order, which of two counts, and how PostgreSQL reads them.
 
+#include "store/rows.h"
+
 #include <cmath>
 #include <limits>
 #include <random>
 
 #include <gtest/gtest.h>
 
-#include "store/rows.h"
 #include "store/schema.h"
 
 namespace {
@@ -24,8 +25,11 @@ TEST(StoreRows, WhatWasWrittenLaterHasTheGreaterNumber) {
 }
 
 TEST(StoreRows, OfTheSameKeyTheLineWrittenLastStays) {
-    std::vector<Row> rows = {{2, 1, 100, 192, 1.0, 5}, {1, 1, 100, 192, 2.0, 6}, {1, 1, 100, 0, 3.0, 9},
-                             {1, 1, 100, 192, 4.0, 7}, {1, 1, 50, 192, 5.0, 8}};
+    std::vector<Row> rows = {{2, 1, 100, 192, 1.0, 5},
+                             {1, 1, 100, 192, 2.0, 6},
+                             {1, 1, 100, 0, 3.0, 9},
+                             {1, 1, 100, 192, 4.0, 7},
+                             {1, 1, 50, 192, 5.0, 8}};
     store::put_in_order(rows, false);
     ASSERT_EQ(rows.size(), 3u);
     EXPECT_EQ(rows[0].value, 5.0);
@@ -35,7 +39,7 @@ TEST(StoreRows, OfTheSameKeyTheLineWrittenLastStays) {
 }
 
 TEST(StoreRows, EventsOfTheSameSecondStayWhereTheyDiffer) {
-    std::vector<Row> rows = {{1, 1, 100, 1, 7.0, 1}, {1, 1, 100, 0, 7.0, 2}, {1, 1, 100, 1, 8.0, 3},
+    std::vector<Row> rows = {{1, 1, 100, 1, 7.0, 1}, {1, 1, 100, 0, 7.0, 2},        {1, 1, 100, 1, 8.0, 3},
                              {1, 1, 100, 1, 7.0, 4}, {1, 1, 100, 1, NotANumber, 5}, {1, 1, 100, 1, -NotANumber, 6}};
     store::put_in_order(rows, true);
     ASSERT_EQ(rows.size(), 4u);

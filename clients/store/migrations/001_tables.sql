@@ -24,7 +24,8 @@ CREATE TABLE archive_name (
 );
 
 -- Hourly and daily lines. Of the same name and time the line that was written last counts: `written` is the number of
--- the stream, the sequence in it and the place in the message, in one number that grows.
+-- the stream, the sequence in it and the place in the message, in one number that grows. A record's values stand
+-- beside each other in the index: to add one touches one page, and not twenty.
 CREATE TABLE record (
     time timestamptz NOT NULL,
     value double precision NOT NULL,
@@ -32,7 +33,7 @@ CREATE TABLE record (
     system_id integer NOT NULL,
     name_id integer NOT NULL,
     quality integer NOT NULL,
-    PRIMARY KEY (system_id, name_id, time)
+    PRIMARY KEY (system_id, time, name_id)
 ) PARTITION BY RANGE (time);
 
 -- Several events of the same second exist.
@@ -43,7 +44,7 @@ CREATE TABLE event (
     system_id integer NOT NULL,
     name_id integer NOT NULL,
     quality integer NOT NULL,
-    PRIMARY KEY (system_id, name_id, time, quality, value)
+    PRIMARY KEY (system_id, time, name_id, quality, value)
 ) PARTITION BY RANGE (time);
 
 -- Clocks that were never set. No partition stands for what is later than all months: a gateway's clock ends in 2038.
