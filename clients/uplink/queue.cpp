@@ -32,8 +32,7 @@ std::string hash_of(std::string_view bytes) {
 
 /// How a file looks without being read; 0 when it may change without looking otherwise.
 std::uint64_t look_of(const struct stat& status) {
-    const std::time_t now = gateway().now();
-    if (now >= status.st_ctime && now - status.st_ctime <= RestingTime) return 0;
+    if (gateway().now() <= status.st_ctime + RestingTime) return 0;
     return std::hash<std::string>()(fmt::format("{} {} {} {} {}", status.st_dev, status.st_ino, status.st_size,
                                                 status.st_ctim.tv_sec, status.st_ctim.tv_nsec)) |
            1;

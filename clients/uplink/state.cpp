@@ -11,7 +11,8 @@ constexpr int ApplicationId = 0x484D5550;  // of this kind of database
 constexpr int BusyMilliseconds = 5'000;    // somebody reads it
 
 constexpr char Tables[] = R"(
-CREATE TABLE IF NOT EXISTS sink (name TEXT PRIMARY KEY, gateway TEXT NOT NULL, confirmed INTEGER) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS sink (name TEXT PRIMARY KEY, gateway TEXT NOT NULL, confirmed INTEGER,
+    used INTEGER NOT NULL DEFAULT 1) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS place (
     sink TEXT NOT NULL, meter BLOB NOT NULL, system INTEGER NOT NULL, name BLOB NOT NULL,
     device INTEGER NOT NULL, inode INTEGER NOT NULL, offset INTEGER NOT NULL, print INTEGER NOT NULL,
@@ -111,7 +112,7 @@ void State::load(const std::string& sink, const std::string& gateway,
     ::sqlite3_reset(known.get());
     if (!is_same) {
         const Statement forget = prepare("DELETE FROM place WHERE sink = ?");
-        const Statement remember = prepare("INSERT OR REPLACE INTO sink VALUES (?, ?, NULL)");
+        const Statement remember = prepare("INSERT OR REPLACE INTO sink VALUES (?, ?, NULL, 1)");
         bind_text(forget.get(), 1, sink);
         bind_text(remember.get(), 1, sink);
         bind_text(remember.get(), 2, gateway);
@@ -130,6 +131,15 @@ void State::load(const std::string& sink, const std::string& gateway,
               .inode = static_cast<std::uint64_t>(number(4)),
               .offset = static_cast<off_t>(number(5)),
               .print = static_cast<std::uint64_t>(number(6))});
+    }
+}
+
+void State::use(const std::vector<std::string>& sinks) {
+    run("UPDATE sink SET used = 0 WHERE used");
+    const Statement use = prepare("UPDATE sink SET used = 1 WHERE name = ?");
+    for (const std::string& sink : sinks) {
+        bind_text(use.get(), 1, sink);
+        step(use.get());
     }
 }
 

@@ -82,6 +82,10 @@ class Uplink {
                 [&settings](const auto& values, auto& messages) { append_value_messages(settings, values, messages); });
         }
         if (settings.nats) add(std::make_unique<NatsSink>(settings, mailbox, couriers.size()), nullptr);
+        std::vector<std::string> used;
+        if (settings.mqtt) used.emplace_back("mqtt");
+        if (settings.nats) used.emplace_back("nats");
+        state.use(used);
     }
 
     void run(int end) {
