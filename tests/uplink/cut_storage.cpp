@@ -17,7 +17,7 @@ CutStorage::Content& of(sqlite3_file* file) {
 }
 
 void remember() {
-    if (the_storage->is_recording) the_storage->moments.push_back(the_storage->files);
+    if (the_storage->is_recording) the_storage->moments.push_back({the_storage->files, the_storage->clock()});
 }
 
 void put(std::string& text, const CutStorage::Write& write) {

@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -32,7 +33,12 @@ class CutStorage {
 
     Files files;
     /// What was there before and behind each durable write.
-    std::vector<Files> moments;
+    struct Moment {
+        Files files;
+        std::size_t time;
+    };
+    std::vector<Moment> moments;
+    std::function<std::size_t()> clock;  ///< of the test's own
     bool is_recording = false;
 
     /// What a cut may leave of a moment.
