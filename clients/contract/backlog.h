@@ -1,6 +1,6 @@
 #pragma once
-// What heatmeter-uplink has still to bring to its brokers, from the outside: what it keeps of what was confirmed, and the
-// sizes of the archive files.
+// What heatmeter-uplink has still to bring to its brokers, from the outside: what it keeps of what was confirmed, and
+// the sizes of the archive files.
 
 #include <cstdint>
 #include <optional>
@@ -13,9 +13,9 @@ namespace contract {
 constexpr const char* UplinkState = "/var/lib/heatmeterd/uplink.db";
 
 struct SinkBacklog {
-    std::string name;                          ///< "mqtt", "nats"
-    std::uint64_t pending_bytes = 0;           ///< of lines that were not confirmed
-    std::optional<std::int64_t> oldest_s;      ///< age of the oldest record among them
+    std::string name;                            ///< "mqtt", "nats"
+    std::uint64_t pending_bytes = 0;             ///< of lines that were not confirmed
+    std::optional<std::int64_t> oldest_s;        ///< age of the oldest record among them
     std::optional<std::int64_t> last_confirmed;  ///< when the broker confirmed lines, seconds since the epoch
 };
 

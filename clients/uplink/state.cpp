@@ -126,7 +126,9 @@ void State::load(const std::string& sink, const std::string& gateway,
     bind_text(places.get(), 1, sink);
     while (::sqlite3_step(places.get()) == SQLITE_ROW) {
         const auto number = [&](int at) { return ::sqlite3_column_int64(places.get(), at); };
-        take({.uuid = bytes_of(places.get(), 0), .system = static_cast<int>(number(1)), .name = bytes_of(places.get(), 2)},
+        take({.uuid = bytes_of(places.get(), 0),
+              .system = static_cast<int>(number(1)),
+              .name = bytes_of(places.get(), 2)},
              {.device = static_cast<std::uint64_t>(number(3)),
               .inode = static_cast<std::uint64_t>(number(4)),
               .offset = static_cast<off_t>(number(5)),

@@ -5,7 +5,9 @@ import json
 import os
 import random
 import signal
+import socket
 import subprocess
+import threading
 import time
 import urllib.request
 
@@ -211,6 +213,50 @@ class Uplink(schemas.Schemas, brokers.Brokers):
         self.assertRegex(check.output(), "(?m)^error +mqtt: the broker refuses: Not authorized")
         write("/tmp/etc/password", "right\n", 0o600)
         self.assertEqual(self.uplink("--check").status(), 0)
+
+    def test_a_broker_that_talks_rubbish_is_left_for_a_good_one(self):
+        chance = random.Random(3)
+        info = b'INFO {"server_id":"x","version":"2.9.0","max_payload":1048576,"headers":true,"jetstream":true}\r\n'
+        listeners = []
+
+        def listen(port, beginning):
+            listener = socket.create_server(("127.0.0.1", port))
+            listeners.append(listener)
+
+            def answer():
+                while True:
+                    try:
+                        guest, _ = listener.accept()
+                    except OSError:
+                        return
+                    with guest:
+                        guest.settimeout(0.3)
+                        try:
+                            guest.sendall(beginning)
+                            for _ in range(4):
+                                try:
+                                    guest.recv(4096)
+                                except TimeoutError:
+                                    pass
+                                guest.sendall(chance.randbytes(200) + b"\r\nMSG x 1 99999999\r\n")
+                        except OSError:
+                            pass
+            threading.Thread(target=answer, daemon=True).start()
+
+        listen(1883, b"\x20\x03\x00\x00\x00\x40\x02\x77\x77")  # connected, and confirms what nobody has sent
+        listen(4222, info + b"PING\r\n")
+        self.settings(MQTT, NATS)
+        append("m1", "A1", *hours(0, 3))
+        program = self.uplink()
+        time.sleep(4)
+        self.assertTrue(program.runs(), program.output("stderr"))
+        for listener in listeners:
+            listener.shutdown(socket.SHUT_RDWR)
+            listener.close()
+        self.mosquitto()
+        self.nats()
+        self.wait_for_all(("m1", "A1"))
+        self.wait_for(lambda: "mqtt: connected" in program.output("stderr"), "the other one")
 
     def test_tls_with_certificates_of_ones_own(self):
         keys = brokers.certificates("/tmp/keys")

@@ -94,25 +94,10 @@ int characteristics(sqlite3_file*) {
     return 0;
 }
 
-constexpr sqlite3_io_methods Methods = {1,
-                                        close_file,
-                                        read_file,
-                                        write_file,
-                                        truncate_file,
-                                        sync_file,
-                                        size_of_file,
-                                        lock_file,
-                                        lock_file,
-                                        look_at_lock,
-                                        control_file,
-                                        sector_size,
-                                        characteristics,
-                                        nullptr,
-                                        nullptr,
-                                        nullptr,
-                                        nullptr,
-                                        nullptr,
-                                        nullptr};
+constexpr sqlite3_io_methods Methods = {
+    1,         close_file, read_file,    write_file,   truncate_file, sync_file,       size_of_file,
+    lock_file, lock_file,  look_at_lock, control_file, sector_size,   characteristics, nullptr,
+    nullptr,   nullptr,    nullptr,      nullptr,      nullptr};
 
 int open_file(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out_flags) {
     auto* const opened = reinterpret_cast<OpenFile*>(file);

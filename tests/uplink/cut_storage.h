@@ -1,14 +1,14 @@
 #pragma once
-// A storage under SQLite whose power can be cut: it knows what would be there then. What was written and not made durable
-// may be there, or not, or a part of it.
-
-#include <sqlite3.h>
+// A storage under SQLite whose power can be cut: it knows what would be there then. What was written and not made
+// durable may be there, or not, or a part of it.
 
 #include <functional>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <sqlite3.h>
 
 class CutStorage {
   public:

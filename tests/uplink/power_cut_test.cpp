@@ -1,9 +1,9 @@
 // The gateway's power is cut before and behind every durable write of the uplink. What it then finds is at most older
 // than what was confirmed: nothing of the archives is missing in the end.
 
-#include "contract/archive_lines.h"
 #include <random>
 
+#include "contract/archive_lines.h"
 #include "uplink/cut_storage.h"
 #include "uplink/stand.h"
 
@@ -74,8 +74,8 @@ TEST(PowerCut, LosesNoLineAtAnyMoment) {
                     contract::ArchiveLine parsed;
                     if (!contract::parse_archive_line(line, parsed)) continue;
                     const std::string value(parsed.value.substr(0, parsed.value.find('.')));
-                    ASSERT_TRUE(arrived.contains("m1/" + std::string(name) + ' ' + std::to_string(parsed.time) + " 192 " +
-                                                 value + ".0"))
+                    ASSERT_TRUE(arrived.contains("m1/" + std::string(name) + ' ' + std::to_string(parsed.time) +
+                                                 " 192 " + value + ".0"))
                         << line;
                 }
             }

@@ -2,9 +2,8 @@
 
 #include "uplink/queue.h"
 
-#include <sys/stat.h>
-
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <random>
 
@@ -66,8 +65,8 @@ TEST_F(ArchiveQueue, ALineWithoutItsEndWaitsForIt) {
 }
 
 TEST_F(ArchiveQueue, WhatIsNoLineIsPassedOverAndCounted) {
-    append(Path, std::string(3000, '\0') + '\n' + hour_lines(0, 1) + "rubbish\n1709380800,192,1.00\n" + hour_lines(1, 1) +
-                     "torn\n");
+    append(Path, std::string(3000, '\0') + '\n' + hour_lines(0, 1) + "rubbish\n1709380800,192,1.00\n" +
+                     hour_lines(1, 1) + "torn\n");
     EXPECT_EQ(sent(queue), (Lines{line(0), line(1)}));
     EXPECT_EQ(queue.unreadable(), 4U);
     append(Path, std::string(700'000, '\0') + '\n');
@@ -240,7 +239,8 @@ TEST_F(ArchiveQueue, AnythingAtRandom) {
                     if (chance() % 3 == 0) {
                         any.failed(*on_its_way);
                     } else {
-                        for (std::string& one : lines_of(on_its_way->body)) lines.push_back(one.substr(one.find(' ') + 1));
+                        for (std::string& one : lines_of(on_its_way->body))
+                            lines.push_back(one.substr(one.find(' ') + 1));
                         any.confirmed(*on_its_way);
                     }
                     on_its_way.reset();

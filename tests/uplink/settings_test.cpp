@@ -59,27 +59,45 @@ TEST(UplinkSettings, TellEachMistakeWithItsLine) {
     EXPECT_EQ(problems_of(least + "user =\n"), Problems{"f:5: user says nothing"});
     EXPECT_EQ(problems_of(least + "url = nats://b\n"), Problems{"f:5: url stands a second time"});
     EXPECT_EQ(problems_of(least + "[nats]\n"), Problems{"f:5: [nats] stands a second time"});
-    EXPECT_EQ(problems_of(least + "cert = /c\n"),
-              (Problems{"f:5: cert goes with key, which is not there", "f:5: cert goes with a url that begins with tls://"}));
+    EXPECT_EQ(problems_of(least + "cert = /c\n"), (Problems{"f:5: cert goes with key, which is not there",
+                                                            "f:5: cert goes with a url that begins with tls://"}));
     EXPECT_EQ(problems_of(least + "password-file = p\n").size(), 2U);
-    EXPECT_EQ(problems_of(least + "[send]\nvalues = true\norder = first\nunchanged-minutes = 0\nlines-per-second = -1\n"),
-              (Problems{"f:6: \"true\" is neither yes nor no", "f:7: \"first\" is neither newest nor oldest",
-                        "f:8: \"0\" is no number from 1 to 10080", "f:9: \"-1\" is no number from 0 to 1000000"}));
+    EXPECT_EQ(
+        problems_of(least + "[send]\nvalues = true\norder = first\nunchanged-minutes = 0\nlines-per-second = -1\n"),
+        (Problems{"f:6: \"true\" is neither yes nor no", "f:7: \"first\" is neither newest nor oldest",
+                  "f:8: \"0\" is no number from 1 to 10080", "f:9: \"-1\" is no number from 0 to 1000000"}));
     EXPECT_EQ(problems_of(least + "[mqtt]\nprefix = a/+\n"),
               (Problems{"f:5: [mqtt] has no url", "f:6: \"a/+\" is no beginning of a topic"}));
     EXPECT_EQ(problems_of("name = g\n" + least), Problems{"f:1: it stands below no section"});
     EXPECT_EQ(problems_of(least + std::string(1000, 'x') + " = 1\n"), Problems{"f:5: the line is too long"});
     EXPECT_EQ(problems_of(least + std::string("us\0er = 1\n", 10)), Problems{"f:5: there is a zero byte in it"});
-    for (const char* const url : {"mqtt://a", "nats://", "nats://a:0", "nats://a:70000", "nats://a b", "nats://u:p@a", "a",
-                                  "nats://[::1", "nats://[::1]x", "nats://a,,nats://b"}) {
+    for (const char* const url : {"mqtt://a", "nats://", "nats://a:0", "nats://a:70000", "nats://a b", "nats://u:p@a",
+                                  "a", "nats://[::1", "nats://[::1]x", "nats://a,,nats://b"}) {
         EXPECT_EQ(problems_of(std::string("[gateway]\nname = g\n[nats]\nurl = ") + url + "\n").size(), 1U) << url;
     }
 }
 
 TEST(UplinkSettings, AnyBytesAreTakenOrTold) {
     std::mt19937 chance(1);
-    const std::string parts[] = {"[mqtt]", "[nats]", "[send]", "url", "=", "\n", " ", ";", "#", "]", "[", "name", "tls://a",
-                                 "\xFF", std::string(1, '\0'), "order", "newest", ",", std::string(300, 'x')};
+    const std::string parts[] = {"[mqtt]",
+                                 "[nats]",
+                                 "[send]",
+                                 "url",
+                                 "=",
+                                 "\n",
+                                 " ",
+                                 ";",
+                                 "#",
+                                 "]",
+                                 "[",
+                                 "name",
+                                 "tls://a",
+                                 "\xFF",
+                                 std::string(1, '\0'),
+                                 "order",
+                                 "newest",
+                                 ",",
+                                 std::string(300, 'x')};
     for (int i = 0; i < 3000; ++i) {
         std::string text;
         for (unsigned count = chance() % 30; count > 0; --count) text += parts[chance() % std::size(parts)];

@@ -23,9 +23,8 @@ inline std::vector<std::string> lines_of(const std::string& body) {
     EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &whole, &fault)) << fault << body;
     std::vector<std::string> lines;
     for (const Json::Value& line : whole["lines"]) {
-        lines.push_back(whole["meter"].asString() + '/' + line[0].asString() + ' ' +
-                        std::to_string(line[1].asInt64()) + ' ' + std::to_string(line[2].asInt()) + ' ' +
-                        line[3].asString());
+        lines.push_back(whole["meter"].asString() + '/' + line[0].asString() + ' ' + std::to_string(line[1].asInt64()) +
+                        ' ' + std::to_string(line[2].asInt()) + ' ' + line[3].asString());
     }
     return lines;
 }

@@ -16,7 +16,8 @@ class PresentValues : public testing::Test {
     std::vector<std::string> taken(std::int64_t now) {
         values.look_at("m1", 1);
         std::vector<std::string> texts;
-        for (const Values::Value& value : values.take(100, now)) texts.push_back(value.item.name + ' ' + value.item.text);
+        for (const Values::Value& value : values.take(100, now))
+            texts.push_back(value.item.name + ' ' + value.item.text);
         return texts;
     }
     void publish(const std::string& name, const std::string& text) { scene.write("/tmp/m1/1/tc_items/" + name, text); }
