@@ -114,6 +114,17 @@ Json::Value json_of(const Status& status) {
         entry["since"] = Json::Int64(flag.since);
         entry["text"] = valid_utf8(flag.text);
     }
+    whole["uplink"] = Json::Value();
+    if (status.uplink) {
+        Json::Value& sinks = whole["uplink"]["sinks"] = Json::arrayValue;
+        for (const SinkBacklog& backlog : *status.uplink) {
+            Json::Value& sink = sinks.append(Json::objectValue);
+            sink["name"] = valid_utf8(backlog.name);
+            sink["pending_bytes"] = Json::UInt64(backlog.pending_bytes);
+            sink["oldest_s"] = json_or_null(backlog.oldest_s);
+            sink["last_confirmed"] = json_or_null(backlog.last_confirmed);
+        }
+    }
     whole["meters"] = Json::arrayValue;
     for (const MeterStatus& meter : status.meters) {
         Json::Value& entry = whole["meters"].append(Json::objectValue);

@@ -25,7 +25,7 @@ Json::Value json_value_of(const Item& item);
 /// {"name","title","value","unit","time"}
 Json::Value json_of(const Item& item, const std::string& unit);
 
-/// {"level","gateway","meters"}
+/// {"level","gateway","uplink","meters"}
 Json::Value json_of(const Status& status);
 
 /// What the driver of a meter does, or what its system does when it tells nothing.

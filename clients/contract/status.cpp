@@ -20,6 +20,7 @@ Status look_at_status(const std::vector<std::string>& wanted) {
         }
         status.meters.push_back(std::move(meter));
     }
+    status.uplink = read_backlog(status.here.now);
     // What is known of the gateway counts for all, so it is judged when all was seen.
     status.gateway = judge(status.here);
     status.level = status.meters.empty() ? std::max(Level::Unknown, status.gateway.level) : status.gateway.level;

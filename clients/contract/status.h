@@ -1,9 +1,11 @@
 #pragma once
 // All meters and their gateway, seen and judged.
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "contract/backlog.h"
 #include "contract/health.h"
 
 namespace contract {
@@ -17,6 +19,7 @@ struct Status {
     GatewayFacts here;
     Verdict gateway;
     std::vector<MeterStatus> meters;
+    std::optional<std::vector<SinkBacklog>> uplink;  ///< nothing without one
     Level level = Level::Ok;  ///< the worst
 };
 

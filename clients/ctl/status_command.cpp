@@ -117,10 +117,25 @@ std::string system_text(const MeterStatus& meter, const contract::SystemFacts& s
         state.empty() ? "" : ", driver: " + state);
 }
 
+std::string uplink_text(const contract::SinkBacklog& sink, const Status& status) {
+    const auto ago = [&](std::int64_t time) {
+        return contract::duration_text(std::max<std::int64_t>(0, status.here.now - time));
+    };
+    return fmt::format(
+        "  uplink {}: {}{}{}", sink.name,
+        sink.pending_bytes == 0 ? "nothing waits" : fmt::format("{} bytes wait", sink.pending_bytes),
+        sink.oldest_s ? fmt::format(", the oldest record {} old", contract::duration_text(*sink.oldest_s)) : "",
+        sink.last_confirmed ? fmt::format(", last confirmed {} ago", ago(*sink.last_confirmed))
+                            : ", nothing confirmed so far");
+}
+
 void print(const Status& status, const Console& console) {
     Page page(console);
     page.heading(status.level, fmt::format("{} - {}", capitals(status.level), summary(status)));
     page.reasons(status.gateway);
+    if (status.uplink) {
+        for (const contract::SinkBacklog& sink : *status.uplink) page.line(uplink_text(sink, status));
+    }
     for (const MeterStatus& meter : status.meters) {
         const contract::Meter& known = meter.facts.meter;
         std::string text = known.uuid;

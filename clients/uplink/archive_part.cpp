@@ -13,7 +13,7 @@ namespace uplink {
 namespace {
 
 constexpr off_t HeadBytes = 1024;
-constexpr off_t TailBytes = 4096;  // some months of days, a week of hours
+constexpr off_t TailBytes = 4096;                 // some months of days, a week of hours
 constexpr off_t LongestRead = off_t{256} * 1024;  // of one part: what does not parse adds nothing to a text
 
 /// FNV-1a, 64 bits: nobody makes archive files that collide.
@@ -86,7 +86,8 @@ Part take_part(File& file, const Place& begin, const std::string& name, std::siz
     struct stat status {};
     if (!file || !file.look(status)) return part;
     part.size = status.st_size;
-    // A file changes once: what it had in front of this part, or at its beginning, is looked at again behind all reading.
+    // A file changes once: what it had in front of this part, or at its beginning, is looked at again behind all
+    // reading.
     const off_t known = begin.offset > 0 ? begin.offset : std::min(status.st_size, HeadBytes);
     const std::uint64_t before = begin.offset > 0 ? begin.print : print_of(file, known);
 

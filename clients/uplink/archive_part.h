@@ -23,7 +23,8 @@ struct Place {
 std::uint64_t print_of(File& file, off_t offset);
 
 /// Where to go on: the place itself in a file that still has all in front of it; its beginning in one that is another,
-/// was cut, emptied or filled anew. The device alone may change: some get another number with each start of the machine.
+/// was cut, emptied or filled anew. The device alone may change: some get another number with each start of the
+/// machine.
 Place continue_at(File& file, const Place& place);
 
 /// Lines behind a place.
@@ -32,7 +33,7 @@ struct Part {
     Place end;  ///< behind the last whole line that was taken or passed over
     std::size_t lines = 0;
     std::size_t unreadable = 0;
-    off_t size = 0;     ///< of the file
+    off_t size = 0;         ///< of the file
     bool is_whole = false;  ///< the file was the same all the time; else nothing of this counts
 };
 

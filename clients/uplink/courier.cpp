@@ -39,8 +39,8 @@ std::int64_t earlier(std::int64_t one, std::int64_t other) {
 
 }  // namespace
 
-Courier::Courier(const Settings& all_settings, std::unique_ptr<Sink> own_sink, State& all_state,
-                 ValueMessages messages, std::uint32_t seed)
+Courier::Courier(const Settings& all_settings, std::unique_ptr<Sink> own_sink, State& all_state, ValueMessages messages,
+                 std::uint32_t seed)
     : settings(all_settings),
       sink(std::move(own_sink)),
       state(all_state),

@@ -1,6 +1,6 @@
 #pragma once
-// Brings what a queue has to one sink: connects, sends, keeps what was confirmed, and after a failure waits, longer each
-// time and by chance, so that a fleet does not come back all at once.
+// Brings what a queue has to one sink: connects, sends, keeps what was confirmed, and after a failure waits, longer
+// each time and by chance, so that a fleet does not come back all at once.
 //
 // How much is on its way follows how fast it is confirmed: a thin line stays usable for what is new.
 
@@ -74,7 +74,7 @@ class Courier {
     std::uint64_t last_number = 0;
     std::map<std::uint64_t, OnItsWay> on_its_way;
     std::size_t bytes_on_their_way = 0;
-    std::size_t window;  // bytes that may be on their way
+    std::size_t window;                        // bytes that may be on their way
     std::map<Group, std::uint64_t> sequences;  // of the last batch in order
 
     double lines_left = 0;  // of the limit

@@ -6,17 +6,18 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
+#include "uplink/mqtt_loop.h"
 #include "uplink/topics.h"
 
 namespace uplink {
 
 namespace {
 
-constexpr int KeepAlive = 60;                // seconds
-constexpr int LongestWait = 3600 * 1000;     // milliseconds: the library is woken by what happens, and to keep alive
+constexpr int KeepAlive = 60;             // seconds
+constexpr int LongestWait = 3600 * 1000;  // milliseconds: the library is woken by what happens, and to keep alive
 constexpr int FirstBadReason = 0x80;
-constexpr int UnknownVersion = 0x84;         // of version 5; 1 of 3.1.1
-constexpr int NotAuthorized = 5;             // of 3.1.1
+constexpr int UnknownVersion = 0x84;  // of version 5; 1 of 3.1.1
+constexpr int NotAuthorized = 5;      // of 3.1.1
 
 std::string text_of(int result) {
     return result == MOSQ_ERR_ERRNO ? std::string(::strerror(errno)) : ::mosquitto_strerror(result);
@@ -90,6 +91,7 @@ void MqttSink::send(std::uint64_t number, Message message) {
 }
 
 void MqttSink::on_connect(mosquitto*, void* me, int reason, int, const mosquitto_property*) {
+    const InCallback inside;
     MqttSink& self = *static_cast<MqttSink*>(me);
     const std::lock_guard lock(self.mutex);
     self.was_answered = true;
@@ -103,6 +105,7 @@ void MqttSink::on_connect(mosquitto*, void* me, int reason, int, const mosquitto
 }
 
 void MqttSink::on_publish(mosquitto*, void* me, int id, int reason, const mosquitto_property*) {
+    const InCallback inside;
     MqttSink& self = *static_cast<MqttSink*>(me);
     const std::lock_guard lock(self.mutex);
     const auto found = self.messages.find(id);
@@ -140,8 +143,9 @@ std::string MqttSink::hold_connection() {
     const Server& server = broker.servers.front();
     if (server.tls) {
         const auto or_null = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
-        const int result = ::mosquitto_tls_set(own.get(), or_null(broker.ca), broker.ca.empty() ? "/etc/ssl/certs" : nullptr,
-                                               or_null(broker.cert), or_null(broker.key), nullptr);
+        const int result =
+            ::mosquitto_tls_set(own.get(), or_null(broker.ca), broker.ca.empty() ? "/etc/ssl/certs" : nullptr,
+                                or_null(broker.cert), or_null(broker.key), nullptr);
         if (result != MOSQ_ERR_SUCCESS) return "ca, cert or key cannot be used: " + text_of(result);
     }
     int result = ::mosquitto_connect_bind_v5(own.get(), server.host.c_str(), server.port, KeepAlive, nullptr, nullptr);
@@ -154,7 +158,7 @@ std::string MqttSink::hold_connection() {
         refusal.clear();
     }
     for (bool is_over_now = false; result == MOSQ_ERR_SUCCESS && !is_over_now;) {
-        result = ::mosquitto_loop(own.get(), LongestWait, 1);
+        result = mqtt_loop(own.get(), LongestWait);
         const std::lock_guard lock(mutex);
         is_over_now = is_ending || !refusal.empty();
     }

@@ -1,9 +1,9 @@
 #pragma once
-// A broker of MQTT, by libmosquitto, in a thread of its own: looking up a name, connecting and the handshake of TLS wait,
-// and what is sent goes out beside them.
+// A broker of MQTT, by libmosquitto, in a thread of its own: looking up a name, connecting and the handshake of TLS
+// wait, and what is sent goes out beside them.
 //
-// Version 5 tells with each answer whether the broker has taken a message; 3.1.1, which answers all alike, is spoken with
-// a broker that knows nothing else.
+// Version 5 tells with each answer whether the broker has taken a message; 3.1.1, which answers all alike, is spoken
+// with a broker that knows nothing else.
 
 #include <condition_variable>
 #include <map>
@@ -54,7 +54,7 @@ class MqttSink : public Sink {
     bool is_wanted = false;  // a connection
     bool is_ending = false;
     bool is_over = false;
-    mosquitto* client = nullptr;  // while there is a connection
+    mosquitto* client = nullptr;            // while there is a connection
     std::map<int, std::uint64_t> messages;  // by the broker's number
     int version = 5;
     bool was_answered = false;

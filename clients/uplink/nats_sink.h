@@ -1,6 +1,6 @@
 #pragma once
-// A stream of NATS JetStream, by libnats, in a thread of its own. What was published is the stream's when it says so with
-// its number in it; what it says comes in threads of the library.
+// A stream of NATS JetStream, by libnats, in a thread of its own. What was published is the stream's when it says so
+// with its number in it; what it says comes in threads of the library.
 
 #include <condition_variable>
 #include <map>

@@ -14,10 +14,10 @@ namespace uplink {
 
 namespace {
 
-constexpr std::size_t LeastOfAFile = 512;          // bytes of a batch, so that many files do not come line by line
-constexpr off_t LongBacklog = off_t{16} * 1024;    // with the newest first: some weeks of hours
-constexpr off_t AheadBytes = off_t{4} * 1024;      // of which a week is sent ahead
-constexpr std::time_t RestingTime = 2;             // seconds: what was written a moment ago may look the same
+constexpr std::size_t LeastOfAFile = 512;        // bytes of a batch, so that many files do not come line by line
+constexpr off_t LongBacklog = off_t{16} * 1024;  // with the newest first: some weeks of hours
+constexpr off_t AheadBytes = off_t{4} * 1024;    // of which a week is sent ahead
+constexpr std::time_t RestingTime = 2;           // seconds: what was written a moment ago may look the same
 
 /// Two sums over the same bytes, one of them backwards.
 std::string hash_of(std::string_view bytes) {
@@ -32,15 +32,14 @@ std::string hash_of(std::string_view bytes) {
 
 /// How a file looks without being read; 0 when it may change without looking otherwise.
 std::uint64_t look_of(const struct stat& status) {
-    const std::time_t now = gateway().now();
-    if (now >= status.st_ctime && now - status.st_ctime <= RestingTime) return 0;
+    if (gateway().now() <= status.st_ctime + RestingTime) return 0;
     return std::hash<std::string>()(fmt::format("{} {} {} {} {}", status.st_dev, status.st_ino, status.st_size,
                                                 status.st_ctim.tv_sec, status.st_ctim.tv_nsec)) |
            1;
 }
 
-/// The working folder of a driver that stages its records: its files only grow, while the copies for readers are emptied
-/// and filled again with each pass.
+/// The working folder of a driver that stages its records: its files only grow, while the copies for readers are
+/// emptied and filled again with each pass.
 std::string folder_of(const std::string& uuid, int system) {
     return contract::archive_folder(uuid, system, true);
 }

@@ -66,8 +66,8 @@ class Queue {
 
   private:
     struct FileState {
-        Place done;   // confirmed in order, or on its way
-        Place ahead;  // of the newest: sent up to there; no offset when nothing is sent ahead
+        Place done;                // confirmed in order, or on its way
+        Place ahead;               // of the newest: sent up to there; no offset when nothing is sent ahead
         std::uint64_t rested = 0;  // how the file looked when all of it was confirmed
     };
     struct GroupState {

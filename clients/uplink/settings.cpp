@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -13,7 +13,6 @@
 #include <fmt/format.h>
 #include <ini.h>
 
-
 #include "contract/plain_text.h"
 
 namespace uplink {
@@ -21,7 +20,7 @@ namespace uplink {
 namespace {
 
 constexpr std::size_t LongestFile = std::size_t{64} * 1024;
-constexpr std::size_t LongestName = 100;  // of a gateway: a part of every topic
+constexpr std::size_t LongestName = 100;   // of a gateway: a part of every topic
 constexpr int LongestPause = 7 * 24 * 60;  // minutes
 constexpr int MostLines = 1'000'000;
 
@@ -65,7 +64,9 @@ std::optional<Server> server_of(std::string_view text, std::string_view plain, s
         if (server.host.find_first_not_of("0123456789abcdefABCDEF:.%") != std::string::npos) return {};
     } else {
         server.host = text.substr(0, end);
-        const auto is_odd = [](unsigned char sign) { return std::isalnum(sign) == 0 && sign != '.' && sign != '-' && sign != '_'; };
+        const auto is_odd = [](unsigned char sign) {
+            return std::isalnum(sign) == 0 && sign != '.' && sign != '-' && sign != '_';
+        };
         if (std::ranges::any_of(server.host, is_odd)) return {};
     }
     if (server.host.empty()) return {};
@@ -145,7 +146,7 @@ std::string take_nats_url(Settings& settings, const std::string& value) {
     return {};
 }
 
-template <std::optional<Broker> Settings::* Which>
+template <std::optional<Broker> Settings::*Which>
 void add_broker_keys(Keys& keys) {
     keys["user"] = [](Settings& all, const std::string& value) { return take_text((all.*Which)->user, value); };
     keys["password-file"] = [](Settings& all, const std::string& value) {

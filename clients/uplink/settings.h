@@ -46,7 +46,7 @@ struct Settings {
     bool discovery = false;
     std::optional<Broker> nats;
 
-    std::string file;                ///< its name in messages
+    std::string file;                       ///< its name in messages
     std::multimap<int, std::string> wrong;  ///< by line
 
     /// "FILE:LINE: what is wrong", in the order of the lines.

@@ -1,6 +1,6 @@
 #pragma once
-// Where messages go: a broker. Nothing of this waits for one; what comes of it arrives in a mailbox, from the threads of
-// the broker's library.
+// Where messages go: a broker. Nothing of this waits for one; what comes of it arrives in a mailbox, from the threads
+// of the broker's library.
 
 #include <cstdint>
 #include <mutex>
@@ -12,8 +12,8 @@ namespace uplink {
 struct Message {
     std::string topic = {};
     std::string body = {};
-    std::string id = {};        ///< by which a stream knows what it has
-    std::int64_t time = 0;      ///< of a value, seconds since the epoch
+    std::string id = {};    ///< by which a stream knows what it has
+    std::int64_t time = 0;  ///< of a value, seconds since the epoch
     bool is_retained = false;
     bool is_confirmed = true;  ///< wanted
 };

@@ -11,7 +11,8 @@ constexpr int ApplicationId = 0x484D5550;  // of this kind of database
 constexpr int BusyMilliseconds = 5'000;    // somebody reads it
 
 constexpr char Tables[] = R"(
-CREATE TABLE IF NOT EXISTS sink (name TEXT PRIMARY KEY, gateway TEXT NOT NULL, confirmed INTEGER) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS sink (name TEXT PRIMARY KEY, gateway TEXT NOT NULL, confirmed INTEGER,
+    used INTEGER NOT NULL DEFAULT 1) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS place (
     sink TEXT NOT NULL, meter BLOB NOT NULL, system INTEGER NOT NULL, name BLOB NOT NULL,
     device INTEGER NOT NULL, inode INTEGER NOT NULL, offset INTEGER NOT NULL, print INTEGER NOT NULL,
@@ -111,7 +112,7 @@ void State::load(const std::string& sink, const std::string& gateway,
     ::sqlite3_reset(known.get());
     if (!is_same) {
         const Statement forget = prepare("DELETE FROM place WHERE sink = ?");
-        const Statement remember = prepare("INSERT OR REPLACE INTO sink VALUES (?, ?, NULL)");
+        const Statement remember = prepare("INSERT OR REPLACE INTO sink VALUES (?, ?, NULL, 1)");
         bind_text(forget.get(), 1, sink);
         bind_text(remember.get(), 1, sink);
         bind_text(remember.get(), 2, gateway);
@@ -125,11 +126,22 @@ void State::load(const std::string& sink, const std::string& gateway,
     bind_text(places.get(), 1, sink);
     while (::sqlite3_step(places.get()) == SQLITE_ROW) {
         const auto number = [&](int at) { return ::sqlite3_column_int64(places.get(), at); };
-        take({.uuid = bytes_of(places.get(), 0), .system = static_cast<int>(number(1)), .name = bytes_of(places.get(), 2)},
+        take({.uuid = bytes_of(places.get(), 0),
+              .system = static_cast<int>(number(1)),
+              .name = bytes_of(places.get(), 2)},
              {.device = static_cast<std::uint64_t>(number(3)),
               .inode = static_cast<std::uint64_t>(number(4)),
               .offset = static_cast<off_t>(number(5)),
               .print = static_cast<std::uint64_t>(number(6))});
+    }
+}
+
+void State::use(const std::vector<std::string>& sinks) {
+    run("UPDATE sink SET used = 0 WHERE used");
+    const Statement use = prepare("UPDATE sink SET used = 1 WHERE name = ?");
+    for (const std::string& sink : sinks) {
+        bind_text(use.get(), 1, sink);
+        step(use.get());
     }
 }
 

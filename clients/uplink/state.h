@@ -17,7 +17,7 @@
 
 namespace uplink {
 
-constexpr const char* StateName = "uplink.db";
+constexpr const char* StateName = "uplink.db";  // which contract/backlog.h reads
 
 /// A file of a meter's system.
 struct FileName {
@@ -37,6 +37,9 @@ class State {
     /// Calls with each place that is kept for a sink. None of another gateway's name: under a new one all counts anew.
     void load(const std::string& sink, const std::string& gateway,
               const std::function<void(const FileName&, const Place&)>& take);
+
+    /// The others are not in use, and nobody waits for them; what they have confirmed stays known.
+    void use(const std::vector<std::string>& sinks);
 
     struct Change {
         FileName file;

@@ -1,6 +1,8 @@
 #include "uplink/uplink.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,9 +14,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/file.h>
 
 #include "contract/plain_text.h"
 #include "core/gateway.h"
@@ -29,8 +29,8 @@ namespace uplink {
 
 namespace {
 
-constexpr std::int64_t Burst = 1000;         // milliseconds: a driver writes all of a record's files one after the other
-constexpr std::int64_t EndPatience = 2000;   // for a broker, to hear that this ends
+constexpr std::int64_t Burst = 1000;        // milliseconds: a driver writes all of a record's files one after the other
+constexpr std::int64_t EndPatience = 2000;  // for a broker, to hear that this ends
 constexpr std::int64_t CheckPatience = 15'000;
 
 std::int64_t steady_now() {
@@ -40,7 +40,8 @@ std::int64_t steady_now() {
 /// Until one of these is readable, or until a time of the steady clock; -1: without end.
 void wait_for(std::array<int, 3> descriptors, std::int64_t due) {
     std::array<pollfd, 3> waiting{};
-    for (std::size_t i = 0; i < waiting.size(); ++i) waiting[i] = {.fd = descriptors[i], .events = POLLIN, .revents = 0};
+    for (std::size_t i = 0; i < waiting.size(); ++i)
+        waiting[i] = {.fd = descriptors[i], .events = POLLIN, .revents = 0};
     const std::int64_t left = due < 0 ? -1 : std::clamp<std::int64_t>(due - steady_now(), 0, 86'400'000);
     ::poll(waiting.data(), waiting.size(), static_cast<int>(left));
 }
@@ -82,6 +83,10 @@ class Uplink {
                 [&settings](const auto& values, auto& messages) { append_value_messages(settings, values, messages); });
         }
         if (settings.nats) add(std::make_unique<NatsSink>(settings, mailbox, couriers.size()), nullptr);
+        std::vector<std::string> used;
+        if (settings.mqtt) used.emplace_back("mqtt");
+        if (settings.nats) used.emplace_back("nats");
+        state.use(used);
     }
 
     void run(int end) {
@@ -171,8 +176,8 @@ void run(const Settings& settings, const std::string& state_folder, int end) {
 
 bool check(const Settings& settings, const std::string& state_folder) {
     bool is_well = ::access(state_folder.c_str(), W_OK | X_OK) == 0;
-    say(is_well ? "ok" : "error", fmt::format("{}: {}", state_folder,
-                                              is_well ? "what is confirmed can be kept here" : std::strerror(errno)));
+    say(is_well ? "ok" : "error",
+        fmt::format("{}: {}", state_folder, is_well ? "what is confirmed can be kept here" : std::strerror(errno)));
     auto* const mailbox = new Mailbox;  // as long as the threads of the sinks
     if (settings.mqtt) {
         // Under another name: two of the same would end each other's connections.

@@ -71,14 +71,14 @@ Message discovery_message(const Settings& settings, const Values::Value& value, 
             config["state_class"] = entry.nature == contract::Nature::Counter ? "total_increasing" : "measurement";
         }
     }
-    if (entry.quantity == Quantity::Setting || entry.quantity == Quantity::Text) config["entity_category"] = "diagnostic";
+    if (entry.quantity == Quantity::Setting || entry.quantity == Quantity::Text)
+        config["entity_category"] = "diagnostic";
     Json::Value& whole = config["device"];
     whole["identifiers"].append("heatmeter_" + device);
     whole["name"] = contract::valid_utf8(value.uuid);
     whole["via_device"] = "heatmeter_" + object_name(settings.gateway);
-    return {.topic = "homeassistant/sensor/" + name + "/config",
-            .body = contract::json_line(config),
-            .is_retained = true};
+    return {
+        .topic = "homeassistant/sensor/" + name + "/config", .body = contract::json_line(config), .is_retained = true};
 }
 
 void append_value_messages(const Settings& settings, const std::vector<Values::Value>& values,
@@ -88,8 +88,7 @@ void append_value_messages(const Settings& settings, const std::vector<Values::V
     for (const Values::Value& value : values) {
         const std::string topic = system_topic(settings, value.uuid, value.system);
         if (settings.discovery && value.is_first) {
-            messages.push_back(
-                discovery_message(settings, value, units.unit_of(value.uuid, value.system, value.item)));
+            messages.push_back(discovery_message(settings, value, units.unit_of(value.uuid, value.system, value.item)));
         }
         messages.push_back({.topic = topic + "/value/" + topic_level(value.item.name),
                             .body = value.item.text,

@@ -9,8 +9,8 @@
 
 namespace uplink {
 
-/// `<prefix>/<gateway>/<uuid>/<n>/value/<item>`: the text of each; for each system `.../time`, when the newest of these was
-/// written; with discovery in front of a value's first message what it is.
+/// `<prefix>/<gateway>/<uuid>/<n>/value/<item>`: the text of each; for each system `.../time`, when the newest of these
+/// was written; with discovery in front of a value's first message what it is.
 void append_value_messages(const Settings& settings, const std::vector<Values::Value>& values,
                            std::vector<Message>& messages);
 

@@ -26,7 +26,8 @@ std::vector<Values::Value> Values::take(std::size_t most, std::int64_t now) {
             if (sent.at != Never && now - sent.at < pause) continue;
             if (taken.size() == most) return taken;
             sent.at = now;
-            taken.push_back({key.first, key.second,
+            taken.push_back({key.first,
+                             key.second,
                              {.name = name,
                               .text = sent.text,
                               .time = sent.time,

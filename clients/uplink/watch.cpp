@@ -3,8 +3,19 @@
 #include <utility>
 
 #include "contract/site.h"
+#include "core/gateway.h"
 
 namespace uplink {
+
+namespace {
+
+constexpr std::int64_t BetweenLooks = std::int64_t{15} * 60 * 1000;
+
+std::int64_t steady_now() {
+    return gateway().steady_microseconds() / 1000;
+}
+
+}  // namespace
 
 void Watch::look_after(const std::string& folder, const System& system, bool is_items) {
     if (!changes.look_after(folder)) return;
@@ -14,6 +25,7 @@ void Watch::look_after(const std::string& folder, const System& system, bool is_
 }
 
 void Watch::look_for_meters() {
+    looked_at = steady_now();
     for (const std::string place : {"/tmp", "/mnt/storage"}) {
         changes.look_after_folders_in(place);
         // Any of them may become a meter's.
@@ -44,7 +56,7 @@ Watch::News Watch::take() {
         (found->second.is_items ? news.items : news.archives).insert(found->second.system);
     }
     // A folder that came, went, or came again: what is looked after has no name in it.
-    if (is_other) look_for_meters();
+    if (is_other || steady_now() - looked_at >= BetweenLooks) look_for_meters();
     return std::exchange(news, {});
 }
 

@@ -1,6 +1,10 @@
 #pragma once
 // Tells which meters' items and archives have changed, woken by the system. It looks into none of them.
+//
+// A storage that is mounted over its folder tells nobody: with news that come long after the last look everything is
+// looked for, and is news, once more.
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
@@ -37,6 +41,7 @@ class Watch {
     };
     std::map<std::string, Folder> folders;
     News news;
+    std::int64_t looked_at = 0;  // the steady clock's milliseconds
 };
 
 }  // namespace uplink

@@ -178,6 +178,19 @@ void add_gateway(Text& text, const contract::GatewayFacts& here) {
     for (Family* const family : {&free, &writable, &service}) text.add(*family);
 }
 
+void add_uplink(Text& text, const contract::Status& status) {
+    if (!status.uplink) return;
+    Family pending = gauge("heatmeter_uplink_pending_bytes", "Archive lines that a broker has not confirmed.");
+    Family confirmed =
+        gauge("heatmeter_uplink_last_confirmed_timestamp_seconds", "When a broker last confirmed archive lines.");
+    for (const contract::SinkBacklog& sink : *status.uplink) {
+        pending.add(static_cast<double>(sink.pending_bytes), {{"sink", sink.name}});
+        confirmed.add(sink.last_confirmed, {{"sink", sink.name}});
+    }
+    text.add(pending);
+    text.add(confirmed);
+}
+
 void add_daemons(Text& text, const contract::GatewayFacts& here, std::int64_t now) {
     Family memory = gauge("heatmeter_daemon_resident_memory_bytes", "Memory of a process that reads meters.");
     Family cpu = counter("heatmeter_daemon_cpu_seconds_total", "Processor time of a process that reads meters.");
@@ -231,6 +244,7 @@ std::string metrics_text(const contract::Live& live, const contract::Status& sta
     add_records(text, status);
     add_levels(text, status);
     add_gateway(text, status.here);
+    add_uplink(text, status);
     add_daemons(text, status.here, now);
     add_itself(text, counts, now);
     return text.text();

@@ -5,11 +5,15 @@ import json
 import os
 import random
 import signal
+import socket
 import subprocess
+import threading
 import time
+import urllib.request
 
 import box
 import brokers
+import schemas
 from brokers import NatsClient, write
 
 MQTT = "[mqtt]\nurl = mqtt://127.0.0.1:1883"
@@ -46,7 +50,7 @@ def on_file(*places):
     return found
 
 
-class Uplink(brokers.Brokers):
+class Uplink(schemas.Schemas, brokers.Brokers):
     def arrived(self, client=None):
         client = client or NatsClient()
         return [line for _, _, body in client.messages() for line in lines_of(body)]
@@ -210,6 +214,50 @@ class Uplink(brokers.Brokers):
         write("/tmp/etc/password", "right\n", 0o600)
         self.assertEqual(self.uplink("--check").status(), 0)
 
+    def test_a_broker_that_talks_rubbish_is_left_for_a_good_one(self):
+        chance = random.Random(3)
+        info = b'INFO {"server_id":"x","version":"2.9.0","max_payload":1048576,"headers":true,"jetstream":true}\r\n'
+        listeners = []
+
+        def listen(port, beginning):
+            listener = socket.create_server(("127.0.0.1", port))
+            listeners.append(listener)
+
+            def answer():
+                while True:
+                    try:
+                        guest, _ = listener.accept()
+                    except OSError:
+                        return
+                    with guest:
+                        guest.settimeout(0.3)
+                        try:
+                            guest.sendall(beginning)
+                            for _ in range(4):
+                                try:
+                                    guest.recv(4096)
+                                except TimeoutError:
+                                    pass
+                                guest.sendall(chance.randbytes(200) + b"\r\nMSG x 1 99999999\r\n")
+                        except OSError:
+                            pass
+            threading.Thread(target=answer, daemon=True).start()
+
+        listen(1883, b"\x20\x03\x00\x00\x00\x40\x02\x77\x77")  # connected, and confirms what nobody has sent
+        listen(4222, info + b"PING\r\n")
+        self.settings(MQTT, NATS)
+        append("m1", "A1", *hours(0, 3))
+        program = self.uplink()
+        time.sleep(4)
+        self.assertTrue(program.runs(), program.output("stderr"))
+        for listener in listeners:
+            listener.shutdown(socket.SHUT_RDWR)
+            listener.close()
+        self.mosquitto()
+        self.nats()
+        self.wait_for_all(("m1", "A1"))
+        self.wait_for(lambda: "mqtt: connected" in program.output("stderr"), "the other one")
+
     def test_tls_with_certificates_of_ones_own(self):
         keys = brokers.certificates("/tmp/keys")
         tls = f'cert_file: "{keys}/%s.crt", key_file: "{keys}/%s.key", ca_file: "{keys}/ca.crt", verify: true'
@@ -282,6 +330,49 @@ class Uplink(brokers.Brokers):
         time.sleep(4)
         rate = (len(self.arrived()) - there) / (time.monotonic() - begin)
         self.assertTrue(50 < rate < 160, rate)
+
+    def test_status_and_metrics_show_what_waits(self):
+        root = "/tmp/root"
+        os.makedirs(f"{root}/var/lib/heatmeterd")
+        os.makedirs(f"{root}/mnt/storage/m1/1/tc_archives")
+        archive = f"{root}/mnt/storage/m1/1/tc_archives/A1"
+
+        def status(*words):
+            done = subprocess.run([f"{self.build}/heatmeterctl", "--root", root, "status", *words],
+                                  capture_output=True, text=True)
+            return done.stdout
+
+        self.assertIsNone(json.loads(status("--json"))["uplink"])
+        write(archive, "\n".join(hours(0, 10)) + "\n")
+        self.settings(MQTT, NATS)
+        self.nats()
+        words = [f"{self.build}/heatmeter-uplink", "--root", root, "--config", "/tmp/etc/uplink.conf"]
+        program = self.start("uplink", words)
+        self.wait_for(lambda: len(self.arrived()) == 10, "the lines")
+        program.end()
+        with open(archive, "a", encoding="utf-8") as file:
+            file.write("\n".join(hours(10, 1)) + "\n")
+        told = json.loads(status("--json"))
+        self.assert_schema("status", json.dumps(told))
+        mqtt, nats = told["uplink"]["sinks"]
+        self.assertEqual((mqtt["name"], nats["name"]), ("mqtt", "nats"))
+        self.assertEqual(mqtt["pending_bytes"], os.path.getsize(archive))
+        self.assertIsNone(mqtt["last_confirmed"])
+        self.assertEqual(nats["pending_bytes"], len(hours(10, 1)[0]) + 1)
+        self.assertLess(abs(time.time() - START - 36000 - nats["oldest_s"]), 5)
+        self.assertLess(abs(time.time() - nats["last_confirmed"]), 30)
+        text = status()
+        self.assertIn("uplink mqtt: ", text)
+        self.assertRegex(text, "uplink nats: 25 bytes wait, the oldest record .* old, last confirmed")
+        view = self.start("view", [f"{self.build}/heatmeter-view", "--root", root])
+        self.wait_for(lambda: "http://" in view.output("stderr"), "the page's program")
+
+        def metrics():
+            with urllib.request.urlopen("http://127.0.0.1:8083/metrics") as answer:
+                return answer.read().decode()
+
+        self.wait_for(lambda: 'heatmeter_uplink_pending_bytes{sink="nats"} 25' in metrics(), "the metric")
+        self.assertRegex(metrics(), r'heatmeter_uplink_last_confirmed_timestamp_seconds\{sink="nats"\} 1\d+')
 
     def test_it_is_small_and_still(self):
         self.mosquitto()
