@@ -275,8 +275,7 @@ class Records(Page):
         whole = self.asked_archives()
         self.assertEqual(len(whole), 1)
         self.run_script("document.querySelector('.chart').focus()")
-        for _ in range(6):
-            self.browser.switch_to.active_element.send_keys("+")
+        self.browser.switch_to.active_element.send_keys("++++++")
         self.wait_for(lambda: "from=" in self.browser.current_url, "a window in the address")
         time.sleep(0.5)
         self.settle()
