@@ -256,5 +256,19 @@ class HeatmeterView(box.Test):
                 self.assertEqual(subprocess.run([self.program, *words], capture_output=True, timeout=20).returncode, status)
 
 
+class HeatmeterStore(box.Test):
+    def test_man_page_and_completion_are_those_of_the_program(self):
+        program = f"{self.build}/heatmeter-store"
+        if not os.path.exists(program):
+            self.skipTest("no heatmeter-store was built")
+        options = set(re.findall(r"^  (?:-\w,)?(--[a-z-]+)", said(program, "--help"), re.M))
+        page = document("packaging/heatmeter-store.8").replace("\\-", "-")
+        sections = dict(re.findall(r"\n\.SH ([A-Z ]+)\n(.*?)(?=\n\.SH|\Z)", page, re.S))
+        self.assertEqual(set(re.findall(r"--[a-z-]+", sections["OPTIONS"])), options)
+        script = 'source "$1"; COMP_WORDS=(heatmeter-store -); COMP_CWORD=1; _heatmeter_store; echo "${COMPREPLY[@]}"'
+        completed = said("bash", "-c", script, "bash", f"{ROOT}/packaging/heatmeter-store.bash")
+        self.assertEqual(set(completed.split()), options)
+
+
 if __name__ == "__main__":
     box.main(__file__)

@@ -48,13 +48,18 @@ class Store(FarEnd):
                      message(lines=[line("A1", HOUR, "3.000000", 0)]),
                      message(lines=[line("A1", HOUR + 3600, "9.000000"), line("A1", HOUR, "4.000000"),
                                     line("A1", HOUR, "5.000000")]))
-        self.store_once("--batch", "1")
         expected = [[str(HOUR), "5"], [str(HOUR + 3600), "9"]]
+        self.store_once("--consumer", "all_at_once")
+        self.assertEqual(self.values(), expected)
+        self.sql("TRUNCATE record")
+        self.store_once("--batch", "1")
         self.assertEqual(self.values(), expected)
         self.store_once("--batch", "1", "--consumer", "again")  # begins with the first message
         self.assertEqual(self.values(), expected)
-        self.sql("TRUNCATE record")
-        self.store_once("--consumer", "all_at_once")
+        publisher = Publisher()
+        for sequence in (2, 3):
+            publisher.request("$JS.API.STREAM.MSG.DELETE.HEATMETER", {"seq": sequence})
+        self.store_once("--consumer", "the_first_alone")
         self.assertEqual(self.values(), expected)
 
     def test_a_stream_that_was_made_anew_is_later_than_the_old_one(self):
