@@ -130,7 +130,6 @@ class Uplink(schemas.Schemas, brokers.Brokers):
         self.settings(MQTT + "\ndiscovery = yes")
         write("/tmp/m.1/1/tc_items/T1", "12.500000\n")
         write("/tmp/m.1/1/tc_items/MeterModel", "KM5-2\n")
-        write("/etc/heatmeterd/units.conf", "") if os.access("/etc/heatmeterd", os.W_OK) else None
         self.uplink()
         self.wait_for(lambda: listener.output().count("\n") == 2, "both")
         for line in listener.output().splitlines():
