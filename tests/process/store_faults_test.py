@@ -3,6 +3,7 @@
 
 import os
 import random
+import signal
 import time
 
 import box
@@ -145,6 +146,20 @@ class Faults(FarEnd):
         publisher.publish(message(lines=[line("A1", HOUR, "1.000000")]))
         self.start_postgres()
         self.wait_for(lambda: self.sql("SELECT value FROM record", check=False) == [["1"]], "the line", 60)
+        self.assertEqual(store.end(), 0)
+
+    def test_a_server_that_says_nothing_is_left_and_found_again(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        store = self.store()
+        publisher.publish(message(lines=[line("A1", HOUR, "1.000000")]))
+        self.wait_for(lambda: self.sql("SELECT value FROM record", check=False) == [["1"]], "the first line")
+        self.nats.process.send_signal(signal.SIGSTOP)
+        self.wait_for(lambda: "again in" in store.output("stderr"), "a word", 90)
+        self.nats.process.send_signal(signal.SIGCONT)
+        Publisher().publish(message(lines=[line("A1", HOUR + 3600, "2.000000")]))
+        self.wait_for(lambda: self.values() == [[str(HOUR), "1"], [str(HOUR + 3600), "2"]], "the second line", 60)
         self.assertEqual(store.end(), 0)
 
     def test_a_store_that_waits_ends_when_it_is_asked_to(self):
