@@ -35,6 +35,7 @@ int mqtt_loop(mosquitto* client, int milliseconds) {
 }  // namespace uplink
 
 /// That of the C library is for all others.
+// NOLINTNEXTLINE(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp, readability-identifier-naming)
 extern "C" [[noreturn]] void __assert_fail(const char* assertion, const char* file, unsigned line,
                                            const char* function) {
     if (uplink::way_out != nullptr) std::longjmp(*uplink::way_out, 1);  // NOLINT(cert-err52-cpp)

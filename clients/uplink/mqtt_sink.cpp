@@ -36,7 +36,7 @@ MqttSink::~MqttSink() {
         const std::lock_guard lock(mutex);
         is_over = true;
     }
-    end(false);
+    MqttSink::end(false);
     thread.join();
 }
 

@@ -104,7 +104,7 @@ NatsSink::~NatsSink() {
         const std::lock_guard lock(mutex);
         is_over = true;
     }
-    end(false);
+    NatsSink::end(false);
     thread.join();
 }
 
@@ -198,6 +198,7 @@ std::string NatsSink::hold_connection() {
         has_tls = has_tls || server.tls;
     }
     std::vector<const char*> servers;
+    servers.reserve(urls.size());
     for (const std::string& url : urls) servers.push_back(url.c_str());
     ::natsOptions_SetServers(made, servers.data(), static_cast<int>(servers.size()));
     ::natsOptions_SetName(made, ("heatmeter-uplink " + subject_token(settings.gateway)).c_str());

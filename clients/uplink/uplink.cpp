@@ -178,13 +178,13 @@ bool check(const Settings& settings, const std::string& state_folder) {
     bool is_well = ::access(state_folder.c_str(), W_OK | X_OK) == 0;
     say(is_well ? "ok" : "error",
         fmt::format("{}: {}", state_folder, is_well ? "what is confirmed can be kept here" : std::strerror(errno)));
-    auto* const mailbox = new Mailbox;  // as long as the threads of the sinks
+    static Mailbox& mailbox = *new Mailbox;  // as long as the threads of the sinks
     if (settings.mqtt) {
         // Under another name: two of the same would end each other's connections.
-        is_well = check_sink(*new MqttSink(settings, mqtt_name(settings) + "-check", *mailbox, 0), *mailbox) && is_well;
-        mailbox->take();
+        is_well = check_sink(*new MqttSink(settings, mqtt_name(settings) + "-check", mailbox, 0), mailbox) && is_well;
+        mailbox.take();
     }
-    if (settings.nats) is_well = check_sink(*new NatsSink(settings, *mailbox, 1), *mailbox) && is_well;
+    if (settings.nats) is_well = check_sink(*new NatsSink(settings, mailbox, 1), mailbox) && is_well;
     return is_well;
 }
 
