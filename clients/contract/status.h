@@ -20,7 +20,7 @@ struct Status {
     Verdict gateway;
     std::vector<MeterStatus> meters;
     std::optional<std::vector<SinkBacklog>> uplink;  ///< nothing without one
-    Level level = Level::Ok;  ///< the worst
+    Level level = Level::Ok;                         ///< the worst
 };
 
 /// These meters; without any all that are known. Asks the configuration service, and takes as long as that does, some

@@ -40,7 +40,10 @@ constexpr auto DeviceClasses = std::to_array<DeviceClass>({
 std::string object_name(const std::string& text) {
     std::string name = subject_token(text);
     std::ranges::replace(name, '%', '_');
-    return name == text ? name : fmt::format("{}_{:08x}", name, std::hash<std::string>()(text) & 0xFFFFFFFF);
+    if (name == text) return name;
+    std::uint32_t sum = 0x811C9DC5;  // FNV-1a: the same on every machine
+    for (const char sign : text) sum = (sum ^ static_cast<unsigned char>(sign)) * 0x01000193;
+    return fmt::format("{}_{:08x}", name, sum);
 }
 
 std::string system_topic(const Settings& settings, const std::string& uuid, int system) {

@@ -1,4 +1,4 @@
-"""Brokers for the tests of what forwards: a mosquitto and a nats-server of the test's own, in its box, and what came in."""
+"""Brokers for the tests of what forwards, of the test's own, in its box; and what came in."""
 
 import base64
 import json
