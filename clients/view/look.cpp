@@ -1,5 +1,7 @@
 #include "view/look.h"
 
+#include <cstdio>
+#include <exception>
 #include <utility>
 
 #include "core/gateway.h"
@@ -40,18 +42,24 @@ void Look::again(std::function<void()> then) {
     if (then) waiting.push_back(std::move(then));
     if (under_way) return;
     under_way = worker.post([this] {
-        auto looked = std::make_shared<std::unique_ptr<contract::Status>>(
-            std::make_unique<contract::Status>(contract::look_at_status({})));
+        auto looked = std::make_shared<std::unique_ptr<contract::Status>>();
+        try {
+            *looked = std::make_unique<contract::Status>(contract::look_at_status({}));
+        } catch (const std::exception& error) {
+            std::fputs((std::string("heatmeter-view: no look at the status: ") + error.what() + '\n').c_str(), stderr);
+        }
         mailbox.post([this, looked] { take(std::move(*looked)); });
     });
 }
 
 void Look::take(std::unique_ptr<contract::Status> looked) {
-    const bool is_other = status == nullptr || gist_of(*status) != gist_of(*looked);
-    status = std::move(looked);
-    made_at = steady_milliseconds();
     under_way = false;
-    if (on_look) on_look(is_other);
+    if (looked != nullptr) {
+        const bool is_other = status == nullptr || gist_of(*status) != gist_of(*looked);
+        status = std::move(looked);
+        made_at = steady_milliseconds();
+        if (on_look) on_look(is_other);
+    }
     for (const auto& then : std::exchange(waiting, {})) then();
 }
 

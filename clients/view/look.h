@@ -27,6 +27,7 @@ class Look {
     std::function<void(bool is_other)> on_look;
 
   private:
+    /// Null: it could not be made, and the last one stays.
     void take(std::unique_ptr<contract::Status> looked);
 
     Worker& worker;

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <system_error>
 #include <utility>
@@ -212,7 +214,13 @@ void Server::route(Exchange& exchange) {
         exchange.ready = std::move(*answer);
     } else if (auto* const job = std::get_if<Job>(&reply)) {
         do_beside(exchange, [this, &exchange, job = std::move(*job)] {
-            const auto made = std::make_shared<Answer>(job());
+            const auto made = std::make_shared<Answer>();
+            try {
+                *made = job();
+            } catch (const std::exception& error) {  // no memory, for one
+                std::fputs((std::string("heatmeter-view: no answer: ") + error.what() + '\n').c_str(), stderr);
+                *made = refusal(500, "the answer could not be made");
+            }
             mailbox.post([this, &exchange, made] {
                 exchange.ready = std::move(*made);
                 resume(exchange);
