@@ -36,8 +36,6 @@ class Units {
     std::vector<std::string> problems() const;
 
   private:
-    friend struct UnitLines;
-
     std::map<std::string, std::string> stated;  // by place and name
     std::multimap<int, std::string> wrong;      // by line
 };

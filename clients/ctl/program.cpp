@@ -12,7 +12,7 @@
 #include <langinfo.h>
 
 #include "contract/moments.h"
-#include "contract/plain_text.h"
+#include "contract/program.h"
 #include "core/gateway.h"
 #include "ctl/commands.h"
 
@@ -27,14 +27,7 @@ constexpr char Footer[] =
     "3 unknown or wrong usage.";
 
 int complain(const std::string& text, int status) {
-    std::fputs(("heatmeterctl: " + contract::for_terminal(text) + '\n').c_str(), stderr);
-    return status;
-}
-
-/// "/" counts as no other root; a trailing slash is none.
-void look_below(std::string root) {
-    while (!root.empty() && root.back() == '/') root.pop_back();
-    set_system_root(root);
+    return contract::complain("heatmeterctl", text, status);
 }
 
 }  // namespace
@@ -93,7 +86,7 @@ int run_program(int argc, const char* const* argv) {
         const bool of_status = app.get_subcommand("status")->parsed();
         return complain(std::string(error.what()) + ". Try --help", of_status ? Unknown : Usage);
     }
-    look_below(root);
+    contract::look_below(root);
     try {
         for (const Command& command : commands) {
             if (command.app->parsed()) return command.run();

@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 #include <simdjson.h>
 
+#include "contract/gzip.h"
+
 namespace store {
 
 namespace {
@@ -215,6 +217,16 @@ std::string Decoder::decode(std::string_view subject, std::string_view body, Mes
     if (error != simdjson::SUCCESS && error != simdjson::NUMBER_ERROR) return explain(error);
     if (open(document) == simdjson::SUCCESS) find_texts(document, message.bad);
     return std::ranges::any_of(message.bad, &std::string::empty, &BadLine::text) ? "no JSON in its lines" : "";
+}
+
+std::string unpack(std::string_view encoding, std::string_view body, std::string& text) {
+    text = body;
+    if (encoding.empty()) return "";
+    if (encoding != "gzip") return fmt::format("an encoding \"{}\"", encoding.substr(0, LongestText));
+    auto unpacked = contract::gunzip(body, LargestBody);
+    if (!unpacked) return fmt::format("no gzip of at most {} bytes", LargestBody);
+    text = std::move(*unpacked);
+    return "";
 }
 
 std::string token_of(std::string_view text) {

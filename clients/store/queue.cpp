@@ -78,6 +78,11 @@ std::string_view Delivery::body() const {
     return {::natsMsg_GetData(message.get()), static_cast<std::size_t>(::natsMsg_GetDataLength(message.get()))};
 }
 
+std::string Delivery::encoding() const {
+    const char* text = nullptr;
+    return ::natsMsgHeader_Get(message.get(), "Content-Encoding", &text) == NATS_OK && text != nullptr ? text : "";
+}
+
 Queue::Queue(const QueueSettings& settings) : stream(settings.stream), consumer(settings.consumer) {
     natsOptions* options_made = nullptr;
     check(::natsOptions_Create(&options_made), "options");

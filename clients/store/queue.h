@@ -39,6 +39,8 @@ class Delivery {
 
     std::string_view subject() const { return ::natsMsg_GetSubject(message.get()); }
     std::string_view body() const;
+    /// Content-Encoding, "" without one.
+    std::string encoding() const;
     std::int64_t sequence() const { return sequence_in_stream; }
     natsMsg* get() const { return message.get(); }
 

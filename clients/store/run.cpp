@@ -135,9 +135,9 @@ Batch Store::collect() {
             Item& item = batch.items.emplace_back();
             item.subject = delivery.subject();
             item.sequence = delivery.sequence();
-            item.fault = item.sequence > MostSequence ? "a sequence out of range"
-                                                      : decoder.decode(item.subject, delivery.body(), item.message);
-            item.body = delivery.body();
+            item.fault = unpack(delivery.encoding(), delivery.body(), item.body);
+            if (item.sequence > MostSequence) item.fault = "a sequence out of range";
+            if (item.fault.empty()) item.fault = decoder.decode(item.subject, item.body, item.message);
             bytes += item.body.size();
             batch.deliveries.push_back(std::move(delivery));
         }

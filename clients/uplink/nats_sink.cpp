@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <nats/nats.h>
 
+#include "contract/gzip.h"
 #include "uplink/topics.h"
 
 namespace uplink {
@@ -16,6 +17,7 @@ constexpr std::int64_t ConnectMilliseconds = 10'000;  // each server
 constexpr std::int64_t PingMilliseconds = 60'000;
 constexpr std::int64_t WriteMilliseconds = 60'000;
 constexpr std::int64_t DuplicateWindow = std::int64_t{120} * 1'000'000'000;  // nanoseconds
+constexpr std::size_t EncodingHeader = 24;                                   // bytes: "Content-Encoding: gzip"
 constexpr const char* SystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
 template <typename Thing, void (*Destroy)(Thing*)>
@@ -145,9 +147,13 @@ std::string NatsSink::publish(jsCtx* context, std::uint64_t number, const Messag
     ::jsPubOptions_Init(&options);
     options.MsgId = message.id.c_str();
     options.ExpectStream = Stream;
+    const std::string packed = settings.compress ? contract::gzip(message.body) : std::string();
+    const bool is_shorter = !packed.empty() && packed.size() + EncodingHeader < message.body.size();
+    const std::string& body = is_shorter ? packed : message.body;
     natsMsg* made = nullptr;
-    natsStatus status = ::natsMsg_Create(&made, message.topic.c_str(), nullptr, message.body.data(),
-                                         static_cast<int>(message.body.size()));
+    natsStatus status =
+        ::natsMsg_Create(&made, message.topic.c_str(), nullptr, body.data(), static_cast<int>(body.size()));
+    if (status == NATS_OK && is_shorter) status = ::natsMsgHeader_Set(made, "Content-Encoding", "gzip");
     if (status == NATS_OK) status = ::js_PublishMsgAsync(context, &made, &options);
     ::natsMsg_Destroy(made);
     return status == NATS_OK ? std::string() : text_of(status);

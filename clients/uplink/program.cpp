@@ -1,8 +1,5 @@
 #include "uplink/program.h"
 
-#include <sys/signalfd.h>
-
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -12,7 +9,7 @@
 #include <malloc.h>
 
 #include "contract/plain_text.h"
-#include "core/gateway.h"
+#include "contract/program.h"
 #include "uplink/uplink.h"
 
 namespace uplink {
@@ -25,19 +22,7 @@ constexpr int Usage = 2;
 constexpr const char* StateFolder = "/var/lib/heatmeterd";
 
 int complain(const std::string& text, int status) {
-    std::fputs(("heatmeter-uplink: " + contract::for_terminal(text) + '\n').c_str(), stderr);
-    return status;
-}
-
-/// Readable when the program shall end. Made before any thread, which takes this over.
-int end_signals() {
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::sigaddset(&signals, SIGTERM);
-    ::sigaddset(&signals, SIGINT);
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    ::signal(SIGPIPE, SIG_IGN);
-    return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    return contract::complain("heatmeter-uplink", text, status);
 }
 
 }  // namespace
@@ -66,8 +51,7 @@ int run_program(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         return complain(std::string(error.what()) + ". Try --help", Usage);
     }
-    while (!root.empty() && root.back() == '/') root.pop_back();
-    set_system_root(root);
+    root = contract::look_below(root);
     if (config.empty()) config = root + SettingsFile;
     if (state.empty()) state = root + StateFolder;
 
@@ -81,7 +65,7 @@ int run_program(int argc, const char* const* argv) {
     if (!problems.empty()) return Usage;
 
     ::mallopt(M_ARENA_MAX, 1);  // several threads that do little at a time
-    const int end = end_signals();
+    const int end = contract::end_signals();
     try {
         if (is_check) return check(*settings, state) ? Done : Failed;
         run(*settings, state, end);

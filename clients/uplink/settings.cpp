@@ -11,30 +11,20 @@
 #include <set>
 
 #include <fmt/format.h>
-#include <ini.h>
 
+#include "contract/ini_reader.h"
 #include "contract/plain_text.h"
 
 namespace uplink {
 
+using contract::shown;
+using contract::trimmed;
+
 namespace {
 
-constexpr std::size_t LongestFile = std::size_t{64} * 1024;
 constexpr std::size_t LongestName = 100;   // of a gateway: a part of every topic
 constexpr int LongestPause = 7 * 24 * 60;  // minutes
 constexpr int MostLines = 1'000'000;
-
-/// Foreign text for a message.
-std::string shown(std::string_view text) {
-    return std::string(contract::within_columns(contract::for_terminal(text), 60));
-}
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view Blanks = " \t\r\n\v\f";
-    const std::size_t first = text.find_first_not_of(Blanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(Blanks) - first + 1);
-}
 
 std::optional<int> number_of(std::string_view text, int least, int most) {
     int number = 0;
@@ -175,79 +165,56 @@ const std::map<std::string, Keys, std::less<>>& known_sections() {
         mqtt["url"] = take_mqtt_url;
         mqtt["prefix"] = take_prefix;
         mqtt["discovery"] = [](Settings& all, const std::string& value) { return take_yes(all.discovery, value); };
-        add_broker_keys<&Settings::nats>(sections["nats"]);
-        sections["nats"]["url"] = take_nats_url;
+        Keys& nats = sections["nats"];
+        add_broker_keys<&Settings::nats>(nats);
+        nats["url"] = take_nats_url;
+        nats["compress"] = [](Settings& all, const std::string& value) { return take_yes(all.compress, value); };
         return sections;
     }();
     return Sections;
 }
 
-/// The lines as inih asks for them, and what it makes of them. Each begins without blanks, else it would continue the
-/// one before.
-struct SettingLines {
-    std::string_view rest;
-    Settings& settings;
-    int number = 0;
-    std::map<std::string, int> seen = {};  // keys and sections, by line
+class SettingsReader : public contract::IniReader {
+  public:
+    explicit SettingsReader(Settings& all_settings) : settings(all_settings) {}
 
-    void problem(const std::string& what) { settings.wrong.emplace(number, what); }
+    void read_all(const std::string& text) {
+        settings.wrong = read(text, "NAME = value");
+        if (text.size() <= LongestFile) look_at_all();
+    }
 
-    void section(std::string_view line) {
+  private:
+    std::string section(std::string_view line) override {
         const std::size_t end = line.find(']');
         const std::string name(trimmed(line.substr(1, end == std::string_view::npos ? end : end - 1)));
         if (end == std::string_view::npos || !known_sections().contains(name)) {
             problem(fmt::format("\"{}\" is none of [gateway], [send], [mqtt], [nats]", shown(line)));
-            return;
+            return {};
         }
-        if (!seen.emplace('[' + name, number).second) problem(fmt::format("[{}] stands a second time", name));
+        if (!seen.emplace('[' + name, IniReader::line()).second) {
+            problem(fmt::format("[{}] stands a second time", name));
+        }
         if (name == "mqtt" && !settings.mqtt) settings.mqtt.emplace();
         if (name == "nats" && !settings.nats) settings.nats.emplace();
+        return name;
     }
 
-    static char* next(char* buffer, int size, void* lines) {
-        SettingLines& self = *static_cast<SettingLines*>(lines);
-        if (self.rest.empty()) return nullptr;
-        const std::size_t end = self.rest.find('\n');
-        const std::string_view line = trimmed(self.rest.substr(0, end));
-        self.rest.remove_prefix(end == std::string_view::npos ? self.rest.size() : end + 1);
-        ++self.number;
-        std::string text(line);
-        const bool is_remark = line.starts_with('#') || line.starts_with(';');
-        if (line.find('\0') != std::string_view::npos) {
-            self.problem("there is a zero byte in it");
-            text.clear();
-        } else if (line.size() + 2 > static_cast<std::size_t>(size)) {
-            if (!is_remark) self.problem("the line is too long");
-            text.clear();
-        } else if (line.starts_with('[')) {
-            self.section(line);
-            if (line.find(']') == std::string_view::npos) text = "[]";
+    void take(const std::string& section, const std::string& name, const std::string& value) override {
+        if (section.empty()) {  // behind a section that is wrong, which was told, or in front of all
+            if (seen.empty() && is_well()) problem("it stands below no section");
+            return;
         }
-        std::memcpy(buffer, text.c_str(), text.size() + 1);
-        return buffer;
-    }
-
-    static int take(void* lines, const char* section, const char* name, const char* value) {
-        SettingLines& self = *static_cast<SettingLines*>(lines);
-        const auto keys = known_sections().find(section);
-        if (keys == known_sections().end()) {
-            // Behind a section that is wrong, which was told.
-            if (*section == '\0' && self.seen.empty() && self.settings.wrong.empty()) {
-                self.problem("it stands below no section");
-            }
-            return 1;
+        const Keys& keys = known_sections().find(section)->second;
+        const auto key = keys.find(name);
+        if (key == keys.end()) {
+            problem(fmt::format("[{}] has no \"{}\"", section, shown(name)));
+        } else if (value.empty()) {
+            problem(fmt::format("{} says nothing", name));
+        } else if (!seen.emplace(section + '\n' + name, line()).second) {
+            problem(fmt::format("{} stands a second time", name));
+        } else if (const std::string fault = key->second(settings, value); !fault.empty()) {
+            problem(fault);
         }
-        const auto key = keys->second.find(name);
-        if (key == keys->second.end()) {
-            self.problem(fmt::format("[{}] has no \"{}\"", section, shown(name)));
-        } else if (*value == '\0') {
-            self.problem(fmt::format("{} says nothing", name));
-        } else if (!self.seen.emplace(std::string(section) + '\n' + name, self.number).second) {
-            self.problem(fmt::format("{} stands a second time", name));
-        } else if (const std::string fault = key->second(self.settings, value); !fault.empty()) {
-            self.problem(fault);
-        }
-        return 1;
     }
 
     /// What is wrong with the whole.
@@ -283,41 +250,32 @@ struct SettingLines {
                                    "the gateway has no name: [gateway] and below it name = ...");
         }
         if (!settings.mqtt && !settings.nats) {
-            settings.wrong.emplace(std::max(number, 1), "there is neither [mqtt] nor [nats]: nothing is sent anywhere");
+            settings.wrong.emplace(std::max(line(), 1), "there is neither [mqtt] nor [nats]: nothing is sent anywhere");
         }
         look_at("mqtt", settings.mqtt);
         look_at("nats", settings.nats);
     }
+
+    Settings& settings;
+    std::map<std::string, int> seen;  // keys and sections, by line
 };
 
 }  // namespace
 
 std::vector<std::string> Settings::problems() const {
-    std::vector<std::string> told;
-    for (const auto& [line, what] : wrong) told.push_back(fmt::format("{}:{}: {}", file, line, what));
-    return told;
+    return contract::problems_of(file, wrong);
 }
 
 Settings parse_settings(const std::string& file, const std::string& text) {
     Settings settings;
     settings.file = file;
-    if (text.size() > LongestFile) {
-        settings.wrong.emplace(1, "the file is too long");
-        return settings;
-    }
-    constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
-    SettingLines lines{.rest = text, .settings = settings};
-    if (lines.rest.starts_with(ByteOrderMark)) lines.rest.remove_prefix(ByteOrderMark.size());
-    // Which knows the first line only that is neither of what is asked for.
-    const int line = ini_parse_stream(SettingLines::next, &lines, SettingLines::take, &lines);
-    if (line > 0 && !settings.wrong.contains(line)) settings.wrong.emplace(line, "it is not NAME = value");
-    lines.look_at_all();
+    SettingsReader(settings).read_all(text);
     return settings;
 }
 
 std::optional<Settings> read_settings(const std::string& file, std::string& fault) {
     std::ifstream in(file, std::ios::binary);
-    std::string text(LongestFile + 1, '\0');
+    std::string text(contract::IniReader::LongestFile + 1, '\0');
     if (!in || (in.read(text.data(), static_cast<std::streamsize>(text.size())), in.bad())) {
         fault = fmt::format("{} cannot be read: {}", file, std::strerror(errno));
         return std::nullopt;

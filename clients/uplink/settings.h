@@ -45,6 +45,7 @@ struct Settings {
     std::string prefix = "heatmeter";
     bool discovery = false;
     std::optional<Broker> nats;
+    bool compress = false;  ///< of NATS: what is sent
 
     std::string file;                       ///< its name in messages
     std::multimap<int, std::string> wrong;  ///< by line

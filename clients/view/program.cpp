@@ -1,9 +1,5 @@
 #include "view/program.h"
 
-#include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -11,7 +7,7 @@
 #include <fmt/format.h>
 #include <malloc.h>
 
-#include "core/gateway.h"
+#include "contract/program.h"
 #include "view/address.h"
 #include "view/gate.h"
 #include "view/server.h"
@@ -25,19 +21,7 @@ constexpr int Failed = 1;
 constexpr int Usage = 2;
 
 int complain(const std::string& text, int status) {
-    std::fputs(fmt::format("heatmeter-view: {}\n", text).c_str(), stderr);
-    return status;
-}
-
-/// Readable when the program shall end.
-int end_signals() {
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::sigaddset(&signals, SIGTERM);
-    ::sigaddset(&signals, SIGINT);
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    ::signal(SIGPIPE, SIG_IGN);
-    return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    return contract::complain("heatmeter-view", text, status);
 }
 
 int serve(const std::string& listen, const Address& address, const std::string& password_file) {
@@ -45,7 +29,7 @@ int serve(const std::string& listen, const Address& address, const std::string& 
     std::string fault;
     if (!gate.is_usable(fault)) return complain(fault, Usage);
     ::mallopt(M_ARENA_MAX, 1);  // three threads that do little at a time
-    const int end = end_signals();
+    const int end = contract::end_signals();
     try {
         Server server(address.socket, gate);
         std::fputs(
@@ -90,8 +74,7 @@ int run_program(int argc, const char* const* argv) {
         return complain(listen + " can be reached from elsewhere: give a --password-file (htpasswd -B makes one)",
                         Usage);
     }
-    while (!root.empty() && root.back() == '/') root.pop_back();
-    set_system_root(root);
+    contract::look_below(root);
     return serve(listen, *address, password_file);
 }
 

@@ -22,6 +22,7 @@ import unittest
 SKIPPED = 77
 SIDE_BY_SIDE = 6
 LONGEST_TEST = 240  # seconds
+MEASURED = " " * 16  # before what a test tells although it is well
 SMALL_STORAGE = 256 * 1024  # bytes
 OF_THIS_MACHINE = ("LD_PRELOAD", "FAKETIME_SHARED")
 
@@ -108,6 +109,10 @@ class Test(unittest.TestCase):
             program.end(signal.SIGKILL)
         if self.clock:
             self.clock.stop()
+
+    def tell(self, text):
+        """What was measured."""
+        print(MEASURED + text)
 
     def start_clock(self, start, rate=1):
         if shutil.which("faketime") is None:
@@ -227,6 +232,8 @@ def run_in_box(test, file, options, private_processes):
     print(f"{word:8}{time.monotonic() - start:5.1f} s  {name_of(test)}", flush=True)
     if done.returncode != 0:
         print(done.stdout, flush=True)
+    else:
+        print("".join(line for line in done.stdout.splitlines(True) if line.startswith(MEASURED)), end="", flush=True)
     return done.returncode
 
 

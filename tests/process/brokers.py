@@ -1,12 +1,14 @@
 """Brokers for the tests of what forwards, of the test's own, in its box; and what came in."""
 
 import base64
+import gzip
 import json
 import os
 import shutil
 import socket
 import ssl
 import subprocess
+import threading
 import time
 
 import box
@@ -45,6 +47,42 @@ def certificates(folder):
         openssl("x509", "-req", "-in", f"{folder}/{name}.csr", "-CA", f"{folder}/ca.crt", "-CAkey", f"{folder}/ca.key",
                 "-CAcreateserial", "-days", "3", "-extfile", extra, "-out", f"{folder}/{name}.crt")
     return folder
+
+
+class ThinLine:
+    """Connections to a port go on to another, in both directions together with no more than so many bytes a second."""
+
+    def __init__(self, port, target, rate):
+        self.target, self.rate, self.carried, self.free_at = target, rate, 0, 0.0
+        self.lock = threading.Lock()
+        self.listener = socket.socket()
+        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)  # what waits, waits with who sends
+        self.listener.bind(("127.0.0.1", port))
+        self.listener.listen()
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        while True:
+            here, _ = self.listener.accept()
+            there = socket.create_connection(("127.0.0.1", self.target), 5)
+            there.settimeout(None)
+            for pair in ((here, there), (there, here)):
+                threading.Thread(target=self.carry, args=pair, daemon=True).start()
+
+    def carry(self, source, target):
+        try:
+            while piece := source.recv(256):
+                with self.lock:
+                    self.carried += len(piece)
+                    self.free_at = max(self.free_at, time.monotonic()) + len(piece) / self.rate
+                    free_at = self.free_at
+                time.sleep(max(0.0, free_at - time.monotonic()))
+                target.sendall(piece)
+        except OSError:
+            pass
+        for end in (source, target):
+            end.close()
 
 
 class NatsClient:
@@ -87,8 +125,10 @@ class NatsClient:
         for sequence in range(state["first_seq"], state["last_seq"] + 1) if state and state["messages"] else ():
             message = self.request(f"$JS.API.STREAM.MSG.GET.{stream}", {"seq": sequence}).get("message")
             if message:
-                found.append((message["subject"], base64.b64decode(message.get("hdrs", "")).decode(),
-                              json.loads(base64.b64decode(message["data"]))))
+                head, body = (base64.b64decode(message.get(part, "")) for part in ("hdrs", "data"))
+                if b"Content-Encoding: gzip" in head:
+                    body = gzip.decompress(body)
+                found.append((message["subject"], head.decode(), json.loads(body)))
         return found
 
 

@@ -330,6 +330,54 @@ class Uplink(schemas.Schemas, brokers.Brokers):
         rate = (len(self.arrived()) - there) / (time.monotonic() - begin)
         self.assertTrue(50 < rate < 160, rate)
 
+    def test_a_year_comes_over_a_thin_line_and_what_is_new_does_not_wait_for_it(self):
+        self.nats()
+        line = brokers.ThinLine(4333, brokers.NATS_PORT, 2000)
+        self.settings("[nats]\nurl = nats://127.0.0.1:4333\ncompress = yes", order="newest")
+        year = [f"{START + 3600 * hour},192,{100 + hour * 0.731:.6f}" for hour in range(24 * 365)]
+        append("m1", "A1", *year)
+        program = self.uplink()
+        self.wait_for(self.arrived, "the first ones")
+        begin, count, moments = time.monotonic(), len(year), []
+        while len(set(self.arrived())) < count:
+            time.sleep(5)
+            # A new hour comes within seconds, however much of the year is still to come.
+            append("m1", "A1", *hours(count, 1))
+            count += 1
+            written = time.monotonic()
+            self.wait_for(lambda: any(line[3] == START + 3600 * (count - 1) for line in self.arrived()), "the new hour", 20)
+            moments.append(time.monotonic() - written)
+            self.assertLess(time.monotonic() - begin, 150)
+        self.wait_for_all(("m1", "A1"))
+        self.assertNotIn("answer", program.output("stderr"))
+        size = os.path.getsize(path("m1", "A1"))
+        self.tell(f"a year of hours in {time.monotonic() - begin:.0f} s, a new one within {max(moments):.1f} s; "
+                  f"{line.carried / count:.1f} bytes a line on the wire, {size / count:.1f} in the file")
+        self.assertLess(max(moments), 10)
+        self.assertLess(line.carried, size)
+
+    def test_values_come_soon_although_records_fill_a_thin_line(self):
+        self.mosquitto()
+        listener = self.listener()
+        brokers.ThinLine(1884, brokers.MQTT_PORT, 2000)
+        self.settings("[mqtt]\nurl = mqtt://127.0.0.1:1884")
+        append("m1", "A1", *hours(0, 1500))
+        program = self.uplink()
+
+        def lines():
+            rows = listener.output().rpartition("\n")[0].splitlines()
+            return [line for row in rows if "/record/" in row for line in json.loads(row.split(" ", 1)[1])["lines"]]
+
+        self.wait_for(lambda: len(lines()) > 100, "the first ones")
+        for value in ("12.500000", "13.500000"):
+            write("/tmp/m1/1/tc_items/T1", value + "\n")
+            self.wait_for(lambda: f"m1/1/value/T1 {value}" in listener.output(), "the value", 12)
+        self.assertLess(len(lines()), 1500)  # they had not all gone
+        append("m2", "A1", *hours(0, 1))
+        self.wait_for(lambda: len(lines()) >= 1501, "all of it", 60)
+        self.assertEqual(len(lines()), 1501)  # none twice
+        self.assertEqual(program.output("stderr").count("connected"), 1)
+
     def test_status_and_metrics_show_what_waits(self):
         root = "/tmp/root"
         os.makedirs(f"{root}/var/lib/heatmeterd")
@@ -393,7 +441,7 @@ class Uplink(schemas.Schemas, brokers.Brokers):
         before = used()
         time.sleep(10)
         own = int(box.read(f"/proc/{program.process.pid}/status").split("RssAnon:")[1].split()[0])
-        print(f"own memory {own} KiB, processor {used() - before:.2f} s in 10 s")
+        self.tell(f"own memory {own} KiB, processor {used() - before:.2f} s in 10 s")
         self.assertLess(used() - before, 0.03)
         if not self.runner and "asan" not in self.build and "tsan" not in self.build:
             self.assertLess(own, 8 * 1024)

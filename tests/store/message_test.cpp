@@ -9,6 +9,8 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "contract/gzip.h"
+
 namespace {
 
 using store::Decoder;
@@ -120,6 +122,21 @@ TEST(StoreMessage, IsRejectedWithItsReason) {
     std::string many = "[]";
     for (int i = 0; i < 8192; ++i) many += ",[]";
     EXPECT_EQ(fault_of(body_of(many)), "more than 8192 lines");
+}
+
+TEST(StoreMessage, MayHaveBeenMadeShorter) {
+    const std::string body = body_of(R"(["A1",1709377200,192,12.345000])");
+    std::string text;
+    EXPECT_EQ(store::unpack("", body, text), "");
+    EXPECT_EQ(text, body);
+    EXPECT_EQ(store::unpack("gzip", contract::gzip(body), text), "");
+    EXPECT_EQ(text, body);
+    // What cannot be read stays as it came.
+    EXPECT_EQ(store::unpack("gzip", body, text), "no gzip of at most 65536 bytes");
+    EXPECT_EQ(text, body);
+    EXPECT_EQ(store::unpack("gzip", contract::gzip(std::string(65537, ' ')), text), "no gzip of at most 65536 bytes");
+    EXPECT_EQ(store::unpack("br", body, text), "an encoding \"br\"");
+    EXPECT_EQ(text, body);
 }
 
 TEST(StoreMessage, StandsWithItsGoodLinesBesideTheBadOnes) {

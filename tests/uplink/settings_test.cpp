@@ -27,7 +27,7 @@ TEST(UplinkSettings, AreTakenAsTheyStand) {
                                              "lines-per-second = 20\n"
                                              "[mqtt]\nurl = mqtts://broker.example\nprefix = heat/a\nuser = u\n"
                                              "password-file = /p\nca = /ca\ncert = /c\nkey = /k\ndiscovery = yes\n"
-                                             "[nats]\nurl = tls://one.example, nats://[::1]:4333\n");
+                                             "[nats]\nurl = tls://one.example, nats://[::1]:4333\ncompress = yes\n");
     EXPECT_EQ(settings.problems(), Problems{});
     EXPECT_EQ(settings.gateway, "cellar 7");
     EXPECT_FALSE(settings.values);
@@ -45,7 +45,9 @@ TEST(UplinkSettings, AreTakenAsTheyStand) {
     EXPECT_EQ(settings.nats->servers[1].host, "::1");
     EXPECT_EQ(settings.nats->servers[1].port, 4333);
     EXPECT_EQ(problems_of(Least), Problems{});
+    EXPECT_TRUE(settings.compress);
     EXPECT_FALSE(parse_settings("f", Least).mqtt);
+    EXPECT_FALSE(parse_settings("f", Least).compress);
 }
 
 TEST(UplinkSettings, TellEachMistakeWithItsLine) {
