@@ -18,7 +18,8 @@ Bytef* bytes_of(std::string_view text) {
 
 std::string gzip(std::string_view text) {
     z_stream stream{};
-    if (::deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, GzipWindow, MemoryLevel, Z_DEFAULT_STRATEGY) != Z_OK) {
+    if (::deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, GzipWindow, MemoryLevel, Z_DEFAULT_STRATEGY) !=
+        Z_OK) {
         return {};
     }
     std::string packed(::deflateBound(&stream, text.size()), '\0');

@@ -9,8 +9,8 @@ namespace contract {
 /// "PROGRAM: text" on standard error, one line; gives the exit status back.
 int complain(std::string_view program, std::string_view text, int status);
 
-/// Looks for tmp/ and mnt/storage/ below a folder, and gives it back: "/" counts as no other root, a slash at its end as
-/// none.
+/// Looks for tmp/ and mnt/storage/ below a folder, and gives it back: "/" counts as no other root, a slash at its end
+/// as none.
 std::string look_below(std::string root);
 
 /// Readable when the program shall end, after SIGTERM or SIGINT. Made before any thread, which takes this over.
