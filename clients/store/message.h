@@ -42,7 +42,8 @@ std::string token_of(std::string_view text);
 /// The subject that such a message has.
 std::string subject_of(const Message& message);
 
-/// The body as it was before a gateway made it shorter. What is wrong with it, "" if nothing is; then `text` is as it came.
+/// The body as it was before a gateway made it shorter. What is wrong with it, "" if nothing is; else `text` is as it
+/// came.
 std::string unpack(std::string_view encoding, std::string_view body, std::string& text);
 
 class Decoder {

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """The real programs under memcheck: the daemon with a pass of values and archives for each family, the page with one of
-each answer. No wrong access to memory, no lost memory, no descriptor left open. Not part of the plain test run:
+each answer, records from their files to a broker and to the table. No wrong access to memory, no lost memory, no descriptor left open. Not part of the plain test run:
 ./check valgrind."""
 
 import http.client
@@ -9,6 +9,8 @@ import re
 import shutil
 
 import box
+import brokers
+import far_end
 import visitor
 from modbus_test import FIRST, MINUTE, SteppedClock
 
@@ -136,6 +138,37 @@ class Page(visitor.Visitor):
         stream.close()
         view.end()
         self.assertIn("ERROR SUMMARY: 0 errors", without_warnings(box.read(LOG)))
+
+
+class Forwarders(far_end.FarEnd, brokers.Brokers):
+    def test_records_and_values_to_the_far_end(self):
+        if shutil.which("valgrind") is None:
+            self.skipTest("no valgrind")
+        self.start_servers()
+        self.mosquitto()
+        visitor.publish("m1", T1="71.25")
+        visitor.write("/mnt/storage/m1/1/tc_archives/A1", "".join(f"{1700002800 + i * 3600},192,{i}.000000\n"
+                                                                  for i in range(3000)) + "rubbish\n")
+        self.settings("[mqtt]\nurl = mqtt://127.0.0.1:1883", f"[nats]\nurl = {far_end.NATS}\ncompress = yes",
+                      order="newest")
+        self.runner = [word.replace(LOG, LOG + ".%p") for word in WORDS]
+        programs = [self.uplink(), self.store()]
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM record_line", check=False) == [["3000"]], "the table", PATIENCE)
+        publisher = far_end.Publisher()
+        publisher.publish(("heatmeter.g1.m1.1.record.hourly", b"rubbish"),
+                          far_end.message(lines=[far_end.line("A1", 5, "1.5"), "[]"]))
+        self.wait_for(lambda: len(self.sql("SELECT reason FROM rejected", check=False)) == 2, "the bad ones", PATIENCE)
+        self.kill(self.postgres)
+        publisher.publish(far_end.message(lines=[far_end.line("A1", 6, "1.5")]))
+        self.wait_for(lambda: "again in" in programs[1].output("stderr"), "the trouble", PATIENCE)
+        self.start_postgres()
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM record_line", check=False) == [["3002"]], "the last one",
+                      PATIENCE)
+        for program in programs:
+            log = f"{LOG}.{program.process.pid}"
+            self.assertTrue(program.runs(), program.output("stderr"))
+            program.end()
+            self.assertIn("ERROR SUMMARY: 0 errors", without_warnings(box.read(log)))
 
 
 if __name__ == "__main__":
