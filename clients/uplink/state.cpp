@@ -57,7 +57,7 @@ State::Statement State::prepare(const char* sql) {
     return Statement(statement);
 }
 
-bool State::open(const std::string& path, const char* vfs) {
+bool State::use_file(const std::string& path, const char* vfs) {
     set_place.reset();
     set_confirmed.reset();
     sqlite3* opened = nullptr;
@@ -90,7 +90,7 @@ bool State::open(const std::string& path, const char* vfs) {
 
 State::State(const std::string& folder, const char* vfs) {
     const std::string path = folder + '/' + StateName;
-    if (open(path, vfs)) return;
+    if (use_file(path, vfs)) return;
     const int code = database != nullptr ? ::sqlite3_errcode(database.get()) : SQLITE_NOMEM;
     const bool is_broken = code == SQLITE_CORRUPT || code == SQLITE_NOTADB || last_fault == "it is malformed";
     database.reset();
@@ -98,7 +98,7 @@ State::State(const std::string& folder, const char* vfs) {
         put_aside = true;
         std::rename(path.c_str(), (path + ".broken").c_str());
         std::remove((path + "-journal").c_str());
-        if (open(path, vfs)) return;
+        if (use_file(path, vfs)) return;
     }
     throw std::runtime_error(path + ": " + last_fault);
 }

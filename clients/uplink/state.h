@@ -59,7 +59,7 @@ class State {
     };
     using Statement = std::unique_ptr<sqlite3_stmt, Close>;
 
-    bool open(const std::string& path, const char* vfs);
+    bool use_file(const std::string& path, const char* vfs);
     bool run(const char* sql);
     Statement prepare(const char* sql);
     bool fail();
