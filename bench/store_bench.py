@@ -17,6 +17,7 @@ HOUR = 1709251200
 TURNS = 3
 METERS = 200
 NAMES = 20
+LINES_A_DAY = 500  # of a meter
 BATCH = 500  # messages: the store's own
 
 
@@ -121,7 +122,8 @@ class StoreBench(FarEnd):
             if turn > 0:
                 ours.append(seconds)
                 by_hand.append(hand)
-        self.tell(f"messages of {hours_each * NAMES} lines: store {lines / median(ours):,.0f} lines/s, psql by hand"
+        self.tell(f"messages of {hours_each * NAMES} lines: store {lines / median(ours):,.0f} lines/s, which feeds"
+                  f" {lines / median(ours) * 86400 / LINES_A_DAY / 1e6:.0f} million meters, psql by hand"
                   f" {lines / median(by_hand):,.0f} lines/s; bytes a line: {stream / lines:.0f} in the stream, {size / lines:.0f} in the table with its index,"
                   f" {journal / lines:.0f} of WAL; the store: {self.taken[0][0] / lines * 1e6:.1f} s of a core for a million"
                   f" lines, at most {self.taken[0][1]:.0f} MiB")
