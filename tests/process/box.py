@@ -60,7 +60,7 @@ class FastClock:
     def environment(self):
         """For a program, whenever it is started: what the programs share has the moment from which all count."""
         text = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(self.start))
-        return {**self.shared, "FAKETIME": f"@{text} x{self.rate}"}
+        return {**self.shared, "FAKETIME": f"@{text} x{self.rate}", "FAKETIME_DONT_RESET": "1"}
 
     def stop(self):
         self.keeper.stdin.close()
