@@ -15,7 +15,7 @@ struct EventLine {
     std::int32_t time;
     bool begun;
     std::string code;
-    auto operator<=>(const EventLine&) const = default;
+    auto operator<=>(const EventLine&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is compared
 };
 
 /// All lines in order of time, those of one second as they were written; a line that was read again counts once.

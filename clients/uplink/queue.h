@@ -24,7 +24,7 @@ struct Group {
     int system = 1;
     contract::ArchiveKind kind = contract::ArchiveKind::Hourly;
 
-    auto operator<=>(const Group&) const = default;
+    auto operator<=>(const Group&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is compared
 };
 
 /// Lines of a group as one message.

@@ -25,7 +25,7 @@ struct FileName {
     int system = 1;
     std::string name;
 
-    auto operator<=>(const FileName&) const = default;
+    auto operator<=>(const FileName&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is compared
 };
 
 class State {
