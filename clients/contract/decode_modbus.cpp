@@ -228,14 +228,14 @@ void ModbusDecoder::add_block(Frame& frame, Bytes data) {
             break;
         case ModbusProcess::Array16: {
             const Words words = decode_words(data);
-            if (asked->row->kind == '0') pointsGP = words;
+            if (asked->row->kind == '0') decimal_points = words;
             const Values values = decode_array16(data, asked->row->kind);
             add_all(values);
             if (values.empty()) frame.add("words", fmt::format("{}", fmt::join(words, " ")));
             break;
         }
         case ModbusProcess::Array32:
-            add_all(decode_array32(data, asked->row->kind, pointsGP, setup.hasM));
+            add_all(decode_array32(data, asked->row->kind, decimal_points, setup.hasM));
             break;
         case ModbusProcess::ArchiveHeader:
             header = decode_header(data);

@@ -31,7 +31,7 @@ class ModbusDecoder final : public Decoder {
     void add_asked(Frame& frame) const;
 
     std::optional<Asked> asked;
-    vist_modbus::Words pointsGP{};
+    vist_modbus::Words decimal_points{};
     vist_modbus::ArchiveSetup setup;
     std::optional<vist_modbus::ArchiveHeader> header;
 };

@@ -67,12 +67,12 @@ class Queue {
     bool is_empty();
 
   private:
-    template <typename Thing, void (*destroy)(Thing*)>
+    template <typename Thing, void (*Free)(Thing*)>
     struct Destroy {
-        void operator()(Thing* thing) const { destroy(thing); }
+        void operator()(Thing* thing) const { Free(thing); }
     };
-    template <typename Thing, void (*destroy)(Thing*)>
-    using Owned = std::unique_ptr<Thing, Destroy<Thing, destroy>>;
+    template <typename Thing, void (*Free)(Thing*)>
+    using Owned = std::unique_ptr<Thing, Destroy<Thing, Free>>;
 
     void find_stream(const QueueSettings& settings);
     void find_consumer();

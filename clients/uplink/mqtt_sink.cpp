@@ -3,7 +3,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <mosquitto.h>
 #include <mqtt_protocol.h>
 
 #include "uplink/mqtt_loop.h"

@@ -11,11 +11,10 @@
 #include <mutex>
 #include <thread>
 
+#include <mosquitto.h>
+
 #include "uplink/settings.h"
 #include "uplink/sink.h"
-
-struct mosquitto;
-using mosquitto_property = struct mqtt5__property;
 
 namespace uplink {
 

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include <fmt/format.h>
-#include <nats/nats.h>
 
 #include "contract/gzip.h"
 #include "uplink/topics.h"

@@ -9,12 +9,10 @@
 #include <utility>
 #include <vector>
 
+#include <nats/nats.h>
+
 #include "uplink/settings.h"
 #include "uplink/sink.h"
-
-using natsConnection = struct __natsConnection;
-using natsMsg = struct __natsMsg;
-using jsCtx = struct __jsCtx;
 
 namespace uplink {
 
