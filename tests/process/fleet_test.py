@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""From archive files to the table: gateways whose files grow and break, one of them with what a daemon wrote in a time of
 """From archive files to the table: gateways whose files grow and break, one of them with what a daemon wrote in a time
 of faults; a cluster of three nats-server, two stores and PostgreSQL. Each of them is killed, stopped, cut off from any
 other, its disk filled, at random. When all is well again, what stands in the files stands in the table once, to the
 last bit, and nothing else does than what once stood in them."""
+
 import collections
 import json
 import os
