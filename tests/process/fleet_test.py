@@ -5,12 +5,10 @@ other, its disk filled, at random. When all is well again, what stands in the fi
 last bit, and nothing else does than what once stood in them."""
 
 import collections
-import json
 import os
 import random
 import signal
 import time
-import urllib.request
 
 import box
 from archives import Invented, Simulated, bits_of
@@ -56,7 +54,7 @@ class Fleet(FarEnd):
         """It hears of the others' own addresses nowhere: nobody answers where each says that it is."""
         routes = ", ".join(f"nats://127.0.0.1:{route(port, other)}" for other in NODES if other != port)
         with open(f"/tmp/nats{port}.conf", "w") as file:
-            file.write(f"listen: 127.0.0.1:{port}\nhttp: 127.0.0.1:{port + 4000}\nserver_name: n{port}\n"
+            file.write(f"listen: 127.0.0.1:{port}\nserver_name: n{port}\n"
                        f"jetstream {{ store_dir: /tmp/nats{port}, max_file_store: 1GB }}\n"
                        f"cluster {{ name: heat, listen: 127.0.0.1:{port + 2000}, advertise: 127.0.0.1:1,"
                        f" no_advertise: true, routes: [{routes}] }}\n")
@@ -91,7 +89,7 @@ class Fleet(FarEnd):
     def simulate(self, chance):
         """A time of faults of some meters, and all that a daemon has written in it."""
         os.mkdir("/tmp/years")
-        words = ["--family", chance.choice(("KM5", "VIST", "VISTmodbus", "SA94", "SingleBus")), "--days", "10"]
+        words = ["--family", chance.choice(("KM5", "VIST", "VISTmodbus", "SA94", "SingleBus")), "--days", "4"]
         year = self.start("heatmeter-soak", [f"{self.sim_build}/heatmeter-soak", "--seed", str(SEED), *words, "--keep",
                                              "/tmp/years"])
         self.assertEqual(year.status(100), 0, year.output())
@@ -126,20 +124,6 @@ class Fleet(FarEnd):
         if not self.postgres.runs():
             self.met["started again"] += 1
             self.run_postgres(*SMALL_WAL)
-
-    def cure_nodes(self):
-        """A nats-server whose disk was full goes on without JetStream until it is started again."""
-        for port in NODES:
-            try:
-                with urllib.request.urlopen(f"http://127.0.0.1:{port + 4000}/healthz", timeout=2):
-                    continue
-            except urllib.error.HTTPError as error:
-                if "not enabled" in json.load(error).get("error", ""):
-                    self.met["node without JetStream"] += 1
-                    self.kill(self.nodes[port])
-                    self.start_node(port)
-            except OSError:
-                pass
 
     # ---- what befalls them
 
@@ -220,9 +204,13 @@ class Fleet(FarEnd):
     def mend(self):
         for link in sum([*self.networks, *self.pairs.values()], []):
             link.mend()
-        for disk in self.disks.values():
+        for folder, disk in self.disks.items():
+            was_full = disk.is_full
             disk.free()
-        self.cure_nodes()
+            port = int(folder.removeprefix("nats")) if was_full and folder.startswith("nats") else None
+            if port:  # it hangs in its own lock, and heeds no other signal (docs/fleet.md)
+                self.kill(self.nodes[port])
+                self.start_node(port)
 
     # ---- what came of it
 
@@ -254,7 +242,6 @@ class Fleet(FarEnd):
     def is_done(self):
         """Nothing waits any more, and nothing is missing."""
         self.keep_running()
-        self.cure_nodes()
         time.sleep(0.5)
         try:
             about = Publisher().consumer()
