@@ -128,7 +128,8 @@ class FarEnd(box.Test):
             if os.geteuid() == 0:
                 shutil.chown(folder, "postgres", "postgres")
             subprocess.run([*self.as_postgres(), f"{programs_of_postgres()}/initdb", "-D", f"{folder}/data", "-U",
-                            "postgres", "--encoding", "UTF8", "--locale", "C.UTF-8", "--auth", "trust", "--no-sync"],
+                            "postgres", "--encoding", "UTF8", "--locale", "C.UTF-8", "--auth", "trust", "--no-sync",
+                            "--wal-segsize", "1"],  # MiB: so a full disk stops soon what is written ahead, too
                            check=True, stdout=subprocess.DEVNULL)
         self.run_postgres(*settings)
         self.wait_for(lambda: self.sql("SELECT 1", database="postgres", check=False) == [["1"]], "PostgreSQL", 60)

@@ -26,9 +26,9 @@ GATEWAYS = ("g1", "g2", "g3", "g4")
 POSTGRES_PORT = 5432
 # A disk's size is no matter of chance: all that the test writes fits in.
 MIB = 1 << 20
-DISKS = {**{f"nats{port}": 48 * MIB for port in NODES}, "postgres": 256 * MIB,
+DISKS = {**{f"nats{port}": 48 * MIB for port in NODES}, "postgres": 128 * MIB,
          **{f"state-{name}": MIB // 4 for name in GATEWAYS}}
-SMALL_WAL = ("-c", "max_wal_size=64MB", "-c", "min_wal_size=32MB")
+SMALL_WAL = ("-c", "max_wal_size=16MB", "-c", "min_wal_size=2MB", "-c", "wal_recycle=off")
 
 
 def far(port):
@@ -297,7 +297,11 @@ class Fleet(FarEnd):
                       "\n".join(program.output("stderr")[-600:] for program in
                                 [*self.uplinks.values(), *self.stores.values(), *self.nodes.values()]))
         count = self.assert_nothing_else()
-        met = ", ".join(f"{what} {times}" for what, times in sorted(self.met.items()))
+        for name, word in (("heatmeter-store", "No space left"), ("heatmeter-uplink", "cannot be kept"),
+                           ("postgres", "PANIC")):
+            self.met[f'"{word}"'] += sum(word in program.output("stderr") for program in self.programs
+                                         if f"/box.{name}" in program.paths["stderr"])
+        met = ", ".join(f"{what} {times}" for what, times in sorted(self.met.items()) if times)
         self.tell(f"seed {seed}: {count} lines, {well - started:.0f} s of faults, all there"
                   f" {time.monotonic() - well:.0f} s later; {met}")
 
