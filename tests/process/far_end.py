@@ -115,22 +115,25 @@ class FarEnd(box.Test):
     def as_postgres(self):
         return ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"] if os.geteuid() == 0 else []
 
+    def make_postgres(self, *words):
+        """Its folder, with words for initdb."""
+        os.makedirs("/tmp/postgres", exist_ok=True)
+        if os.geteuid() == 0:
+            shutil.chown("/tmp/postgres", "postgres", "postgres")
+        subprocess.run([*self.as_postgres(), f"{programs_of_postgres()}/initdb", "-D", "/tmp/postgres/data", "-U",
+                        "postgres", "--encoding", "UTF8", "--locale", "C.UTF-8", "--auth", "trust", "--no-sync", *words],
+                       check=True, stdout=subprocess.DEVNULL)
+
     def run_postgres(self, *settings):
         """The process alone, which may need a while, or end."""
         self.postgres = self.start("postgres", [
-            *self.as_postgres(), f"{programs_of_postgres()}/postgres", "-D", "/tmp/postgres/data", "-k", "/tmp/postgres",
-            "-c", "listen_addresses=127.0.0.1", "-c", "shared_buffers=64MB", *settings])
+            *self.as_postgres(), f"{programs_of_postgres()}/postgres", "-D", "/tmp/postgres/data",
+            "-k", "/tmp/postgres", "-c", "listen_addresses=127.0.0.1",
+            "-c", "shared_buffers=64MB", *settings])
 
     def start_postgres(self, *settings):
-        folder = "/tmp/postgres"
-        if not os.path.exists(f"{folder}/data"):
-            os.makedirs(folder, exist_ok=True)
-            if os.geteuid() == 0:
-                shutil.chown(folder, "postgres", "postgres")
-            subprocess.run([*self.as_postgres(), f"{programs_of_postgres()}/initdb", "-D", f"{folder}/data", "-U",
-                            "postgres", "--encoding", "UTF8", "--locale", "C.UTF-8", "--auth", "trust", "--no-sync",
-                            "--wal-segsize", "1"],  # MiB: so a full disk stops soon what is written ahead, too
-                           check=True, stdout=subprocess.DEVNULL)
+        if not os.path.exists("/tmp/postgres/data"):
+            self.make_postgres()
         self.run_postgres(*settings)
         self.wait_for(lambda: self.sql("SELECT 1", database="postgres", check=False) == [["1"]], "PostgreSQL", 60)
         if not self.sql("SELECT 1 FROM pg_database WHERE datname = 'heat'", database="postgres"):

@@ -95,6 +95,7 @@ class Fleet(FarEnd):
         self.assertEqual(year.status(100), 0, year.output())
 
     def start_all(self, chance):
+        self.make_postgres("--wal-segsize", "1")  # MiB: a full disk soon stops what is written ahead, too
         self.start_postgres(*SMALL_WAL)
         self.simulate(chance)
         self.pairs = {pair: [Link(route(*way), way[1] + 2000) for way in (pair, pair[::-1])] for pair in PAIRS}
@@ -193,7 +194,13 @@ class Fleet(FarEnd):
         return self.fill([f"nats{chance.choice(NODES)}"], chance)
 
     def on_postgres_disk(self, chance):
-        return self.fill(["postgres"], chance)
+        with_log = chance.random() < 0.7  # what is written ahead needs a new file, too, and that PostgreSQL cannot bear
+        words = ["SELECT pg_sleep(0.7)", *["SELECT pg_logical_emit_message(true, '', '')", "SELECT pg_switch_wal()"] * 20]
+        session = with_log and self.start("psql", ["psql", "-X", "host=/tmp/postgres user=postgres dbname=heat",
+                                                   *(f"--command={word}" for word in words)])
+        time.sleep(0.3)  # who is not there yet is not let in any more
+        self.fill(["postgres"], chance)
+        return session and session.status()
 
     def on_state_disk(self, chance):
         return self.fill([f"state-{chance.choice(GATEWAYS)}"], chance)
