@@ -24,7 +24,7 @@ NODES = (4222, 4223, 4224)
 PAIRS = ((4222, 4223), (4222, 4224), (4223, 4224))
 GATEWAYS = ("g1", "g2", "g3", "g4")
 POSTGRES_PORT = 5432
-# A disk's size is no matter of chance: all that the test writes fits in.
+# All that a test writes fits in.
 MIB = 1 << 20
 DISKS = {**{f"nats{port}": 48 * MIB for port in NODES}, "postgres": 128 * MIB,
          **{f"state-{name}": MIB // 4 for name in GATEWAYS}}
@@ -195,7 +195,8 @@ class Fleet(FarEnd):
 
     def on_postgres_disk(self, chance):
         with_log = chance.random() < 0.7  # what is written ahead needs a new file, too, and that PostgreSQL cannot bear
-        words = ["SELECT pg_sleep(0.7)", *["SELECT pg_logical_emit_message(true, '', '')", "SELECT pg_switch_wal()"] * 20]
+        next_file = ["SELECT pg_logical_emit_message(true, '', '')", "SELECT pg_switch_wal()"]
+        words = ["SELECT pg_sleep(0.7)", *next_file * 20]
         session = with_log and self.start("psql", ["psql", "-X", "host=/tmp/postgres user=postgres dbname=heat",
                                                    *(f"--command={word}" for word in words)])
         time.sleep(0.3)  # who is not there yet is not let in any more
@@ -211,11 +212,10 @@ class Fleet(FarEnd):
     def mend(self):
         for link in sum([*self.networks, *self.pairs.values()], []):
             link.mend()
-        for folder, disk in self.disks.items():
-            was_full = disk.is_full
-            disk.free()
-            port = int(folder.removeprefix("nats")) if was_full and folder.startswith("nats") else None
-            if port:  # it hangs in its own lock, and heeds no other signal (docs/fleet.md)
+        for folder in [folder for folder, disk in self.disks.items() if disk.is_full]:
+            self.disks[folder].free()
+            if folder.startswith("nats"):  # it hangs in its own lock, and heeds no other signal (docs/fleet.md)
+                port = int(folder.removeprefix("nats"))
                 self.kill(self.nodes[port])
                 self.start_node(port)
 

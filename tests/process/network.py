@@ -81,6 +81,5 @@ class Disk:
                     pass
 
     def free(self):
-        if self.is_full:
-            os.remove(self.ballast)
+        os.remove(self.ballast)
         self.is_full = False
