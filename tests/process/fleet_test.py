@@ -300,7 +300,8 @@ class Fleet(FarEnd):
             self.wait_for(self.is_done, "the end of the queue", 150)
         except AssertionError:
             missing = self.differences()
-            self.fail(f"seed {seed}, {self.story}: {len(missing)} lines, {missing[:5]}\n" +
+            broker = [Publisher().consumer(), Publisher().request(f"$JS.API.STREAM.INFO.{STREAM}").get("state")]
+            self.fail(f"seed {seed}, {self.story}: {len(missing)} lines, {missing[:5]}\n{broker}\n" +
                       "\n".join(program.output("stderr")[-600:] for program in
                                 [*self.uplinks.values(), *self.stores.values(), *self.nodes.values()]))
         count = self.assert_nothing_else()
