@@ -22,8 +22,8 @@ import unittest
 SKIPPED = 77
 SIDE_BY_SIDE = 6
 LONGEST_TEST = 240  # seconds
-MEASURED = " " * 16  # before what a test tells although it is well
 SMALL_STORAGE = 256 * 1024  # bytes
+TOLD = "told: "  # before what a test tells although it is well
 OF_THIS_MACHINE = ("LD_PRELOAD", "FAKETIME_SHARED")
 
 TREE = os.path.dirname(os.path.abspath(__file__))
@@ -37,6 +37,14 @@ def storage(kind):
     """Decorator: the storage of a test is "read-only", "small" (256 KiB), "unmounted" or "missing"."""
     def mark(function):
         function.storage = kind
+        return function
+    return mark
+
+
+def disks(**sizes):
+    """Decorator: folders below /tmp that are small file systems, by their sizes in bytes."""
+    def mark(function):
+        function.disks = sizes
         return function
     return mark
 
@@ -110,10 +118,6 @@ class Test(unittest.TestCase):
         if self.clock:
             self.clock.stop()
 
-    def tell(self, text):
-        """What was measured."""
-        print(MEASURED + text)
-
     def start_clock(self, start, rate=1):
         if shutil.which("faketime") is None:
             self.skipTest("no faketime")
@@ -145,6 +149,10 @@ class Test(unittest.TestCase):
                 self.fail(f"waited {patience} s for {what}")
             time.sleep(0.05)
 
+    def tell(self, text):
+        """Beside the name of a test that has passed."""
+        print(f"{TOLD}{text}", flush=True)
+
     def stays(self, program, seconds=2):
         """The program is still there after a while."""
         time.sleep(seconds)
@@ -175,7 +183,7 @@ def general_log():
 
 # ---- the way into the box
 
-def box_words(options, storage_kind, private_processes):
+def box_words(options, storage_kind, private_processes, small_disks=()):
     words = ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--tmpfs", "/tmp", "--tmpfs", "/mnt"]
     for folder in [TREE, DATA, DOCS, options.sim_build, *filter(os.path.isdir, options.runner)]:
         words += ["--ro-bind", folder, folder]
@@ -183,6 +191,8 @@ def box_words(options, storage_kind, private_processes):
     words += ["--size", str(SMALL_STORAGE)] if storage_kind == "small" else []
     words += {"missing": [], "unmounted": ["--dir", "/mnt/storage"]}.get(storage_kind, ["--tmpfs", "/mnt/storage"])
     words += ["--remount-ro", "/mnt/storage"] if storage_kind == "read-only" else []
+    for folder, size in dict(small_disks).items():
+        words += ["--size", str(size), "--tmpfs", f"/tmp/{folder}"]
     words += ["--unshare-pid", "--proc", "/proc"] if private_processes else []
     # No zone with summer time, on any machine. Memory is left unreleased on purpose.
     words += ["--setenv", "TZ", "MSK-3", "--setenv", "LC_ALL", "C.UTF-8",
@@ -222,8 +232,9 @@ def run_inside(test):
 
 
 def run_in_box(test, file, options, private_processes):
-    kind = getattr(getattr(test, test._testMethodName), "storage", None)
-    words = [*box_words(options, kind, private_processes), sys.executable, "-B", file, "--build", options.build,
+    method = getattr(test, test._testMethodName)
+    marks = getattr(method, "storage", None), private_processes, getattr(method, "disks", ())
+    words = [*box_words(options, *marks), sys.executable, "-B", file, "--build", options.build,
              "--sim-build", options.sim_build, f"--runner={shlex.join(options.runner)}", "--inside", name_of(test)]
     start = time.monotonic()
     done = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
@@ -232,8 +243,8 @@ def run_in_box(test, file, options, private_processes):
     print(f"{word:8}{time.monotonic() - start:5.1f} s  {name_of(test)}", flush=True)
     if done.returncode != 0:
         print(done.stdout, flush=True)
-    else:
-        print("".join(line for line in done.stdout.splitlines(True) if line.startswith(MEASURED)), end="", flush=True)
+    for line in re.findall(f"^{TOLD}(.*)", done.stdout, re.MULTILINE) if done.returncode == 0 else ():
+        print(f"{'':17}{line}", flush=True)
     return done.returncode
 
 

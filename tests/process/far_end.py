@@ -115,19 +115,26 @@ class FarEnd(box.Test):
     def as_postgres(self):
         return ["setpriv", "--reuid", "postgres", "--regid", "postgres", "--clear-groups"] if os.geteuid() == 0 else []
 
+    def make_postgres(self, *words):
+        """Its folder, with words for initdb."""
+        os.makedirs("/tmp/postgres", exist_ok=True)
+        if os.geteuid() == 0:
+            shutil.chown("/tmp/postgres", "postgres", "postgres")
+        subprocess.run([*self.as_postgres(), f"{programs_of_postgres()}/initdb", "-D", "/tmp/postgres/data", "-U",
+                        "postgres", "--encoding", "UTF8", "--locale", "C.UTF-8", "--auth", "trust", "--no-sync", *words],
+                       check=True, stdout=subprocess.DEVNULL)
+
+    def run_postgres(self, *settings):
+        """The process alone, which may need a while, or end."""
+        self.postgres = self.start("postgres", [
+            *self.as_postgres(), f"{programs_of_postgres()}/postgres", "-D", "/tmp/postgres/data",
+            "-k", "/tmp/postgres", "-c", "listen_addresses=127.0.0.1",
+            "-c", "shared_buffers=64MB", *settings])
+
     def start_postgres(self, *settings):
-        folder = "/tmp/postgres"
-        programs = programs_of_postgres()
-        if not os.path.exists(folder):
-            os.mkdir(folder)
-            if os.geteuid() == 0:
-                shutil.chown(folder, "postgres", "postgres")
-            subprocess.run([*self.as_postgres(), f"{programs}/initdb", "-D", f"{folder}/data", "-U", "postgres",
-                            "--encoding", "UTF8", "--locale", "C.UTF-8", "--auth", "trust", "--no-sync"],
-                           check=True, stdout=subprocess.DEVNULL)
-        self.postgres = self.start("postgres", [*self.as_postgres(), f"{programs}/postgres", "-D", f"{folder}/data",
-                                                "-k", folder, "-c", "listen_addresses=127.0.0.1",
-                                                "-c", "shared_buffers=64MB", *settings])
+        if not os.path.exists("/tmp/postgres/data"):
+            self.make_postgres()
+        self.run_postgres(*settings)
         self.wait_for(lambda: self.sql("SELECT 1", database="postgres", check=False) == [["1"]], "PostgreSQL", 60)
         if not self.sql("SELECT 1 FROM pg_database WHERE datname = 'heat'", database="postgres"):
             self.sql("CREATE DATABASE heat", database="postgres")

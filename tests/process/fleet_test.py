@@ -1,159 +1,69 @@
 #!/usr/bin/env python3
-"""From archive files to the table: gateways whose files grow and break, a cluster of three nats-server, two stores and
-PostgreSQL, each of them killed, stopped or cut off at random. When all is well again, what stands in the files stands in
-the table once, and nothing else does than what once stood in them."""
+"""From archive files to the table: gateways whose files grow and break, one of them with what a daemon wrote in a time
+of faults; a cluster of three nats-server, two stores and PostgreSQL. Each of them is killed, stopped, cut off from any
+other, its disk filled, at random. When all is well again, what stands in the files stands in the table once, to the
+last bit, and nothing else does than what once stood in them."""
 
+import collections
 import os
 import random
 import signal
-import socket
-import threading
 import time
 
 import box
-from far_end import FarEnd, Publisher, STREAM, POSTGRES
+from archives import Invented, Simulated, bits_of
+from far_end import FarEnd, Publisher, STREAM
+from network import Disk, Link
 
 SEED = int(os.environ.get("FLEET_SEED", "1"))
 FAULTS = int(os.environ.get("FLEET_FAULTS", "9"))
-HOUR = 1709377200
+KINDS = ("uplink", "node", "store", "postgres", "stopped", "network", "pair", "alone", "node_disk", "postgres_disk",
+         "state_disk", "disks")
+HARMS = ("cut", "slow", "silent")
 NODES = (4222, 4223, 4224)
-GATEWAYS = ("g1", "g2", "g3")
-NAMES = ("A1", "A4", "A12", "A29", "_A57")
-KINDS = {"A29": "daily", "_A57": "event"}
+PAIRS = ((4222, 4223), (4222, 4224), (4223, 4224))
+GATEWAYS = ("g1", "g2", "g3", "g4")
+POSTGRES_PORT = 5432
+# All that a test writes fits in.
+MIB = 1 << 20
+DISKS = {**{f"nats{port}": 48 * MIB for port in NODES}, "postgres": 128 * MIB,
+         **{f"state-{name}": MIB // 4 for name in GATEWAYS}}
+SMALL_WAL = ("-c", "max_wal_size=16MB", "-c", "min_wal_size=2MB", "-c", "wal_recycle=off")
 
 
-class Link:
-    """A network between two programs: connections to one port go on to another, until it is cut; or they go slowly."""
-
-    def __init__(self, port, target):
-        self.target, self.delay, self.connections = target, 0.0, []
-        self.listener = socket.create_server(("127.0.0.1", port))
-        threading.Thread(target=self.accept, daemon=True).start()
-        self.is_cut = False
-
-    def accept(self):
-        while True:
-            here, _ = self.listener.accept()
-            try:
-                if self.is_cut:
-                    raise ConnectionError
-                there = socket.create_connection(("127.0.0.1", self.target), 5)
-            except OSError:
-                here.close()
-                continue
-            self.connections += [here, there]
-            for pair in ((here, there), (there, here)):
-                threading.Thread(target=self.carry, args=pair, daemon=True).start()
-
-    def carry(self, source, target):
-        try:
-            while piece := source.recv(65536 if not self.delay else 2048):
-                time.sleep(self.delay)
-                target.sendall(piece)
-        except OSError:
-            pass
-        for end in (source, target):
-            end.close()
-
-    def cut(self):
-        self.is_cut = True
-        for end in self.connections:
-            try:
-                end.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
-        self.connections = []
-
-    def mend(self):
-        self.is_cut, self.delay = False, 0.0
+def far(port):
+    """Where a network to this port begins."""
+    return port + 1000
 
 
-class Gateway:
-    """The archive files of a gateway, and what ever stood in them."""
-
-    def __init__(self, name, chance):
-        self.name, self.chance = name, chance
-        self.root = f"/tmp/{name}"
-        self.ever, self.count = set(), {}
-        os.makedirs(f"{self.root}/tmp")
-        for uuid in ("m1", "m.2"):
-            for archive in NAMES:
-                path = f"{self.root}/mnt/storage/{uuid}/1/tc_archives/{archive}"
-                os.makedirs(os.path.dirname(path), exist_ok=True)
-                open(path, "w").close()
-                self.count[uuid, archive, path] = 0
-
-    def write(self):
-        for (uuid, archive, path), hours in self.count.items():
-            with open(path, "r+b" if os.path.exists(path) else "wb") as file:
-                file.seek(0, os.SEEK_END)
-                if file.tell():
-                    file.seek(-1, os.SEEK_END)
-                    if file.read(1) != b"\n":  # a torn line gets its end, as the daemon gives it one
-                        file.write(b"\n")
-                for hour in range(hours, hours + 30):
-                    # Now and then an hour is read again, with another value.
-                    moment = HOUR + 3600 * (hour if self.chance.random() < 0.9 else self.chance.randrange(hour + 1))
-                    line = (moment, self.chance.choice((192, 192, 192, 0)), f"{self.chance.randrange(10**9) / 1000:.6f}")
-                    self.ever.add((uuid, archive, *line[:2], float(line[2])))
-                    file.write(f"{line[0]},{line[1]},{line[2]}\n".encode())
-            self.count[uuid, archive, path] += 30
-
-    def harm(self):
-        """Something befalls a file."""
-        _, _, path = self.chance.choice(list(self.count))
-        fault = self.chance.choice(("torn", "zeros", "emptied", "replaced", "cut"))
-        with open(path, "rb") as file:
-            text = file.read()
-        if fault == "torn":
-            text += f"{HOUR},192,12.3".encode()
-        elif fault == "zeros":
-            text += bytes(300) + b"\n"
-        elif fault == "cut":
-            text = text[:text.rfind(b"\n", 0, len(text) // 2) + 1]
-        elif fault == "emptied":
-            text = b""
-        if fault == "replaced":
-            with open(path + ".new", "wb") as file:
-                file.write(text[text.find(b"\n", len(text) // 3) + 1:])
-            os.rename(path + ".new", path)
-        else:
-            with open(path, "r+b") as file:
-                file.truncate(0)
-                file.write(text)
-        return fault
-
-    def on_file(self):
-        """(uuid, name, time) -> (quality, value) of the line written last; of events the lines themselves."""
-        lines, events = {}, set()
-        for uuid, archive, path in self.count:
-            for line in open(path, "rb").read().decode(errors="replace").splitlines():
-                words = line.split(",")
-                if len(words) != 3 or not words[0].isdigit() or len(words[2].partition(".")[2]) != 6:
-                    continue
-                record = int(words[1]), float(words[2])
-                if archive == "_A57":
-                    events.add((uuid, archive, int(words[0]), *record))
-                else:
-                    lines[uuid, archive, int(words[0])] = record
-        return lines, events
+def route(one, other):
+    """Where the network from a node to another one begins."""
+    return 7000 + 10 * (one - NODES[0]) + other - NODES[0]
 
 
 class Fleet(FarEnd):
     def setUp(self):
         super().setUp()
-        self.nodes, self.stores, self.uplinks = {}, [None, None], {}
+        self.nodes, self.stores, self.uplinks = {}, {}, {}
+        self.met = collections.Counter()
+        self.story = []
+
+    # ---- the parts
 
     def start_node(self, port):
-        routes = ",".join(f"nats://127.0.0.1:{other + 2000}" for other in NODES)
-        self.nodes[port] = self.start("nats", [
-            "nats-server", "-a", "127.0.0.1", "-p", str(port), "-js", "-sd", f"/tmp/nats{port}", "--name", f"n{port}",
-            "--cluster_name", "heat", "--cluster", f"nats://127.0.0.1:{port + 2000}", "--routes", routes])
+        """It hears of the others' own addresses nowhere: nobody answers where each says that it is."""
+        routes = ", ".join(f"nats://127.0.0.1:{route(port, other)}" for other in NODES if other != port)
+        with open(f"/tmp/nats{port}.conf", "w") as file:
+            file.write(f"listen: 127.0.0.1:{port}\nserver_name: n{port}\n"
+                       f"jetstream {{ store_dir: /tmp/nats{port}, max_file_store: 1GB }}\n"
+                       f"cluster {{ name: heat, listen: 127.0.0.1:{port + 2000}, advertise: 127.0.0.1:1,"
+                       f" no_advertise: true, routes: [{routes}] }}\n")
+        self.nodes[port] = self.start("nats", ["nats-server", "-c", f"/tmp/nats{port}.conf"])
 
     def start_store(self, number):
-        servers = ",".join(f"nats://127.0.0.1:{port + 1000}" for port in NODES)
         self.stores[number] = self.start("heatmeter-store", [
-            f"{self.build}/heatmeter-store", "--nats", servers, "--postgres", POSTGRES, "--batch", "40"], self.runner)
+            f"{self.build}/heatmeter-store", "--nats", self.servers, "--batch", "40", "--postgres",
+            f"host=127.0.0.1 port={far(POSTGRES_PORT)} user=postgres dbname=heat"], self.runner)
 
     def start_uplink(self, name):
         self.uplinks[name] = self.start("heatmeter-uplink", [
@@ -176,70 +86,153 @@ class Fleet(FarEnd):
                 return False
         self.wait_for(made, "the cluster", 60)
 
+    def simulate(self, chance):
+        """A time of faults of some meters, and all that a daemon has written in it."""
+        os.mkdir("/tmp/years")
+        words = ["--family", chance.choice(("KM5", "VIST", "VISTmodbus", "SA94", "SingleBus")), "--days", "4"]
+        year = self.start("heatmeter-soak", [f"{self.sim_build}/heatmeter-soak", "--seed", str(SEED), *words, "--keep",
+                                             "/tmp/years"])
+        self.assertEqual(year.status(100), 0, year.output())
+
     def start_all(self, chance):
-        self.start_postgres()
+        self.make_postgres("--wal-segsize", "1")  # MiB: a full disk soon stops what is written ahead, too
+        self.start_postgres(*SMALL_WAL)
+        self.simulate(chance)
+        self.pairs = {pair: [Link(route(*way), way[1] + 2000) for way in (pair, pair[::-1])] for pair in PAIRS}
         for port in NODES:
             self.start_node(port)
         self.make_stream()
-        # Between gateways and nodes, and between stores and nodes, there is a network.
-        self.links = [Link(port + 1000, port) for port in NODES]
-        self.gateways = {name: Gateway(name, chance) for name in GATEWAYS}
+        # Between gateways and nodes, stores and nodes, stores and PostgreSQL.
+        self.networks = [[Link(far(port), port)] for port in (*NODES, POSTGRES_PORT)]
+        self.servers = ",".join(f"nats://127.0.0.1:{far(port)}" for port in NODES)
+        self.disks = {folder: Disk(f"/tmp/{folder}") for folder in DISKS}
+        self.gateways = {name: Invented(name, chance) for name in GATEWAYS[:-1]}
+        self.gateways[GATEWAYS[-1]] = Simulated(GATEWAYS[-1], chance, "/tmp/years")
         for name in GATEWAYS:
-            servers = ",".join(f"nats://127.0.0.1:{port + 1000}" for port in NODES)
             with open(f"/tmp/{name}.conf", "w") as file:
-                file.write(f"[gateway]\nname = {name}\n[nats]\nurl = {servers}\n")
-            os.makedirs(f"/tmp/state-{name}", exist_ok=True)
+                file.write(f"[gateway]\nname = {name}\n[nats]\nurl = {self.servers}\n")
             self.start_uplink(name)
         for number in range(2):
             self.start_store(number)
 
-    def hurt(self, chance):
-        """Something befalls a program, or the network."""
-        fault = chance.choice(("uplink", "node", "store", "postgres", "cut", "slow", "stopped", "file", "file"))
-        if fault == "uplink":
-            name = chance.choice(GATEWAYS)
-            self.kill(self.uplinks[name])
-            self.start_uplink(name)
-        elif fault == "node":
-            port = chance.choice(NODES)
-            self.kill(self.nodes[port])
-            time.sleep(chance.random() * 2)
-            self.start_node(port)
-        elif fault == "store":
-            number = chance.randrange(2)
-            self.kill(self.stores[number])
-            self.start_store(number)
-        elif fault == "postgres":
-            self.kill(self.postgres)
+    def keep_running(self):
+        """What a keeper of services does: what has ended is started again."""
+        for programs, start in ((self.uplinks, self.start_uplink), (self.stores, self.start_store),
+                                (self.nodes, self.start_node)):
+            for name in [name for name, program in programs.items() if not program.runs()]:
+                self.met["started again"] += 1
+                start(name)
+        if not self.postgres.runs():
+            self.met["started again"] += 1
+            self.run_postgres(*SMALL_WAL)
+
+    # ---- what befalls them
+
+    def on_uplink(self, chance):
+        name = chance.choice(GATEWAYS)
+        self.kill(self.uplinks[name])
+        self.start_uplink(name)
+        return name
+
+    def on_node(self, chance):
+        port = chance.choice(NODES)
+        self.kill(self.nodes[port])
+        time.sleep(chance.random() * 2)
+        self.start_node(port)
+        return port
+
+    def on_store(self, chance):
+        number = chance.randrange(2)
+        self.kill(self.stores[number])
+        self.start_store(number)
+        return number
+
+    def on_postgres(self, chance):
+        self.kill(self.postgres)
+        time.sleep(chance.random())
+        self.run_postgres(*SMALL_WAL)
+        return ""
+
+    def on_stopped(self, chance):
+        port = chance.choice(NODES)
+        node = self.nodes[port].process
+        node.send_signal(signal.SIGSTOP)
+        time.sleep(chance.random() * 3)
+        node.send_signal(signal.SIGCONT)
+        return port
+
+    def harm_networks(self, networks, chance):
+        how = chance.choice(HARMS)
+        for link in sum(networks, []):
+            link.harm(how)
+        self.met[how] += 1
+        time.sleep(chance.random() * 2)
+        return how
+
+    def on_network(self, chance):
+        places = chance.sample(range(4), 2)
+        return places, self.harm_networks([self.networks[place] for place in places], chance)
+
+    def on_pair(self, chance):
+        """Two nodes do not hear each other, and both hear the third."""
+        pair = chance.choice(PAIRS)
+        return pair, self.harm_networks([self.pairs[pair]], chance)
+
+    def on_alone(self, chance):
+        """A node hears none of the others, and is there for gateways and stores."""
+        port = chance.choice(NODES)
+        return port, self.harm_networks([links for pair, links in self.pairs.items() if port in pair], chance)
+
+    def fill(self, folders, chance):
+        for _ in range(3):
+            for folder in folders:
+                self.disks[folder].fill()
             time.sleep(chance.random())
-            self.start_postgres()
-        elif fault == "cut":
-            for link in chance.sample(self.links, 2):
-                link.cut()
-            time.sleep(chance.random() * 2)
-        elif fault == "slow":
-            chance.choice(self.links).delay = 0.02
-        elif fault == "stopped":
-            node = self.nodes[chance.choice(NODES)].process
-            node.send_signal(signal.SIGSTOP)
-            time.sleep(chance.random() * 3)
-            node.send_signal(signal.SIGCONT)
-        else:
-            fault = self.gateways[chance.choice(GATEWAYS)].harm()
-        return fault
+        return folders
+
+    def on_node_disk(self, chance):
+        return self.fill([f"nats{chance.choice(NODES)}"], chance)
+
+    def on_postgres_disk(self, chance):
+        with_log = chance.random() < 0.7  # what is written ahead needs a new file, too, and that PostgreSQL cannot bear
+        next_file = ["SELECT pg_logical_emit_message(true, '', '')", "SELECT pg_switch_wal()"]
+        words = ["SELECT pg_sleep(0.7)", *next_file * 20]
+        session = with_log and self.start("psql", ["psql", "-X", "host=/tmp/postgres user=postgres dbname=heat",
+                                                   *(f"--command={word}" for word in words)])
+        time.sleep(0.3)  # who is not there yet is not let in any more
+        self.fill(["postgres"], chance)
+        return session and session.status()
+
+    def on_state_disk(self, chance):
+        return self.fill([f"state-{chance.choice(GATEWAYS)}"], chance)
+
+    def on_disks(self, chance):
+        return self.fill(chance.sample(list(self.disks), chance.randint(2, len(self.disks))), chance)
+
+    def mend(self):
+        for link in sum([*self.networks, *self.pairs.values()], []):
+            link.mend()
+        for folder in [folder for folder, disk in self.disks.items() if disk.is_full]:
+            self.disks[folder].free()
+            if folder.startswith("nats"):  # it hangs in its own lock, and heeds no other signal (docs/fleet.md)
+                port = int(folder.removeprefix("nats"))
+                self.kill(self.nodes[port])
+                self.start_node(port)
+
+    # ---- what came of it
 
     def found(self):
-        lines, events = {}, {}
-        rows = self.sql("SELECT gateway, meter, name, extract(epoch FROM time)::bigint, quality, value FROM record_line",
-                        check=False)
-        for gateway, meter, name, moment, quality, value in rows:
-            record = int(quality), float(value)
-            if name == "_A57":
-                events.setdefault(gateway, []).append((meter, name, int(moment), *record))
+        """Of each gateway: identity -> (quality, value); and all events."""
+        lines, events = {name: {} for name in GATEWAYS}, {name: [] for name in GATEWAYS}
+        rows = self.sql("SELECT gateway, meter, system, kind, name, extract(epoch FROM time)::bigint, quality, value"
+                        " FROM record_line", check=False)
+        for gateway, meter, system, kind, name, moment, quality, value in rows:
+            place, record = (meter, int(system), kind, name, int(moment)), (int(quality), bits_of(value))
+            if kind == "event":
+                events[gateway].append((*place, *record))
             else:
-                of_gateway = lines.setdefault(gateway, {})
-                self.assertNotIn((meter, name, int(moment)), of_gateway, "a line that stands twice")
-                of_gateway[meter, name, int(moment)] = record
+                self.assertNotIn(place, lines[gateway], "a line that stands twice")
+                lines[gateway][place] = record
         return lines, events
 
     def differences(self):
@@ -248,45 +241,79 @@ class Fleet(FarEnd):
         missing = []
         for name, gateway in self.gateways.items():
             on_file, events_on_file = gateway.on_file()
-            there = lines.get(name, {})
-            missing += [(name, place, record, there.get(place)) for place, record in on_file.items()
-                        if there.get(place) != record]
-            missing += [(name, event) for event in events_on_file - set(events.get(name, []))]
+            missing += [(name, place, record, lines[name].get(place)) for place, record in on_file.items()
+                        if lines[name].get(place) != record]
+            missing += [(name, event) for event in events_on_file - set(events[name])]
         return missing
+
+    def is_done(self):
+        """Nothing waits any more, and nothing is missing."""
+        self.keep_running()
+        time.sleep(0.5)
+        try:
+            about = Publisher().consumer()
+        except (OSError, ValueError):
+            return False
+        return about.get("num_pending") == 0 and about.get("num_ack_pending") == 0 and not self.differences()
 
     def assert_nothing_else(self):
         lines, events = self.found()
+        count = 0
         for name, gateway in self.gateways.items():
-            all_lines = [(*place, *record) for place, record in lines.get(name, {}).items()] + events.get(name, [])
+            all_lines = [(*place, *record) for place, record in lines[name].items()] + events[name]
             self.assertEqual(len(all_lines), len(set(all_lines)), "a line that stands twice")
             self.assertEqual(set(all_lines) - gateway.ever, set(), "a line that never was")
+            count += len(all_lines)
+        # Nothing befell the files of this one: it is they that stand in the table.
+        last, events_on_file = self.gateways[GATEWAYS[-1]].on_file()
+        self.assertEqual(lines[GATEWAYS[-1]], last)
+        self.assertEqual(set(events[GATEWAYS[-1]]), events_on_file)
+        self.assertNotEqual(last, {})
         self.assertEqual(self.sql("SELECT reason FROM rejected"), [])
+        return count
 
     def run_with(self, seed):
+        started = time.monotonic()
         chance = random.Random(seed)
         self.start_all(chance)
-        story = []
-        for _ in range(FAULTS):
+        kinds = []
+        for round_ in range(FAULTS):
             for gateway in self.gateways.values():
-                gateway.write()
+                gateway.write((round_ + 1) / (FAULTS + 1))
             time.sleep(chance.random() * 1.5)
-            story.append(self.hurt(chance))
+            kinds = kinds or chance.sample(KINDS, len(KINDS))
+            kind = kinds.pop()
+            self.met[kind] += 1
+            self.story.append((kind, getattr(self, f"on_{kind}")(chance)))
+            if chance.random() < 0.4:
+                self.story.append((self.gateways[chance.choice(GATEWAYS[:-1])].harm(), ""))
+                self.met["file"] += 1
             if chance.random() < 0.5:
-                for link in self.links:
-                    link.mend()
-        for link in self.links:
-            link.mend()
+                self.mend()
+                self.story.append(("mended", ""))
+            self.keep_running()
+        self.mend()
         for gateway in self.gateways.values():
-            gateway.write()
+            gateway.write(1)
+        well = time.monotonic()
         try:
-            self.wait_for(lambda: not self.differences(), "the end of the queue", 150)
+            self.wait_for(self.is_done, "the end of the queue", 150)
         except AssertionError:
             missing = self.differences()
-            self.fail(f"seed {seed}, {story}: {len(missing)} lines, {missing[:5]}\n" +
+            broker = [Publisher().consumer(), Publisher().request(f"$JS.API.STREAM.INFO.{STREAM}").get("state")]
+            self.fail(f"seed {seed}, {self.story}: {len(missing)} lines, {missing[:5]}\n{broker}\n" +
                       "\n".join(program.output("stderr")[-600:] for program in
-                                [*self.uplinks.values(), *self.stores]))
-        self.assert_nothing_else()
+                                [*self.uplinks.values(), *self.stores.values(), *self.nodes.values()]))
+        count = self.assert_nothing_else()
+        for name, word in (("heatmeter-store", "No space left"), ("heatmeter-uplink", "cannot be kept"),
+                           ("postgres", "PANIC")):
+            self.met[f'"{word}"'] += sum(word in program.output("stderr") for program in self.programs
+                                         if f"/box.{name}" in program.paths["stderr"])
+        met = ", ".join(f"{what} {times}" for what, times in sorted(self.met.items()) if times)
+        self.tell(f"seed {seed}: {count} lines, {well - started:.0f} s of faults, all there"
+                  f" {time.monotonic() - well:.0f} s later; {met}")
 
+    @box.disks(**DISKS)
     def test_what_stands_in_files_stands_in_the_table_once(self):
         self.run_with(SEED)
 

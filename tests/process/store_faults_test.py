@@ -8,6 +8,7 @@ import time
 
 import box
 from far_end import NATS_PORT, FarEnd, Publisher, line, message
+from network import Disk
 
 SEED = int(os.environ.get("STORE_SEED", "1"))
 FAULTS = int(os.environ.get("STORE_FAULTS", "10"))
@@ -160,6 +161,27 @@ class Faults(FarEnd):
         self.nats.process.send_signal(signal.SIGCONT)
         Publisher().publish(message(lines=[line("A1", HOUR + 3600, "2.000000")]))
         self.wait_for(lambda: self.values() == [[str(HOUR), "1"], [str(HOUR + 3600), "2"]], "the second line", 60)
+        self.assertEqual(store.end(), 0)
+
+    @box.disks(nats=16 << 20)
+    def test_a_server_whose_disk_was_full_is_told_of_and_has_what_it_confirmed(self):
+        """It hangs, and only to be killed helps it."""
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        publisher.publish(message(lines=[line("A1", HOUR, "1.000000")]))
+        disk = Disk("/tmp/nats")
+        disk.fill()
+        with self.assertRaises(OSError):
+            publisher.publish(*[message(lines=[line("A1", HOUR + 3600, "2.000000")] * 200)] * 20)
+        store = self.store()
+        self.wait_for(lambda: "again in" in store.output("stderr"), "a word", 60)
+        disk.free()
+        self.kill(self.nats)
+        self.start_nats()
+        Publisher().publish(message(lines=[line("A1", HOUR + 7200, "3.000000")]))
+        self.wait_for(lambda: {str(HOUR), str(HOUR + 7200)} <= {row[0] for row in self.sql(
+            "SELECT extract(epoch FROM time)::bigint FROM record_line", check=False)}, "what was confirmed", 60)
         self.assertEqual(store.end(), 0)
 
     def test_a_store_that_waits_ends_when_it_is_asked_to(self):
