@@ -71,12 +71,14 @@ class Publisher:
         self.send(b"PUB %s in.box %d\r\n%s\r\n" % (subject.encode(), len(body), body))
         return json.loads(self.answer())
 
-    def publish(self, *messages):
+    def publish(self, *messages, header=""):
         """Subjects and bodies; all are confirmed then. The last one's sequence."""
+        head = f"NATS/1.0\r\n{header}\r\n\r\n".encode() if header else b""
+        words = b"HPUB %%s in.box %d %%d\r\n" % len(head) if header else b"PUB %s in.box %d\r\n"
         confirmed = {"seq": 0}
         for begin in range(0, len(messages), 200):
             some = messages[begin:begin + 200]
-            self.send(b"".join(b"PUB %s in.box %d\r\n%s\r\n" % (subject.encode(), len(body), body)
+            self.send(b"".join(words % (subject.encode(), len(head + body)) + head + body + b"\r\n"
                                for subject, body in some))
             for _ in some:
                 confirmed = json.loads(self.answer())

@@ -110,7 +110,8 @@ class Fleet(FarEnd):
         self.gateways[GATEWAYS[-1]] = Simulated(GATEWAYS[-1], chance, "/tmp/years")
         for name in GATEWAYS:
             with open(f"/tmp/{name}.conf", "w") as file:
-                file.write(f"[gateway]\nname = {name}\n[nats]\nurl = {self.servers}\n")
+                file.write(f"[gateway]\nname = {name}\n[nats]\nurl = {self.servers}\n"
+                           f"compress = {'no' if name in GATEWAYS[::2] else 'yes'}\n")
             self.start_uplink(name)
         for number in range(2):
             self.start_store(number)

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """heatmeter-store between a real nats-server and a real PostgreSQL: what comes, and where it stands."""
 
+import gzip
 import json
 import subprocess
 
@@ -142,6 +143,20 @@ class Store(FarEnd):
         self.assertEqual(self.sql("SELECT convert_from(body, 'UTF8') FROM rejected WHERE sequence = 4"), [["no JSON"]])
         self.store_once("--consumer", "again")
         self.assertEqual(len(self.rejected()), len(poison) + 1)
+
+    def test_what_a_gateway_has_made_shorter_is_read(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        subject, body = message(lines=[line("A1", HOUR, "1.000000")])
+        publisher.publish((subject, gzip.compress(body)), (subject, body), (subject, gzip.compress(b" " * 100_000)),
+                          header="Content-Encoding: gzip")
+        publisher.publish((subject, gzip.compress(body)))
+        publisher.publish((subject, body), header="Content-Encoding: br")
+        self.store_once()
+        self.assertEqual(self.values(), [[str(HOUR), "1"]])
+        self.assertEqual([reason for _, reason in self.rejected()][:2], ["no gzip of at most 65536 bytes"] * 2)
+        self.assertEqual([reason.split(":")[0] for _, reason in self.rejected()][2:], ["no JSON", 'an encoding "br"'])
 
     def test_a_bad_line_is_rejected_and_its_neighbours_stand(self):
         self.start_servers()
