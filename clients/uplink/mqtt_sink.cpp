@@ -131,13 +131,9 @@ std::string MqttSink::hold_connection() {
     constexpr std::string_view Will = "offline";
     ::mosquitto_will_set(own.get(), status_topic().c_str(), static_cast<int>(Will.size()), Will.data(), 1, true);
     if (!broker.user.empty()) {
-        std::string password;
-        if (!broker.password_file.empty()) {
-            const auto line = first_line_of(broker.password_file);
-            if (!line) return broker.password_file + " cannot be read";
-            password = *line;
-        }
-        ::mosquitto_username_pw_set(own.get(), broker.user.c_str(), password.empty() ? nullptr : password.c_str());
+        const auto password = password_of(broker);
+        if (!password) return broker.password_file + " cannot be read";
+        ::mosquitto_username_pw_set(own.get(), broker.user.c_str(), password->empty() ? nullptr : password->c_str());
     }
     const Server& server = broker.servers.front();
     if (server.tls) {

@@ -214,13 +214,9 @@ std::string NatsSink::hold_connection() {
     ::natsOptions_SetClosedCB(made, NatsCallbacks::closed, this);
     ::natsOptions_SetErrorHandler(made, NatsCallbacks::failed, nullptr);
     if (!broker.user.empty()) {
-        std::string password;
-        if (!broker.password_file.empty()) {
-            const auto line = first_line_of(broker.password_file);
-            if (!line) return broker.password_file + " cannot be read";
-            password = *line;
-        }
-        ::natsOptions_SetUserInfo(made, broker.user.c_str(), password.c_str());
+        const auto password = password_of(broker);
+        if (!password) return broker.password_file + " cannot be read";
+        ::natsOptions_SetUserInfo(made, broker.user.c_str(), password->c_str());
     }
     if (has_tls) {
         natsStatus status = ::natsOptions_SetSecure(made, true);

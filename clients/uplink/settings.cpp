@@ -284,8 +284,9 @@ std::optional<Settings> read_settings(const std::string& file, std::string& faul
     return parse_settings(file, text);
 }
 
-std::optional<std::string> first_line_of(const std::string& file) {
-    std::ifstream in(file, std::ios::binary);
+std::optional<std::string> password_of(const Broker& broker) {
+    if (broker.password_file.empty()) return "";
+    std::ifstream in(broker.password_file, std::ios::binary);
     std::string line;
     if (!in || !std::getline(in, line)) return std::nullopt;
     if (line.ends_with('\r')) line.pop_back();

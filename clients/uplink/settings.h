@@ -58,7 +58,7 @@ Settings parse_settings(const std::string& file, const std::string& text);
 /// Nothing when it cannot be read; `fault` tells why.
 std::optional<Settings> read_settings(const std::string& file, std::string& fault);
 
-/// The first line of a file of this machine, such as a password; nothing when it cannot be read.
-std::optional<std::string> first_line_of(const std::string& file);
+/// The first line of its file, "" without one; nothing when it cannot be read.
+std::optional<std::string> password_of(const Broker& broker);
 
 }  // namespace uplink
