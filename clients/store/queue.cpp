@@ -19,8 +19,9 @@ constexpr std::int64_t MostUnacknowledged = 20'000;  // of all stores together
 void check(natsStatus status, std::string_view what) {
     if (status == NATS_OK) return;
     const char* const more = ::nats_GetLastError(nullptr);
-    const std::string detail = more == nullptr || *more == '\0' ? "" : fmt::format(" ({})", more);
-    throw QueueError(fmt::format("{}: {}{}", what, ::natsStatus_GetText(status), detail));
+    const std::string_view text = ::natsStatus_GetText(status);
+    const bool is_more = more != nullptr && *more != '\0' && !std::string_view(more).ends_with(text);
+    throw QueueError(fmt::format("{}: {}{}", what, text, is_more ? fmt::format(" ({})", more) : ""));
 }
 
 std::string first_line_of(const std::string& path) {

@@ -30,7 +30,8 @@ using Context = std::unique_ptr<jsCtx, Destroyer<jsCtx, ::jsCtx_Destroy>>;
 std::string text_of(natsStatus status) {
     const char* const more = ::nats_GetLastError(nullptr);
     const std::string text = ::natsStatus_GetText(status);
-    return more == nullptr || *more == '\0' ? text : fmt::format("{}: {}", text, more);
+    const bool is_more = more != nullptr && *more != '\0' && !std::string_view(more).ends_with(text);
+    return is_more ? fmt::format("{}: {}", text, more) : text;
 }
 
 /// Finds the stream, or makes it. Empty, or what is wrong.
