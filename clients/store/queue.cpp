@@ -111,6 +111,8 @@ void Queue::find_stream(const QueueSettings& settings) {
         config.Subjects = subjects.data();
         config.SubjectsLen = static_cast<int>(subjects.size());
         config.Duplicates = DuplicateWindow;
+        // A gateway may name any subject for the answer to what it publishes, and so let the stream ask itself.
+        config.DenyDelete = config.DenyPurge = true;
         config.Replicas = settings.replicas;
         config.MaxAge = std::int64_t{settings.keep_days} * 86400 * Seconds;
         status = ::js_AddStream(&info, context.get(), &config, nullptr, &code);
@@ -120,7 +122,20 @@ void Queue::find_stream(const QueueSettings& settings) {
     }
     check(status, fmt::format("stream {}", stream));
     stream_created = info->Created;
+    const std::int64_t keep = std::int64_t{settings.keep_days} * 86400 * Seconds;
+    if (info->Config->Replicas < settings.replicas || (keep != 0 && info->Config->MaxAge != keep)) {
+        stream_difference = fmt::format("stream {} is used as it is: replicas {}, keeps {} days (0: for ever)", stream,
+                                        info->Config->Replicas, info->Config->MaxAge / Seconds / 86400);
+    }
     ::jsStreamInfo_Destroy(info);
+}
+
+void Queue::check_stream() {
+    jsStreamInfo* info = nullptr;
+    check(::js_GetStreamInfo(&info, context.get(), stream.c_str(), nullptr, nullptr), fmt::format("stream {}", stream));
+    const bool is_same = info->Created == stream_created;
+    ::jsStreamInfo_Destroy(info);
+    if (!is_same) throw QueueError(fmt::format("stream {} was made anew", stream));
 }
 
 void Queue::find_consumer() {

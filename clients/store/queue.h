@@ -60,6 +60,10 @@ class Queue {
 
     /// When the stream was made, nanoseconds since 1970.
     std::int64_t created() const { return stream_created; }
+    /// How the stream differs from what was asked for; "" when it does not.
+    const std::string& difference() const { return stream_difference; }
+    /// Throws when the stream has been made anew: its sequences have begun anew, too.
+    void check_stream();
     /// At most so many messages, what is there at once; waits for the first.
     std::vector<Delivery> fetch(int most, int wait_milliseconds);
     void acknowledge(const std::vector<Delivery>& deliveries);
@@ -82,6 +86,7 @@ class Queue {
     Owned<jsCtx, jsCtx_Destroy> context;
     Owned<natsSubscription, natsSubscription_Destroy> subscription;
     std::int64_t stream_created = 0;
+    std::string stream_difference;
 };
 
 }  // namespace store

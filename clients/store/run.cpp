@@ -104,6 +104,7 @@ bool Store::ready() {
             if (!queue) {
                 queue.emplace(settings.queue);
                 stream = 0;
+                if (!queue->difference().empty()) say(queue->difference());
             }
             if (stream == 0) stream = writer->stream(settings.queue.stream, queue->created());
         } catch (const DatabaseError& error) {
@@ -142,6 +143,7 @@ Batch Store::collect() {
             batch.deliveries.push_back(std::move(delivery));
         }
     }
+    if (!batch.items.empty()) queue->check_stream();
     return batch;
 }
 
@@ -149,7 +151,10 @@ Batch Store::collect() {
 bool Store::write(Batch& batch) {
     for (;;) {
         try {
-            if (!writer) writer.emplace(settings.postgres);
+            if (!writer) {  // it may be another database
+                writer.emplace(settings.postgres);
+                stream = writer->stream(settings.queue.stream, queue->created());
+            }
             const long rejected = counts.rejected;
             writer->write(stream, batch.items, counts);
             writer_wait.begin_anew();

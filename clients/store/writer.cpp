@@ -1,5 +1,6 @@
 #include "store/writer.h"
 
+#include <algorithm>
 #include <set>
 
 #include <fmt/format.h>
@@ -9,6 +10,8 @@
 namespace store {
 
 namespace {
+
+constexpr std::size_t MostBadLines = 20;  // of a message that are kept: nobody shall fill the disk with them
 
 std::string hex_of(std::string_view bytes) {
     constexpr std::string_view Digits = "0123456789abcdef";
@@ -125,8 +128,11 @@ long Writer::reject(int stream, const Item& item) {
         insert(item.body, item.fault, -1);
         return 1;
     }
-    for (const BadLine& bad : item.message.bad) insert(bad.text, bad.reason, bad.place);
-    return static_cast<long>(item.message.bad.size());
+    const std::vector<BadLine>& bad = item.message.bad;
+    const std::size_t kept = std::min(bad.size(), MostBadLines);
+    for (std::size_t i = 0; i < kept; ++i) insert(bad[i].text, bad[i].reason, bad[i].place);
+    if (kept < bad.size()) insert("", fmt::format("and {} more lines", bad.size() - kept), bad[kept].place);
+    return static_cast<long>(bad.size());
 }
 
 }  // namespace store

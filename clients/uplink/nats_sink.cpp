@@ -47,6 +47,8 @@ std::string have_stream(jsCtx* context) {
         config.Subjects = subjects;
         config.SubjectsLen = 1;
         config.Duplicates = DuplicateWindow;
+        // Whoever publishes may name any subject for the answer, and so let the stream ask itself.
+        config.DenyDelete = config.DenyPurge = true;
         status = ::js_AddStream(&info, context, &config, nullptr, &code);
         // Somebody else was faster.
         if (status != NATS_OK) status = ::js_GetStreamInfo(&info, context, Stream, nullptr, &code);
@@ -213,6 +215,8 @@ std::string NatsSink::hold_connection() {
     ::natsOptions_SetPingInterval(made, PingMilliseconds);
     ::natsOptions_SetWriteDeadline(made, WriteMilliseconds);
     ::natsOptions_SetClosedCB(made, NatsCallbacks::closed, this);
+    // Answers come where no other gateway may listen.
+    ::natsOptions_SetCustomInboxPrefix(made, ("_INBOX_" + subject_token(settings.gateway)).c_str());
     ::natsOptions_SetErrorHandler(made, NatsCallbacks::failed, nullptr);
     if (!broker.user.empty()) {
         const auto password = password_of(broker);

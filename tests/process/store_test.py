@@ -4,9 +4,10 @@
 import gzip
 import json
 import subprocess
+import time
 
 import box
-from far_end import NATS, POSTGRES, FarEnd, Publisher, line, message
+from far_end import NATS, POSTGRES, STREAM, FarEnd, Publisher, line, message
 
 HOUR = 1709377200  # 2024-03-02 11:00 UTC
 
@@ -72,6 +73,40 @@ class Store(FarEnd):
         self.store_once()
         self.assertEqual(self.values(), [[str(HOUR), "77"]])
 
+    def test_a_stream_that_is_made_anew_under_a_busy_store_is_later_too(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        publisher.publish(*[message(lines=[line("A1", HOUR + 3600 * i, "0.000000")]) for i in range(50)])
+        store = self.store("--batch", "10")
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM record", check=False) == [["50"]], "the first ones")
+        lock = subprocess.Popen(["psql", "-X", "-q", "host=/tmp/postgres user=postgres dbname=heat", "-c", "BEGIN", "-c",
+                                 "LOCK TABLE record", "-c", "SELECT pg_sleep(4)", "-c", "COMMIT"], stdout=subprocess.DEVNULL)
+        time.sleep(0.5)
+        publisher.publish(*[message(lines=[line("A1", HOUR + 3600 * (100 + i), "0.000000")]) for i in range(20)])
+        time.sleep(1)
+        publisher.request(f"$JS.API.STREAM.DELETE.{STREAM}")
+        publisher.make_stream()
+        publisher.make_consumer(3)
+        publisher.publish(message(lines=[line("A1", HOUR, "77.000000")]))
+        self.assertEqual(lock.wait(), 0)
+        self.wait_for(lambda: self.values()[0] == [str(HOUR), "77"], "the line of the new stream")
+        self.assertEqual(store.end(), 0)
+
+    def test_a_database_that_is_made_anew_under_a_store_is_filled(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        publisher.publish(message(lines=[line("A1", HOUR, "1.000000")]))
+        store = self.store()
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM record", check=False) == [["1"]], "the first one")
+        self.sql("DROP DATABASE heat WITH (FORCE)", database="postgres")
+        self.sql("CREATE DATABASE heat", database="postgres")
+        publisher.publish(message(lines=["[]", line("A1", HOUR + 3600, "2.000000")]))
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM rejected", check=False) == [["1"]], "the next one")
+        self.assertEqual(self.values(), [[str(HOUR + 3600), "2"]])
+        self.assertEqual(store.end(), 0)
+
     def test_events_of_the_same_second_all_stand(self):
         self.start_servers()
         same = message(kind="event", lines=[line("_A57", HOUR, "7.000000", 1), line("_A57", HOUR, "7.000000", 0),
@@ -116,6 +151,35 @@ class Store(FarEnd):
         self.wait_for(lambda: self.values() == [[str(HOUR + 3600), "2"]], "the line")
         self.assertEqual(self.rejected(), [])
         self.assertEqual(store.end(), 0)
+
+    def test_a_month_that_was_detached_stays_so_and_lines_for_it_have_their_place(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        publisher.publish(message(lines=[line("A1", HOUR, "1.000000")]))
+        store = self.store()
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM record", check=False) == [["1"]], "the line")
+        self.sql("ALTER TABLE record DETACH PARTITION record_2024_03 CONCURRENTLY")
+        for i in (1, 2):
+            publisher.publish(message(lines=[line("A1", HOUR + 3600 * i, "2.000000"),
+                                             line("A1", int(time.time()), f"{i}.000000")]))
+        self.wait_for(lambda: self.sql("SELECT count(*) FROM record_2024_03_again", check=False) == [["2"]], "its lines")
+        self.assertEqual((self.sql("SELECT count(*) FROM record_2024_03"), self.rejected()), ([["1"]], []))
+        self.assertEqual(store.end(), 0)
+
+    def test_of_many_bad_lines_some_are_kept_and_a_neighbour_does_not_wait(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        subject, body = message(lines=["[]"] * 8192)
+        publisher.publish(*[(subject, gzip.compress(body))] * 100, header="Content-Encoding: gzip")
+        publisher.publish(message(lines=[line("A1", HOUR, "1.000000")]))
+        begin = time.monotonic()
+        self.assertIn("819200 rejected", self.store_once())
+        self.assertLess(time.monotonic() - begin, 30)
+        self.assertEqual(self.values(), [[str(HOUR), "1"]])
+        self.assertEqual(len(self.rejected()), 100 * 21)
+        self.assertEqual(self.rejected()[20], ["20", "and 8172 more lines"])
 
     def test_a_poisoned_message_stops_nothing(self):
         with open("/tmp/nats.conf", "w") as file:
@@ -238,6 +302,24 @@ class Store(FarEnd):
         self.assertEqual(self.sql("SELECT extract(epoch FROM first_missing)::bigint, extract(epoch FROM last_missing)"
                                   "::bigint, missing FROM record_gap"),
                          [[str(begin + 30 * 3600), str(begin + 32 * 3600), "3"]])
+
+    def test_views_tell_of_changed_meters_days_of_25_hours_and_who_is_silent(self):
+        self.start_servers()
+        january = 1704067200
+        readings = [(january - 60, 100), (january + 86400, 150), (january + 2 * 86400, 0), (january + 20 * 86400, 120),
+                    (january + 40 * 86400, 130)]
+        midnights = (1729893600, 1729980000, 1730070000, 1730156400)  # of Berlin, with the end of summer time
+        self.publish(message(lines=[line("A1", moment, f"{value}.000000") for moment, value in readings]),
+                     message(meter="m2", kind="daily", lines=[line("A29", moment, "1.000000") for moment in midnights]),
+                     message(meter="m3", kind="event", lines=[line("_A57", january, "1.000000")]),
+                     message(meter="m2", lines=[line("A1", 2147483647, "1.000000")]))
+        self.store_once()
+        self.assertEqual(self.sql("SET timezone = 'UTC'; SELECT month, reading, consumption FROM monthly_consumption"
+                                  " WHERE meter = 'm1' ORDER BY month")[1:],
+                         [["2023-12-01", "100", ""], ["2024-01-01", "120", ""], ["2024-02-01", "130", "10"]])
+        self.assertEqual(self.sql("SELECT count(*) FROM record_gap WHERE meter = 'm2'"), [["0"]])
+        self.assertEqual(self.sql("SELECT meter, extract(epoch FROM time)::bigint FROM newest_record ORDER BY meter"),
+                         [["m1", str(readings[-1][0])], ["m2", str(midnights[-1])], ["m3", ""]])
 
     def test_wrong_usage_and_failures_have_their_statuses(self):
         def run(*words):

@@ -15,12 +15,13 @@ using contract::ArchiveKind;
 
 /// The text of one view, and of its columns' comments.
 std::string view(const std::string& name) {
+    std::string text;  // the last one's
     for (const store::Migration& migration : store::migrations()) {
         const std::size_t begin = migration.sql.find("CREATE VIEW " + name + " AS");
         if (begin == std::string_view::npos) continue;
-        return std::string(migration.sql.substr(begin, migration.sql.find("CREATE VIEW", begin + 1) - begin));
+        text = migration.sql.substr(begin, migration.sql.find("CREATE VIEW", begin + 1) - begin);
     }
-    return "";
+    return text;
 }
 
 bool holds(const std::string& text, const std::string& part) {
