@@ -14,6 +14,8 @@ class Changes {
     Changes(const Changes&) = delete;
     Changes& operator=(const Changes&) = delete;
 
+    /// False when the system has no more of that for this user.
+    bool is_usable() const { return fd >= 0; }
     /// Looks after the files in a folder from now on. False when it cannot: it is not there, or the system has no more
     /// of that. What is not there yet comes as a change of the folder above, if that is looked after.
     bool look_after(const std::string& folder);

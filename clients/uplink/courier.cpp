@@ -37,6 +37,11 @@ std::int64_t earlier(std::int64_t one, std::int64_t other) {
     return std::min(one, other);
 }
 
+/// As topics and messages have it.
+std::string_view kind_of(const Group& group) {
+    return group.kind == contract::ArchiveKind::Events ? "event" : contract::text_of(group.kind);
+}
+
 }  // namespace
 
 Courier::Courier(const Settings& all_settings, std::unique_ptr<Sink> own_sink, State& all_state, ValueMessages messages,
@@ -69,15 +74,14 @@ void Courier::act(std::int64_t now) {
         step = Step::Connecting;
         step_due = now + Patience;
         sink->connect();
-    } else if ((step == Step::Connecting || (step == Step::Connected && !on_its_way.empty())) && now >= step_due) {
+    } else if ((step == Step::Connecting && now >= step_due) ||
+               (step == Step::Connected && !on_its_way.empty() && now >= answer_due())) {
         say("it does not answer");
         step = Step::Ending;
         sink->end(false);
     }
-    if (step == Step::Connected) {
-        send_values(now);
-        send_records(now);
-    }
+    if (step == Step::Connected) send_all(now);
+    for (const std::string& path : queue.take_closed()) say(path + ": cannot be read");
     for (State::Change& change : queue.take_passed()) unkept[change.file] = change.place;
     if (!unkept.empty() && keep_due < 0) keep_due = kept_at < 0 ? now : std::max(now, kept_at + BetweenKeeps);
     if (keep_due >= 0 && now >= keep_due) keep(now);
@@ -88,59 +92,66 @@ std::int64_t Courier::next_due() const {
     if (step == Step::Resting && !is_over) due = earlier(due, step_due);
     if (step == Step::Connecting) due = earlier(due, step_due);
     if (step == Step::Connected) {
-        if (!on_its_way.empty()) due = earlier(due, step_due);
+        if (!on_its_way.empty()) due = earlier(due, answer_due());
         due = earlier(due, send_due);
         if (values && bytes_on_their_way < window) due = earlier(due, values->next_due());
     }
     return due;
 }
 
-void Courier::send_values(std::int64_t now) {
-    if (!values) return;
-    while (bytes_on_their_way < window) {
-        std::vector<Message> messages;
-        value_messages(values->take(ValuesAtOnce, now), messages);
-        if (messages.empty()) return;
-        // The answer to the last one tells that the others have gone out, too.
-        OnItsWay way{.batch = {}, .bytes = 0, .since = now};
-        for (Message& message : messages) {
-            way.bytes += message.topic.size() + message.body.size();
-            message.is_confirmed = &message == &messages.back();
-            sink->send(++last_number, std::move(message));
-        }
-        if (on_its_way.empty()) step_due = now + Patience;
-        bytes_on_their_way += way.bytes;
-        on_its_way.emplace(last_number, std::move(way));
+/// Until when an answer has to have come: the next one, and the oldest one when later ones were answered already.
+std::int64_t Courier::answer_due() const {
+    const auto& [number, oldest] = *on_its_way.begin();
+    return number < last_confirmed ? oldest.since + Patience : step_due;
+}
+
+void Courier::send_all(std::int64_t now) {
+    send_due = -1;
+    for (int without = 0; without < 2 && bytes_on_their_way < window; ++without) {
+        if (is_turn_of_records ? send_records(now) : send_values(now)) without = -1;
+        is_turn_of_records = !is_turn_of_records;
     }
 }
 
-void Courier::send_records(std::int64_t now) {
-    send_due = -1;
-    const double limit = settings.lines_per_second;
-    if (limit > 0) {
+bool Courier::send_values(std::int64_t now) {
+    if (!values) return false;
+    std::vector<Message> messages;
+    value_messages(values->take(ValuesAtOnce, now), messages);
+    if (messages.empty()) return false;
+    // The answer to the last one tells that the others have gone out, too.
+    OnItsWay way{.batch = {}, .bytes = 0, .since = now};
+    for (Message& message : messages) {
+        way.bytes += message.topic.size() + message.body.size();
+        message.is_confirmed = &message == &messages.back();
+        sink->send(++last_number, std::move(message));
+    }
+    if (on_its_way.empty()) step_due = now + Patience;
+    bytes_on_their_way += way.bytes;
+    on_its_way.emplace(last_number, std::move(way));
+    return true;
+}
+
+bool Courier::send_records(std::int64_t now) {
+    std::size_t most = std::clamp(window / 2, ShortestBatch, LongestBatch);
+    if (const double limit = settings.lines_per_second; limit > 0) {
         lines_left = std::min(limit, lines_left + limit * static_cast<double>(now - lines_at) / Second);
         lines_at = now;
-    }
-    while (bytes_on_their_way < window) {
-        std::size_t most = std::clamp(window / 2, ShortestBatch, LongestBatch);
-        if (limit > 0) {
-            if (lines_left < 1) {
-                send_due = now + 1 + static_cast<std::int64_t>((1 - lines_left) / limit * Second);
-                return;
-            }
-            most = std::min(most, static_cast<std::size_t>(lines_left) * BytesOfALine);
+        if (lines_left < 1) {
+            send_due = now + 1 + static_cast<std::int64_t>((1 - lines_left) / limit * Second);
+            return false;
         }
-        auto batch = queue.next(most);
-        if (!batch) return;
-        lines_left -= static_cast<double>(batch->lines);
-        send(std::move(*batch), now);
+        most = std::min(most, static_cast<std::size_t>(lines_left) * BytesOfALine);
     }
+    auto batch = queue.next(most);
+    if (!batch) return false;
+    lines_left -= static_cast<double>(batch->lines);
+    send(std::move(*batch), now);
+    return true;
 }
 
 void Courier::send(Batch batch, std::int64_t now) {
-    const auto kind = batch.group.kind == contract::ArchiveKind::Events ? "event" : contract::text_of(batch.group.kind);
     Message message;
-    message.topic = sink->record_topic(batch.group.uuid, batch.group.system, kind);
+    message.topic = sink->record_topic(batch.group.uuid, batch.group.system, kind_of(batch.group));
     message.body = std::exchange(batch.body, {});
     message.id = batch.id;
     if (on_its_way.empty()) step_due = now + Patience;
@@ -155,6 +166,7 @@ void Courier::confirmed(const Event& event, std::int64_t now) {
     if (found == on_its_way.end()) return;  // nobody has sent that
     const OnItsWay way = std::move(found->second);
     on_its_way.erase(found);
+    last_confirmed = std::max(last_confirmed, event.number);
     bytes_on_their_way -= way.bytes;
     step_due = now + Patience;
     if (now - connected_at >= SteadyAfter) failures = 0;
@@ -200,13 +212,13 @@ void Courier::take(const Event& event, std::int64_t now) {
             step = Step::Connected;
             connected_at = now;
             step_due = now + Patience;
-            say("connected");
+            say(event.reason.empty() ? "connected" : "connected; " + event.reason);
             return;
         case Event::What::Confirmed:
             confirmed(event, now);
             return;
         case Event::What::Refused:
-            say("it does not take what is sent: " + event.reason);
+            say(fmt::format("it does not take {}: {}", what_is(event.number), event.reason));
             if (step == Step::Ending || step == Step::Resting) return;
             step = Step::Ending;
             sink->end(false);
@@ -215,6 +227,14 @@ void Courier::take(const Event& event, std::int64_t now) {
             if (step != Step::Resting) lost(event.reason, now);
             return;
     }
+}
+
+/// A message on its way, for people.
+std::string Courier::what_is(std::uint64_t number) const {
+    const auto found = on_its_way.find(number);
+    if (found == on_its_way.end() || !found->second.batch) return "what is sent";
+    const Group& group = found->second.batch->group;
+    return sink->record_topic(group.uuid, group.system, kind_of(group));
 }
 
 void Courier::keep(std::int64_t now) {

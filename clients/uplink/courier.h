@@ -48,12 +48,15 @@ class Courier {
         std::int64_t since = 0;
     };
 
-    void send_values(std::int64_t now);
-    void send_records(std::int64_t now);
+    std::int64_t answer_due() const;
+    void send_all(std::int64_t now);
+    bool send_values(std::int64_t now);
+    bool send_records(std::int64_t now);
     void send(Batch batch, std::int64_t now);
     void confirmed(const Event& event, std::int64_t now);
     void lost(const std::string& reason, std::int64_t now);
     void keep(std::int64_t now);
+    std::string what_is(std::uint64_t number) const;
     void say(const std::string& text);
 
     const Settings& settings;
@@ -73,6 +76,8 @@ class Courier {
 
     std::uint64_t last_number = 0;
     std::map<std::uint64_t, OnItsWay> on_its_way;
+    std::uint64_t last_confirmed = 0;  // the highest number
+    bool is_turn_of_records = false;   // values that fill the line leave them a place
     std::size_t bytes_on_their_way = 0;
     std::size_t window;                        // bytes that may be on their way
     std::map<Group, std::uint64_t> sequences;  // of the last batch in order

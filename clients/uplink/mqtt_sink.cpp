@@ -15,8 +15,7 @@ namespace {
 constexpr int KeepAlive = 60;             // seconds
 constexpr int LongestWait = 3600 * 1000;  // milliseconds: the library is woken by what happens, and to keep alive
 constexpr int FirstBadReason = 0x80;
-constexpr int UnknownVersion = 0x84;  // of version 5; 1 of 3.1.1
-constexpr int NotAuthorized = 5;      // of 3.1.1
+constexpr int UnknownVersion = 0x84;  // the library makes it of the 1 of a 3.1.1, too
 
 std::string text_of(int result) {
     return result == MOSQ_ERR_ERRNO ? std::string(::strerror(errno)) : ::mosquitto_strerror(result);
@@ -24,8 +23,9 @@ std::string text_of(int result) {
 
 }  // namespace
 
-MqttSink::MqttSink(const Settings& all_settings, const std::string& own_name, Mailbox& events, std::size_t number)
-    : settings(all_settings), client_name(own_name), mailbox(events), sink_number(number) {
+MqttSink::MqttSink(const Settings& all_settings, const std::string& own_name, Mailbox& events, std::size_t number,
+                   bool is_a_trial)
+    : settings(all_settings), client_name(own_name), mailbox(events), sink_number(number), is_trial(is_a_trial) {
     ::mosquitto_lib_init();
     thread = std::thread([this] { work(); });
 }
@@ -64,7 +64,7 @@ void MqttSink::end(bool orderly) {
     changed.notify_one();
     if (client == nullptr) return;
     // Then the broker does not say so by the last will.
-    if (orderly) publish({.topic = status_topic(), .body = "offline", .is_retained = true}, nullptr);
+    if (orderly && !is_trial) publish({.topic = status_topic(), .body = "offline", .is_retained = true}, nullptr);
     ::mosquitto_disconnect(client);
 }
 
@@ -93,14 +93,14 @@ void MqttSink::on_connect(mosquitto*, void* me, int reason, int, const mosquitto
     const InCallback inside;
     MqttSink& self = *static_cast<MqttSink*>(me);
     const std::lock_guard lock(self.mutex);
-    self.was_answered = true;
     if (reason != 0) {
         self.refusal = self.version == 5 ? ::mosquitto_reason_string(reason) : ::mosquitto_connack_string(reason);
-        if (reason == (self.version == 5 ? UnknownVersion : 1)) self.was_answered = false;
+        self.is_version_unknown = self.version == 5 && reason == UnknownVersion;
         return;
     }
-    self.publish({.topic = self.status_topic(), .body = "online", .is_retained = true}, nullptr);
-    self.tell(Event::What::Connected);
+    if (!self.is_trial) self.publish({.topic = self.status_topic(), .body = "online", .is_retained = true}, nullptr);
+    self.tell(Event::What::Connected, 0,
+              self.version == 5 ? "" : "by MQTT 3.1.1: what the broker does not let through it confirms as well");
 }
 
 void MqttSink::on_publish(mosquitto*, void* me, int id, int reason, const mosquitto_property*) {
@@ -129,7 +129,9 @@ std::string MqttSink::hold_connection() {
     ::mosquitto_connect_v5_callback_set(own.get(), on_connect);
     ::mosquitto_publish_v5_callback_set(own.get(), on_publish);
     constexpr std::string_view Will = "offline";
-    ::mosquitto_will_set(own.get(), status_topic().c_str(), static_cast<int>(Will.size()), Will.data(), 1, true);
+    if (!is_trial) {
+        ::mosquitto_will_set(own.get(), status_topic().c_str(), static_cast<int>(Will.size()), Will.data(), 1, true);
+    }
     if (!broker.user.empty()) {
         const auto password = password_of(broker);
         if (!password) return broker.password_file + " cannot be read";
@@ -149,7 +151,7 @@ std::string MqttSink::hold_connection() {
         const std::lock_guard lock(mutex);
         if (is_ending) return {};
         client = own.get();
-        was_answered = false;
+        is_version_unknown = false;
         refusal.clear();
     }
     for (bool is_over_now = false; result == MOSQ_ERR_SUCCESS && !is_over_now;) {
@@ -160,7 +162,7 @@ std::string MqttSink::hold_connection() {
     const std::lock_guard lock(mutex);
     client = nullptr;
     messages.clear();
-    if (!was_answered) version = version == 5 ? 4 : 5;
+    version = is_version_unknown ? 4 : 5;
     if (!refusal.empty()) return "the broker refuses: " + refusal;
     return result == MOSQ_ERR_SUCCESS || result == MOSQ_ERR_NO_CONN ? "the connection is over" : text_of(result);
 }

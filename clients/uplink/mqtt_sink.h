@@ -3,7 +3,7 @@
 // wait, and what is sent goes out beside them.
 //
 // Version 5 tells with each answer whether the broker has taken a message; 3.1.1, which answers all alike, is spoken
-// with a broker that knows nothing else.
+// with a broker that says that it knows nothing else. Each connection begins with 5.
 
 #include <condition_variable>
 #include <map>
@@ -21,7 +21,9 @@ namespace uplink {
 class MqttSink : public Sink {
   public:
     /// The settings and the mailbox outlive this. `client`: the name under which the broker knows it.
-    MqttSink(const Settings& settings, const std::string& client, Mailbox& mailbox, std::size_t number);
+    /// `is_trial`: it says nothing to those who listen at the broker, neither now nor by a last will.
+    MqttSink(const Settings& settings, const std::string& client, Mailbox& mailbox, std::size_t number,
+             bool is_trial = false);
     ~MqttSink() override;
 
     const char* name() const override { return "mqtt"; }
@@ -47,6 +49,7 @@ class MqttSink : public Sink {
     const std::string client_name;
     Mailbox& mailbox;
     const std::size_t sink_number;
+    const bool is_trial;
 
     std::mutex mutex;
     std::condition_variable changed;
@@ -56,7 +59,7 @@ class MqttSink : public Sink {
     mosquitto* client = nullptr;            // while there is a connection
     std::map<int, std::uint64_t> messages;  // by the broker's number
     int version = 5;
-    bool was_answered = false;
+    bool is_version_unknown = false;  // to the broker
     std::string refusal;
     std::thread thread;
 };

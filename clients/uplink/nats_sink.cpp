@@ -34,31 +34,6 @@ std::string text_of(natsStatus status) {
     return is_more ? fmt::format("{}: {}", text, more) : text;
 }
 
-/// Finds the stream, or makes it. Empty, or what is wrong.
-std::string have_stream(jsCtx* context) {
-    jsStreamInfo* info = nullptr;
-    jsErrCode code{};
-    natsStatus status = ::js_GetStreamInfo(&info, context, Stream, nullptr, &code);
-    if (status == NATS_NOT_FOUND) {
-        jsStreamConfig config;
-        ::jsStreamConfig_Init(&config);
-        const char* subjects[] = {"heatmeter.>"};
-        config.Name = Stream;
-        config.Subjects = subjects;
-        config.SubjectsLen = 1;
-        config.Duplicates = DuplicateWindow;
-        // Whoever publishes may name any subject for the answer, and so let the stream ask itself.
-        config.DenyDelete = config.DenyPurge = true;
-        status = ::js_AddStream(&info, context, &config, nullptr, &code);
-        // Somebody else was faster.
-        if (status != NATS_OK) status = ::js_GetStreamInfo(&info, context, Stream, nullptr, &code);
-    }
-    ::jsStreamInfo_Destroy(info);
-    // Who may only publish hears nothing; whether the stream takes it, each answer tells.
-    if (status == NATS_OK || status == NATS_TIMEOUT) return {};
-    return fmt::format("no stream {}: {}", Stream, text_of(status));
-}
-
 }  // namespace
 
 struct NatsCallbacks {
@@ -98,8 +73,8 @@ struct NatsCallbacks {
     }
 };
 
-NatsSink::NatsSink(const Settings& all_settings, Mailbox& events, std::size_t number)
-    : settings(all_settings), mailbox(events), sink_number(number) {
+NatsSink::NatsSink(const Settings& all_settings, Mailbox& events, std::size_t number, bool is_a_trial)
+    : settings(all_settings), mailbox(events), sink_number(number), is_trial(is_a_trial) {
     thread = std::thread([this] { work(); });
 }
 
@@ -161,6 +136,36 @@ std::string NatsSink::publish(jsCtx* context, std::uint64_t number, const Messag
     return status == NATS_OK ? std::string() : text_of(status);
 }
 
+/// Finds the stream, or makes it, and remarks that. Empty, or what is wrong.
+std::string NatsSink::have_stream(jsCtx* context, std::string& remark) {
+    jsStreamInfo* info = nullptr;
+    jsErrCode code{};
+    natsStatus status = ::js_GetStreamInfo(&info, context, Stream, nullptr, &code);
+    if (status == NATS_NOT_FOUND) {
+        remark = fmt::format("there is no stream {} yet", Stream);
+        if (is_trial) return {};
+        remark = fmt::format("made the stream {}: one replica, kept for ever", Stream);
+        jsStreamConfig config;
+        ::jsStreamConfig_Init(&config);
+        const char* subjects[] = {"heatmeter.>"};
+        config.Name = Stream;
+        config.Subjects = subjects;
+        config.SubjectsLen = 1;
+        config.Duplicates = DuplicateWindow;
+        // Whoever publishes may name any subject for the answer, and so let the stream ask itself.
+        config.DenyDelete = config.DenyPurge = true;
+        status = ::js_AddStream(&info, context, &config, nullptr, &code);
+        if (status != NATS_OK) {  // somebody else was faster
+            remark.clear();
+            status = ::js_GetStreamInfo(&info, context, Stream, nullptr, &code);
+        }
+    }
+    ::jsStreamInfo_Destroy(info);
+    // Who may only publish hears nothing; whether the stream takes it, each answer tells.
+    if (status == NATS_OK || status == NATS_TIMEOUT) return {};
+    return fmt::format("no stream {}: {}", Stream, text_of(status));
+}
+
 std::string NatsSink::hold_stream(natsConnection* connection) {
     jsOptions options;
     ::jsOptions_Init(&options);
@@ -171,8 +176,9 @@ std::string NatsSink::hold_stream(natsConnection* connection) {
         return text_of(status);
     }
     const Context context(made);
-    if (std::string fault = have_stream(made); !fault.empty()) return fault;
-    tell({.what = Event::What::Connected});
+    std::string remark;
+    if (std::string fault = have_stream(made, remark); !fault.empty()) return fault;
+    tell({.what = Event::What::Connected, .reason = remark});
     for (;;) {
         std::vector<std::pair<std::uint64_t, Message>> sending;
         {

@@ -19,7 +19,8 @@ namespace uplink {
 class NatsSink : public Sink {
   public:
     /// The settings and the mailbox outlive this.
-    NatsSink(const Settings& settings, Mailbox& mailbox, std::size_t number);
+    /// `is_trial`: it makes no stream.
+    NatsSink(const Settings& settings, Mailbox& mailbox, std::size_t number, bool is_trial = false);
     ~NatsSink() override;
 
     const char* name() const override { return "nats"; }
@@ -34,12 +35,14 @@ class NatsSink : public Sink {
     void work();
     std::string hold_connection();
     std::string hold_stream(natsConnection* connection);
+    std::string have_stream(jsCtx* context, std::string& remark);
     std::string publish(jsCtx* stream, std::uint64_t number, const Message& message);
     void tell(Event event);
 
     const Settings& settings;
     Mailbox& mailbox;
     const std::size_t sink_number;
+    const bool is_trial;
 
     std::mutex mutex;
     std::condition_variable changed;

@@ -1,6 +1,7 @@
 #include "uplink/queue.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include <fmt/format.h>
@@ -67,6 +68,7 @@ void Queue::look_at(const std::string& uuid, int system) {
 void Queue::take_file(const Group& group, const std::string& path, const std::string& name, FileState& file, Road road,
                       std::size_t most, Batch& batch) {
     File opened = contract::open_for_reading(path);
+    if (!opened && errno == EACCES && known_closed.insert(path).second) closed.push_back(path);
     struct stat status {};
     if (!opened || !opened.look(status)) return;
     const std::uint64_t look = look_of(status);

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -61,6 +62,8 @@ class Queue {
     void failed(const Batch& batch, std::uint64_t last_sequence);
     /// Places that moved over what is no line, since the last call.
     std::vector<State::Change> take_passed() { return std::exchange(passed, {}); }
+    /// Files that may not be read, each once.
+    std::vector<std::string> take_closed() { return std::exchange(closed, {}); }
 
     std::uint64_t unreadable() const { return unreadable_count; }
 
@@ -88,6 +91,8 @@ class Queue {
     std::map<Group, GroupState> groups;
     Group last_group;
     std::vector<State::Change> passed;
+    std::vector<std::string> closed;
+    std::set<std::string> known_closed;
     std::uint64_t unreadable_count = 0;
 };
 

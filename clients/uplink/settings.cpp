@@ -131,6 +131,7 @@ std::string take_nats_url(Settings& settings, const std::string& value) {
         const auto server = server_of(part, "nats", "tls", 4222, 4222);
         if (!server) return fmt::format("\"{}\" is no nats://HOST:PORT and no tls://HOST:PORT", shown(part));
         settings.nats->servers.push_back(*server);
+        if (server->tls != settings.nats->servers.front().tls) return "either all begin with tls://, or none does";
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
     return {};

@@ -8,7 +8,7 @@ namespace uplink {
 namespace {
 
 constexpr int ApplicationId = 0x484D5550;  // of this kind of database
-constexpr int BusyMilliseconds = 5'000;    // somebody reads it
+constexpr int BusyMilliseconds = 200;      // somebody reads it; brokers wait meanwhile
 
 constexpr char Tables[] = R"(
 CREATE TABLE IF NOT EXISTS sink (name TEXT PRIMARY KEY, gateway TEXT NOT NULL, confirmed INTEGER,

@@ -12,11 +12,14 @@
 #include <memory>
 #include <random>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
+#include "contract/catalogue.h"
 #include "contract/plain_text.h"
+#include "contract/site.h"
 #include "core/gateway.h"
 #include "uplink/courier.h"
 #include "uplink/mqtt_sink.h"
@@ -99,9 +102,13 @@ class Uplink {
                 const std::int64_t next = courier->next_due();
                 if (next >= 0 && (due < 0 || next < due)) due = next;
             }
+            const std::int64_t look = news_due < 0 ? watch.next_look() : -1;
+            if (look >= 0 && (due < 0 || look < due)) due = look;
             // Between the first change and the look at it nobody is woken by the others.
             wait_for({end, mailbox.descriptor(), news_due < 0 ? watch.descriptor() : -1}, due);
-            if (news_due < 0 && is_readable(watch.descriptor())) news_due = steady_now() + Burst;
+            if (news_due < 0 && (is_readable(watch.descriptor()) || (look >= 0 && steady_now() >= look))) {
+                news_due = steady_now() + Burst;
+            }
             if (news_due >= 0 && steady_now() >= news_due) {
                 news_due = -1;
                 take_news();
@@ -114,6 +121,11 @@ class Uplink {
   private:
     void take_news() {
         const Watch::News news = watch.take();
+        if (watch.next_look() >= 0 && !std::exchange(has_told, true)) {
+            std::fputs("heatmeter-uplink: more folders than the system looks after (fs.inotify.max_user_watches): what "
+                       "changes in some is found with other changes, or after 15 minutes\n",
+                       stderr);
+        }
         for (const auto& courier : couriers) {
             for (const auto& [uuid, system] : news.archives) courier->look_at_records(uuid, system);
             for (const auto& [uuid, system] : news.items) courier->look_at_values(uuid, system);
@@ -138,6 +150,7 @@ class Uplink {
     Mailbox mailbox;
     State state;
     Watch watch;
+    bool has_told = false;
     std::vector<std::unique_ptr<Courier>> couriers;
 };
 
@@ -145,14 +158,34 @@ void say(const char* word, const std::string& text) {
     std::fputs(fmt::format("{:8}{}\n", word, contract::for_terminal(text)).c_str(), stdout);
 }
 
+/// Whether each archive file may be read.
+bool check_archives() {
+    bool is_well = true;
+    for (const std::string& uuid : contract::meters()) {
+        for (int system = 1; system <= contract::Systems; ++system) {
+            const std::string folder = contract::archive_folder(uuid, system, true);
+            for (const std::string& name : contract::names_in(folder)) {
+                if (contract::find_archive(name) == nullptr || contract::open_for_reading(folder + '/' + name)) continue;
+                say("error", fmt::format("{}/{}: cannot be read", folder, name));
+                is_well = false;
+            }
+        }
+    }
+    return is_well;
+}
+
 /// Whether a broker takes a connection, as the program itself would make it.
 bool check_sink(Sink& sink, Mailbox& mailbox) {
     sink.connect();
+    bool is_connected = false;
     for (const std::int64_t due = steady_now() + CheckPatience; steady_now() < due;) {
         wait_for({-1, mailbox.descriptor(), -1}, due);
         for (const Event& event : mailbox.take()) {
             if (event.what == Event::What::Connected) {
-                say("ok", fmt::format("{}: connected", sink.name()));
+                say("ok", fmt::format("{}: connected{}{}", sink.name(), event.reason.empty() ? "" : "; ", event.reason));
+                sink.end(true);
+                is_connected = true;
+            } else if (is_connected) {
                 return true;
             }
             if (event.what == Event::What::Lost) {
@@ -161,8 +194,8 @@ bool check_sink(Sink& sink, Mailbox& mailbox) {
             }
         }
     }
-    say("error", fmt::format("{}: it does not answer", sink.name()));
-    return false;
+    if (!is_connected) say("error", fmt::format("{}: it does not answer", sink.name()));
+    return is_connected;
 }
 
 }  // namespace
@@ -178,13 +211,14 @@ bool check(const Settings& settings, const std::string& state_folder) {
     bool is_well = ::access(state_folder.c_str(), W_OK | X_OK) == 0;
     say(is_well ? "ok" : "error",
         fmt::format("{}: {}", state_folder, is_well ? "what is confirmed can be kept here" : std::strerror(errno)));
+    is_well = check_archives() && is_well;
     static Mailbox& mailbox = *new Mailbox;  // as long as the threads of the sinks
     if (settings.mqtt) {
         // Under another name: two of the same would end each other's connections.
-        is_well = check_sink(*new MqttSink(settings, mqtt_name(settings) + "-check", mailbox, 0), mailbox) && is_well;
+        is_well = check_sink(*new MqttSink(settings, mqtt_name(settings) + "-check", mailbox, 0, true), mailbox) && is_well;
         mailbox.take();
     }
-    if (settings.nats) is_well = check_sink(*new NatsSink(settings, mailbox, 1), mailbox) && is_well;
+    if (settings.nats) is_well = check_sink(*new NatsSink(settings, mailbox, 1, true), mailbox) && is_well;
     return is_well;
 }
 

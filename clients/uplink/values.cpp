@@ -1,5 +1,6 @@
 #include "uplink/values.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "contract/installation.h"
@@ -9,7 +10,11 @@ namespace uplink {
 void Values::look_at(const std::string& uuid, int number) {
     System& system = systems[{uuid, number}];
     if (system.family == contract::NoFamily) system.family = contract::look_at_family(uuid);
-    for (contract::Item& item : contract::read_items(uuid, number, system.family)) {
+    std::vector<contract::Item> items = contract::read_items(uuid, number, system.family);
+    std::erase_if(system.items, [&items](const auto& known) {  // which are gone
+        return std::ranges::find(items, known.first, &contract::Item::name) == items.end();
+    });
+    for (contract::Item& item : items) {
         // An empty file is being written; to a broker no text would mean that there is no such value.
         if (item.entry == nullptr || item.text.empty()) continue;
         Sent& sent = system.items[item.name];

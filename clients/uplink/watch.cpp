@@ -1,15 +1,15 @@
 #include "uplink/watch.h"
 
+#include <stdexcept>
 #include <utility>
 
 #include "contract/site.h"
+#include "core/files.h"
 #include "core/gateway.h"
 
 namespace uplink {
 
 namespace {
-
-constexpr std::int64_t BetweenLooks = std::int64_t{15} * 60 * 1000;
 
 std::int64_t steady_now() {
     return gateway().steady_microseconds() / 1000;
@@ -17,8 +17,18 @@ std::int64_t steady_now() {
 
 }  // namespace
 
+Watch::Watch() {
+    if (!changes.is_usable()) {
+        throw std::runtime_error("nothing can tell what changes: too many of this user do (fs.inotify.max_user_instances)");
+    }
+    look_for_meters();
+}
+
 void Watch::look_after(const std::string& folder, const System& system, bool is_items) {
-    if (!changes.look_after(folder)) return;
+    if (!changes.look_after(folder)) {
+        if (!exists(folder)) return;
+        is_blind = true;
+    }
     // One that has come, or another one under its name.
     folders[folder] = {system, is_items};
     (is_items ? news.items : news.archives).insert(system);
@@ -26,11 +36,8 @@ void Watch::look_after(const std::string& folder, const System& system, bool is_
 
 void Watch::look_for_meters() {
     looked_at = steady_now();
-    for (const std::string place : {"/tmp", "/mnt/storage"}) {
-        changes.look_after_folders_in(place);
-        // Any of them may become a meter's.
-        for (const std::string& name : contract::names_in(place)) changes.look_after_folders_in(place + '/' + name);
-    }
+    is_blind = false;
+    for (const char* const place : {"/tmp", "/mnt/storage"}) changes.look_after_folders_in(place);
     for (const std::string& uuid : contract::meters()) {
         for (int number = 1; number <= contract::Systems; ++number) {
             const System system(uuid, number);
@@ -42,6 +49,10 @@ void Watch::look_for_meters() {
             look_after(storage + "/tc_archives", system, false);
             look_after(storage + "/tmp_archives", system, false);
         }
+    }
+    for (const std::string place : {"/tmp", "/mnt/storage"}) {
+        // Any of them may become a meter's.
+        for (const std::string& name : contract::names_in(place)) changes.look_after_folders_in(place + '/' + name);
     }
 }
 

@@ -213,6 +213,75 @@ class Uplink(schemas.Schemas, brokers.Brokers):
         write("/tmp/etc/password", "right\n", 0o600)
         self.assertEqual(self.uplink("--check").status(), 0)
 
+    def test_only_a_broker_that_says_so_is_spoken_to_by_the_old_version(self):
+        guests, answers = [], [b"", b"\x20\x02\x00\x01"]  # closed without a word; "unacceptable version"; then a real one
+
+        def listen():
+            listener = socket.create_server(("127.0.0.1", 1884))
+            while True:
+                guest, _ = listener.accept()
+                connect = guest.recv(4096)
+                guests.append(connect[8])  # the version
+                if answers:
+                    guest.sendall(answers.pop(0))
+                    guest.close()
+                    continue
+                broker = socket.create_connection(("127.0.0.1", 1883))
+                broker.sendall(connect)
+                for pair in ((guest, broker), (broker, guest)):
+                    threading.Thread(target=carry, args=pair, daemon=True).start()
+
+        def carry(source, target):
+            try:
+                while piece := source.recv(4096):
+                    target.sendall(piece)
+            except OSError:
+                pass
+            target.shutdown(socket.SHUT_RDWR)
+
+        broker = self.mosquitto()
+        threading.Thread(target=listen, daemon=True).start()
+        self.settings("[mqtt]\nurl = mqtt://127.0.0.1:1884")
+        program = self.uplink()
+        self.wait_for(lambda: "connected; by MQTT 3.1.1" in program.output("stderr"), "the old version")
+        self.assertEqual(guests, [5, 5, 4])
+        broker.end(signal.SIGKILL)
+        self.mosquitto()
+        self.wait_for(lambda: program.output("stderr").endswith("mqtt: connected\n"), "the new one, again")
+
+    def test_a_check_leaves_nothing_at_the_brokers(self):
+        self.mosquitto()
+        self.nats()
+        listener = self.listener()
+        self.settings(MQTT)
+        program = self.uplink()
+        self.wait_for(lambda: "online" in listener.output(), "the connection")
+        self.settings(MQTT, NATS)
+        check = self.uplink("--check")
+        self.assertEqual(check.status(), 0)
+        self.assertIn("nats: connected; there is no stream HEATMETER yet", check.output())
+        time.sleep(1)
+        self.assertEqual(listener.output(), "heatmeter/g1/status online\n")
+        self.assertIn("error", NatsClient().request("$JS.API.STREAM.INFO.HEATMETER", {}))
+        self.assertTrue(program.runs())
+
+    def test_what_may_not_be_read_is_told(self):
+        if os.geteuid() != 0:
+            self.skipTest("not root")
+        self.nats()
+        self.settings(NATS)
+        append("m1", "A1", *hours(0, 3))
+        append("m1", "A4", *hours(0, 3))
+        os.chmod(path("m1", "A1"), 0o600)
+        os.makedirs("/tmp/state")
+        os.chown("/tmp/state", 65534, 65534)
+        self.runner = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
+        check = self.uplink("--check")
+        self.assertEqual((check.status(), f"error   {path('m1', 'A1')}: cannot be read" in check.output()), (1, True))
+        program = self.uplink()
+        self.wait_for(lambda: f"{path('m1', 'A1')}: cannot be read" in program.output("stderr"), "a word")
+        self.wait_for_all(("m1", "A4"))
+
     def test_a_broker_that_talks_rubbish_is_left_for_a_good_one(self):
         chance = random.Random(3)
         info = b'INFO {"server_id":"x","version":"2.9.0","max_payload":1048576,"headers":true,"jetstream":true}\r\n'

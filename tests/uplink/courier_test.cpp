@@ -110,6 +110,47 @@ TEST_F(ACourier, LeavesABrokerThatDoesNotAnswer) {
     EXPECT_EQ(stream.lines().size(), 2U);
 }
 
+TEST_F(ACourier, OneAnswerThatDoesNotComeIsMissedAlthoughOthersDo) {
+    write_hours(0, 2);
+    Life life(state);
+    life.connect();
+    life.courier->look_at_records("m1", 1);
+    life.courier->act(life.now);
+    const std::int64_t sent_at = life.now;
+    ASSERT_EQ(std::exchange(life.sink->sent, {}).size(), 1U);  // whose answer gets lost
+    for (int i = 0; life.sink->ends == 0 && i < 20; ++i) {
+        scene.write("/mnt/storage/m2/1/tc_archives/A1", hour_lines(0, i + 1));
+        life.courier->look_at_records("m2", 1);
+        life.pass(stream);
+        life.now += 10'000;
+        life.courier->act(life.now);
+    }
+    EXPECT_EQ(life.sink->ends, 1);
+    EXPECT_LT(life.now - sent_at, 75'000);
+}
+
+TEST_F(ACourier, RecordsHaveTheirTurnAlthoughValuesWouldFillTheLine) {
+    write_hours(0, 500);
+    const auto large = [](const std::vector<uplink::Values::Value>& values, std::vector<uplink::Message>& messages) {
+        for (const auto& value : values) messages.push_back({.topic = value.item.name, .body = std::string(9000, 'v')});
+    };
+    Life life(state, plain_settings(), large);
+    life.connect();
+    life.courier->look_at_records("m1", 1);
+    int records = 0;
+    for (int i = 0; i < 10; ++i) {
+        scene.write("/tmp/m1/1/tc_items/T1", std::to_string(i) + ".5\n");
+        life.courier->look_at_values("m1", 1);
+        life.courier->act(life.now);
+        life.now += 2000;  // not fast: the line lets no more through
+        for (const auto& [number, message] : std::exchange(life.sink->sent, {})) {
+            records += message.topic.ends_with("hourly") ? 1 : 0;
+            life.courier->take({.what = Event::What::Confirmed, .number = number, .sequence = number}, life.now);
+        }
+    }
+    EXPECT_GE(records, 4);
+}
+
 TEST_F(ACourier, WhatIsRefusedIsSentAgainLater) {
     write_hours(0, 2);
     Life life(state);

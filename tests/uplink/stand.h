@@ -94,10 +94,12 @@ inline uplink::Settings plain_settings() {
 /// From a start of the program to its end, which may come at any moment.
 class Life {
   public:
-    Life(uplink::State& state, const uplink::Settings& settings = plain_settings()) : own(settings) {
+    Life(uplink::State& state, const uplink::Settings& settings = plain_settings(),
+         const uplink::ValueMessages& values = nullptr)
+        : own(settings) {
         auto made = std::make_unique<TestSink>();
         sink = made.get();
-        courier = std::make_unique<uplink::Courier>(own, std::move(made), state, nullptr, 1);
+        courier = std::make_unique<uplink::Courier>(own, std::move(made), state, values, 1);
     }
 
     void connect() {

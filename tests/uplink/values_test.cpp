@@ -44,6 +44,17 @@ TEST_F(PresentValues, GoOutWhenTheyChangeAndAfterTheLongestPause) {
     EXPECT_EQ(taken(1501), (Texts{"T1 1.5", "T2 3.5"}));
 }
 
+TEST_F(PresentValues, OfItemsThatAreGoneAreSentNoMore) {
+    publish("T1", "1.5\n");
+    publish("T2", "2.5\n");
+    EXPECT_EQ(taken(10), (Texts{"T1 1.5", "T2 2.5"}));
+    scene.remove("/tmp/m1/1/tc_items/T2");
+    EXPECT_EQ(taken(1010), Texts{"T1 1.5"});
+    scene.remove("/tmp/m1/1/tc_items/T1");
+    EXPECT_EQ(taken(2010), Texts{});
+    EXPECT_EQ(values.next_due(), -1);
+}
+
 TEST_F(PresentValues, AreTakenSomeAtATime) {
     for (int i = 1; i <= 3; ++i) publish("T" + std::to_string(i), "1\n");
     values.look_at("m1", 1);
