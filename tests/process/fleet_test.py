@@ -4,7 +4,11 @@ of faults; a cluster of three nats-server, two stores and PostgreSQL. Each of th
 other, its disk filled, at random. When all is well again, what stands in the files stands in the table once, to the
 last bit, and nothing else does than what once stood in them."""
 
+import base64
 import collections
+import functools
+import gzip
+import json
 import os
 import random
 import signal
@@ -247,6 +251,26 @@ class Fleet(FarEnd):
             missing += [(name, event) for event in events_on_file - set(events[name])]
         return missing
 
+    @staticmethod
+    def line_of(difference):
+        """(gateway, meter, system, kind, name, time, quality, value) of one of these."""
+        name, place, *record = difference
+        return (name, *place, *(record[0] if record else ()))
+
+    @functools.lru_cache
+    def in_stream(self):
+        """All lines of all messages."""
+        publisher, lines = Publisher(), set()
+        last = publisher.request(f"$JS.API.STREAM.INFO.{STREAM}")["state"]["last_seq"]
+        for sequence in range(1, last + 1):
+            found = publisher.request(f"$JS.API.STREAM.MSG.GET.{STREAM}", {"seq": sequence}).get("message")
+            text = base64.b64decode(found["data"]) if found else b"{}"
+            body = json.loads(gzip.decompress(text) if text.startswith(b"\x1f\x8b") else text)
+            for name, moment, quality, value in body.get("lines", ()):
+                lines.add((body["gateway"], body["meter"], body["system"], body["kind"], name, moment, quality,
+                           bits_of(str(value))))
+        return lines
+
     def is_done(self):
         """Nothing waits any more, and nothing is missing."""
         self.keep_running()
@@ -301,7 +325,9 @@ class Fleet(FarEnd):
             self.wait_for(self.is_done, "the end of the queue", 150)
         except AssertionError:
             missing = self.differences()
-            broker = [Publisher().consumer(), Publisher().request(f"$JS.API.STREAM.INFO.{STREAM}").get("state")]
+            broker = [Publisher().consumer(), Publisher().request(f"$JS.API.STREAM.INFO.{STREAM}").get("state"),
+                      f"of {len(missing)} lines {sum(line in self.in_stream() for line in map(self.line_of, missing))}"
+                      " stand in the stream"]
             self.fail(f"seed {seed}, {self.story}: {len(missing)} lines, {missing[:5]}\n{broker}\n" +
                       "\n".join(program.output("stderr")[-600:] for program in
                                 [*self.uplinks.values(), *self.stores.values(), *self.nodes.values()]))

@@ -136,6 +136,7 @@ export function charts_view(route, element) {
             show_fault(error);
             return;
         }
+        if (chart.closed) return;  // somebody has gone on meanwhile
         legend.show(chosen, keys);
         marks.show(records.window);
         show_note();
