@@ -184,6 +184,24 @@ void Queue::acknowledge(const std::vector<Delivery>& deliveries) {
     check(::natsConnection_FlushTimeout(connection.get(), 10'000), "acknowledge");
 }
 
+std::pair<std::int64_t, std::int64_t> Queue::extent() {
+    jsStreamInfo* info = nullptr;
+    check(::js_GetStreamInfo(&info, context.get(), stream.c_str(), nullptr, nullptr), fmt::format("stream {}", stream));
+    const std::pair found(std::max<std::int64_t>(1, static_cast<std::int64_t>(info->State.FirstSeq)),
+                          static_cast<std::int64_t>(info->State.LastSeq));
+    ::jsStreamInfo_Destroy(info);
+    return found;
+}
+
+std::optional<Delivery> Queue::message_at(std::int64_t sequence) {
+    natsMsg* message = nullptr;
+    const auto number = static_cast<std::uint64_t>(sequence);
+    const natsStatus status = ::js_GetMsg(&message, context.get(), stream.c_str(), number, nullptr, nullptr);
+    if (status == NATS_NOT_FOUND) return std::nullopt;
+    check(status, fmt::format("message {}", sequence));
+    return Delivery(message, sequence);
+}
+
 bool Queue::is_empty() {
     jsConsumerInfo* info = nullptr;
     check(::js_GetConsumerInfo(&info, context.get(), stream.c_str(), consumer.c_str(), nullptr, nullptr), "consumer");

@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nats/nats.h>
@@ -32,7 +34,8 @@ class QueueError : public std::runtime_error {
 
 class Delivery {
   public:
-    explicit Delivery(natsMsg* nats_message) : message(nats_message) {}
+    explicit Delivery(natsMsg* nats_message, std::int64_t sequence = 0)
+        : message(nats_message), sequence_in_stream(sequence) {}
 
     /// Throws a QueueError for a message that is none of a stream.
     void read_sequence();
@@ -49,7 +52,7 @@ class Delivery {
         void operator()(natsMsg* nats_message) const { ::natsMsg_Destroy(nats_message); }
     };
     std::unique_ptr<natsMsg, Destroy> message;
-    std::int64_t sequence_in_stream = 0;
+    std::int64_t sequence_in_stream;
 };
 
 class Queue {
@@ -67,8 +70,12 @@ class Queue {
     /// At most so many messages, what is there at once; waits for the first.
     std::vector<Delivery> fetch(int most, int wait_milliseconds);
     void acknowledge(const std::vector<Delivery>& deliveries);
-    /// All has been delivered and acknowledged.
+    /// All has been delivered and acknowledged, as far as the consumer remembers.
     bool is_empty();
+    /// The first and the last sequence that the stream has; it may lack some between them.
+    std::pair<std::int64_t, std::int64_t> extent();
+    /// A message of the stream, without the consumer; nothing when it is not there any more.
+    std::optional<Delivery> message_at(std::int64_t sequence);
 
   private:
     template <typename Thing, void (*Free)(Thing*)>

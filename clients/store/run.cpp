@@ -27,6 +27,8 @@ constexpr int Patience = 1000;               // milliseconds until it is looked 
 constexpr milliseconds FirstWait{500};
 constexpr milliseconds LongestWait{30'000};
 constexpr std::chrono::minutes BetweenReports{5};
+constexpr std::chrono::seconds BetweenSearches{60};
+constexpr std::size_t FoundAtOnce = 500;  // messages
 
 /// Grows, with a chance, so that many stores do not come back at the same moment.
 class Wait {
@@ -60,7 +62,9 @@ class Store {
     bool is_patient(const std::exception& error, Wait& wait);
     bool ready();
     Batch collect();
+    void add(Batch& batch, Delivery delivery);
     bool next_batch();
+    bool search();
     bool write(Batch& batch);
     void report(bool now);
 
@@ -73,6 +77,7 @@ class Store {
     Wait queue_wait, writer_wait;
     Counts counts;
     Clock::time_point reported = Clock::now();
+    Clock::time_point searched;
 
     // The batch that follows is taken and looked at while the database is at work.
     Decoder decoder;
@@ -99,6 +104,7 @@ bool Store::ready() {
             if (!writer) {
                 writer.emplace(settings.postgres);
                 stream = 0;
+                searched = {};
                 if (writer->migrated() > 0) say(fmt::format("{} migrations done", writer->migrated()));
             }
             if (!queue) {
@@ -118,6 +124,16 @@ bool Store::ready() {
     return true;
 }
 
+void Store::add(Batch& batch, Delivery delivery) {
+    Item& item = batch.items.emplace_back();
+    item.subject = delivery.subject();
+    item.sequence = delivery.sequence();
+    item.fault = unpack(delivery.encoding(), delivery.body(), item.body);
+    if (item.sequence > MostSequence) item.fault = "a sequence out of range";
+    if (item.fault.empty()) item.fault = decoder.decode(item.subject, item.body, item.message);
+    batch.deliveries.push_back(std::move(delivery));
+}
+
 /// What comes within a moment, but not too much of it.
 Batch Store::collect() {
     Batch batch;
@@ -133,14 +149,8 @@ Batch Store::collect() {
         if (portion.empty()) break;
         if (batch.items.empty()) end = Clock::now() + Moment;
         for (Delivery& delivery : portion) {
-            Item& item = batch.items.emplace_back();
-            item.subject = delivery.subject();
-            item.sequence = delivery.sequence();
-            item.fault = unpack(delivery.encoding(), delivery.body(), item.body);
-            if (item.sequence > MostSequence) item.fault = "a sequence out of range";
-            if (item.fault.empty()) item.fault = decoder.decode(item.subject, item.body, item.message);
-            bytes += item.body.size();
-            batch.deliveries.push_back(std::move(delivery));
+            add(batch, std::move(delivery));
+            bytes += batch.items.back().body.size();
         }
     }
     if (!batch.items.empty()) queue->check_stream();
@@ -153,6 +163,7 @@ bool Store::write(Batch& batch) {
         try {
             if (!writer) {  // it may be another database
                 writer.emplace(settings.postgres);
+                searched = {};
                 stream = writer->stream(settings.queue.stream, queue->created());
             }
             const long rejected = counts.rejected;
@@ -184,9 +195,38 @@ bool Store::next_batch() {
     if (!following.valid()) following = collect_beside();
     Batch batch = following.get();
     queue_wait.begin_anew();
-    if (batch.items.empty()) return !settings.once || !queue->is_empty();
+    if (batch.items.empty()) return search() || !settings.once || !queue->is_empty();
     following = collect_beside();
     if (write(batch)) queue->acknowledge(batch.deliveries);
+    return true;
+}
+
+/// Writes what the stream has and the database lacks: a consumer forgets with its disk, a database that was put back
+/// with all that came since. False when there is nothing of that, or it is not the time to look.
+bool Store::search() {
+    if (Clock::now() < searched + BetweenSearches || !queue->is_empty()) return false;
+    searched = Clock::now();
+    const auto [first, last] = queue->extent();
+    queue->check_stream();
+    Batch batch;
+    std::vector<std::int64_t> gone;
+    std::size_t bytes = 0;
+    for (const std::int64_t sequence : writer->missing(stream, first, last, FoundAtOnce)) {
+        if (bytes >= BatchBytes) break;
+        if (auto found = queue->message_at(sequence)) {
+            add(batch, std::move(*found));
+            bytes += batch.items.back().body.size();
+        } else {
+            gone.push_back(sequence);
+        }
+    }
+    if (batch.items.empty() && gone.empty()) return false;
+    searched = {};  // there may be more
+    if (!batch.items.empty()) {
+        say(fmt::format("{} messages of the stream were not in the database", batch.items.size()));
+        if (!write(batch)) return false;
+    }
+    if (!gone.empty()) writer->mark_done(stream, gone);
     return true;
 }
 
@@ -199,6 +239,9 @@ bool Store::run() {
             following = {};  // what it has taken comes again
             queue.reset();
             gave_up = !is_patient(error, queue_wait);
+        } catch (const DatabaseError& error) {
+            writer.reset();
+            gave_up = !is_patient(error, writer_wait);
         }
         report(false);
     }

@@ -97,10 +97,38 @@ void Writer::transact(int stream, Iterator begin, Iterator end, Counts& counts) 
     copy("record", records, false);
     copy("event", events, true);
     for (Iterator item = begin; item != end; ++item) here.rejected += reject(stream, *item);
+    std::vector<std::int64_t> sequences;
+    for (Iterator item = begin; item != end; ++item) sequences.push_back(item->sequence);
+    mark_done(stream, sequences);  // last of all: other stores wait for this row
     database.run_all("COMMIT");
     counts.messages += here.messages;
     counts.lines += here.lines;
     counts.rejected += here.rejected;
+}
+
+std::vector<std::int64_t> Writer::missing(int stream, std::int64_t first, std::int64_t last, std::size_t most) {
+    std::vector<std::int64_t> sequences;
+    if (last < first) return sequences;
+    const Result ranges = database.run(
+        "SELECT lower(span), upper(span)"
+        " FROM stream, unnest(int8multirange(int8range($2::bigint, $3::bigint, '[]')) - done) AS span WHERE number = "
+        "$1::smallint ORDER BY 1 LIMIT 1000",
+        {std::to_string(stream), std::to_string(first), std::to_string(last)});
+    for (int row = 0; row < ranges.rows(); ++row) {
+        for (long at = ranges.number(row, 0); at < ranges.number(row, 1) && sequences.size() < most; ++at) {
+            sequences.push_back(at);
+        }
+    }
+    return sequences;
+}
+
+void Writer::mark_done(int stream, const std::vector<std::int64_t>& sequences) {
+    std::string spans;
+    for (const std::int64_t sequence : sequences) {
+        spans += fmt::format("{}[{},{}]", spans.empty() ? "" : ",", sequence, sequence);
+    }
+    database.run("UPDATE stream SET done = done + $2::int8multirange WHERE number = $1::smallint",
+                 {std::to_string(stream), '{' + spans + '}'});
 }
 
 void Writer::copy(const char* table, std::vector<Row>& rows, bool are_events) {

@@ -35,6 +35,10 @@ class Writer {
 
     /// All in one transaction, or nothing. What the database itself refuses is found and rejected.
     void write(int stream, std::vector<Item>& items, Counts& counts);
+    /// Of these sequences of a stream the first ones, at most so many, that were never written.
+    std::vector<std::int64_t> missing(int stream, std::int64_t first, std::int64_t last, std::size_t most);
+    /// These count as written.
+    void mark_done(int stream, const std::vector<std::int64_t>& sequences);
     int migrated() const { return migration_count; }
 
   private:

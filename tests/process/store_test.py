@@ -104,8 +104,25 @@ class Store(FarEnd):
         self.sql("CREATE DATABASE heat", database="postgres")
         publisher.publish(message(lines=["[]", line("A1", HOUR + 3600, "2.000000")]))
         self.wait_for(lambda: self.sql("SELECT count(*) FROM rejected", check=False) == [["1"]], "the next one")
-        self.assertEqual(self.values(), [[str(HOUR + 3600), "2"]])
+        # What came before that stands in the stream still.
+        self.wait_for(lambda: self.values() == [[str(HOUR), "1"], [str(HOUR + 3600), "2"]], "the first one, again")
         self.assertEqual(store.end(), 0)
+
+    def test_what_a_consumer_has_forgotten_is_found(self):
+        self.start_servers()
+        publisher = Publisher()
+        publisher.make_stream()
+        publisher.publish(*[message(lines=[line("A1", HOUR + 3600 * i, f"{i}.000000")]) for i in range(1200)])
+        publisher.request(f"$JS.API.CONSUMER.DURABLE.CREATE.{STREAM}.store", {"stream_name": STREAM, "config": {
+            "durable_name": "store", "ack_policy": "explicit", "deliver_policy": "new", "replay_policy": "instant",
+            "max_ack_pending": 20000}})
+        publisher.publish(message(lines=[line("A1", HOUR + 3600 * 1200, "1200.000000"), "[]"]))
+        said = self.store_once()
+        self.assertEqual(said.count("500 messages of the stream were not in the database"), 2)
+        self.assertIn("200 messages of the stream were not in the database", said)
+        self.assertEqual(len(self.values()), 1201)
+        self.assertEqual(self.sql("SELECT done FROM stream"), [["{[1,1202)}"]])
+        self.assertNotIn("were not", self.store_once())
 
     def test_events_of_the_same_second_all_stand(self):
         self.start_servers()

@@ -1,3 +1,6 @@
+-- The sequences of the messages that have been written, or rejected: what else the stream has was forgotten on the way.
+ALTER TABLE stream ADD COLUMN done int8multirange NOT NULL DEFAULT '{}';
+
 -- The partitions of the month that begins with this day, in UTC. To attach one lets readers and writers go on. One that
 -- somebody has detached stays what it is, and the new one gets another name.
 CREATE OR REPLACE FUNCTION make_month(month date) RETURNS void LANGUAGE plpgsql AS $$
