@@ -122,9 +122,10 @@ class Uplink {
     void take_news() {
         const Watch::News news = watch.take();
         if (watch.next_look() >= 0 && !std::exchange(has_told, true)) {
-            std::fputs("heatmeter-uplink: more folders than the system looks after (fs.inotify.max_user_watches): what "
-                       "changes in some is found with other changes, or after 15 minutes\n",
-                       stderr);
+            std::fputs(
+                "heatmeter-uplink: more folders than the system looks after (fs.inotify.max_user_watches): what "
+                "changes in some is found with other changes, or after 15 minutes\n",
+                stderr);
         }
         for (const auto& courier : couriers) {
             for (const auto& [uuid, system] : news.archives) courier->look_at_records(uuid, system);
@@ -165,7 +166,8 @@ bool check_archives() {
         for (int system = 1; system <= contract::Systems; ++system) {
             const std::string folder = contract::archive_folder(uuid, system, true);
             for (const std::string& name : contract::names_in(folder)) {
-                if (contract::find_archive(name) == nullptr || contract::open_for_reading(folder + '/' + name)) continue;
+                if (contract::find_archive(name) == nullptr || contract::open_for_reading(folder + '/' + name))
+                    continue;
                 say("error", fmt::format("{}/{}: cannot be read", folder, name));
                 is_well = false;
             }
@@ -182,7 +184,8 @@ bool check_sink(Sink& sink, Mailbox& mailbox) {
         wait_for({-1, mailbox.descriptor(), -1}, due);
         for (const Event& event : mailbox.take()) {
             if (event.what == Event::What::Connected) {
-                say("ok", fmt::format("{}: connected{}{}", sink.name(), event.reason.empty() ? "" : "; ", event.reason));
+                say("ok",
+                    fmt::format("{}: connected{}{}", sink.name(), event.reason.empty() ? "" : "; ", event.reason));
                 sink.end(true);
                 is_connected = true;
             } else if (is_connected) {
@@ -215,7 +218,8 @@ bool check(const Settings& settings, const std::string& state_folder) {
     static Mailbox& mailbox = *new Mailbox;  // as long as the threads of the sinks
     if (settings.mqtt) {
         // Under another name: two of the same would end each other's connections.
-        is_well = check_sink(*new MqttSink(settings, mqtt_name(settings) + "-check", mailbox, 0, true), mailbox) && is_well;
+        is_well =
+            check_sink(*new MqttSink(settings, mqtt_name(settings) + "-check", mailbox, 0, true), mailbox) && is_well;
         mailbox.take();
     }
     if (settings.nats) is_well = check_sink(*new NatsSink(settings, mailbox, 1, true), mailbox) && is_well;

@@ -19,7 +19,8 @@ std::int64_t steady_now() {
 
 Watch::Watch() {
     if (!changes.is_usable()) {
-        throw std::runtime_error("nothing can tell what changes: too many of this user do (fs.inotify.max_user_instances)");
+        throw std::runtime_error(
+            "nothing can tell what changes: too many of this user do (fs.inotify.max_user_instances)");
     }
     look_for_meters();
 }

@@ -29,8 +29,8 @@ class Watch {
     int descriptor() const { return changes.descriptor(); }
     /// What has changed since the last call.
     News take();
-    /// When it has to be looked although nothing has told so, by the steady clock's milliseconds: there are more folders
-    /// than the system looks after. -1: never.
+    /// When it has to be looked although nothing has told so, by the steady clock's milliseconds: there are more
+    /// folders than the system looks after. -1: never.
     std::int64_t next_look() const { return is_blind ? looked_at + BetweenLooks : -1; }
 
   private:

@@ -73,8 +73,9 @@ TEST(UplinkSettings, TellEachMistakeWithItsLine) {
     EXPECT_EQ(problems_of("name = g\n" + least), Problems{"f:1: it stands below no section"});
     EXPECT_EQ(problems_of(least + std::string(1000, 'x') + " = 1\n"), Problems{"f:5: the line is too long"});
     EXPECT_EQ(problems_of(least + std::string("us\0er = 1\n", 10)), Problems{"f:5: there is a zero byte in it"});
-    for (const char* const url : {"mqtt://a", "nats://a,tls://b", "nats://", "nats://a:0", "nats://a:70000", "nats://a b", "nats://u:p@a",
-                                  "a", "nats://[::1", "nats://[::1]x", "nats://a,,nats://b"}) {
+    for (const char* const url :
+         {"mqtt://a", "nats://a,tls://b", "nats://", "nats://a:0", "nats://a:70000", "nats://a b", "nats://u:p@a", "a",
+          "nats://[::1", "nats://[::1]x", "nats://a,,nats://b"}) {
         EXPECT_EQ(problems_of(std::string("[gateway]\nname = g\n[nats]\nurl = ") + url + "\n").size(), 1U) << url;
     }
 }
