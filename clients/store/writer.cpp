@@ -111,8 +111,8 @@ std::vector<std::int64_t> Writer::missing(int stream, std::int64_t first, std::i
     if (last < first) return sequences;
     const Result ranges = database.run(
         "SELECT lower(span), upper(span)"
-        " FROM stream, unnest(int8multirange(int8range($2::bigint, $3::bigint, '[]')) - done) AS span WHERE number = "
-        "$1::smallint ORDER BY 1 LIMIT 1000",
+        " FROM stream, unnest(int8multirange(int8range($2::bigint, $3::bigint, '[]')) - done) AS span"
+        " WHERE number = $1::smallint ORDER BY 1 LIMIT 1000",
         {std::to_string(stream), std::to_string(first), std::to_string(last)});
     for (int row = 0; row < ranges.rows(); ++row) {
         for (long at = ranges.number(row, 0); at < ranges.number(row, 1) && sequences.size() < most; ++at) {

@@ -175,7 +175,10 @@ void MqttSink::work() {
             if (is_over) return;
             is_wanted = false;
         }
-        tell(Event::What::Lost, 0, hold_connection());
+        std::string reason = hold_connection();
+        if (std::exchange(is_version_unknown, false)) reason = hold_connection();  // by the old one, at once
+        version = 5;
+        tell(Event::What::Lost, 0, std::move(reason));
     }
 }
 
